@@ -1,0 +1,16 @@
+// The scripts that run before any image is fetched.
+
+#pragma once
+
+#include "file_key.h"
+#include "spec.h"
+
+#include <string>
+
+/// Fetches the script tar into `workDir`, if the spec has one. \return whether it is there.
+bool fetchScriptTar(const UpdateSpecVer1& spec, const std::string& workDir, const FileKey& fileKey);
+
+/// Runs the leading scripts of the list whose base names begin with '_'.
+/// \param position receives the first part that is no such script; null if none is left.
+/// \return false after the first script that failed.
+bool runPreparationScripts(UpdateSpecVer1* spec, const std::string& workDir, UpdateSpecVer1::Part** position);

@@ -1,0 +1,74 @@
+// The progress file. It is written to the work directory and then renamed, so that a reader in another
+// process never sees half a report.
+
+#include "progress.h"
+
+#include "settings.h"
+#include "util/path.h"
+
+#include <cstdio>
+#include <string>
+
+ProgressRecord progress;
+
+namespace {
+
+// Indexed by UpdateState; other programs know these texts.
+const char* const kStateTexts[] = {
+    "invalid",
+    "initializing",
+    "downloading spec",
+    "parsing spec",
+    "checking dependencies",
+    "downloading scripts",
+    "running preparation scripts",
+    "downloading images",
+    "running scripts",
+    "flashing images",
+    "flashing overlay",
+    "switching volume",
+    "complete",
+    "error",
+};
+static_assert(sizeof kStateTexts / sizeof kStateTexts[0] == eStateError + 1, "one text for each state");
+
+}  // namespace
+
+void setState(UpdateState state, Downloader* downloader) {
+    progress.state = state;
+    progress.lastWrite = time(nullptr);
+    if (downloader != nullptr) {
+        ProgressFn report(onDownloadProgress);
+        downloader->progress.swap(report);
+        progress.attempts = 0;
+        progress.percent = 0;
+    } else {
+        progress.attempts = -1;
+        progress.percent = -1;
+    }
+    writeProgressFile();
+}
+
+void onDownloadProgress(int attempts, int percent) {
+    // Equality, not order: a clock that was set back does not hold reports up.
+    const time_t now = time(nullptr);
+    if (now == progress.lastWrite) return;
+    if (attempts == progress.attempts && percent == progress.percent) return;
+    progress.attempts = attempts;
+    progress.percent = percent;
+    progress.lastWrite = now;
+    writeProgressFile();
+}
+
+void writeProgressFile() {
+    std::string temporary = kWorkDir;
+    appendPath(temporary, "progress.tmp");
+    FILE* file = fopen(temporary.c_str(), "w");
+    if (file == nullptr) return;
+    const bool downloading = progress.attempts >= 0;
+    fprintf(file, "\"STATE\":\"%s\",\n", kStateTexts[progress.state]);
+    fprintf(file, "\"DL_ATTEMPTS\":\"%d\",\n\"DL_PERCENT\":\"%d\",\n", downloading ? progress.attempts : 0,
+            downloading ? progress.percent : 0);
+    fclose(file);
+    rename(temporary.c_str(), kProgressPath);
+}

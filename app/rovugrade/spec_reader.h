@@ -1,0 +1,21 @@
+// From the evaluated table to the spec's record.
+
+#pragma once
+
+#include "spec.h"
+
+#include <lua.hpp>
+
+/// What parseSpec() leaves behind.
+struct ParseSpecResult {
+    int error;             // 0 or ENOMEM
+    UpdateSpecVer1* spec;  // as far as it has been read; null if not even the record could be made
+};
+
+/// Reads the value that loadDataChunk() left in `L`, and closes `L` in every case.
+/// \return the spec, which the caller releases with freeSpec(); null after logging.
+UpdateSpecVer1* readSpec(lua_State* L);
+
+/// For lua_cpcall(): the light userdata points at a ParseSpecResult. Raises on faulty data; out of memory is
+/// no Lua error but an `error` of the result.
+int parseSpec(lua_State* L);

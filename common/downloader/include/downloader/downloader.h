@@ -1,0 +1,61 @@
+// One URL into one local file, over a bad link: what has arrived is kept and the rest is asked for.
+
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <string>
+
+/// Told about each chunk of a transfer: transfers finished before this one, and percent of the size limit.
+typedef std::function<void(int attempts, int percent)> ProgressFn;
+
+/// A download. It lives on its caller's stack, owns no resource between two attempts, and leaves the file
+/// to the caller, whatever became of it.
+///
+/// Invariants: `received` never exceeds `maxSize`, and between two attempts the file is closed and holds
+/// exactly `received` bytes.
+class Downloader {
+public:
+    Downloader(bool verboseTransfer, bool dry) : verbose(verboseTransfer), dryRun(dry) {}
+
+    Downloader(const Downloader&) = delete;
+    Downloader& operator=(const Downloader&) = delete;
+
+    /// Says what to fetch, and starts afresh if called again.
+    /// \param limit the most bytes that the file may hold; 0: no limit.
+    /// \param digest the expected SHA-256 digest in lower-case hexadecimal digits; empty: no check.
+    /// \return 0, always.
+    int setup(const std::string& source, const std::string& target, uint32_t limit,
+              const std::string& digest);
+
+    /// Transfers the file, with `retries` more attempts if the network fails. An attempt that failed within
+    /// 20 seconds is followed by a wait of `waitSeconds`.
+    /// \return 0: the file is complete and has the expected digest, or this is a dry run; EINVAL: setup()
+    ///         was not called; EAGAIN: the last attempt failed for the network's sake; EBADMSG: another
+    ///         digest; ENOMEM: no libcurl handle; another positive errno value of opening or closing the
+    ///         file; or, negated, the libcurl code of a failure that is not tried again.
+    int32_t run(uint32_t retries, uint32_t waitSeconds);
+
+    // In the order in which they are made; all but `progress` are to be read only.
+    uint32_t ready = 0;  // 1 once setup() has run
+    bool verbose;        // libcurl talks on standard error
+    bool dryRun;         // run() transfers nothing
+    std::string url;
+    std::string path;
+    std::string hash;
+    uint32_t maxSize = 0;   // bytes; kNoLimit: any number
+    FILE* file = nullptr;   // not null while a transfer runs
+    uint32_t attempts = 0;  // transfers finished so far, whatever their outcome
+    uint32_t received = 0;  // bytes accepted into the file; also where to resume
+    ProgressFn progress;    // called for each chunk; may be empty
+
+    static constexpr uint32_t kNoLimit = 0xFFFFFFFF;
+
+private:
+    int32_t transferOnce();
+};
+
+/// Compares the SHA-256 digest of the file at `path` with `hash`, in lower-case hexadecimal digits.
+/// \return 0 if they are equal; 1 in every other case, also if the file cannot be read.
+int verifySha256(const std::string& path, const std::string& hash);

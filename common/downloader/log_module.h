@@ -1,0 +1,7 @@
+// The module under which every file of this folder logs.
+
+#pragma once
+
+#include "logging/log.h"
+
+LOG_MODULE("DOWNLD", "common/downloader");

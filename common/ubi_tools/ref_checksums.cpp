@@ -1,0 +1,210 @@
+// The two reference files that say what each volume should hold.
+//
+// Both are replaced as one transaction: every new byte is on the disk before the first old name moves,
+// and each step that can fail knows how to put back what the steps before it did.
+
+#include "ubi_tools/ref_checksums.h"
+
+#include "log_module.h"
+#include "util/file.h"
+#include "util/fletcher32.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+
+namespace {
+
+constexpr char kPath1[] = "/app0/.ubiRefChk1";
+constexpr char kPath2[] = "/app0/.ubiRefChk2";
+constexpr char kMarker[] = "#FLET32:";
+constexpr char kWhiteSpace[] = " \t\v\f\r";
+
+// A file's text, with room for its terminator; aligned, because its bytes are summed as words.
+struct RefText {
+    alignas(uint16_t) char bytes[2048];
+    uint32_t length = 0;
+};
+
+__attribute__((format(printf, 2, 3))) bool appendLine(RefText* text, const char* format, ...) {
+    const size_t room = sizeof text->bytes - text->length;
+    va_list args;
+    va_start(args, format);
+    const int written = vsnprintf(text->bytes + text->length, room, format, args);
+    va_end(args);
+    if (written < 0 || static_cast<size_t>(written) >= room) return false;
+    text->length += static_cast<uint32_t>(written);
+    return true;
+}
+
+// The byte behind the lines must be zero: it is the padding of an odd number of bytes.
+uint32_t checksum(const char* lines, size_t length) {
+    zem::Fletcher32 sum;
+    sum.add(reinterpret_cast<const uint16_t*>(lines), length + (length & 1));
+    return sum.value();
+}
+
+void parseLines(RefChecksumList* list, char* lines) {
+    char* restOfLines = nullptr;
+    for (char* line = strtok_r(lines, "\n", &restOfLines); line != nullptr;
+         line = strtok_r(nullptr, "\n", &restOfLines)) {
+        char* restOfLine = nullptr;
+        const char* md5 = strtok_r(line, kWhiteSpace, &restOfLine);
+        const char* volume = md5 == nullptr ? nullptr : strtok_r(nullptr, kWhiteSpace, &restOfLine);
+        if (volume != nullptr) list->emplace_back(volume, md5);
+    }
+}
+
+// The replacement of the two files, as far as it has come.
+struct RefFileSwap {
+    struct File {
+        explicit File(const std::string& path) : current(path), next(path + ".new"), backup(path + ".bak") {}
+
+        std::string current;
+        std::string next;
+        std::string backup;
+        bool nextExists = false;
+        bool backedUp = false;
+    };
+    File files[2];
+
+    RefFileSwap(const std::string& path1, const std::string& path2) : files{File(path1), File(path2)} {}
+};
+
+int writeNext(const RefChecksumList& list, RefFileSwap::File* file) {
+    const int rc = writeRefFile(list, file->next);
+    if (rc != 0) LOG_MSG(LOG_LVL_ERROR, "Failed to write %s: %d", file->next.c_str(), rc);
+    file->nextExists = rc == 0;
+    return rc;
+}
+
+// A file that is not there yet has nothing to be backed up, and nothing to be put back.
+int backUp(RefFileSwap::File* file) {
+    if (rename(file->current.c_str(), file->backup.c_str()) == 0) {
+        file->backedUp = true;
+        return 0;
+    }
+    const int error = errno;
+    if (error == ENOENT) return 0;
+    LOG_MSG(LOG_LVL_ERROR, "Failed to rename to %s", file->backup.c_str());
+    return error;
+}
+
+int putInPlace(RefFileSwap::File* file) {
+    if (rename(file->next.c_str(), file->current.c_str()) != 0) {
+        const int error = errno;
+        LOG_MSG(LOG_LVL_ERROR, "Failed to rename from %s", file->next.c_str());
+        return error;
+    }
+    file->nextExists = false;
+    return 0;
+}
+
+void undo(const RefFileSwap& swap) {
+    const RefFileSwap::File& first = swap.files[0];
+    const RefFileSwap::File& second = swap.files[1];
+    if (second.backedUp) rename(second.backup.c_str(), second.current.c_str());
+    if (first.backedUp) rename(first.backup.c_str(), first.current.c_str());
+    if (second.nextExists) remove(second.next.c_str());
+    if (first.nextExists) remove(first.next.c_str());
+}
+
+int carryOut(const RefChecksumList& list, RefFileSwap* swap) {
+    RefFileSwap::File& first = swap->files[0];
+    RefFileSwap::File& second = swap->files[1];
+    if (int rc = writeNext(list, &first); rc != 0) return rc;
+    if (int rc = writeNext(list, &second); rc != 0) return rc;
+    if (int rc = backUp(&first); rc != 0) return rc;
+    if (int rc = backUp(&second); rc != 0) return rc;
+    // From here to the next rename neither file stands under its own name.
+    if (int rc = putInPlace(&first); rc != 0) return rc;
+    return putInPlace(&second);
+}
+
+}  // namespace
+
+int loadRefChecksums(RefChecksumList* list) {
+    list->clear();
+    if (readRefFile(list, kPath1) == 0) return 0;
+    return readRefFile(list, kPath2);
+}
+
+void setRefChecksum(RefChecksumList* list, const std::string& volume, const std::string& md5) {
+    for (auto& entry : *list) {
+        if (entry.first == volume) {
+            entry.second = md5;
+            return;
+        }
+    }
+    list->emplace_back(volume, md5);
+}
+
+int storeRefChecksums(const RefChecksumList& list) {
+    return updateRefFiles(list, kPath1, kPath2);
+}
+
+int restoreRefChecksums() {
+    return restoreRefFiles(kPath1, kPath2);
+}
+
+int readRefFile(RefChecksumList* list, const std::string& path) {
+    RefText text;
+    if (int rc = readFile(path.c_str(), text.bytes, sizeof text.bytes - 1, &text.length); rc != 0) return rc;
+    text.bytes[text.length] = '\0';
+
+    void* found = memmem(text.bytes, text.length, kMarker, sizeof kMarker - 1);
+    if (found == nullptr) return EILSEQ;
+    char* marker = static_cast<char*>(found);
+    const char* digits = marker + sizeof kMarker - 1;
+    char* end = nullptr;
+    const unsigned long long expected = strtoull(digits, &end, 16);
+    if (end == digits) return EILSEQ;
+
+    *marker = '\0';
+    const uint32_t sum = checksum(text.bytes, static_cast<size_t>(marker - text.bytes));
+    if (sum != expected) {
+        LOG_MSG(LOG_LVL_WARNING, "Inconsistent file %s, checksum should be 0x%08x", path.c_str(), sum);
+        return EILSEQ;
+    }
+    list->clear();
+    parseLines(list, text.bytes);
+    return 0;
+}
+
+int writeRefFile(const RefChecksumList& list, const std::string& path) {
+    RefText text;
+    text.bytes[0] = '\0';
+    for (const auto& entry : list) {
+        if (!appendLine(&text, "%s %s\n", entry.second.c_str(), entry.first.c_str())) return ENOBUFS;
+    }
+    const uint32_t sum = checksum(text.bytes, text.length);
+    if (!appendLine(&text, "%s%08x\n", kMarker, sum)) return ENOBUFS;
+
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_DSYNC, 0644);
+    if (fd < 0) {
+        const int error = errno;
+        LOG_MSG(LOG_LVL_ERROR, "Failed to open file \"%s\": %d", path.c_str(), error);
+        return error;
+    }
+    const int rc = writeFd(fd, text.bytes, text.length, true, true);
+    if (rc != 0) remove(path.c_str());
+    return rc;
+}
+
+int updateRefFiles(const RefChecksumList& list, const std::string& path1, const std::string& path2) {
+    if (path1 == path2) return EINVAL;
+    RefFileSwap swap(path1, path2);
+    const int rc = carryOut(list, &swap);
+    if (rc != 0) undo(swap);
+    return rc;
+}
+
+int restoreRefFiles(const std::string& path1, const std::string& path2) {
+    int result = 0;
+    if (rename((path1 + ".bak").c_str(), path1.c_str()) != 0) result = errno;
+    if (rename((path2 + ".bak").c_str(), path2.c_str()) != 0) result = errno;
+    return result;
+}

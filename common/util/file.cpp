@@ -1,0 +1,49 @@
+// Reads and writes that survive interruption and short transfers.
+
+#include "util/file.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+int readFile(const char* path, void* buffer, uint32_t capacity, uint32_t* got) {
+    const int fd = open(path, O_RDONLY);
+    if (fd < 0) return errno;
+
+    char* next = static_cast<char*>(buffer);
+    uint32_t count = 0;
+    while (count < capacity) {
+        const ssize_t step = read(fd, next + count, capacity - count);
+        if (step == 0) break;
+        if (step < 0) {
+            const int error = errno;
+            if (error == EINTR) continue;
+            close(fd);
+            return error;
+        }
+        count += static_cast<uint32_t>(step);
+    }
+
+    if (close(fd) != 0) return errno;
+    if (got != nullptr) *got = count;
+    return 0;
+}
+
+int writeFd(int fd, const void* data, uint32_t size, bool doClose, bool doSync) {
+    int result = 0;
+    const char* next = static_cast<const char*>(data);
+    uint32_t left = size;
+    while (left > 0) {
+        const ssize_t step = write(fd, next, left);
+        if (step < 0) {
+            if (errno == EINTR) continue;
+            result = errno;
+            break;
+        }
+        next += step;
+        left -= static_cast<uint32_t>(step);
+    }
+    if (doSync && fsync(fd) != 0) result = errno;
+    if (doClose && close(fd) != 0) result = errno;
+    return result;
+}
