@@ -11,6 +11,7 @@
 #include "util/installed_version.h"
 #include "util/text.h"
 
+#include <cassert>
 #include <cstring>
 
 namespace {
@@ -134,10 +135,12 @@ bool evaluateSecond(const Part& first, Part* second) {
     return true;
 }
 
+// At least one image is mandatory, so the first one exists and is.
 bool selectImages(const Images& images, const InstalledVersions& installed) {
     const bool rootfsFirst = images.rootfs != nullptr && isMandatory(*images.rootfs);
     Part* first = rootfsFirst ? images.rootfs : images.kernel;
     Part* second = rootfsFirst ? images.kernel : images.rootfs;
+    assert(first != nullptr && isMandatory(*first));
     return evaluateFirst(*first, second, counterpartOf(*first, installed)) && evaluateSecond(*first, second);
 }
 

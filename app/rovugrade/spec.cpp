@@ -58,7 +58,10 @@ void freePart(Part* part) {
 
 void freeSpec(UpdateSpecVer1* spec) {
     if (spec == nullptr) return;
-    while (Part* part = firstPart(spec))
+    for (Part* part = firstPart(spec); part != nullptr;) {
+        Part* next = nextPart(spec, part);
         freePart(part);
+        part = next;
+    }
     free(spec);
 }

@@ -29,11 +29,12 @@ uint32_t getSizeField(lua_State* L, int index, const char* name) {
 }
 
 // The image is not linked anywhere yet, so nothing else would release its list.
-int raiseDepError(lua_State* L, Image* image, const char* message) {
+[[noreturn]] void raiseDepError(lua_State* L, Image* image, const char* message) {
     free(image->deps);
     image->deps = nullptr;
     image->depCount = 0;
-    return luaL_error(L, "%s", message);
+    luaL_error(L, "%s", message);
+    abort();  // never reached: Lua's declaration does not say that its error does not return
 }
 
 void readTripleText(lua_State* L, Image* image, int entry, int position, char (&text)[kTextSize]) {
@@ -99,7 +100,10 @@ int readDeps(lua_State* L, Image* image) {
 void readScript(lua_State* L, Part* part) {
     size_t length = 0;
     const char* name = lua_tolstring(L, -1, &length);
-    if (name == nullptr || length >= sizeof part->name) luaL_error(L, "Failed to read script name");
+    if (name == nullptr || length >= sizeof part->name) {
+        luaL_error(L, "Failed to read script name");
+        return;
+    }
     part->type = UpdateSpecVer1::eTypeScript;
     memcpy(part->name, name, length + 1);
 }
