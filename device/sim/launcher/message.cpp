@@ -1,0 +1,22 @@
+// What the launcher says on standard error.
+
+#include "launcher/message.h"
+
+#include <cstring>
+
+#include "rovu_sim/text_files.h"
+
+namespace rovusim {
+
+void complain(const std::string& text) {
+    // One write for the whole line: the command may be writing to the same terminal.
+    const std::string line = "rovu-sim: " + text + "\n";
+    writeFully(2, line.data(), line.size());
+}
+
+int cannot(const std::string& what, const std::string& path, int error) {
+    complain("cannot " + what + " " + path + ": " + strerror(error));
+    return error;
+}
+
+}  // namespace rovusim

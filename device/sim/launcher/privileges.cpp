@@ -1,0 +1,54 @@
+// What root may do inside a device.
+
+#include "launcher/privileges.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "launcher/message.h"
+
+namespace rovusim {
+namespace {
+
+// Ownership and modes of files, processes of the namespace, and serving on low ports: nothing else is needed.
+constexpr int kKept[] = {
+    CAP_CHOWN,  CAP_DAC_OVERRIDE, CAP_FOWNER,  CAP_FSETID,           CAP_KILL,
+    CAP_SETGID, CAP_SETUID,       CAP_SETPCAP, CAP_NET_BIND_SERVICE, CAP_SYS_CHROOT,
+};
+
+uint64_t bitOf(int capability) {
+    return uint64_t{1} << static_cast<unsigned>(capability);
+}
+
+}  // namespace
+
+int dropHostPrivileges() {
+    uint64_t kept = 0;
+    for (int capability : kKept)
+        kept |= bitOf(capability);
+    for (int capability = 0; capability < 64; ++capability) {
+        if ((kept & bitOf(capability)) != 0) continue;
+        // The kernel knows fewer than 64; the first unknown one ends the row.
+        if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) {
+            if (errno == EINVAL) break;
+            return cannot("drop", "capabilities", errno);
+        }
+    }
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct held[2] = {};
+    if (syscall(SYS_capget, &header, held) != 0) return cannot("read", "capabilities", errno);
+    for (unsigned half = 0; half < 2; ++half) {
+        const uint32_t mask = static_cast<uint32_t>(kept >> (32 * half));
+        held[half].permitted &= mask;
+        held[half].effective &= mask;
+        held[half].inheritable &= mask;
+    }
+    if (syscall(SYS_capset, &header, held) != 0) return cannot("drop", "capabilities", errno);
+    return 0;
+}
+
+}  // namespace rovusim

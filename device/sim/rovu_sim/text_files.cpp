@@ -1,0 +1,76 @@
+// Whole small files as strings, and replacing them in one step.
+
+#include "rovu_sim/text_files.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "rovu_sim/descriptor.h"
+
+namespace rovusim {
+
+int readTextFile(const std::string& path, std::string* text) {
+    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.fd < 0) return errno;
+    std::string all;
+    char buffer[16384];
+    for (;;) {
+        const ssize_t got = read(file.fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return errno;
+        if (got == 0) break;
+        all.append(buffer, static_cast<size_t>(got));
+    }
+    text->swap(all);
+    return 0;
+}
+
+int writeFully(int fd, const char* bytes, size_t size) {
+    while (size > 0) {
+        const ssize_t done = write(fd, bytes, size);
+        if (done < 0 && errno == EINTR) continue;
+        if (done < 0) return errno;
+        bytes += done;
+        size -= static_cast<size_t>(done);
+    }
+    return 0;
+}
+
+int replaceTextFile(const std::string& path, const std::string& text) {
+    const std::string temporary = path + ".tmp";
+    Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (file.fd < 0) return errno;
+    int rc = writeFully(file.fd, text.data(), text.size());
+    if (rc == 0 && rename(temporary.c_str(), path.c_str()) != 0) rc = errno;
+    if (rc != 0) unlink(temporary.c_str());
+    return rc;
+}
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        lines.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return lines;
+}
+
+int makeDirectories(const std::string& path) {
+    for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+        const std::string part = path.substr(0, end);
+        if (!part.empty() && mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) {
+            // A read-only or foreign directory above may refuse although it is there.
+            struct stat info;
+            const int refused = errno;
+            if (stat(part.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return refused;
+        }
+        if (end == std::string::npos) return 0;
+    }
+}
+
+}  // namespace rovusim

@@ -1,0 +1,59 @@
+// fw_printenv and fw_setenv: the boot loader's environment.
+
+#include <cstdio>
+#include <cstring>
+
+#include "rovu_sim/boot_env.h"
+#include "rovu_sim/sandbox_paths.h"
+#include "tools/stand_ins.h"
+
+namespace rovusim {
+namespace {
+
+int cannotAccess(const ToolCall& call, int error) {
+    fprintf(stderr, "%s: cannot access the environment: %s\n", call.tool.c_str(), strerror(error));
+    return 1;
+}
+
+}  // namespace
+
+int fwPrintenv(const ToolCall& call) {
+    BootEnv env;
+    if (int rc = readBootEnv(kStateInside, &env); rc != 0) return cannotAccess(call, rc);
+    std::vector<std::string> names = call.args;
+    const bool valueOnly = !names.empty() && names.front() == "-n";
+    if (valueOnly) names.erase(names.begin());
+    if (names.empty()) {
+        for (const auto& variable : env)
+            printf("%s=%s\n", variable.first.c_str(), variable.second.c_str());
+    }
+    int exitStatus = 0;
+    for (const std::string& name : names) {
+        std::string value;
+        if (getBootVariable(kStateInside, name, &value) != 0) {
+            fprintf(stderr, "## Error: \"%s\" not defined\n", name.c_str());
+            exitStatus = 1;
+        } else if (valueOnly) {
+            printf("%s\n", value.c_str());
+        } else {
+            printf("%s=%s\n", name.c_str(), value.c_str());
+        }
+    }
+    return exitStatus;
+}
+
+int fwSetenv(const ToolCall& call) {
+    if (call.args.empty()) {
+        fprintf(stderr, "%s: variable name missing\n", call.tool.c_str());
+        return 1;
+    }
+    // Several words are one value with blanks between, as with the real tool.
+    std::string value;
+    for (size_t i = 1; i < call.args.size(); ++i)
+        value += (i > 1 ? " " : "") + call.args[i];
+    if (int rc = setBootVariable(kStateInside, call.args.front(), value); rc != 0)
+        return cannotAccess(call, rc);
+    return 0;
+}
+
+}  // namespace rovusim

@@ -1,0 +1,111 @@
+// ubinfo: what the UBI device and its volumes are, in the lines of the real tool.
+
+#include <cerrno>
+#include <cstdio>
+#include <getopt.h>
+#include <unistd.h>
+
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/volume_store.h"
+#include "tools/stand_ins.h"
+#include "tools/ubi_print.h"
+
+namespace rovusim {
+namespace {
+
+constexpr unsigned kMajor = 249;  // of the character devices; 0 is the UBI device's own minor
+
+std::string sizeText(uint64_t bytes) {
+    const std::string units = inUnits(bytes);
+    return std::to_string(bytes) + " bytes" + (units.empty() ? "" : ", " + units);
+}
+
+void printVolume(const Volume& volume) {
+    const uint64_t reserved = uint64_t{volume.lebs} * kLebBytes;
+    printf("Volume ID:   %u (on ubi0)\n", volume.id);
+    printf("Type:        %s\n", volume.dynamic ? "dynamic" : "static");
+    printf("Alignment:   1\n");
+    printf("Size:        %u LEBs (%s)\n", volume.lebs, sizeText(reserved).c_str());
+    if (!volume.dynamic) {
+        const std::string units = inUnits(volume.bytes);
+        printf("Data bytes:  %llu bytes", static_cast<unsigned long long>(volume.bytes));
+        printf(units.empty() ? "\n" : " (%s)\n", units.c_str());
+    }
+    printf("State:       %s\n", volume.updating ? "corrupted" : "OK");
+    printf("Name:        %s\n", volume.name.c_str());
+    printf("Character device major/minor: %u:%u\n", kMajor, volume.id + 1);
+}
+
+int printDevice(const ToolCall& call, bool all) {
+    Device device;
+    std::vector<Volume> volumes;
+    uint32_t left = 0;
+    int rc = loadDevice(kStateInside, &device);
+    if (rc == 0) rc = listVolumes(kStateInside, &volumes);
+    if (rc == 0) rc = freeLebs(kStateInside, &left);
+    if (rc != 0) return ubiError(call, "cannot get information about UBI device 0", rc);
+    printf("ubi0\n");
+    printf("Volumes count:                           %zu\n", volumes.size());
+    printf("Logical eraseblock size:                 %s\n", sizeText(kLebBytes).c_str());
+    printf("Total amount of logical eraseblocks:     %u (%s)\n", device.totalLebs,
+           sizeText(uint64_t{device.totalLebs} * kLebBytes).c_str());
+    printf("Amount of available logical eraseblocks: %u (%s)\n", left,
+           sizeText(uint64_t{left} * kLebBytes).c_str());
+    printf("Maximum count of volumes                 %u\n", kMaxVolumes);
+    printf("Count of bad physical eraseblocks:       0\n");
+    printf("Count of reserved physical eraseblocks:  20\n");
+    printf("Current maximum erase counter value:     2\n");
+    printf("Minimum input/output unit size:          2048 bytes\n");
+    printf("Character device major/minor:            %u:0\n", kMajor);
+    printf("Present volumes:                        ");
+    for (const Volume& volume : volumes)
+        printf("%s %u", &volume == &volumes.front() ? "" : ",", volume.id);
+    printf("\n");
+    for (const Volume& volume : volumes) {
+        if (!all) break;
+        printf("\n");
+        printVolume(volume);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int ubinfo(const ToolCall& call) {
+    const option known[] = {
+        {"vol_id", required_argument, nullptr, 'n'},
+        {"name", required_argument, nullptr, 'N'},
+        {"all", no_argument, nullptr, 'a'},
+        {nullptr, 0, nullptr, 0},
+    };
+    std::string name;
+    uint32_t id = kAnyId;
+    bool all = false;
+    for (int c = getopt_long(call.argc, call.argv, "n:N:a", known, nullptr); c != -1;
+         c = getopt_long(call.argc, call.argv, "n:N:a", known, nullptr)) {
+        if (c == '?') return kUbiFailure;
+        if (c == 'N') name = optarg;
+        if (c == 'a') all = true;
+        if (c == 'n' && !parseNumber(optarg, &id))
+            return ubiError(call, "bad volume ID: \"" + std::string(optarg) + "\"", 0);
+    }
+    const std::string node = optind < call.argc ? call.argv[optind] : kUbiDevice;
+    if (parseVolumeNode(node, &id)) {
+        if (access(node.c_str(), F_OK) != 0)
+            return ubiError(call, "error while probing \"" + node + "\"", errno);
+    } else if (node != kUbiDevice) {
+        return ubiError(call, "error while probing \"" + node + "\"", ENODEV);
+    }
+    if (name.empty() && id == kAnyId) return printDevice(call, all);
+    Volume volume;
+    const int rc =
+        name.empty() ? findVolumeById(kStateInside, id, &volume) : findVolume(kStateInside, name, &volume);
+    const std::string which =
+        name.empty() ? "UBI volume " + std::to_string(id) : "UBI volume \"" + name + "\"";
+    if (rc != 0) return ubiError(call, "cannot get information about " + which + " on ubi0", rc);
+    printVolume(volume);
+    return 0;
+}
+
+}  // namespace rovusim
