@@ -1,5 +1,6 @@
 # What every target is compiled with. `rovu_warnings` goes into everything that is ours;
-# `rovu_product` adds what holds for code that runs on a device: nothing thrown, no type information.
+# `rovu_product` adds what holds for code that runs on a device: nothing thrown, no type information, and
+# assertions that are fatal in every build.
 
 add_library(rovu_warnings INTERFACE)
 target_compile_options(rovu_warnings INTERFACE
@@ -7,7 +8,7 @@ target_compile_options(rovu_warnings INTERFACE
 
 add_library(rovu_product INTERFACE)
 target_link_libraries(rovu_product INTERFACE rovu_warnings)
-target_compile_options(rovu_product INTERFACE -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
+target_compile_options(rovu_product INTERFACE -UNDEBUG -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
 # Files are counted in 32 bits only where the update format says so; never by the C library's default.
 target_compile_definitions(rovu_product INTERFACE _FILE_OFFSET_BITS=64)
 

@@ -10,8 +10,13 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
+#include <openssl/crypto.h>
+#include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -21,6 +26,25 @@ constexpr unsigned int kDebugLevels = kVerboseLevels | LOG_LVL_DEBUG;
 constexpr mode_t kWorkDirMode = 0770;
 
 LOG_Channel* mainChannel = nullptr;
+pthread_t mainThread;
+
+// A file of the run that got the number of a closed standard stream would be written to by whoever logs.
+void occupyStandardDescriptors() {
+    int fd = open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO)
+        fd = open("/dev/null", O_RDWR);
+    if (fd >= 0) close(fd);
+}
+
+// A signal handler logs and then ends the process, while the heap may be in any state: so the stream gets its
+// buffer beforehand, and libcrypto does not tidy up at exit.
+void prepareForSignals() {
+    static char buffer[BUFSIZ];
+    setvbuf(stdout, buffer, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF, sizeof buffer);
+#if OPENSSL_VERSION_NUMBER >= 0x10100000L
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+#endif
+}
 
 void setLevels(unsigned int levels) {
     LOG_channel_set_levels(mainChannel, levels);
@@ -37,15 +61,24 @@ bool createWorkDir() {
     return false;
 }
 
-// The channel goes first, so that the removal leaves no line at any verbosity.
+// The channel goes first, so that the removal leaves no line at any verbosity. No signal is let in any more:
+// one that ended the process from here would leave the directory, and with it the lock, behind.
 void cleanupAtExit() {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, nullptr);
     LOG_channel_free(mainChannel);
     runCommandF(nullptr, 0, nullptr, nullptr, "rm -Rf '%s'", kWorkDir);
 }
 
 // The progress file keeps the interrupted state, and a running child is not waited for. Logging from here
-// is safe: a signal is not delivered while the log's lock is held.
+// is safe: a signal is not delivered while the log's lock is held. A thread that libcurl has made to resolve
+// a name hands the signal on.
 void onSignal(int signal) {
+    if (pthread_equal(pthread_self(), mainThread) == 0) {
+        pthread_kill(mainThread, signal);
+        return;
+    }
     LOG_MSG(LOG_LVL_NOTICE, "Caught signal %d. Exiting...", signal);
     exit(0);
 }
@@ -61,6 +94,9 @@ void installSignalHandlers() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    mainThread = pthread_self();
+    occupyStandardDescriptors();
+    prepareForSignals();
     mainChannel = LOG_channel_new(stdout, "stdout");
     if (mainChannel == nullptr) return 1;
     setLevels(kQuietLevels);

@@ -14,7 +14,8 @@
 #include <cstdarg>
 #include <cstring>
 
-LOG_Channel channels[kChannelCount];
+// Made before, and so released after, every object that another file may log from.
+__attribute__((init_priority(101))) LOG_Channel channels[kChannelCount];
 uint32_t chanInUse;
 LOG_Msg* msgList;
 LOG_ErrorHook errorHook;
@@ -27,19 +28,36 @@ constexpr size_t timeStampLen = 14;  // "03/14-09:26:53"
 constexpr time_t kFlushPeriod = 60;  // seconds
 constexpr size_t kHookTextSize = 256;
 
-// Defers every signal of this thread to the end of the scope, and hands `errno` back as it was.
+bool isPending(int signal) {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, signal) == 1;
+}
+
+// Defers every signal of this thread to the end of the scope, and hands `errno` back as it was. A reader of
+// the log that has gone away costs the log, and not the run: the SIGPIPE that it causes is taken back.
 struct SignalsHeld {
     sigset_t before;
+    bool pipePending;
     int savedErrno = errno;
 
     SignalsHeld() {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_BLOCK, &all, &before);
+        pipePending = isPending(SIGPIPE);
     }
     ~SignalsHeld() {
+        if (!pipePending && isPending(SIGPIPE)) takePipeSignal();
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
         errno = savedErrno;
+    }
+    static void takePipeSignal() {
+        sigset_t pipe;
+        sigemptyset(&pipe);
+        sigaddset(&pipe, SIGPIPE);
+        const struct timespec noWait = {0, 0};
+        sigtimedwait(&pipe, nullptr, &noWait);
     }
     SignalsHeld(const SignalsHeld&) = delete;
     SignalsHeld& operator=(const SignalsHeld&) = delete;
@@ -214,6 +232,10 @@ LOG_Channel* LOG_channel_new(FILE* stream, const char* name) {
     assert(ch.moduleV.empty() && ch.levels == 0 && ch.fid == 0);
     ch.index = slot;
     ch.fid = stream;
+    // The first conversion of a time may allocate, which a signal handler that logs must not meet.
+    const time_t epoch = 0;
+    struct tm unused;
+    gmtime_r(&epoch, &unused);
     strncpy(ch.name, name, sizeof ch.name);
     ch.name[sizeof ch.name - 1] = '\0';
     return &ch;

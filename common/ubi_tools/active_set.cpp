@@ -32,6 +32,8 @@ bool scanVariable(const char* output, unsigned int* lowestByte) {
     const char* digit = output + sizeof kVariablePrefix - 1;
     while (isspace(static_cast<unsigned char>(*digit)) != 0)
         ++digit;
+    // A sign does not change whether the lowest byte is 0.
+    if (*digit == '+' || *digit == '-') ++digit;
     if (digit[0] == '0' && (digit[1] == 'x' || digit[1] == 'X') && isHexDigit(digit[2])) digit += 2;
     if (!isHexDigit(*digit)) return false;
     unsigned int value = 0;

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -56,6 +57,16 @@ void parseLines(RefChecksumList* list, char* lines) {
         const char* volume = md5 == nullptr ? nullptr : strtok_r(nullptr, kWhiteSpace, &restOfLine);
         if (volume != nullptr) list->emplace_back(volume, md5);
     }
+}
+
+// Makes the renames last: the boot loader's variable, which is written next, reaches the flash at once, and
+// must not get there before them. Nothing depends on whether the file system can do it.
+void syncFolder(const std::string& path) {
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    const int fd = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY);
+    if (fd < 0) return;
+    fsync(fd);
+    close(fd);
 }
 
 // The replacement of the two files, as far as it has come.
@@ -199,12 +210,16 @@ int updateRefFiles(const RefChecksumList& list, const std::string& path1, const 
     RefFileSwap swap(path1, path2);
     const int rc = carryOut(list, &swap);
     if (rc != 0) undo(swap);
+    syncFolder(path1);
     return rc;
 }
 
 int restoreRefFiles(const std::string& path1, const std::string& path2) {
+    const std::string backup1 = path1 + ".bak";
+    const std::string backup2 = path2 + ".bak";
     int result = 0;
-    if (rename((path1 + ".bak").c_str(), path1.c_str()) != 0) result = errno;
-    if (rename((path2 + ".bak").c_str(), path2.c_str()) != 0) result = errno;
+    if (rename(backup1.c_str(), path1.c_str()) != 0) result = errno;
+    if (rename(backup2.c_str(), path2.c_str()) != 0) result = errno;
+    syncFolder(path1);
     return result;
 }

@@ -12,7 +12,7 @@ int readFile(const char* path, void* buffer, uint32_t capacity, uint32_t* got) {
 
     char* next = static_cast<char*>(buffer);
     uint32_t count = 0;
-    while (count < capacity) {
+    do {
         const ssize_t step = read(fd, next + count, capacity - count);
         if (step == 0) break;
         if (step < 0) {
@@ -22,7 +22,7 @@ int readFile(const char* path, void* buffer, uint32_t capacity, uint32_t* got) {
             return error;
         }
         count += static_cast<uint32_t>(step);
-    }
+    } while (count < capacity);
 
     if (close(fd) != 0) return errno;
     if (got != nullptr) *got = count;
@@ -33,16 +33,17 @@ int writeFd(int fd, const void* data, uint32_t size, bool doClose, bool doSync) 
     int result = 0;
     const char* next = static_cast<const char*>(data);
     uint32_t left = size;
-    while (left > 0) {
+    do {
         const ssize_t step = write(fd, next, left);
         if (step < 0) {
-            if (errno == EINTR) continue;
-            result = errno;
+            const int error = errno;
+            if (error == EINTR) continue;
+            result = error;
             break;
         }
         next += step;
         left -= static_cast<uint32_t>(step);
-    }
+    } while (left > 0);
     if (doSync && fsync(fd) != 0) result = errno;
     if (doClose && close(fd) != 0) result = errno;
     return result;
