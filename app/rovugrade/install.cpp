@@ -95,8 +95,8 @@ WalkResult walkParts(UpdateSpecVer1* spec, Part* position, const std::string& wo
     // The clone waits for the first image: scripts ahead of it see the inactive overlay as it was.
     bool clonePending = spec->clone_overlay;
     for (Part* part = position; part != nullptr; part = nextPart(spec, part)) {
+        if (endsRun(*part)) return eWalkExitSuccess;
         if (isScript(*part)) {
-            if (strcmp(part->name, kExitSuccess) == 0) return eWalkExitSuccess;
             if (!runWalkScript(*part, workDir)) return eWalkFailed;
             continue;
         }
@@ -105,6 +105,10 @@ WalkResult walkParts(UpdateSpecVer1* spec, Part* position, const std::string& wo
         clonePending = false;
     }
     return eWalkDone;
+}
+
+bool endsRun(const Part& part) {
+    return isScript(part) && strcmp(part.name, kExitSuccess) == 0;
 }
 
 int make_ubiVolume(uint32_t set, const Part& part, char (&name)[kVolumeNameSize]) {

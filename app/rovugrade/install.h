@@ -38,6 +38,10 @@ bool downloadImages(UpdateSpecVer1* spec, UpdateSpecVer1::Part* position, const 
 WalkResult walkParts(UpdateSpecVer1* spec, UpdateSpecVer1::Part* position, const std::string& workDir,
                      const BootSets& sets);
 
+/// Whether `part` is the script that ends a run with success at its place in the list. The whole name
+/// decides.
+bool endsRun(const UpdateSpecVer1::Part& part);
+
 /// Forms the name of the volume of `set` that an image goes to: "k1" for a kernel, "k1_root" for a root file
 /// system. \return 0; not 0 if the name does not fit. A script is a programming error.
 int make_ubiVolume(uint32_t set, const UpdateSpecVer1::Part& part, char (&name)[kVolumeNameSize]);

@@ -17,14 +17,14 @@ using Part = UpdateSpecVer1::Part;
 
 constexpr char kPreparationMark = '_';
 
+}  // namespace
+
 bool isPreparationScript(const Part& part) {
     if (!isScript(part)) return false;
     const char* slash = strrchr(part.name, '/');
     const char* baseName = slash == nullptr ? part.name : slash + 1;
     return baseName[0] == kPreparationMark;
 }
-
-}  // namespace
 
 bool fetchScriptTar(const UpdateSpecVer1& spec, const std::string& workDir, const FileKey& fileKey) {
     if (spec.script_url[0] == '\0') return true;

@@ -7,6 +7,10 @@
 
 #include <string>
 
+/// Whether `part` is a script whose base name marks it to run before any image is fetched, if it stands among
+/// the leading ones of the list.
+bool isPreparationScript(const UpdateSpecVer1::Part& part);
+
 /// Fetches the script tar into `workDir`, if the spec has one. \return whether it is there.
 bool fetchScriptTar(const UpdateSpecVer1& spec, const std::string& workDir, const FileKey& fileKey);
 
