@@ -1,0 +1,100 @@
+// The device that these tests run in, seen from inside. Outside of it they must not run: they call the tools
+// with which a real device is rewritten.
+
+#include "inside.h"
+
+#include "rovu_sim/call_log.h"
+#include "rovu_sim/fault_rules.h"
+#include "rovu_sim/volume_store.h"
+#include "util/command.h"
+
+#include <filesystem>
+#include <regex>
+#include <sys/stat.h>
+
+InDevice::InDevice() {
+    rovusim::loadDevice(rovusim::kStateInside, &device_);
+    mkdir(kWorkDir, 0770);
+    // A test before this one may have left them removed.
+    makeVolume("k1", "static");
+    makeVolume("k1_data", "dynamic");
+    failCalls("");
+    listenTo(LOG_LVL_ERROR | LOG_LVL_WARNING);
+}
+
+InDevice::~InDevice() {
+    LOG_channel_free(channel_);
+    fclose(stream_);
+    free(log_);
+    failCalls("");
+    rovusim::saveDevice(rovusim::kStateInside, device_);
+    setenv("PATH", path_.c_str(), 1);
+    std::filesystem::remove_all(kWorkDir);
+}
+
+void InDevice::failCalls(const std::string& rule) {
+    rovusim::clearCalls(rovusim::kStateInside);
+    const std::vector<std::string> rules(rule.empty() ? 0 : 1, rule);
+    rovusim::storeFaultRules(rovusim::kStateInside, rules);
+}
+
+int InDevice::killed() {
+    int status = 0;
+    runCommand("sh -c 'kill -9 $$'", nullptr, 0, &status, nullptr);
+    return status;
+}
+
+std::string InDevice::tools() const {
+    std::vector<rovusim::Call> calls;
+    rovusim::readCalls(rovusim::kStateInside, &calls);
+    std::string tools;
+    for (const rovusim::Call& call : calls)
+        tools += (tools.empty() ? "" : " ") + call.tool;
+    return tools;
+}
+
+std::string InDevice::messages() {
+    fflush(stream_);
+    const std::string lines(log_ + seen_, logSize_ - seen_);
+    seen_ = logSize_;
+    return std::regex_replace(lines, std::regex("[A-Z]+ \\[[^\\]]*\\]: "), "");
+}
+
+void InDevice::listenTo(unsigned int levels) {
+    LOG_channel_set_levels(channel_, levels);
+    LOG_channel_apply(channel_);
+}
+
+void InDevice::describe(const std::string& model, const std::string& rootfs) {
+    rovusim::Device changed = device_;
+    changed.model = model;
+    changed.rootfsVersion = rootfs;
+    rovusim::saveDevice(rovusim::kStateInside, changed);
+    rovusim::writeVolume(rovusim::kStateInside, "k0_root", "bytes that name no version");
+}
+
+void InDevice::replaceTool(const std::string& name, const std::string& script) {
+    const std::string path = std::string(kWorkDir) + "/tools/" + name;
+    writeWholeFile(path, "#!/bin/sh\n" + script);
+    chmod(path.c_str(), 0755);
+    setenv("PATH", (std::string(kWorkDir) + "/tools:" + path_).c_str(), 1);
+}
+
+std::string InDevice::volume(const std::string& name) const {
+    std::string bytes;
+    return rovusim::readVolume(rovusim::kStateInside, name, &bytes) == 0 ? bytes : "(none)";
+}
+
+void InDevice::makeVolume(const char* name, const char* type) {
+    if (volume(name) != "(none)") return;
+    runCommandF(nullptr, 0, nullptr, nullptr, "ubimkvol /dev/ubi0 -N %s -t %s -s 200000 >&-", name, type);
+}
+
+int main(int argc, char** argv) {
+    if (access(rovusim::kToolInside, X_OK) != 0) {
+        fprintf(stderr, "Run this inside a stand-in device: rovu-sim run STATE --no-wait -- %s\n", argv[0]);
+        return 1;
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,110 @@
+// A stand-in device with the program on it.
+
+#include "support/device.h"
+
+#include "rovu_sim/boot_env.h"
+#include "rovu_sim/call_log.h"
+#include "rovu_sim/progress_file.h"
+#include "rovu_sim/volume_store.h"
+
+#include <regex>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kLongestWait = 20000;  // milliseconds for a state to come
+constexpr int kPoll = 5;             // milliseconds
+
+// What the volume tool prints comes in between, even amid a line: the log's stream is flushed when it is
+// full.
+std::string messagesOf(const std::string& out) {
+    const std::string log = std::regex_replace(out, std::regex("Volume ID [0-9]+, size [^\n]*\n"), "");
+    return std::regex_replace(log, std::regex("[A-Z]+ \\[[^\\]]*\\]: "), "");
+}
+
+std::vector<rovusim::Call> callsOf(const std::string& directory) {
+    std::vector<rovusim::Call> calls;
+    rovusim::readCallsOfLastRun(directory, &calls);
+    return calls;
+}
+
+}  // namespace
+
+Device::Device(const rovusim::DeviceOptions& options) {
+    if (rovusim::createDevice(directory, options) != 0) throw std::runtime_error("no device " + directory);
+}
+
+void Device::launch(const char* option, const Strings& wrapper, const Strings& args) {
+    Strings command = {ROVU_SIM_PROGRAM, "run", directory, option};
+    command.insert(command.end(), faults_.begin(), faults_.end());
+    command.push_back("--");
+    command.insert(command.end(), wrapper.begin(), wrapper.end());
+    command.push_back(ROVU_PROGRAM);
+    command.insert(command.end(), args.begin(), args.end());
+    faults_.clear();
+    unlink((scratch_.path + "/out").c_str());
+    unlink((scratch_.path + "/err").c_str());
+    program_.reset(new Program(command, scratch_.path + "/out", scratch_.path + "/err"));
+}
+
+Outcome Device::run(const Strings& args, const Strings& wrapper) {
+    launch("--no-wait", wrapper, args);
+    return finish();
+}
+
+void Device::start(const Strings& args) {
+    launch("--fresh-log", {}, args);
+}
+
+Outcome Device::finish() {
+    Outcome outcome;
+    outcome.status = program_->wait();
+    outcome.out = readWholeFile(scratch_.path + "/out");
+    outcome.err = readWholeFile(scratch_.path + "/err");
+    outcome.messages = messagesOf(outcome.out);
+    return outcome;
+}
+
+bool Device::has(const std::string& file) const {
+    return access(pathOf(file).c_str(), F_OK) == 0;
+}
+
+Strings Device::commands() const {
+    Strings lines;
+    for (const rovusim::Call& call : callsOf(directory)) {
+        if (call.number != 0) lines.push_back(call.state + ": " + call.line);
+    }
+    return lines;
+}
+
+std::string Device::waits() const {
+    std::string seconds;
+    for (const rovusim::Call& call : callsOf(directory)) {
+        if (call.number == 0) seconds += " " + call.args.front();
+    }
+    return seconds;
+}
+
+std::string Device::state() const {
+    rovusim::Progress progress;
+    rovusim::readProgressFile(rovusim::progressPath(directory), &progress);
+    return progress.state;
+}
+
+bool Device::reaches(const std::string& awaitedState) const {
+    for (int waited = 0; waited < kLongestWait && state() != awaitedState; waited += kPoll)
+        usleep(kPoll * 1000);
+    return state() == awaitedState;
+}
+
+std::string Device::volume(const std::string& name) const {
+    std::string bytes;
+    return rovusim::readVolume(directory, name, &bytes) == 0 ? bytes : "(none)";
+}
+
+std::string Device::bootswitcher() const {
+    std::string value;
+    rovusim::getBootVariable(directory, "bootswitcher", &value);
+    return value;
+}

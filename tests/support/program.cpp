@@ -1,0 +1,35 @@
+// Programs of the host that a test starts, by their process numbers.
+
+#include "support/program.h"
+
+#include <cstdio>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+Program::Program(std::vector<std::string> command, const std::string& outFile, const std::string& errFile)
+    : pid_(fork()) {
+    if (pid_ != 0) return;
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that dies leaves nothing behind
+    std::vector<char*> words;
+    for (std::string& word : command)
+        words.push_back(word.data());
+    words.push_back(nullptr);
+    const bool redirected =
+        freopen(outFile.c_str(), "a", stdout) != nullptr && freopen(errFile.c_str(), "a", stderr) != nullptr;
+    if (redirected) execvp(words[0], words.data());
+    _exit(127);
+}
+
+Program::~Program() {
+    if (ended_) return;
+    signal(SIGKILL);
+    wait();
+}
+
+int Program::wait() {
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    ended_ = true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}

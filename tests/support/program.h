@@ -1,0 +1,28 @@
+// Programs of the host that a test starts, by their process numbers.
+
+#pragma once
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+/// A child process. It is killed at the end of the scope if it still runs.
+class Program {
+public:
+    /// Starts it. The first word is looked up in PATH; status 127 tells that it was not found. What it says
+    /// is appended to two files.
+    explicit Program(std::vector<std::string> command, const std::string& outFile = "/dev/null",
+                     const std::string& errFile = "/dev/null");
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    void signal(int number) const { kill(pid_, number); }
+
+    /// Waits for its end. \return the exit status, or the negated number of the signal that ended it.
+    int wait();
+
+private:
+    const pid_t pid_;
+    bool ended_ = false;
+};

@@ -1,0 +1,34 @@
+// Updates made to order.
+
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// Fields of a Lua table by name. The values are Lua expressions as they stand; nil leaves a field out.
+typedef std::map<std::string, std::string> LuaFields;
+
+/// Names and bytes of a tar's members, in order.
+typedef std::vector<std::pair<std::string, std::string>> TarMembers;
+
+/// An image. Its fields go ahead of what its members give; the first member is the image itself.
+struct UpdateImage {
+    LuaFields fields;
+    TarMembers members;
+};
+
+struct Update {
+    LuaFields fields;                // ahead of what the rest gives
+    std::vector<std::string> steps;  // names of scripts, and of images
+    TarMembers scripts;
+    std::map<std::string, UpdateImage> images;  // by name; the name is the file's on the web
+    std::string fileKey;                        // 48 bytes; empty: nothing is encrypted
+};
+
+/// Bytes that look like an image whose head names a version.
+std::string imageBytes(const std::string& version, size_t size);
+
+/// Writes the update's tars into `directory`, which the web shows at `url`. \return the text of its spec.
+std::string writeUpdate(const Update& update, const std::string& directory, const std::string& url);

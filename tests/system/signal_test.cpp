@@ -1,0 +1,50 @@
+// Runs that are told to end.
+
+#include "world.h"
+
+#include <csignal>
+#include <unistd.h>
+
+namespace {
+
+void expectEndBySignal(Device& device, const std::string& state, int signal) {
+    SCOPED_TRACE(state);
+    ASSERT_TRUE(device.reaches(state));
+    usleep(100000);  // what the state is entered for begins behind it
+    device.signal(signal);
+    const Outcome outcome = device.finish();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.messages, "Caught signal " + std::to_string(signal) + ". Exiting...\n");
+    EXPECT_EQ(device.state(), state);
+    EXPECT_FALSE(device.has("/tmp/rovu"));
+}
+
+}  // namespace
+
+TEST(Signals, EndARunInACommandOrInItsLastWaits) {
+    const Table<const char*, const char*, int> rows = {
+        {"sh:2=hang", "running scripts", SIGTERM},
+        {"cat=hang", "flashing overlay", SIGTERM},
+        {"ubiupdatevol:2=hang", "flashing images", SIGTERM},
+        {"reboot=hang", "complete", SIGTERM},
+        // While a command runs SIGINT has no effect; here the run itself waits.
+        {"reboot=hang", "complete", SIGINT}};
+    for (const auto& [rule, state, signal] : rows) {
+        World world;
+        world.device.failCall(rule);
+        world.device.start(world.args(""));
+        expectEndBySignal(world.device, state, signal);
+    }
+}
+
+TEST(Signals, EndARunInATransferThatHasStalled) {
+    const LoopbackPort silent(true);
+    World world;
+    for (int signal : {SIGTERM, SIGINT}) {
+        world.device.start({silent.url()});
+        expectEndBySignal(world.device, "downloading spec", signal);
+    }
+    world.set({"kernel", "url", "'" + silent.url() + "'"});
+    world.device.start(world.args(""));
+    expectEndBySignal(world.device, "downloading images", SIGTERM);
+}

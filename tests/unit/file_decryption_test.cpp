@@ -1,0 +1,54 @@
+#include "file_decryption.h"
+
+#include "support/crypto.h"
+#include "unit_test.h"
+
+namespace {
+
+struct FileDecryption : testing::Test {
+    int decrypt(const std::string& bytes, const std::string& fileKey = sampleFileKey()) {
+        writeWholeFile(path, bytes);
+        const uint8_t* key = reinterpret_cast<const uint8_t*>(fileKey.data());
+        return decryptFile(path.c_str(), key, key + 32);
+    }
+
+    const ScratchDir dir;
+    const std::string path = dir.path + "/file";
+    const LogCapture log;
+};
+
+std::string plainText(size_t size) {
+    std::string text;
+    while (text.size() < size)
+        text += static_cast<char>(text.size() * 31 + text.size() / 256);
+    return text;
+}
+
+}  // namespace
+
+TEST_F(FileDecryption, LeavesThePlainTextInPlace) {
+    for (size_t size : {0U, 1U, 15U, 16U, 17U, 16367U, 16368U, 16383U, 16384U, 16385U, 32752U, 32768U}) {
+        EXPECT_EQ(decrypt(encrypted(plainText(size), sampleFileKey())), 0);
+        EXPECT_TRUE(readWholeFile(path) == plainText(size)) << size;
+    }
+    EXPECT_EQ(log.messages(), "");
+}
+
+TEST_F(FileDecryption, AFailureInTheCipherLeavesTheLengthAndSaysSo) {
+    const std::string good = encrypted(plainText(40), sampleFileKey()), otherKey(48, 'x');
+    for (const std::string& bytes : {"x"s, good.substr(0, 47), good.substr(0, 32), good + "x", good}) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(decrypt(bytes, bytes == good ? otherKey : sampleFileKey()), -1);
+        EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+        EXPECT_EQ(readWholeFile(path).size(), bytes.size());
+    }
+    EXPECT_EQ(std::regex_replace(log.messages(), std::regex("ROVU: SSL decryption failed:\n"), "x"), "xxxxx");
+}
+
+TEST_F(FileDecryption, AFileThatCannotBeMappedIsNamed) {
+    EXPECT_EQ(decrypt(""), EINVAL);
+    EXPECT_EQ(decryptFile((path + "2").c_str(), nullptr, nullptr), ENOENT);
+    EXPECT_EQ(log.messages(), "ROVU: Failed to mmap file " + path + " for decryption: " +
+                                  std::to_string(EINVAL) + "\nROVU: Failed to open file " + path +
+                                  "2 for decryption: " + std::to_string(ENOENT) + "\n");
+}

@@ -1,0 +1,90 @@
+// The calls that the linker leads here, by the names that it gives them.
+
+#include "unit_test.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sys/utsname.h>
+
+Interposed interposed;
+
+extern "C" {
+
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+int __real_uname(utsname* name);
+FILE* __real_popen(const char* command, const char* mode);
+int __real_rename(const char* from, const char* to);
+ssize_t __real_read(int fd, void* buffer, size_t size);
+ssize_t __real_write(int fd, const void* data, size_t size);
+CURL* __real_curl_easy_init();
+CURLcode __real_curl_easy_perform(CURL* handle);
+void __real_curl_easy_cleanup(CURL* handle);
+
+void* __wrap_malloc(size_t size) {
+    return size != 0 && size == interposed.refusedAllocation ? nullptr : __real_malloc(size);
+}
+
+void* __wrap_calloc(size_t count, size_t size) {
+    return size != 0 && count * size == interposed.refusedAllocation ? nullptr : __real_calloc(count, size);
+}
+
+int __wrap_uname(utsname* name) {
+    const int rc = __real_uname(name);
+    if (!interposed.release.empty()) strcpy(name->release, interposed.release.c_str());
+    return rc;
+}
+
+FILE* __wrap_popen(const char* command, const char* mode) {
+    const char* line = interposed.shellLine == nullptr ? command : interposed.shellLine;
+    return *line == '\0' ? nullptr : __real_popen(line, mode);
+}
+
+int __wrap_rename(const char* from, const char* to) {
+    if (interposed.refusedRename == 0 || --interposed.refusedRename != 0) return __real_rename(from, to);
+    errno = EIO;
+    return -1;
+}
+
+ssize_t __wrap_read(int fd, void* buffer, size_t size) {
+    if (interposed.interruptions == 0) return __real_read(fd, buffer, std::min(size, interposed.mostBytes));
+    errno = EINTR;
+    return interposed.interruptions-- == 0 ? 0 : -1;
+}
+
+ssize_t __wrap_write(int fd, const void* data, size_t size) {
+    if (interposed.interruptions == 0) return __real_write(fd, data, std::min(size, interposed.mostBytes));
+    errno = EINTR;
+    return interposed.interruptions-- == 0 ? 0 : -1;
+}
+
+unsigned int __wrap_sleep(unsigned int seconds) {
+    interposed.waits.push_back(seconds);
+    return 0;
+}
+
+int __wrap_clock_gettime(clockid_t, timespec* now) {
+    *now = interposed.now;
+    return 0;
+}
+
+CURL* __wrap_curl_easy_init() {
+    ++interposed.handlesMade;
+    return __real_curl_easy_init();
+}
+
+CURLcode __wrap_curl_easy_perform(CURL* handle) {
+    CURLcode code = __real_curl_easy_perform(handle);
+    interposed.now = {interposed.now.tv_sec + interposed.transferSeconds, 0};
+    if (interposed.outcomes.empty()) return code;
+    code = interposed.outcomes.front();
+    interposed.outcomes.pop_front();
+    return code;
+}
+
+void __wrap_curl_easy_cleanup(CURL* handle) {
+    ++interposed.handlesReleased;
+    __real_curl_easy_cleanup(handle);
+}
+
+}  // extern "C"

@@ -1,0 +1,70 @@
+#include "util/installed_version.h"
+
+#include "unit_test.h"
+
+namespace {
+
+// The version in full; or the result of a failure, which must not have written it.
+template <typename Operation>
+std::string versionOf(Operation operation) {
+    PackedVersion version = 0xDEADBEEF;
+    char text[32];
+    const int rc = operation(&version);
+    if (rc == 0) return formatVersion(version, text, sizeof text);
+    EXPECT_EQ(version, 0xDEADBEEFU);
+    return rc == EILSEQ      ? "EILSEQ"
+           : rc == EINVAL    ? "EINVAL"
+           : rc == EOVERFLOW ? "EOVERFLOW"
+                             : std::to_string(rc);
+}
+
+std::string parsed(const std::string& text) {
+    return versionOf([&](PackedVersion* version) { return parseVersion(version, text.c_str()); });
+}
+
+}  // namespace
+
+TEST(Version, TakesUpToFourClampedFields) {
+    expectRows(
+        "1.2.3.4 => 1.2.3.4 | 1.2 => 1.2.0.0 | 7 => 7.0.0.0 | 1. => 1.0.0.0 | 1..2 => 1.0.0.0 | "
+        "1.2.3.. => 1.2.3.0 | 1.2.3.4.5 => 1.2.3.4 | 007 => 7.0.0.0 | 65534.1 => 65534.1.0.0 | "
+        "70000.1 => 65535.1.0.0 | 1.65536.65537 => 1.65535.65535.0 | 4294967296.1 => 65535.1.0.0 | "
+        "4294967295.0.4294967297 => 65535.0.65535.0 | 18446744073709551617.1 => 65535.1.0.0 | "
+        "99999999999999999999999999999 => 65535.0.0.0 | .5 => EINVAL | . => EINVAL |  => EINVAL | "
+        "-1 => EILSEQ | 1.2a => EILSEQ | 1.2.3.4.x => EILSEQ |  1 => EILSEQ | .x => EILSEQ | 1\xB2 => EILSEQ",
+        parsed);
+}
+
+TEST(Version, IsANumberThatComparesFieldByField) {
+    PackedVersion lower = 0, version = 0;
+    for (const char* text : {"0.0.0.1", "0.0.1", "0.1", "1", "1.0.0.1", "1.2", "1.2.0.65535", "2"}) {
+        EXPECT_EQ(parseVersion(&version, text), 0);
+        EXPECT_LT(lower, version) << text;
+        lower = version;
+    }
+    EXPECT_EQ(lower, 0x0002000000000000U);
+}
+
+TEST(InstalledVersion, OfTheKernelIsTheHeadOfItsRelease) {
+    const Interposition calls;
+    const auto installed = [](const std::string& release) {
+        interposed.release = release;
+        return versionOf(getKernelVersion);
+    };
+    expectRows("3.10.49 => 3.10.49.0 | 3.10.49-2 => 3.10.49.2 | 3.10.49-2-xyz => 3.10.49.2 | "
+               "3.10.49.1.2 => 3.10.49.1 | 3-10-49-2-1 => 3.10.49.2 | 3.10.49-1.x-y => 3.10.49.1 | "
+               "3.10.49-xyz => EILSEQ | 3.10-xyz-1-2 => EILSEQ | -3.10 => EINVAL",
+               installed);
+}
+
+TEST(InstalledVersion, OfTheRootfsIsWhatTheDevicesScriptPrints) {
+    const Interposition calls;
+    const auto installed = [](const std::string& script) {
+        interposed.shellLine = script.c_str();
+        return versionOf(getRootfsVersion);
+    };
+    expectRows("echo 12.3 => 12.3.0.0 | printf '1.2 \\t\\r\\n\\v\\f' => 1.2.0.0 | printf ' \\n' => EINVAL | "
+               "true => EINVAL | echo 1; echo 2 => EILSEQ | echo 1; exit 3 => 3 | echo 1; kill -9 $$ => -1 | "
+               "printf '%062d' 1 => 1.0.0.0 | printf '%063d' 1 => EOVERFLOW |  => 1",
+               installed);
+}
