@@ -9,8 +9,8 @@ target_compile_options(rovu_warnings INTERFACE
 add_library(rovu_product INTERFACE)
 target_link_libraries(rovu_product INTERFACE rovu_warnings)
 target_compile_options(rovu_product INTERFACE -UNDEBUG -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
-# Files are counted in 32 bits only where the update format says so; never by the C library's default.
-target_compile_definitions(rovu_product INTERFACE _FILE_OFFSET_BITS=64)
+# Files are counted in 32 bits only where the update format says so, and the clock goes on after 2038.
+target_compile_definitions(rovu_product INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 option(ROVU_SANITIZE "Address and undefined-behaviour sanitizers, everything fatal" OFF)
 if(ROVU_SANITIZE)

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <new>
 #include <openssl/crypto.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -27,6 +28,7 @@ constexpr mode_t kWorkDirMode = 0770;
 
 LOG_Channel* mainChannel = nullptr;
 pthread_t mainThread;
+volatile sig_atomic_t endedBySignal = 0;
 
 // A file of the run that got the number of a closed standard stream would be written to by whoever logs.
 void occupyStandardDescriptors() {
@@ -36,12 +38,19 @@ void occupyStandardDescriptors() {
     if (fd >= 0) close(fd);
 }
 
+// The process would end here in any case; so it ends in a way that removes the work directory.
+void endWithoutMemory() {
+    exit(1);
+}
+
 // A signal handler logs and then ends the process, while the heap may be in any state: so the stream gets its
 // buffer beforehand, and libcrypto does not tidy up at exit.
 void prepareForSignals() {
+    signal(SIGCHLD, SIG_DFL);  // whoever started the run may not want to know how children end; the run does
+    std::set_new_handler(endWithoutMemory);
     static char buffer[BUFSIZ];
     setvbuf(stdout, buffer, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF, sizeof buffer);
-#if OPENSSL_VERSION_NUMBER >= 0x10100000L
+#ifdef OPENSSL_INIT_NO_ATEXIT
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
 #endif
 }
@@ -69,6 +78,11 @@ void cleanupAtExit() {
     sigprocmask(SIG_BLOCK, &all, nullptr);
     LOG_channel_free(mainChannel);
     runCommandF(nullptr, 0, nullptr, nullptr, "rm -Rf '%s'", kWorkDir);
+    if (endedBySignal != 0) {
+        // What would follow frees memory, on a heap that the signal may have met half-way.
+        fflush(stdout);
+        _exit(0);
+    }
 }
 
 // The progress file keeps the interrupted state, and a running child is not waited for. Logging from here
@@ -79,6 +93,7 @@ void onSignal(int signal) {
         pthread_kill(mainThread, signal);
         return;
     }
+    endedBySignal = 1;
     LOG_MSG(LOG_LVL_NOTICE, "Caught signal %d. Exiting...", signal);
     exit(0);
 }
@@ -89,6 +104,23 @@ void installSignalHandlers() {
     sigemptyset(&action.sa_mask);
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGINT, &action, nullptr);
+}
+
+// Makes the work directory, and sees to its removal. A signal in between waits, or it would leave the lock.
+bool takeWorkDir() {
+    sigset_t ending;
+    sigset_t before;
+    sigemptyset(&ending);
+    sigaddset(&ending, SIGTERM);
+    sigaddset(&ending, SIGINT);
+    sigprocmask(SIG_BLOCK, &ending, &before);
+    const bool made = createWorkDir();
+    if (made) {
+        atexit(cleanupAtExit);
+        installSignalHandlers();
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return made;
 }
 
 }  // namespace
@@ -102,8 +134,6 @@ int main(int argc, char** argv) {
     setLevels(kQuietLevels);
     if (!parseCommandLine(argc, argv)) return 1;
     applyVerbosity();
-    if (!createWorkDir()) return 1;
-    atexit(cleanupAtExit);
-    installSignalHandlers();
+    if (!takeWorkDir()) return 1;
     return runUpdate();
 }

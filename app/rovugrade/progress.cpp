@@ -66,9 +66,10 @@ void writeProgressFile() {
     FILE* file = fopen(temporary.c_str(), "w");
     if (file == nullptr) return;
     const bool downloading = progress.attempts >= 0;
-    fprintf(file, "\"STATE\":\"%s\",\n", kStateTexts[progress.state]);
-    fprintf(file, "\"DL_ATTEMPTS\":\"%d\",\n\"DL_PERCENT\":\"%d\",\n", downloading ? progress.attempts : 0,
-            downloading ? progress.percent : 0);
-    fclose(file);
-    rename(temporary.c_str(), kProgressPath);
+    const int state = fprintf(file, "\"STATE\":\"%s\",\n", kStateTexts[progress.state]);
+    const int numbers = fprintf(file, "\"DL_ATTEMPTS\":\"%d\",\n\"DL_PERCENT\":\"%d\",\n",
+                                downloading ? progress.attempts : 0, downloading ? progress.percent : 0);
+    // A full file system must cost the new report, and not the old one too.
+    const bool whole = fclose(file) == 0 && state > 0 && numbers > 0;
+    if (whole) rename(temporary.c_str(), kProgressPath);
 }

@@ -36,7 +36,7 @@ bool evaluateIn(lua_State* L, SpecBuffer* spec) {
 bool readSpecFile(const std::string& specPath, uint32_t size, SpecBuffer* spec) {
     spec->fileSize = size;
     spec->capacity = size + kSpecMargin;
-    spec->bytes = static_cast<char*>(malloc(spec->capacity));
+    spec->bytes = static_cast<char*>(calloc(1, spec->capacity));
     if (spec->bytes == nullptr) return false;
     if (int rc = readFile(specPath.c_str(), spec->bytes, size, nullptr); rc != 0) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to read from file \"%s\": %d", specPath.c_str(), rc);
