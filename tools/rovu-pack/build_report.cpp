@@ -1,0 +1,27 @@
+// Columns as wide as what stands in them.
+
+#include "build_report.h"
+
+#include <algorithm>
+
+namespace {
+
+std::string shownName(const BuiltFile& file) {
+    return (file.isMember ? "  " : "") + file.name;
+}
+
+}  // namespace
+
+void printBuildReport(const std::vector<BuiltFile>& made, FILE* out) {
+    int nameWidth = 4;
+    int sizeWidth = 5;
+    for (const BuiltFile& file : made) {
+        nameWidth = std::max(nameWidth, static_cast<int>(shownName(file).size()));
+        sizeWidth = std::max(sizeWidth, static_cast<int>(std::to_string(file.size).size()));
+    }
+    fprintf(out, "%-*s  %*s  digest\n", nameWidth, "file", sizeWidth, "bytes");
+    for (const BuiltFile& file : made) {
+        fprintf(out, "%-*s  %*s  %-6s %s\n", nameWidth, shownName(file).c_str(), sizeWidth,
+                std::to_string(file.size).c_str(), file.digestKind, file.digest.c_str());
+    }
+}

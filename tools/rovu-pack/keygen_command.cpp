@@ -1,0 +1,62 @@
+// Makes the key pair that signs specs.
+
+#include "keygen_command.h"
+
+#include "exit_status.h"
+#include "signing.h"
+#include "text_files.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char kPrivateName[] = "/private.pem";
+constexpr char kPublicName[] = "/rovu_pub.pem";
+constexpr mode_t kFolderMode = 0777;  // the mask narrows it
+constexpr mode_t kPrivateMode = 0600;
+constexpr mode_t kPublicMode = 0644;
+
+bool exists(const std::string& path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0;
+}
+
+int makePair(const std::string& folder, std::string* error) {
+    if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) return fileError(folder, errno, error);
+    const std::string privatePath = folder + kPrivateName;
+    const std::string publicPath = folder + kPublicName;
+    for (const std::string& path : {privatePath, publicPath}) {
+        if (exists(path)) return fileError(path, EEXIST, error);
+    }
+    std::string privatePem;
+    std::string publicPem;
+    if (int rc = makeKeyPair(&privatePem, &publicPem, error); rc != 0) return rc;
+    if (int rc = createFile(privatePath, privatePem, kPrivateMode, error); rc != 0) return rc;
+    if (int rc = createFile(publicPath, publicPem, kPublicMode, error); rc != 0) {
+        unlink(privatePath.c_str());
+        return rc;
+    }
+    printf("%s  private key: keep it secret, it signs updates\n%s  public key: for the devices\n",
+           privatePath.c_str(), publicPath.c_str());
+    return 0;
+}
+
+int run(const std::string& folder) {
+    std::string error;
+    if (makePair(folder, &error) == 0) return kExitClean;
+    fprintf(stderr, "rovu-pack keygen: %s\n", error.c_str());
+    return kExitTrouble;
+}
+
+}  // namespace
+
+void addKeygenCommand(CLI::App* app, int* exitStatus) {
+    const auto folder = std::make_shared<std::string>();
+    CLI::App* command = app->add_subcommand("keygen", "Make a key pair; overwrites nothing");
+    command->add_option("DIR", *folder, "Folder for private.pem and rovu_pub.pem")->required();
+    command->callback([folder, exitStatus] { *exitStatus = run(*folder); });
+}

@@ -1,0 +1,30 @@
+// A Lua table as plain data, once Lua is through with it.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct LuaField;
+
+struct LuaValue {
+    enum Kind { eNil, eBoolean, eNumber, eText, eTable, eOther };
+    Kind kind = eNil;
+    double number = 0;             // eNumber
+    std::string text;              // eText
+    std::vector<LuaValue> items;   // eTable: entries [1], [2], ... up to the first nil
+    std::vector<LuaField> fields;  // eTable: everything else, ordered by name
+};
+
+struct LuaField {
+    std::string name;  // of a key that is no text: in brackets, as in "[7]"
+    LuaValue value;
+};
+
+/// Evaluates a text as the device does, as one expression that can reach nothing.
+/// \param name the text's file, for messages.
+/// \return 0, or EINVAL with a sentence in `*error` that names file and line.
+int evaluateLua(const std::string& name, const std::string& text, LuaValue* value, std::string* error);
+
+/// \return the field's value; null if there is none.
+const LuaValue* findField(const LuaValue& table, const std::string& name);

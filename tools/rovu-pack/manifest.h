@@ -1,0 +1,77 @@
+// What a release engineer writes: the spec's own table, with local files in place of what can be computed.
+//
+// Keys and entries are the spec's. `files`, at the top or in an image, maps a member's name to a local file
+// where that is not the file of that name beside the manifest.
+
+#pragma once
+
+#include "table_lines.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Ends a run early. A word of the format, and no file.
+constexpr char kExitSuccess[] = "exit_success";
+
+typedef std::map<std::string, std::string> LocalFiles;  // local file by member
+
+struct ManifestDep {
+    std::string kind;  // with its '!'
+    std::string low;
+    std::string high;
+};
+
+/// An image. What is optional here is computed, or checked if it is given.
+struct ManifestImage {
+    std::string type;
+    std::string update;
+    std::string version;
+    std::string image;
+    std::string preinst;   // empty: none
+    std::string postinst;  // empty: none
+    std::vector<ManifestDep> deps;
+    std::optional<std::string> url;
+    std::optional<std::string> hash;
+    std::optional<std::string> imageMd5;
+    std::optional<uint32_t> dlsize;
+    std::optional<uint32_t> imsize;
+    LocalFiles files;
+};
+
+struct ManifestStep {
+    std::string script;                  // its member in the script tar; empty for an image
+    std::optional<ManifestImage> image;  // of a script: none
+};
+
+struct Manifest {
+    std::string file;    // as it was named on the command line
+    std::string folder;  // in which it lies
+    TableLines lines;
+    std::string hardware;
+    bool cloneOverlay = false;
+    int32_t keyOffset = -1;  // negative: nothing is encrypted
+    std::optional<std::string> scriptUrl;
+    std::optional<std::string> scriptHash;
+    std::optional<uint32_t> scriptDlsize;
+    std::vector<ManifestStep> steps;
+    LocalFiles files;
+};
+
+/// The manifest as a whole, in place of an entry.
+constexpr size_t kWholeManifest = 0;
+
+/// Reads and checks the manifest at `path`.
+/// \return 0, or a positive errno value with a sentence in `*error`: EINVAL for a fault in it.
+int readManifest(const std::string& path, Manifest* manifest, std::string* error);
+
+/// Stores a complaint about `key` of entry `entry`, counted from 1 as Lua does, in `*error`, with file and
+/// line. An empty key: about the entry. \return EINVAL.
+int manifestFault(const Manifest& manifest, size_t entry, const std::string& key, const std::string& text,
+                  std::string* error);
+
+/// \return the path of the local file behind a member. `image`: in whose tar it is; null: the script tar.
+std::string localFileOf(const Manifest& manifest, const ManifestImage* image, const std::string& member);

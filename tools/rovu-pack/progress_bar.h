@@ -1,0 +1,38 @@
+// A bar on a terminal for work that takes a while.
+
+#pragma once
+
+#include "work_progress.h"
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+/// Draws on standard output, and only if that is a terminal. Short work shows nothing.
+class ProgressBar {
+public:
+    ProgressBar();
+    /// Wipes the bar.
+    ~ProgressBar();
+    ProgressBar(const ProgressBar&) = delete;
+    ProgressBar& operator=(const ProgressBar&) = delete;
+
+    /// Sets the bytes of all the work together.
+    void expect(uint64_t bytes);
+    /// Says what is being done.
+    void begin(const std::string& what);
+    /// For the work itself; valid as long as the bar.
+    WorkProgress* progress() { return &sink; }
+
+private:
+    void advance(uint64_t bytes);
+    void draw();
+
+    bool visible;
+    bool drawn = false;
+    uint64_t total = 0;
+    uint64_t done = 0;
+    struct timespec last = {};
+    std::string label;
+    WorkProgress sink;
+};

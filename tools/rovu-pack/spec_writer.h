@@ -1,0 +1,14 @@
+// The text of a spec.
+
+#pragma once
+
+#include "manifest.h"
+
+#include <string>
+
+/// Composes the spec's text, up to and including its last line feed. All that can be computed must be there,
+/// except what belongs to a script tar if no step is a script. The same manifest gives the same text.
+std::string composeSpec(const Manifest& manifest);
+
+/// \return `text` as a Lua string, in quotes, on one line.
+std::string luaQuoted(const std::string& text);

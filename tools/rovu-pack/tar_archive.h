@@ -1,0 +1,45 @@
+// Tars that are the same byte for byte whoever makes them, and the view into any tar.
+
+#pragma once
+
+#include "work_progress.h"
+
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// A file that goes into a tar.
+struct TarInput {
+    std::string member;  // its name there
+    std::string source;  // the local file; a link is followed
+    bool executable;     // mode 0755 instead of 0644; the local file's mode is not looked at
+};
+
+/// Makes or truncates the tar at `path`, with the members in the order given. Nothing of the local files but
+/// their bytes gets in: owner and group are 0 and have no names, and every time is `mtime`.
+/// \return 0, or a positive errno value with a sentence in `*error`.
+int writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_t mtime,
+             WorkProgress* progress, std::string* error);
+
+struct TarMember {
+    enum Type { eFile, eDirectory, eSymbolicLink, eHardLink, eOther };
+    std::string name;
+    Type type;
+    uint64_t size;           // bytes
+    std::string linkTarget;  // empty for what is no link
+};
+
+/// Lists the tar at `path`, compressed or not, in its own order. A name that is there twice is listed twice.
+/// \return 0, or a positive errno value with a sentence in `*error`.
+int listTar(const std::string& path, std::vector<TarMember>* members, std::string* error);
+
+/// Gives the bytes of every regular file of a tar to `take`, in pieces, in the tar's order; a file without
+/// bytes gives one empty piece. A result of `take` other than 0 ends the reading and becomes the result.
+typedef std::function<int(const TarMember&, const char*, size_t)> TakePiece;
+int readTar(const std::string& path, const TakePiece& take, std::string* error);
+
+/// Reads one regular file of a tar; the last of several of one name is what an extraction leaves.
+/// \return 0, or a positive errno value with a sentence in `*error`: ENOENT if it is not there.
+int readTarMember(const std::string& path, const std::string& name, std::string* bytes, std::string* error);

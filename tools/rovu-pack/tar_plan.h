@@ -1,0 +1,25 @@
+// Which tars an update consists of, and what goes into each.
+
+#pragma once
+
+#include "manifest.h"
+#include "tar_archive.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// A tar to be made, and where in the manifest its values belong.
+struct TarJob {
+    size_t entry;  // of the image; kWholeManifest: the script tar
+    std::vector<TarInput> inputs;
+    std::string name;  // of the file, in the folder that is served
+};
+
+/// The script tar first, if there is one, then the images' in the manifest's order.
+std::vector<TarJob> planTars(const Manifest& manifest);
+
+/// Adds up the bytes of all inputs.
+/// \return 0; or a positive errno value with a sentence in `*error`, about the entry whose file is missing.
+int measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes,
+                  std::string* error);

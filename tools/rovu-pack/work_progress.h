@@ -1,0 +1,14 @@
+// How long work reports how far it has come.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+/// Called with the bytes that were dealt with since the last call. May be empty, as may a pointer to one be
+/// null.
+typedef std::function<void(uint64_t)> WorkProgress;
+
+inline void reportWork(WorkProgress* progress, uint64_t bytes) {
+    if (progress != nullptr && *progress) (*progress)(bytes);
+}
