@@ -194,6 +194,8 @@ TEST_F(Volumes, DryRunLooksUpAndAnnouncesAndNoMore) {
 TEST_F(Volumes, OverlayIsClonedWithItsSizeAndItsBytes) {
     EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, true), 0);
     EXPECT_EQ(tools(), "ubinfo md5sum ubinfo");
+    // The copy is gone before the volume is read back.
+    replaceTool("md5sum", "[ ! -e /tmp/rovu/_img.tmp ] && exec /usr/local/bin/md5sum $1\n");
     EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, false), 0);
     EXPECT_TRUE(volume("k1_data") == volume("k0_data"));
     // One that changes between its two readings is found out.

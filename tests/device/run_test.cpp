@@ -48,6 +48,8 @@ TEST_F(ProgressFile, TransferIsReportedOnceASecondIfSomethingChanged) {
     progress.lastWrite = 1;
     downloader.progress(2, 30);  // repeats what stands, and does not count
     EXPECT_EQ(progress.lastWrite, 1);
+    downloader.progress(2, 31);
+    EXPECT_NE(progress.lastWrite, 1);
 }
 
 TEST_F(ProgressFile, StaysAsItWasWithoutAWorkDirectory) {

@@ -78,10 +78,11 @@ Strings Device::commands() const {
     return lines;
 }
 
-std::string Device::waits() const {
+std::string Device::waits(const std::string& inState) const {
     std::string seconds;
     for (const rovusim::Call& call : callsOf(directory)) {
-        if (call.number == 0) seconds += " " + call.args.front();
+        const bool counts = inState.empty() || call.state == inState;
+        if (call.number == 0 && counts) seconds += " " + call.args.front();
     }
     return seconds;
 }

@@ -44,9 +44,10 @@ public:
     std::string get(const std::string& file) const { return readWholeFile(pathOf(file)); }
     bool has(const std::string& file) const;
 
-    /// The commands of the last run, as "state: command", and the seconds of its waits, each behind a blank.
+    /// The commands of the last run, as "state: command", and the seconds of its waits, in one state or in
+    /// all, each behind a blank.
     Strings commands() const;
-    std::string waits() const;
+    std::string waits(const std::string& inState = "") const;
 
     /// The state that the progress file names; empty if there is no such file.
     std::string state() const;

@@ -112,7 +112,7 @@ TEST(CompleteUpdate, RunsEveryCommandInItsStateAndSaysSo) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.messages, story.messages);
     EXPECT_EQ(world.device.commands(), story.commands);
-    EXPECT_EQ(world.device.waits(), " 2 1 5 5");
+    EXPECT_EQ(world.device.waits("complete"), " 2 1 5 5");
     EXPECT_EQ(world.trace(), "_prepare before pre post between");
     EXPECT_EQ(world.web.requests(), "/spec 200\n/scripts 200\n/kernel 200\n/rootfs 200\n");
 }

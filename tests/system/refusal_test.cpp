@@ -113,6 +113,12 @@ TEST(Refusals, OfFilesThatAreMissingOrInTheWay) {
                   eFlashing);
 }
 
+TEST(Refusals, OfADeviceThatRunsAnotherSetThanItWouldBoot) {
+    World world;
+    rovusim::saveDevice(world.device.directory, {"RV-20", "3.10.49-2", "2.4.1", 1024, 1});
+    expectRefusal(world, "Inconsistent state between bootswitcher and running kernel.", eEarly);
+}
+
 TEST(Refusals, OfScriptsAndCommandsThatFail) {
     const Table<std::string, When> scripts = {
         {"_prepare", eEarly}, {"before", eEarly}, {"pre", eFlashing}, {"post", eFlashing}};

@@ -16,8 +16,9 @@ constexpr char kSecondReference[] = "/app0/.ubiRefChk2";
 constexpr char kFirstLine[] = "0123456789abcdef0123456789abcdef k0\n";
 constexpr char kSecondLine[] = "fedcba9876543210fedcba9876543210 k0\n";
 
+// No script may find an image that was flashed before it.
 std::pair<std::string, std::string> tracingScript(const std::string& name) {
-    return {name, "echo " + name + " >> /tmp/trace\n"};
+    return {name, "[ ! -e /tmp/rovu/kernel.img ] && echo " + name + " >> /tmp/trace\n"};
 }
 
 }  // namespace

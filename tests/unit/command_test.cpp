@@ -2,6 +2,7 @@
 
 #include "unit_test.h"
 
+#include <algorithm>
 #include <csignal>
 
 namespace {
@@ -12,7 +13,7 @@ std::string run(const std::string& command, uint32_t outSize) {
     int exitStatus = 77, eof = 77;
     const int32_t got = runCommand(command.c_str(), out, outSize, &exitStatus, &eof);
     EXPECT_EQ(out[outSize], 'z');
-    EXPECT_TRUE(got < 0 || outSize == 0 || out[got] == '\0');
+    EXPECT_TRUE(outSize == 0 || out[std::max(got, 0)] == '\0');
     EXPECT_EQ(runCommand(command.c_str(), out, outSize, nullptr, nullptr), got);
     const std::string head = got < 0 ? std::to_string(got) : std::string(out, static_cast<size_t>(got));
     return head + (eof == 77 ? " - " : eof == 0 ? " cut " : " whole ") + std::to_string(exitStatus);

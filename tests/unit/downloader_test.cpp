@@ -77,6 +77,7 @@ struct Download : testing::Test {
                            : "-";
         EXPECT_EQ(downloader.received, readWholeFile(path).size());
         EXPECT_EQ(interposed.handlesMade, interposed.handlesReleased);
+        EXPECT_EQ(downloader.file, nullptr);
         return Outcome(result, readWholeFile(path), reports, offsets);
     }
 
@@ -147,13 +148,29 @@ TEST_F(Download, WaitsOnlyAfterAQuickFailure) {
 }
 
 TEST_F(Download, ReportsThePercentOfLargeFilesToo) {
-    ScriptedServer server(
-        {"HTTP/1.0 206 Partial Content\r\nContent-Range: bytes 42949673-/85899346\r\n\r\n56789"});
-    downloader.setup(server.port.url(), path, 85899346, "");
-    downloader.received = 42949673;  // times 100 is more than 32 bits hold
-    downloader.progress = [](int, int percent) { EXPECT_EQ(percent, 50); };
-    EXPECT_EQ(downloader.run(0, 0), 0);
-    EXPECT_EQ(downloader.received, 42949678U);
+    for (uint32_t limit : {85899346U, 0U}) {
+        const ScriptedServer server(
+            {"HTTP/1.0 206 Some\r\nContent-Range: bytes 42949673-/85899346\r\n\r\n56789"});
+        downloader.setup(server.port.url(), path, limit, "");
+        downloader.received = 42949673;  // times 100 is more than 32 bits hold
+        downloader.progress = [=](int, int percent) { EXPECT_EQ(percent, limit == 0 ? 0 : 50); };
+        EXPECT_EQ(downloader.run(0, 0), 0);
+        EXPECT_EQ(downloader.received, 42949678U);
+    }
+}
+
+TEST_F(Download, SetsTheseNumbersAndNoOthers) {
+    const std::pair<int, long> redirects = {CURLOPT_MAXREDIRS, 3}, verbose = {CURLOPT_VERBOSE, 1};
+    const std::pair<int, long> time = {CURLOPT_LOW_SPEED_TIME, 180}, limit = {CURLOPT_LOW_SPEED_LIMIT, 100};
+    fetch({kWhole}, 10);
+    EXPECT_EQ(interposed.numbers, (std::vector<std::pair<int, long>>{redirects, time, limit}));
+    interposed.numbers.clear();
+    downloader.verbose = true;
+    fetch({kCut, kRest}, 10, "", CURLE_OPERATION_TIMEDOUT);
+    EXPECT_EQ(
+        interposed.numbers,
+        (std::vector<std::pair<int, long>>{
+            redirects, time, limit, verbose, redirects, time, limit, verbose, {CURLOPT_RESUME_FROM, 5}}));
 }
 
 TEST_F(Download, AHashOtherThanTheFilesFailsIt) {

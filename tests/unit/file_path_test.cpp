@@ -58,6 +58,10 @@ TEST_F(Files, AreWrittenSyncedAndClosedAndTheLastFailureCounts) {
         EXPECT_EQ(write("/dev/full", 5, doClose, true), EINVAL);
     }
     interposed.interruptions = 0;
+    interposed.refusesClose = true;
+    EXPECT_EQ(write("/dev/full", 5, true, true), EIO);
+    EXPECT_EQ(read(path), std::to_string(EIO) + " 9");
+    interposed.refusesClose = false;
     EXPECT_EQ(writeFd(-1, "abc", 3, false, false), EBADF);
     EXPECT_EQ(writeFd(-1, "abc", 0, false, true), EBADF);
     EXPECT_EQ(writeFd(-1, "abc", 0, true, false), EBADF);

@@ -3,8 +3,7 @@
 #include "unit_test.h"
 
 #include <algorithm>
-#include <cstring>
-#include <sys/utsname.h>
+#include <cstdarg>
 
 Interposed interposed;
 
@@ -12,12 +11,13 @@ extern "C" {
 
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
-int __real_uname(utsname* name);
 FILE* __real_popen(const char* command, const char* mode);
 int __real_rename(const char* from, const char* to);
+int __real_close(int fd);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __real_write(int fd, const void* data, size_t size);
 CURL* __real_curl_easy_init();
+CURLcode __real_curl_easy_setopt(CURL* handle, CURLoption option, ...);
 CURLcode __real_curl_easy_perform(CURL* handle);
 void __real_curl_easy_cleanup(CURL* handle);
 
@@ -29,12 +29,6 @@ void* __wrap_calloc(size_t count, size_t size) {
     return size != 0 && count * size == interposed.refusedAllocation ? nullptr : __real_calloc(count, size);
 }
 
-int __wrap_uname(utsname* name) {
-    const int rc = __real_uname(name);
-    if (!interposed.release.empty()) strcpy(name->release, interposed.release.c_str());
-    return rc;
-}
-
 FILE* __wrap_popen(const char* command, const char* mode) {
     const char* line = interposed.shellLine == nullptr ? command : interposed.shellLine;
     return *line == '\0' ? nullptr : __real_popen(line, mode);
@@ -44,6 +38,12 @@ int __wrap_rename(const char* from, const char* to) {
     if (interposed.refusedRename == 0 || --interposed.refusedRename != 0) return __real_rename(from, to);
     errno = EIO;
     return -1;
+}
+
+int __wrap_close(int fd) {
+    const int rc = __real_close(fd);
+    if (interposed.refusesClose) errno = EIO;
+    return interposed.refusesClose ? -1 : rc;
 }
 
 ssize_t __wrap_read(int fd, void* buffer, size_t size) {
@@ -71,6 +71,20 @@ int __wrap_clock_gettime(clockid_t, timespec* now) {
 CURL* __wrap_curl_easy_init() {
     ++interposed.handlesMade;
     return __real_curl_easy_init();
+}
+
+CURLcode __wrap_curl_easy_setopt(CURL* handle, int number, ...) {
+    va_list args;
+    va_start(args, number);
+    const bool isLong = number < CURLOPTTYPE_OBJECTPOINT;
+    const long value = isLong ? va_arg(args, long) : 0;
+    void* pointer = isLong ? nullptr : va_arg(args, void*);
+    va_end(args);
+    const CURLoption option = static_cast<CURLoption>(number);
+    if (!isLong) return __real_curl_easy_setopt(handle, option, pointer);
+    interposed.numbers.emplace_back(number, value);
+    // What libcurl talks would only clutter the tests' output.
+    return option == CURLOPT_VERBOSE ? CURLE_OK : __real_curl_easy_setopt(handle, option, value);
 }
 
 CURLcode __wrap_curl_easy_perform(CURL* handle) {

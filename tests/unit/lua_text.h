@@ -6,8 +6,8 @@
 
 #include <functional>
 #include <lua.hpp>
-#include <memory>
 #include <string>
+#include <vector>
 
 /// A Lua state with the base library, as a run opens it.
 struct LuaState {
@@ -18,9 +18,9 @@ struct LuaState {
 
     /// Evaluates `text` in a buffer of exactly the size that it needs, or of `missing` bytes less.
     int load(const std::string& text, size_t missing = 0) {
-        const std::unique_ptr<char[]> buffer(new char[text.size() + kWrapSize]);
-        text.copy(buffer.get(), text.size());
-        return loadDataChunk(L, buffer.get(), text.size(), text.size() + kWrapSize - missing);
+        std::vector<char> buffer(text.begin(), text.end());
+        buffer.resize(text.size() + kWrapSize, 'x');
+        return loadDataChunk(L, buffer.data(), text.size(), buffer.size() - missing);
     }
 
     /// Runs `body`, which must not change the stack, in a protected call with the evaluated value on top.

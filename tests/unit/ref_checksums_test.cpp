@@ -84,7 +84,7 @@ TEST_F(RefChecksums, AFileIsReadIfItsSumIsRight) {
         {kOneText, kOne},
         {kOneText + "more " + kTwoText, kOne},
         {kSum0 + " k1\n" + kSum1 + " k1_root\n#FLET32:28ACA539", kTwo},
-        {sealed(std::string(2030, '\n')), {}},
+        {sealed(std::string(2031, '\n')), {}},
         {sealed("word\n\n \t\n\ta \t b c d\na b\n"), {{"b", "a"}, {"b", "a"}}}};
     for (const auto& [text, expected] : kGood) {
         RefChecksumList list = kOld;
@@ -157,7 +157,7 @@ TEST_F(RefChecksums, AnUpdateThatCannotBeWrittenLeavesEverythingAsItWas) {
 TEST_F(RefChecksums, AFailedRenameIsUndoneWithAllBeforeIt) {
     const char* const kMessages[] = {"to 1.bak", "to 2.bak", "from 1.new", "from 2.new"};
     for (const Files& before :
-         {Files{}, Files{{"1", "a"}}, Files{{"2", "b"}}, Files{{"1", "a"}, {"2", "b"}}}) {
+         {Files{}, Files{{"1", "a"}}, Files{{"2", "b"}, {"1.bak", "x"}}, Files{{"1", "a"}, {"2", "b"}}}) {
         for (int failing = 1; failing <= 4; ++failing) {
             const LogCapture log;
             Files after = before;

@@ -108,7 +108,7 @@ TEST(SpecReader, RefusesAFaultWithItsMessage) {
         "dep={{'!','1','2'}} => Bad dependency type | dep={{'!!kernel','1','2'}} => Bad dependency type | "
         "dep={{'Kernel','x','2'}} => Bad dependency type | "
         "dep={{'kernel','','2'}} => Bad version spec in dependency | "
-        "dep={{'kernel','1','2x'}} => Bad version spec in dependency | "
+        "dep={{'kernel','0','2x'}} => Bad version spec in dependency | "
         "dep={{'kernel','1','1'},{'kernel','1.0.0.1','1'}} => Bad version spec in dependency",
         readImage);
 }

@@ -55,19 +55,21 @@ struct LogCapture {
 struct Interposed {
     size_t refusedAllocation = 0;     // malloc() and calloc() of exactly so many bytes fail; 0: none
     int refusedRename = 0;            // the call of rename(), counted from 1, that fails with EIO; 0: none
+    bool refusesClose = false;        // close() closes, and fails with EIO
     int interruptions = 0;            // so many calls of read() and write() fail with EINTR ...
     size_t mostBytes = SIZE_MAX;      // ... and the others move no more than so many bytes
-    std::string release;              // of the kernel; empty: the real one
     const char* shellLine = nullptr;  // what popen() runs for anything; "": it fails without an errno value
     std::vector<unsigned int> waits;  // what sleep() was given; it returns at once
     timespec now = {};                // of all clocks
     time_t transferSeconds = 0;       // how long a transfer seems to take
     std::deque<CURLcode> outcomes;    // of the coming transfers, whatever becomes of them
+    std::vector<std::pair<int, long>> numbers;  // options of libcurl that are numbers, as they were set
     int handlesMade = 0, handlesReleased = 0;
 };
 extern Interposed interposed;
 
-/// Lets all calls be themselves again at the end of its scope.
+/// Lets all calls be themselves but for what is asked for within its scope.
 struct Interposition {
+    Interposition() { interposed = {}; }
     ~Interposition() { interposed = {}; }
 };
