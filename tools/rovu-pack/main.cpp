@@ -1,8 +1,10 @@
-// The release engineer's tool: makes updates and signs them.
+// The release engineer's tool: makes updates, signs them, and says beforehand what a device will
+// do with one.
 //
 // The library for the command line throws, the rest does not; nothing is caught but here.
 
 #include "build_command.h"
+#include "check_command.h"
 #include "exit_status.h"
 #include "keygen_command.h"
 #include "secret_command.h"
@@ -16,13 +18,14 @@ namespace {
 
 int parseAndRun(int argc, char** argv) {
     int exitStatus = kExitClean;
-    CLI::App app("Makes updates for rovu, and signs them.", "rovu-pack");
+    CLI::App app("Makes updates for rovu, signs them, and says beforehand what a device will do with one.", "rovu-pack");
     app.set_version_flag("--version", "rovu-pack " ROVU_PACK_VERSION);
     app.require_subcommand(1);
     addKeygenCommand(&app, &exitStatus);
     addSecretCommand(&app, &exitStatus);
     addBuildCommand(&app, &exitStatus);
     addSignCommand(&app, &exitStatus);
+    addCheckCommand(&app, &exitStatus);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& usage) {

@@ -9,6 +9,6 @@
 /// null.
 typedef std::function<void(uint64_t)> WorkProgress;
 
-inline void reportWork(WorkProgress* progress, uint64_t bytes) {
-    if (progress != nullptr && *progress) (*progress)(bytes);
+inline void reportWork(WorkProgress* report, uint64_t bytes) {
+    if (report != nullptr && *report) (*report)(bytes);
 }

@@ -1,0 +1,31 @@
+// What the device's own code says while it works on a spec here.
+
+#pragma once
+
+#include "logging/log.h"
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+/// Takes errors and warnings of the device's code from its construction to the end of its scope.
+class DeviceLog {
+public:
+    DeviceLog();
+    ~DeviceLog();
+    DeviceLog(const DeviceLog&) = delete;
+    DeviceLog& operator=(const DeviceLog&) = delete;
+
+    /// \return the messages since the last call, without the heads of their lines.
+    std::vector<std::string> take();
+
+    /// The same, as one text.
+    std::string takeText();
+
+private:
+    char* bytes = nullptr;
+    size_t size = 0;
+    size_t taken = 0;
+    FILE* stream;
+    LOG_Channel* channel;
+};

@@ -1,0 +1,16 @@
+// A check's result, for people.
+
+#pragma once
+
+#include "check_update.h"
+
+#include <cstdio>
+
+/// Prints the findings, errors first, and their numbers.
+void printFindings(const Findings& findings, FILE* out);
+
+/// Prints the plan for one device, on either active set.
+void printPlan(const FleetRow& row, FILE* out);
+
+/// Prints a table with a row for each device.
+void printFleet(const std::vector<FleetRow>& fleet, FILE* out);

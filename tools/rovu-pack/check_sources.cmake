@@ -1,0 +1,26 @@
+# The half of rovu-pack that judges an update: the command `check`.
+set(ROVU_PACK_CHECK_SOURCES
+  check_command.cpp
+  check_commands.cpp
+  check_deps.cpp
+  check_device_log.cpp
+  check_files.cpp
+  check_json.cpp
+  check_keys.cpp
+  check_names.cpp
+  check_parts.cpp
+  check_report.cpp
+  check_room.cpp
+  check_tars.cpp
+  check_text.cpp
+  check_update.cpp
+  check_values.cpp
+  check_view.cpp
+  finding.cpp
+  fleet.cpp
+  fleet_report.cpp
+  plan.cpp
+  plan_report.cpp
+  plan_selection.cpp
+  plan_steps.cpp
+  spec_file.cpp)

@@ -1,0 +1,57 @@
+// The order of a check: first the device's own word, then the rules, then files and devices.
+
+#include "check_update.h"
+
+#include "check_rules.h"
+#include "text_files.h"
+
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+int requireReadable(const std::string& path, std::string* error) {
+    if (path.empty() || access(path.c_str(), R_OK) == 0) return 0;
+    return fileError(path, errno, error);
+}
+
+int requireFolder(const std::string& path, std::string* error) {
+    struct stat status;
+    if (path.empty()) return 0;
+    if (stat(path.c_str(), &status) != 0) return fileError(path, errno, error);
+    return S_ISDIR(status.st_mode) ? 0 : fileError(path, ENOTDIR, error);
+}
+
+int requireInputs(const CheckOptions& options, std::string* error) {
+    if (int rc = requireReadable(options.signatureUse.publicKey, error); rc != 0) return rc;
+    if (int rc = requireReadable(options.files.secrets, error); rc != 0) return rc;
+    return requireFolder(options.files.folder, error);
+}
+
+}  // namespace
+
+int checkUpdate(const CheckOptions& options, CheckResult* result, std::string* error) {
+    SpecFile* file = &result->spec;
+    Findings* findings = &result->findings;
+    if (int rc = requireInputs(options, error); rc != 0) return rc;
+    if (int rc = loadSpecFile(options.spec, options.signatureUse, file, findings, error); rc != 0) return rc;
+    checkText(*file, findings);
+    const SpecView spec = viewOf(*file);
+    if (file->hasTable) {
+        checkKeys(spec, findings);
+        checkValues(spec, findings);
+        checkNames(spec, findings);
+        checkDependencies(spec, findings);
+        checkParts(spec, findings);
+        result->tars = tarsOf(spec);
+        if (!options.files.folder.empty()) {
+            if (int rc = checkFiles(spec, options.files, &result->tars, findings, error); rc != 0) return rc;
+        }
+        result->room = roomForAll(spec, result->tars);
+        reportRoom(spec, result->room, findings);
+    }
+    result->fleet = planFleet(spec, options.devices, result->tars, findings);
+    findings->sort();
+    return 0;
+}

@@ -1,0 +1,53 @@
+// A spec's table, sorted into scripts and images, for the rules that judge it.
+//
+// It is what stands in the text and not the device's record: it exists for a spec that no device reads, and
+// still knows which versions were written as numbers.
+
+#pragma once
+
+#include "spec_file.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Name of the step that ends a run with success; no script.
+constexpr char kEndOfRun[] = "exit_success";
+
+struct ScriptView {
+    size_t entry;  // from 1, as Lua counts
+    std::string name;
+
+    bool endsRun() const { return name == kEndOfRun; }
+    std::string key() const { return std::to_string(entry); }
+};
+
+struct ImageView {
+    size_t entry;
+    const LuaValue& table;
+    std::string localName;  // of its tar, in the device's work directory
+
+    std::string key(const std::string& field) const { return std::to_string(entry) + "." + field; }
+    std::string text(const std::string& field) const;
+    std::optional<double> number(const std::string& field) const;
+    bool isMandatory() const { return text("update") == "mandatory"; }
+};
+
+struct SpecView {
+    const SpecFile& file;
+    std::vector<ScriptView> scripts;
+    std::vector<ImageView> images;
+
+    std::string text(const std::string& field) const;
+    std::optional<double> number(const std::string& field) const;
+    bool hasRealScript() const;     // one that must come from the script tar
+    bool fetchesScriptTar() const;  // there are scripts and a URL
+    double keyOffset() const;       // negative: nothing is encrypted
+    FindingPlace at(const std::string& key) const { return file.at(key); }
+};
+
+/// The file must outlive the view.
+SpecView viewOf(const SpecFile& file);
+
+/// The text of a string or a number, as the device takes it; empty for anything else.
+std::string textOfValue(const LuaValue& value);

@@ -1,0 +1,93 @@
+// The catalogue of all findings. A code that is in the world stays in it, with its severity.
+
+#include "finding.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+struct CatalogueEntry {
+    const char* code;
+    Severity severity;
+    const char* advice;
+};
+
+// Indexed by FindingCode.
+constexpr CatalogueEntry kCatalogue[] = {
+    {"device-refuses", eError, "Mend what the message names: as it is, the update does not run there."},
+    {"spec-too-large", eError, "Shorten comments, blanks and names, or split the update."},
+    {"spec-near-limit", eWarning, "Shorten the text before the next addition breaks the limit."},
+    {"function-word", eError, "Write another word, or join a letter or a digit to this one."},
+    {"comment-as-marker", eError, "Sign the text, or take the comment that they begin out."},
+    {"signature-unverified", eNote, "Give the device's public key with --pub."},
+    {"repeated-key", eWarning, "Keep one of the two."},
+    {"unread-key", eWarning, "Take it out, or write the key that is meant."},
+    {"behind-gap", eError, "Close the gap: entries are read up to the first nil."},
+    {"nil-value", eError, "Put the value between quotes, or take the key out."},
+    {"hardware-token", eWarning, "Separate the models by commas alone, and let no model be empty."},
+    {"bad-digest", eError, "Copy the digest as sha256sum or md5sum prints it."},
+    {"no-digest", eWarning, "Fill the digest in, so that the signature reaches the file."},
+    {"limit-zero", eWarning, "Give the size of the file."},
+    {"limit-too-small", eError, "Give the size of the file as it is served."},
+    {"negative-size", eError, "Give the size in bytes."},
+    {"volume-too-small", eError, "Give at least the size of the image."},
+    {"version-number", eWarning, "Put the version between quotes."},
+    {"name-empty", eError, "Name the member."},
+    {"name-quote", eError, "Use letters, digits, '.', '_' and '-' in names."},
+    {"name-newline", eError, "Use letters, digits, '.', '_' and '-' in names."},
+    {"name-hyphen", eError, "Begin the name with a letter, a digit or '_'."},
+    {"name-collides", eError, "Give the member another name."},
+    {"command-too-long", eError, "Shorten the name."},
+    {"two-of-a-kind", eError, "Leave one image of each kind."},
+    {"no-mandatory-image", eError, "Make an image mandatory, or end the list with 'exit_success'."},
+    {"behind-exit-success", eWarning, "Move it ahead of 'exit_success', or take it out."},
+    {"no-switch", eWarning, "Take 'exit_success' out if the device is to boot what was flashed."},
+    {"dep-not-table", eError,
+     "Give each dependency braces of its own, as in { { 'kernel', '3.10', '3.11' } }."},
+    {"dep-wrong-kind", eWarning, "Name the kind that is tested, and check that the versions are its own."},
+    {"dep-unsatisfiable", eError, "Widen the ranges until they have a version in common."},
+    {"dep-images-disagree", eError, "Change the range or the other image's version."},
+    {"tar-missing", eError, "Put the file there, or mend the URL."},
+    {"tar-not-opened", eNote, "Give the device's key file with --secrets."},
+    {"not-a-tar", eError, "Make the file with tar, without a compression that the device does not know."},
+    {"member-missing", eError, "Write the name as tar -tf prints it, or add the member."},
+    {"script-missing", eError, "Write the name as tar -tf prints it, or add the script."},
+    {"member-link", eError, "Store the file itself."},
+    {"member-climbs", eError, "Use plain paths below the work directory."},
+    {"digest-mismatch", eError, "Fill in the digest of the file that is served."},
+    {"key-without-encryption", eError, "Encrypt every tar of the spec, or take encr_key_offset out."},
+    {"encrypted-without-key", eError, "Name the key with encr_key_offset, or serve the plain tar."},
+    {"decryption-fails", eError,
+     "Encrypt the tar with the key and IV at encr_key_offset, or mend the offset."},
+    {"room-needed", eNote, "Make sure that the file system of the device's /tmp has that much room."},
+};
+static_assert(sizeof kCatalogue / sizeof kCatalogue[0] == eFindingCodeCount, "one entry for each code");
+
+}  // namespace
+
+Finding& Findings::add(FindingCode code, FindingPlace place, std::string why) {
+    const CatalogueEntry& entry = kCatalogue[code];
+    all.push_back({code, entry.severity, std::move(place), std::move(why), entry.advice});
+    return all.back();
+}
+
+void Findings::sort() {
+    std::stable_sort(all.begin(), all.end(), [](const Finding& a, const Finding& b) {
+        return a.severity != b.severity ? a.severity > b.severity : a.place.line < b.place.line;
+    });
+}
+
+size_t Findings::count(Severity severity) const {
+    return static_cast<size_t>(std::count_if(
+        all.begin(), all.end(), [severity](const Finding& finding) { return finding.severity == severity; }));
+}
+
+const char* findingCodeText(FindingCode code) {
+    return kCatalogue[code].code;
+}
+
+const char* severityText(Severity severity) {
+    constexpr const char* kTexts[] = {"note", "warning", "error"};
+    return kTexts[severity];
+}

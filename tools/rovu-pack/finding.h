@@ -1,0 +1,90 @@
+// What `check` has to say: one finding is one fault, with where it stands, why it matters and what to do.
+//
+// Codes and severities are for scripts and stay as they are; sentences may change.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+enum Severity { eNote, eWarning, eError };
+
+enum FindingCode {
+    eDeviceRefuses,
+    eSpecTooLarge,
+    eSpecNearLimit,
+    eFunctionWord,
+    eCommentAsMarker,
+    eSignatureUnverified,
+    eRepeatedKey,
+    eUnreadKey,
+    eBehindGap,
+    eNilValue,
+    eHardwareToken,
+    eBadDigest,
+    eNoDigest,
+    eLimitZero,
+    eLimitTooSmall,
+    eNegativeSize,
+    eVolumeTooSmall,
+    eVersionNumber,
+    eNameEmpty,
+    eNameQuote,
+    eNameNewline,
+    eNameHyphen,
+    eNameCollides,
+    eCommandTooLong,
+    eTwoOfAKind,
+    eNoMandatoryImage,
+    eBehindExitSuccess,
+    eNoSwitch,
+    eDepNotTable,
+    eDepWrongKind,
+    eDepUnsatisfiable,
+    eDepImagesDisagree,
+    eTarMissing,
+    eTarNotOpened,
+    eNotATar,
+    eMemberMissing,
+    eScriptMissing,
+    eMemberLink,
+    eMemberClimbs,
+    eDigestMismatch,
+    eKeyWithoutEncryption,
+    eEncryptedWithoutKey,
+    eDecryptionFails,
+    eRoomNeeded,
+    eFindingCodeCount,  // none
+};
+
+/// Where a finding stands, as far as it is known.
+struct FindingPlace {
+    std::string file;
+    std::string key;  // path in the spec's table, as "3.url" for the third entry; empty: no key
+    int line = 0;     // of the spec, from 1; 0: not known
+};
+
+struct Finding {
+    FindingCode code;
+    Severity severity;
+    FindingPlace place;
+    std::string why;     // one sentence
+    std::string advice;  // one sentence
+};
+
+class Findings {
+public:
+    /// Adds a finding with the severity and the advice that belong to its code; the caller may change both.
+    Finding& add(FindingCode code, FindingPlace place, std::string why);
+
+    /// Errors first, then by line; what is equal in both stays in its order.
+    void sort();
+
+    size_t count(Severity severity) const;
+
+    std::vector<Finding> all;
+};
+
+/// The stable words of a code and of a severity.
+const char* findingCodeText(FindingCode code);
+const char* severityText(Severity severity);

@@ -1,0 +1,71 @@
+// What a run of an update does on one kind of device, as data: the images it takes, the states it enters, and
+// the commands it runs.
+//
+// The plan is that of a plain run in which nothing fails, on a device whose volumes all exist.
+
+#pragma once
+
+#include "progress.h"
+#include "spec_file.h"
+
+#include <string>
+#include <vector>
+
+/// A device, as far as it decides what an update does there.
+struct DeviceKind {
+    std::string model;
+    std::string kernel;  // release of the running kernel, or its version
+    std::string rootfs;  // version of the installed root file system
+};
+
+struct ImageChoice {
+    enum Outcome { eKept, eDropped, ePromoted, eRefused };
+    std::string kind;  // "kernel" or "rootfs"
+    std::string localName;
+    Outcome outcome;
+    std::string test;  // what decided, in words
+};
+
+/// What the device decides about a spec before it changes anything.
+struct Selection {
+    SpecRecord record = SpecRecord(nullptr, freeSpec);  // as the choice left it; null if refused before
+    std::string refusal;                                // in the device's words; empty: it accepts
+    UpdateState refusedIn = eStateInvalid;              // the state in which it refuses
+    bool readsRootfs = false;                           // the device gets as far as asking for its rootfs
+    std::vector<ImageChoice> images;                    // in the spec's order
+};
+
+struct PlanStage {
+    UpdateState state;
+    std::string subject;  // what the state is entered for; empty if there is no choice
+};
+
+struct PlanStep {
+    size_t stage;                    // index of the stage in which the command runs
+    UpdateState state;               // of that stage
+    std::string line;                // as the device gives it to the shell
+    std::vector<std::string> words;  // as the shell gives them to the command
+};
+
+struct Plan {
+    uint32_t activeSet;
+    bool switches;                     // the device boots the other set afterwards
+    std::vector<PlanStage> stages;     // in the order in which they are entered
+    std::vector<PlanStep> steps;       // all commands, in order
+    std::vector<std::string> volumes;  // that are written, in order
+};
+
+/// Lets the device's code choose. `spec` must outlive the result.
+Selection selectOn(const SpecFile& spec, const DeviceKind& device);
+
+/// \param selection its record is only read. What the device alone knows stands in braces in the commands:
+///        "{id of k1}", "{size of k0_data}".
+Plan planRun(const Selection& selection, uint32_t activeSet);
+
+/// The state's text in the device's progress file.
+const char* stateText(UpdateState state);
+const char* outcomeText(ImageChoice::Outcome outcome);
+
+/// The words that a shell makes of one of the device's lines; redirections are none. Braces hold a word
+/// together.
+std::vector<std::string> wordsOfLine(const std::string& line);
