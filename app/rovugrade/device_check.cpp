@@ -28,21 +28,12 @@ bool readModel(char (&model)[kModelSize]) {
 
 bool checkModel(const UpdateSpecVer1& spec) {
     char model[kModelSize];
-    if (!readModel(model)) return false;
-    if (isModelListed(spec.hardware, model)) return true;
-    LOG_MSG(LOG_LVL_ERROR, "HW model \"%s\" is not supported in spec \"%s\"", model, spec.hardware);
-    return false;
+    return readModel(model) && isModelSupported(spec, model);
 }
 
 bool readInstalledVersions(InstalledVersions* installed) {
-    if (int rc = getKernelVersion(&installed->kernel); rc != 0) {
-        LOG_MSG(LOG_LVL_ERROR, "Failed to parse kernel release number: %d", rc);
-        return false;
-    }
-    if (int rc = getRootfsVersion(&installed->rootfs); rc != 0) {
-        LOG_MSG(LOG_LVL_ERROR, "Failed to parse rootfs release number: %d", rc);
-        return false;
-    }
+    if (!isReleaseKnown("kernel", getKernelVersion(&installed->kernel))) return false;
+    if (!isReleaseKnown("rootfs", getRootfsVersion(&installed->rootfs))) return false;
     char kernel[kVersionTextSize];
     char rootfs[kVersionTextSize];
     LOG_MSG(LOG_LVL_INFO, "Installed versions: kernel %s, rootfs %s",
@@ -52,6 +43,17 @@ bool readInstalledVersions(InstalledVersions* installed) {
 }
 
 }  // namespace
+
+bool isModelSupported(const UpdateSpecVer1& spec, const char* model) {
+    if (isModelListed(spec.hardware, model)) return true;
+    LOG_MSG(LOG_LVL_ERROR, "HW model \"%s\" is not supported in spec \"%s\"", model, spec.hardware);
+    return false;
+}
+
+bool isReleaseKnown(const char* what, int rc) {
+    if (rc != 0) LOG_MSG(LOG_LVL_ERROR, "Failed to parse %s release number: %d", what, rc);
+    return rc == 0;
+}
 
 bool checkSpecForDevice(UpdateSpecVer1* spec) {
     InstalledVersions installed;

@@ -34,6 +34,10 @@ static_assert(sizeof kStateTexts / sizeof kStateTexts[0] == eStateError + 1, "on
 
 }  // namespace
 
+const char* stateText(int state) {
+    return kStateTexts[state];
+}
+
 void setState(UpdateState state, Downloader* downloader) {
     progress.state = state;
     progress.lastWrite = time(nullptr);
@@ -66,7 +70,7 @@ void writeProgressFile() {
     FILE* file = fopen(temporary.c_str(), "w");
     if (file == nullptr) return;
     const bool downloading = progress.attempts >= 0;
-    const int state = fprintf(file, "\"STATE\":\"%s\",\n", kStateTexts[progress.state]);
+    const int state = fprintf(file, "\"STATE\":\"%s\",\n", stateText(progress.state));
     const int numbers = fprintf(file, "\"DL_ATTEMPTS\":\"%d\",\n\"DL_PERCENT\":\"%d\",\n",
                                 downloading ? progress.attempts : 0, downloading ? progress.percent : 0);
     // A full file system must cost the new report, and not the old one too.

@@ -24,6 +24,9 @@ enum UpdateState {
     eStateError,
 };
 
+/// The text of an UpdateState in the progress file.
+const char* stateText(int state);
+
 struct ProgressRecord {
     time_t lastWrite;  // the second of the last setState(), or of the last download report that was taken
     int state;

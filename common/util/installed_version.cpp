@@ -28,11 +28,15 @@ void cutToFourFields(char* release) {
 
 }  // namespace
 
+int parseKernelRelease(PackedVersion* out, char* release) {
+    cutToFourFields(release);
+    return parseVersion(out, release);
+}
+
 int getKernelVersion(PackedVersion* out) {
     struct utsname name;
     if (uname(&name) != 0) return errno;
-    cutToFourFields(name.release);
-    return parseVersion(out, name.release);
+    return parseKernelRelease(out, name.release);
 }
 
 int getRootfsVersion(PackedVersion* out) {

@@ -129,7 +129,7 @@ const struct {
     {eDepUnsatisfiable, "kernel.dep={{'rootfs','1','2'},{'!rootfs','1','2'}}",
      "kernel.dep={{'rootfs','1','2'},{'!rootfs','1','1.65535.65535.65535'}}"},
     {eDepImagesDisagree, "kernel.dep={{'rootfs','8','9'}}", "kernel.dep={{'rootfs','3.0.7','9'}}"},
-    {eTarMissing, "@sh=rm kernel", "@nofiles=|@sh=rm kernel"},
+    {eTarMissing, "@sh=mkdir v && mv kernel v", "@sh=mkdir u && mv kernel u"},
     {eTarNotOpened, "encrypt=|encr_key_offset=0", "encrypt=|encr_key_offset=0|@secrets="},
     {eNotATar, "@sh=printf xyz >kernel", "@sh=gzip kernel && mv kernel.gz kernel"},
     {eMemberMissing, "kernel.image='kernel'", "kernel.image='kernel.img'"},

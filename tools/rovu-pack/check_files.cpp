@@ -31,13 +31,23 @@ struct PlainFolder {
     PlainFolder& operator=(const PlainFolder&) = delete;
 };
 
-std::string lastStep(const std::string& url) {
-    const std::string path = url.substr(0, url.find_first_of("?#"));
-    return path.substr(path.rfind('/') + 1);
-}
-
 bool climbs(const std::string& name) {
     return name.compare(0, 1, "/") == 0 || ("/" + name + "/").find("/../") != std::string::npos;
+}
+
+// The file of `folder` that is served as `url`: the longest end of the URL's path that is there, so that two
+// files of one name may stand in folders of their own. What is not there has the URL's last step.
+std::string servedFile(const std::string& folder, const std::string& url) {
+    const size_t scheme = url.find("://");
+    std::string path = url.substr(0, url.find_first_of("?#"));
+    path = path.substr(scheme == std::string::npos ? 0 : scheme + 3);
+    std::error_code ignored;
+    for (size_t slash = path.find('/'); slash != std::string::npos; slash = path.find('/')) {
+        path = path.substr(slash + 1);
+        const std::string candidate = folder + "/" + path;
+        if (!climbs(path) && std::filesystem::is_regular_file(candidate, ignored)) return candidate;
+    }
+    return path.empty() ? "" : folder + "/" + path;
 }
 
 bool isLink(const TarMember& member) {
@@ -59,11 +69,10 @@ struct FileRule {
 
     // The file as it travels.
     bool find(TarFacts* tar) const {
-        const std::string name = lastStep(tar->url);
-        const std::string path = options.folder + "/" + name;
+        const std::string path = servedFile(options.folder, tar->url);
         FileDigests digests = {};
         std::string fault = "its URL names no file";
-        if (name.empty() || digestFile(path, nullptr, &digests, &fault) != 0) {
+        if (path.empty() || digestFile(path, nullptr, &digests, &fault) != 0) {
             add(eTarMissing, *tar, tar->keyPrefix + "url", "The tar is not among the files: " + fault + ".");
             return false;
         }
@@ -163,11 +172,10 @@ struct FileRule {
         if (tar.volumeSize > 0 && tar.volumeSize < static_cast<double>(member.size))
             add(eVolumeTooSmall, tar, tar.keyPrefix + "imsize",
                 "The image has " + std::to_string(member.size) + " bytes.");
-        std::string bytes;
+        std::string digest;
         std::string fault;
-        if (readTarMember(plain, wanted.name, &bytes, &fault) != 0)
+        if (digestTarMember(plain, wanted.name, &digest, &fault) != 0)
             return missing(tar, wanted, "The member cannot be read: " + fault + ".");
-        const std::string digest = md5Digits(bytes);
         if (digest != tar.imageMd5)
             add(eDigestMismatch, tar, tar.keyPrefix + "image_md5",
                 "The MD5 digest of the image is " + digest + ".");

@@ -7,42 +7,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
-#include <openssl/evp.h>
 #include <vector>
 
 namespace {
 
 constexpr size_t kChunk = 262144;
-
-class Digest {
-public:
-    explicit Digest(const EVP_MD* kind) : context(EVP_MD_CTX_new()) {
-        good = context != nullptr && EVP_DigestInit_ex(context, kind, nullptr) == 1;
-    }
-    ~Digest() { EVP_MD_CTX_free(context); }
-    Digest(const Digest&) = delete;
-    Digest& operator=(const Digest&) = delete;
-
-    void add(const void* bytes, size_t size) { good = good && EVP_DigestUpdate(context, bytes, size) == 1; }
-
-    // Empty if libcrypto refused something, which it does only without memory.
-    std::string hex() {
-        unsigned char digest[EVP_MAX_MD_SIZE];
-        unsigned int length = 0;
-        if (!good || EVP_DigestFinal_ex(context, digest, &length) != 1) return "";
-        constexpr char kDigits[] = "0123456789abcdef";
-        std::string text;
-        for (unsigned int i = 0; i < length; ++i) {
-            text += kDigits[digest[i] >> 4];
-            text += kDigits[digest[i] & 0xF];
-        }
-        return text;
-    }
-
-private:
-    EVP_MD_CTX* context;
-    bool good;
-};
 
 std::string hexOf(const EVP_MD* kind, const std::string& bytes) {
     Digest digest(kind);
@@ -52,8 +21,29 @@ std::string hexOf(const EVP_MD* kind, const std::string& bytes) {
 
 }  // namespace
 
-std::string md5Digits(const std::string& bytes) {
-    return hexOf(EVP_md5(), bytes);
+Digest::Digest(const EVP_MD* kind) : context(EVP_MD_CTX_new()) {
+    good = context != nullptr && EVP_DigestInit_ex(context, kind, nullptr) == 1;
+}
+
+Digest::~Digest() {
+    EVP_MD_CTX_free(context);
+}
+
+void Digest::add(const void* bytes, size_t size) {
+    good = good && EVP_DigestUpdate(context, bytes, size) == 1;
+}
+
+std::string Digest::hex() {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (!good || EVP_DigestFinal_ex(context, digest, &length) != 1) return "";
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (unsigned int i = 0; i < length; ++i) {
+        text += kDigits[digest[i] >> 4];
+        text += kDigits[digest[i] & 0xF];
+    }
+    return text;
 }
 
 std::string sha256Digits(const std::string& bytes) {

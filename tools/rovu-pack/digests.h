@@ -5,10 +5,30 @@
 #include "work_progress.h"
 
 #include <cstdint>
+#include <openssl/evp.h>
 #include <string>
 
-/// Digests of bytes in memory; empty if libcrypto fails.
-std::string md5Digits(const std::string& bytes);
+/// A digest of bytes that come in pieces.
+class Digest {
+public:
+    /// \param kind EVP_md5() or EVP_sha256().
+    explicit Digest(const EVP_MD* kind);
+    ~Digest();
+    Digest(const Digest&) = delete;
+    Digest& operator=(const Digest&) = delete;
+
+    void add(const void* bytes, size_t size);
+
+    /// The end: nothing may be added behind it. Empty if libcrypto refused something, which it does only
+    /// without memory.
+    std::string hex();
+
+private:
+    EVP_MD_CTX* context;
+    bool good;
+};
+
+/// The digest of bytes in memory; empty if libcrypto fails.
 std::string sha256Digits(const std::string& bytes);
 
 /// What a spec says about a file.

@@ -18,7 +18,8 @@ namespace {
 
 int parseAndRun(int argc, char** argv) {
     int exitStatus = kExitClean;
-    CLI::App app("Makes updates for rovu, signs them, and says beforehand what a device will do with one.", "rovu-pack");
+    CLI::App app("Makes updates for rovu, signs them, and says beforehand what a device will do with one.",
+                 "rovu-pack");
     app.set_version_flag("--version", "rovu-pack " ROVU_PACK_VERSION);
     app.require_subcommand(1);
     addKeygenCommand(&app, &exitStatus);

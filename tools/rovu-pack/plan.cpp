@@ -4,27 +4,6 @@
 
 #include <algorithm>
 
-const char* stateText(UpdateState state) {
-    constexpr const char* kTexts[] = {
-        "invalid",
-        "initializing",
-        "downloading spec",
-        "parsing spec",
-        "checking dependencies",
-        "downloading scripts",
-        "running preparation scripts",
-        "downloading images",
-        "running scripts",
-        "flashing images",
-        "flashing overlay",
-        "switching volume",
-        "complete",
-        "error",
-    };
-    static_assert(sizeof kTexts / sizeof kTexts[0] == eStateError + 1, "one text for each state");
-    return kTexts[state];
-}
-
 const char* outcomeText(ImageChoice::Outcome outcome) {
     constexpr const char* kTexts[] = {"kept", "dropped", "promoted", "refused"};
     return kTexts[outcome];

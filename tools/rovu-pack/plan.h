@@ -62,8 +62,6 @@ Selection selectOn(const SpecFile& spec, const DeviceKind& device);
 ///        "{id of k1}", "{size of k0_data}".
 Plan planRun(const Selection& selection, uint32_t activeSet);
 
-/// The state's text in the device's progress file.
-const char* stateText(UpdateState state);
 const char* outcomeText(ImageChoice::Outcome outcome);
 
 /// The words that a shell makes of one of the device's lines; redirections are none. Braces hold a word

@@ -4,8 +4,9 @@
 #include "plan.h"
 
 #include "check_device_log.h"
+#include "device_check.h"
 #include "image_selection.h"
-#include "util/version.h"
+#include "util/installed_version.h"
 
 #include <algorithm>
 
@@ -13,19 +14,7 @@ namespace {
 
 using Part = UpdateSpecVer1::Part;
 
-constexpr int kMaxSeparators = 4;
 constexpr size_t kVersionTextSize = 32;
-
-// As the device reads its kernel's release: '-' separates like '.', and four fields count.
-std::string versionOfRelease(std::string release) {
-    std::replace(release.begin(), release.end(), '-', '.');
-    size_t end = std::string::npos;
-    for (int i = 0; i < kMaxSeparators; ++i) {
-        end = release.find('.', end + 1);
-        if (end == std::string::npos) return release;
-    }
-    return release.substr(0, end);
-}
 
 std::string versionText(PackedVersion version) {
     char text[kVersionTextSize];
@@ -133,31 +122,21 @@ void noteOutcomes(UpdateSpecVer1* spec, bool accepted, std::vector<ImageChoice>*
     }
 }
 
-// The device says these two in the words of its own that no code here can reach.
-std::string modelRefusal(const UpdateSpecVer1& spec, const std::string& model) {
-    return "HW model \"" + model + "\" is not supported in spec \"" + spec.hardware + "\"";
-}
-
-std::string versionRefusal(const char* what, int code) {
-    return std::string("Failed to parse ") + what + " release number: " + std::to_string(code);
-}
-
-std::string checkDevice(const DeviceKind& device, Selection* selection) {
+// Whether the device takes the spec; its choice is left there.
+bool decide(const DeviceKind& device, Selection* selection) {
     InstalledVersions installed = {};
     UpdateSpecVer1* spec = selection->record.get();
-    if (!isModelListed(spec->hardware, device.model.c_str())) return modelRefusal(*spec, device.model);
-    if (int rc = parseVersion(&installed.kernel, versionOfRelease(device.kernel).c_str()); rc != 0)
-        return versionRefusal("kernel", rc);
+    if (!isModelSupported(*spec, device.model.c_str())) return false;
+    std::string release = device.kernel;
+    if (!isReleaseKnown("kernel", parseKernelRelease(&installed.kernel, release.data()))) return false;
     selection->readsRootfs = true;
-    if (int rc = parseVersion(&installed.rootfs, device.rootfs.c_str()); rc != 0)
-        return versionRefusal("rootfs", rc);
+    if (!isReleaseKnown("rootfs", parseVersion(&installed.rootfs, device.rootfs.c_str()))) return false;
 
     Chooser chooser = {installed, spec, &selection->images, {}};
     chooser.describe();
-    DeviceLog log;
     const bool accepted = selectImages(spec, installed);
     noteOutcomes(spec, accepted, &selection->images);
-    return accepted ? "" : log.takeText();
+    return accepted;
 }
 
 }  // namespace
@@ -170,7 +149,9 @@ Selection selectOn(const SpecFile& spec, const DeviceKind& device) {
         selection.refusal = "the spec itself is refused";
         return selection;
     }
-    selection.refusal = checkDevice(device, &selection);
-    if (!selection.refusal.empty()) selection.refusedIn = eStateCheckingDependencies;
+    DeviceLog log;
+    if (decide(device, &selection)) return selection;
+    selection.refusal = log.takeText();
+    selection.refusedIn = eStateCheckingDependencies;
     return selection;
 }

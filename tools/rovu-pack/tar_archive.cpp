@@ -3,12 +3,14 @@
 
 #include "tar_archive.h"
 
+#include "digests.h"
 #include "text_files.h"
 
 #include <archive.h>
 #include <archive_entry.h>
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <sys/stat.h>
 
@@ -126,6 +128,17 @@ int walkTar(const std::string& path, const TakeMember& take, std::string* error)
     }
 }
 
+// The data of the member at which the archive stands.
+int digestMember(const std::string& path, archive* tar, Digest* digest, std::string* error) {
+    std::vector<char> chunk(kChunk);
+    for (;;) {
+        const la_ssize_t got = archive_read_data(tar, chunk.data(), chunk.size());
+        if (got < 0) return archiveError(path, tar, error);
+        if (got == 0) return 0;
+        digest->add(chunk.data(), static_cast<size_t>(got));
+    }
+}
+
 }  // namespace
 
 int writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_t mtime,
@@ -153,31 +166,15 @@ int listTar(const std::string& path, std::vector<TarMember>* members, std::strin
     return walkTar(path, take, error);
 }
 
-int readTar(const std::string& path, const TakePiece& takePiece, std::string* error) {
-    std::vector<char> chunk(kChunk);
-    const TakeMember take = [&](const TarMember& member, archive* tar) {
-        if (member.type != TarMember::eFile) return 0;
-        if (member.size == 0) return takePiece(member, chunk.data(), 0);
-        for (;;) {
-            const la_ssize_t got = archive_read_data(tar, chunk.data(), chunk.size());
-            if (got < 0) return archiveError(path, tar, error);
-            if (got == 0) return 0;
-            if (int rc = takePiece(member, chunk.data(), static_cast<size_t>(got)); rc != 0) return rc;
-        }
-    };
-    return walkTar(path, take, error);
-}
-
-int readTarMember(const std::string& path, const std::string& name, std::string* bytes, std::string* error) {
+int digestTarMember(const std::string& path, const std::string& name, std::string* md5, std::string* error) {
     bool found = false;
     const TakeMember take = [&](const TarMember& member, archive* tar) {
         if (member.name != name || member.type != TarMember::eFile) return 0;
         found = true;
-        bytes->resize(member.size);
-        if (member.size == 0 ||
-            archive_read_data(tar, bytes->data(), bytes->size()) == static_cast<la_ssize_t>(bytes->size()))
-            return 0;
-        return archiveError(path, tar, error);
+        Digest digest(EVP_md5());
+        const int rc = digestMember(path, tar, &digest, error);
+        *md5 = digest.hex();
+        return rc;
     };
     if (int rc = walkTar(path, take, error); rc != 0) return rc;
     if (found) return 0;

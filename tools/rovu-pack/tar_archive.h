@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <ctime>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,11 +34,6 @@ struct TarMember {
 /// \return 0, or a positive errno value with a sentence in `*error`.
 int listTar(const std::string& path, std::vector<TarMember>* members, std::string* error);
 
-/// Gives the bytes of every regular file of a tar to `take`, in pieces, in the tar's order; a file without
-/// bytes gives one empty piece. A result of `take` other than 0 ends the reading and becomes the result.
-typedef std::function<int(const TarMember&, const char*, size_t)> TakePiece;
-int readTar(const std::string& path, const TakePiece& take, std::string* error);
-
-/// Reads one regular file of a tar; the last of several of one name is what an extraction leaves.
+/// The MD5 digest of one regular file of a tar; the last of several of one name is what an extraction leaves.
 /// \return 0, or a positive errno value with a sentence in `*error`: ENOENT if it is not there.
-int readTarMember(const std::string& path, const std::string& name, std::string* bytes, std::string* error);
+int digestTarMember(const std::string& path, const std::string& name, std::string* md5, std::string* error);

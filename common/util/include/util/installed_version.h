@@ -4,9 +4,15 @@
 
 #include "util/version.h"
 
-/// The version of the running kernel: the first four fields of its release, in which '-' separates like
-/// '.'. What stands behind a fourth separator does not matter. See POSIX uname().
-/// \return 0, the errno value of uname(), or a result of parseVersion(); `*out` is written on success only.
+/// Parses the release of a kernel, which it changes: its first four fields are the version, '-' separates
+/// like
+/// '.', and what stands behind a fourth separator does not matter.
+/// \return a result of parseVersion(); `*out` is written on success only.
+int parseKernelRelease(PackedVersion* out, char* release);
+
+/// The version of the running kernel. See POSIX uname().
+/// \return 0, the errno value of uname(), or a result of parseKernelRelease(); `*out` is written on success
+///         only.
 int getKernelVersion(PackedVersion* out);
 
 /// The version of the installed root file system, as the device's own script prints it.
