@@ -43,8 +43,9 @@ std::string servedFile(const std::string& folder, const std::string& url) {
     path = path.substr(scheme == std::string::npos ? 0 : scheme + 3);
     std::error_code ignored;
     for (size_t slash = path.find('/'); slash != std::string::npos; slash = path.find('/')) {
-        path = path.substr(slash + 1);
-        const std::string candidate = folder + "/" + path;
+        path.erase(0, slash + 1);
+        std::string candidate = folder;
+        candidate += "/" + path;
         if (!climbs(path) && std::filesystem::is_regular_file(candidate, ignored)) return candidate;
     }
     return path.empty() ? "" : folder + "/" + path;

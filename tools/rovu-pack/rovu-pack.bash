@@ -5,20 +5,37 @@ _rovu_pack() {
     local command=${COMP_WORDS[1]} options=
     COMPREPLY=()
     if [[ $COMP_CWORD -eq 1 ]]; then
-        mapfile -t COMPREPLY < <(compgen -W 'keygen secret build sign --help --version' -- "$current")
+        mapfile -t COMPREPLY < <(compgen -W 'keygen secret build sign check --help --version' -- "$current")
         return
     fi
+    # bash makes three words of "--option=value".
+    if [[ $current == = ]]; then
+        current=
+    elif [[ $previous == = ]]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    if [[ ${COMP_WORDS[*]:COMP_CWORD - 1:2} == *=* && $previous != --* ]]; then
+        return # inside the value of --device
+    fi
     case $previous in
-    --out)
+    --out | --files)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -d -- "$current")
         return
         ;;
-    --base-url) return ;;
+    --base-url | --model | --kernel | --rootfs) return ;;
+    --device)
+        compopt -o nospace
+        mapfile -t COMPREPLY < <(compgen -W 'model=' -- "$current")
+        return
+        ;;
     esac
     case $command in
     build) options='--out --key --base-url --secrets --help' ;;
     sign) options='--key --help' ;;
+    check)
+        options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --strict --json --help'
+        ;;
     *) options='--help' ;;
     esac
     if [[ $current == -* ]]; then
