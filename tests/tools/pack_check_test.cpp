@@ -132,6 +132,7 @@ const struct {
     {eTarMissing, "@sh=mkdir v && mv kernel v", "@sh=mkdir u && mv kernel u"},
     {eTarNotOpened, "encrypt=|encr_key_offset=0", "encrypt=|encr_key_offset=0|@secrets="},
     {eNotATar, "@sh=printf xyz >kernel", "@sh=gzip kernel && mv kernel.gz kernel"},
+    {eCompressedTar, "@sh=gzip kernel && mv kernel.gz kernel", ""},
     {eMemberMissing, "kernel.image='kernel'", "kernel.image='kernel.img'"},
     {eScriptMissing, "kernel.postinst='Post'", "kernel.postinst='post'"},
     {eMemberLink, "@sh=ln -s /etc x && tar -rf kernel x", "@sh=touch x && tar -rf kernel x"},
@@ -154,6 +155,41 @@ TEST(PackCheck, EveryFindingHasASpecThatProvokesItAndANearMiss) {
     EXPECT_EQ(static_cast<size_t>(eFindingCodeCount), covered.size());
     EXPECT_EQ(" room-needed ", codesOf("")) << "a good update";
     EXPECT_EQ(" room-needed ", codesOf("encrypt=|encr_key_offset=0|@secrets="));
+    EXPECT_EQ(" decryption-fails room-needed ", codesOf("encrypt=|encr_key_offset=2|@secrets="));
+    EXPECT_EQ(" nil-value behind-gap ", codesOf("@head=first,|steps=kernel"));
+}
+
+const struct {
+    std::string changes, key;
+} kRefusalRows[] = {
+    {"version=2", "version"},
+    {"hardware=true", "hardware"},
+    {"script_url=true", "script_url"},
+    {"@last=true", "5"},
+    {"@last='" + std::string(64, 'x') + "'", "5"},
+    {"rootfs.type='roofts'", "4.type"},
+    {"rootfs.update='Mandatory'|steps=rootfs", "1.update"},
+    {"rootfs.imsize='x'", "4.imsize"},
+    {"rootfs.imsize='x'|kernel.imsize='x'", "2.imsize"},
+    {"kernel.url=true", "2.url"},
+    {"kernel.hash=true", "2.hash"},
+    {"kernel.image=true", "2.image"},
+    {"kernel.image_md5=true", "2.image_md5"},
+    {"kernel.postinst='" + std::string(32, 'x') + "'", "2.postinst"},
+    {"kernel.dep={{'rootfs','1','9'},{'rotfs','1','9'}}", "2.dep.2"},
+};
+
+TEST(PackCheck, RefusalNamesItsValueAndNothingIsSaidThatOnlyFollows) {
+    for (const auto& row : kRefusalRows) {
+        SCOPED_TRACE(row.changes);
+        const Sample sample(row.changes + "|@nofiles=");
+        const CheckResult result = check(sample.options);
+        const Finding& finding = result.findings.all.front();
+        EXPECT_EQ(eDeviceRefuses, finding.code);
+        EXPECT_EQ(row.key, finding.place.key);
+        EXPECT_NE(0, finding.place.line);
+        EXPECT_EQ(1U, result.findings.count(eError) + result.findings.count(eWarning));
+    }
 }
 
 TEST(PackCheck, FindingsNameTheLineTheNearestKeyAndTheDevicesWords) {
@@ -164,6 +200,15 @@ TEST(PackCheck, FindingsNameTheLineTheNearestKeyAndTheDevicesWords) {
     const Strings lines = split(result.spec.text, '\n');
     EXPECT_NE(std::string::npos, lines.at(static_cast<size_t>(finding.place.line) - 1).find("versoin"));
     EXPECT_NE(std::string::npos, finding.advice.find("\"version\""));
+
+    const Sample grown("@sh=printf x >>kernel");
+    const Finding limit = check(grown.options).findings.all.front();
+    EXPECT_EQ(grown.options.spec, limit.place.file);
+    EXPECT_EQ(0U, limit.why.find(grown.options.files.folder + "/kernel has 10241 bytes, "));
+}
+
+TEST(PackCheck, SizesAreThoseThatTheDeviceTakes) {
+    EXPECT_EQ(2147483647U, check(Sample("kernel.imsize=3e9|@nofiles=").options).room.extracted);
 }
 
 TEST(PackCheck, ExitStatusTellsCleanFromFindingsFromTrouble) {
@@ -174,6 +219,8 @@ TEST(PackCheck, ExitStatusTellsCleanFromFindingsFromTrouble) {
     EXPECT_EQ(2, good.run("none"));
     EXPECT_EQ(2, good.run("spec --pub key.pem --unsigned"));
     EXPECT_EQ(2, good.run("spec --device model=RV-20"));
+    EXPECT_EQ(2, good.run("spec --model '' --kernel 3 --rootfs 2"));
+    EXPECT_EQ(2, good.run("spec --pub key.pem --files files --secrets files"));
     EXPECT_EQ(0, warned.run("spec"));
     EXPECT_EQ(1, warned.run("spec --strict --json"));
 }

@@ -32,7 +32,9 @@ int run(const BuildOptions& options) {
 void addBuildCommand(CLI::App* app, int* exitStatus) {
     const auto options = std::make_shared<BuildOptions>();
     CLI::App* command = app->add_subcommand("build", "Make the tars and the signed spec of an update");
-    command->add_option("MANIFEST", options->manifest, "The spec's table, with local files")->required();
+    command->add_option("MANIFEST", options->manifest, "The spec's table, with local files")
+        ->required()
+        ->type_name("FILE");
     command->add_option("--out", options->out, "Folder for what is made")->required()->type_name("DIR");
     command->add_option("--key", options->key, "Private key that signs the spec")
         ->required()

@@ -58,16 +58,22 @@ int run(CommandOptions* options) {
     return counted == 0 ? kExitClean : kExitFindings;
 }
 
+// An empty value is most often a variable that is not set, and must not count as an option that is not there.
+std::string refuseEmpty(const std::string& value) {
+    return value.empty() ? "the value is empty" : "";
+}
+
 void addFileOptions(CLI::App* command, CommandOptions* options) {
     SignatureUse* use = &options->check.signatureUse;
-    CLI::Option* key =
-        command->add_option("--pub", use->publicKey, "Public key that the device holds")->type_name("PEM");
+    CLI::Option* key = command->add_option("--pub", use->publicKey, "Public key that the device holds");
+    key->type_name("PEM")->check(refuseEmpty);
     command->add_flag("--unsigned", use->isUnsigned, "The device is told not to verify")->excludes(key);
     CLI::Option* folder =
         command->add_option("--files", options->check.files.folder, "Folder with the files that are served");
-    folder->type_name("DIR");
+    folder->type_name("DIR")->check(refuseEmpty);
     command->add_option("--secrets", options->check.files.secrets, "Key file as the device holds it")
         ->type_name("FILE")
+        ->check(refuseEmpty)
         ->needs(folder);
 }
 
@@ -77,6 +83,8 @@ void addDeviceOptions(CLI::App* command, CommandOptions* options) {
     CLI::Option* kernel = command->add_option("--kernel", options->device.kernel, "Its kernel's release");
     CLI::Option* rootfs =
         command->add_option("--rootfs", options->device.rootfs, "Version of its root file system");
+    for (CLI::Option* option : {model, kernel, rootfs})
+        option->check(refuseEmpty);
     model->type_name("NAME")->needs(kernel)->needs(rootfs);
     kernel->type_name("VERSION")->needs(model);
     rootfs->type_name("VERSION")->needs(model);
@@ -93,7 +101,9 @@ void addCheckCommand(CLI::App* app, int* exitStatus) {
     const auto options = std::make_shared<CommandOptions>();
     CLI::App* command =
         app->add_subcommand("check", "Say what devices will do with a spec, and what is wrong with it");
-    command->add_option("SPEC", options->check.spec, "The spec's file, signed or not")->required();
+    command->add_option("SPEC", options->check.spec, "The spec's file, signed or not")
+        ->required()
+        ->type_name("FILE");
     addFileOptions(command, options.get());
     addDeviceOptions(command, options.get());
     command->add_flag("--strict", options->strict, "Warnings count for the exit status too");

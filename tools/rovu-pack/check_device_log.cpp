@@ -53,7 +53,13 @@ std::vector<std::string> DeviceLog::take() {
 
 std::string DeviceLog::takeText() {
     std::string text;
-    for (const std::string& message : take())
+    for (const std::string& message : take()) {
+        if (!text.empty() && text.back() == '.') text.pop_back();
         text += (text.empty() ? "" : "; ") + message;
+    }
     return text;
+}
+
+std::string withFullStop(const std::string& text) {
+    return !text.empty() && text.back() == '.' ? text : text + ".";
 }

@@ -19,7 +19,7 @@ public:
     /// \return the messages since the last call, without the heads of their lines.
     std::vector<std::string> take();
 
-    /// The same, as one text.
+    /// The same, as one text. The last message stays as it is.
     std::string takeText();
 
 private:
@@ -29,3 +29,6 @@ private:
     FILE* stream;
     LOG_Channel* channel;
 };
+
+/// Ends a sentence with a message: some of them have a full stop of their own.
+std::string withFullStop(const std::string& text);

@@ -55,17 +55,44 @@ bool isLink(const TarMember& member) {
     return member.type == TarMember::eSymbolicLink || member.type == TarMember::eHardLink;
 }
 
+std::string nameOf(const TarFacts& tar, const std::string& member) {
+    return "\"" + member + "\" of " + tar.path;
+}
+
 struct FileRule {
     const SpecView& spec;
     const FileOptions& options;
     const PlainFolder& folder;
     Findings* findings;
+    FileKey key = {};
 
-    Finding& add(FindingCode code, const TarFacts& tar, const std::string& key,
-                 const std::string& why) const {
-        FindingPlace place = spec.at(key);
-        if (tar.found) place.file = tar.path;
-        return findings->add(code, place, why);
+    // The place is always one of the spec; which file it is about stands in the sentence.
+    Finding& add(FindingCode code, const std::string& at, const std::string& why) const {
+        return findings->add(code, spec.at(at), why);
+    }
+
+    // Once for all tars.
+    int loadKey(std::string* error) {
+        if (options.secrets.empty() || spec.keyOffset() < 0) return 0;
+        const int rc = readSecret(options.secrets, static_cast<int64_t>(spec.keyOffset()), &key, error);
+        if (rc != EINVAL) return rc;
+        add(eDecryptionFails, "encr_key_offset", "The key file is too short: " + *error + ".").advice =
+            "Mend the offset, or give the devices' key file.";
+        return 0;
+    }
+
+    void checkSize(FindingCode code, const std::string& at, const std::string& what, uint64_t size,
+                   const std::string& noun, double given) const {
+        if (given <= 0 || given >= static_cast<double>(size)) return;
+        add(code, at,
+            what + " has " + std::to_string(size) + " bytes, for which the " + noun + " of " +
+                std::to_string(static_cast<uint64_t>(given)) + " is too small.");
+    }
+
+    void checkDigest(const std::string& at, const std::string& what, const std::string& digest,
+                     const std::string& given) const {
+        if (given.empty() || given == digest) return;
+        add(eDigestMismatch, at, what + " has the digest " + digest + ", and the spec has " + given + ".");
     }
 
     // The file as it travels.
@@ -74,112 +101,103 @@ struct FileRule {
         FileDigests digests = {};
         std::string fault = "its URL names no file";
         if (path.empty() || digestFile(path, nullptr, &digests, &fault) != 0) {
-            add(eTarMissing, *tar, tar->keyPrefix + "url", "The tar is not among the files: " + fault + ".");
+            add(eTarMissing, tar->keyPrefix + "url", "The tar is not among the files: " + fault + ".");
             return false;
         }
         tar->found = true;
         tar->path = path;
         tar->size = digests.size;
-        if (!tar->hash.empty() && tar->hash != digests.sha256)
-            add(eDigestMismatch, *tar, tar->keyPrefix + "hash",
-                "The SHA-256 digest of the file is " + digests.sha256 + ".");
-        if (tar->limit > 0 && tar->limit < static_cast<double>(tar->size))
-            add(eLimitTooSmall, *tar, tar->keyPrefix + "dlsize",
-                "The file has " + std::to_string(tar->size) + " bytes, and the download stops at the limit.");
+        checkDigest(tar->keyPrefix + "hash", path, digests.sha256, tar->hash);
+        checkSize(eLimitTooSmall, tar->keyPrefix + "dlsize", path, tar->size, "limit", tar->limit);
         return true;
     }
 
     bool list(TarFacts* tar, const std::string& path) const {
+        std::string compression;
         std::string unwanted;
-        tar->opened = tar->size > 0 && listTar(path, &tar->members, &unwanted) == 0;
+        tar->opened = tar->size > 0 && listTar(path, &tar->members, &compression, &unwanted) == 0;
+        if (tar->opened && !compression.empty())
+            add(eCompressedTar, tar->keyPrefix + "url",
+                tar->path + " is compressed by " + compression + ", which not every tar detects.");
         return tar->opened;
     }
 
     void openPlain(TarFacts* tar) const {
         if (list(tar, tar->path)) return;
         if (tar->size == 0 || tar->size % kCipherBlock != 0) {
-            add(eNotATar, *tar, tar->keyPrefix + "url", "The file is no tar.");
+            add(eNotATar, tar->keyPrefix + "url", tar->path + " is no tar.");
         } else {
-            add(eEncryptedWithoutKey, *tar, tar->keyPrefix + "url",
-                "The file is no tar and may be an encrypted one, but the spec names no key.");
+            add(eEncryptedWithoutKey, tar->keyPrefix + "url",
+                tar->path + " is no tar and may be an encrypted one, but the spec names no key.");
         }
     }
 
     // Leaves the path of the plain tar in `*path`.
     void openEncrypted(TarFacts* tar, std::string* path) const {
         if (list(tar, tar->path)) {
-            add(eKeyWithoutEncryption, *tar, "encr_key_offset",
-                "The device decrypts every tar, and this one is plain.");
+            add(eKeyWithoutEncryption, "encr_key_offset",
+                "The device decrypts every tar, and " + tar->path + " is plain.");
             return;
         }
-        if (options.secrets.empty()) {
-            add(eTarNotOpened, *tar, "encr_key_offset", "The tar is encrypted, and was not opened.");
-            return;
-        }
-        FileKey key = {};
+        if (options.secrets.empty())
+            add(eTarNotOpened, "encr_key_offset", tar->path + " is encrypted, and was not opened.");
+        if (!key.present) return;
         std::string fault;
         *path = folder.path + "/" + tar->localName;
-        const int64_t offset = static_cast<int64_t>(spec.keyOffset());
-        if (readSecret(options.secrets, offset, &key, &fault) != 0 ||
-            decryptFileTo(tar->path, *path, key, nullptr, &fault) != 0) {
-            add(eDecryptionFails, *tar, "encr_key_offset", "The tar does not decrypt: " + fault + ".");
+        if (decryptFileTo(tar->path, *path, key, nullptr, &fault) != 0) {
+            add(eDecryptionFails, "encr_key_offset", "A tar does not decrypt: " + fault + ".");
         } else if (!list(tar, *path)) {
-            add(eDecryptionFails, *tar, "encr_key_offset", "What the key makes of the file is no tar.");
+            add(eDecryptionFails, "encr_key_offset", "What the key makes of " + tar->path + " is no tar.");
         }
     }
 
     void checkMembers(const TarFacts& tar) const {
         for (const TarMember& member : tar.members) {
-            std::string key = tar.keyPrefix + "url";
+            std::string at = tar.keyPrefix + "url";
             bool wanted = false;
             for (const WantedMember& candidate : tar.wanted) {
                 if (candidate.name != member.name) continue;
-                key = candidate.key;
+                at = candidate.key;
                 wanted = true;
             }
             FindingCode code = eMemberLink;
-            std::string why = "The member \"" + member.name + "\" is a link.";
+            std::string fault = " is a link.";
             if (!isLink(member)) {
                 if (!climbs(member.name)) continue;
                 code = eMemberClimbs;
-                why =
-                    "The member \"" + member.name + "\" leads out of the directory that it is extracted to.";
+                fault = " leads out of the directory that it is extracted to.";
             }
-            Finding& finding = add(code, tar, key, why);
+            Finding& finding = add(code, at, nameOf(tar, member.name) + fault);
             if (!wanted) finding.severity = eWarning;  // nothing extracts it
         }
     }
 
-    void missing(const TarFacts& tar, const WantedMember& wanted, const std::string& why) const {
-        add(wanted.isImage ? eMemberMissing : eScriptMissing, tar, wanted.key, why);
+    void missing(const WantedMember& wanted, const std::string& why) const {
+        add(wanted.isImage ? eMemberMissing : eScriptMissing, wanted.key, why);
     }
 
     void checkWanted(const TarFacts& tar, const WantedMember& wanted, const std::string& plain) const {
         const TarMember* member = tar.member(wanted.name);
-        const std::string name = "\"" + wanted.name + "\"";
         if (member == nullptr) {
-            const bool dotted = tar.member("./" + wanted.name) != nullptr;
-            return missing(tar, wanted,
-                           dotted ? "The tar has it as \"./" + wanted.name + "\", which is another name."
-                                  : "The tar has no member " + name + ".");
+            const std::string dotted = "./" + wanted.name;
+            return missing(wanted, tar.path + (tar.member(dotted) != nullptr
+                                                   ? " has it as \"" + dotted + "\", which is another name."
+                                                   : " has no member \"" + wanted.name + "\"."));
         }
         if (member->type == TarMember::eDirectory || member->type == TarMember::eOther)
-            return missing(tar, wanted, "The member " + name + " is no file.");
+            return missing(wanted, nameOf(tar, wanted.name) + " is no file.");
         if (wanted.isImage && member->type == TarMember::eFile) checkImage(tar, wanted, *member, plain);
     }
 
     void checkImage(const TarFacts& tar, const WantedMember& wanted, const TarMember& member,
                     const std::string& plain) const {
-        if (tar.volumeSize > 0 && tar.volumeSize < static_cast<double>(member.size))
-            add(eVolumeTooSmall, tar, tar.keyPrefix + "imsize",
-                "The image has " + std::to_string(member.size) + " bytes.");
+        const std::string what = nameOf(tar, wanted.name);
+        checkSize(eVolumeTooSmall, tar.keyPrefix + "imsize", what, member.size, "volume", tar.volumeSize);
         std::string digest;
         std::string fault;
         if (digestTarMember(plain, wanted.name, &digest, &fault) != 0)
-            return missing(tar, wanted, "The member cannot be read: " + fault + ".");
-        if (digest != tar.imageMd5)
-            add(eDigestMismatch, tar, tar.keyPrefix + "image_md5",
-                "The MD5 digest of the image is " + digest + ".");
+            return missing(wanted, what + " cannot be read: " + fault + ".");
+        checkDigest(tar.keyPrefix + "image_md5", what, digest, tar.imageMd5);
     }
 };
 
@@ -189,7 +207,8 @@ int checkFiles(const SpecView& spec, const FileOptions& options, Tars* tars, Fin
                std::string* error) {
     const PlainFolder folder;
     if (folder.path.empty()) return fileError("a folder for decrypted tars", errno, error);
-    const FileRule rule = {spec, options, folder, findings};
+    FileRule rule = {spec, options, folder, findings};
+    if (int rc = rule.loadKey(error); rc != 0) return rc;
     for (TarFacts& tar : *tars) {
         if (!rule.find(&tar)) continue;
         std::string plain = tar.path;

@@ -4,6 +4,7 @@
 #include "check_rules.h"
 
 #include "nearest_word.h"
+#include "spec_keys.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,10 +13,6 @@ namespace {
 
 typedef std::vector<std::string> Words;
 
-const Words kTopKeys = {"version",    "hardware",    "clone_overlay", "encr_key_offset",
-                        "script_url", "script_hash", "script_dlsize"};
-const Words kImageKeys = {"type",  "update",    "imsize",  "dlsize",   "url",     "hash",
-                          "image", "image_md5", "preinst", "postinst", "version", "dep"};
 const Words kNoKeys;
 
 constexpr size_t kTripleSize = 3;
@@ -24,11 +21,15 @@ std::string quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
 
+bool isNumber(const std::string& text) {
+    return text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 // "[7]" is the key of an entry behind a gap; its path is that of any entry.
 bool isEntryKey(const std::string& name, std::string* number) {
     if (name.size() < 3 || name.front() != '[' || name.back() != ']') return false;
     *number = name.substr(1, name.size() - 2);
-    return number->find_first_not_of("0123456789") == std::string::npos && *number != "0";
+    return isNumber(*number) && *number != "0";
 }
 
 struct KeyRule {
@@ -58,6 +59,16 @@ struct KeyRule {
         if (!meant.empty()) finding.advice = "Write " + quoted(meant) + " if that is meant, or take it out.";
     }
 
+    void nil(const std::string& path) const {
+        const size_t dot = path.rfind('.');
+        const std::string name = dot == std::string::npos ? path : path.substr(dot + 1);
+        const std::string what = isNumber(name) ? "Entry " + name : quoted(name);
+        const std::string around = dot == std::string::npos ? "" : " of " + quoted(path.substr(0, dot));
+        Finding& finding =
+            findings->add(eNilValue, spec.at(path), what + around + " is nil, as if it were not there.");
+        if (isNumber(name)) finding.advice = "Put the entry between quotes, or take it out.";
+    }
+
     void dependencies(const LuaValue& list, const std::string& prefix) const {
         table(list, prefix, kNoKeys);
         for (size_t i = 0; i < list.items.size(); ++i) {
@@ -79,12 +90,12 @@ const LuaValue* valueAt(const LuaValue& table, const std::string& path) {
     const size_t dot = path.find('.');
     const std::string name = path.substr(0, dot);
     const LuaValue* value = nullptr;
-    const bool isNumber = name.find_first_not_of("0123456789") == std::string::npos;
-    const size_t number = isNumber && name.size() < 9 ? static_cast<size_t>(atol(name.c_str())) : 0;
+    const bool isEntry = isNumber(name);
+    const size_t number = isEntry && name.size() < 9 ? static_cast<size_t>(atol(name.c_str())) : 0;
     if (number >= 1 && number <= table.items.size()) {
         value = &table.items[number - 1];
     } else {
-        value = findField(table, isNumber ? "[" + name + "]" : name);
+        value = findField(table, isEntry ? "[" + name + "]" : name);
     }
     if (value == nullptr || dot == std::string::npos) return value;
     return valueAt(*value, path.substr(dot + 1));
@@ -94,7 +105,7 @@ const LuaValue* valueAt(const LuaValue& table, const std::string& path) {
 
 void checkKeys(const SpecView& spec, Findings* findings) {
     const KeyRule rule = {spec, findings};
-    rule.table(spec.file.table, "", kTopKeys);
+    rule.table(spec.file.table, "", kSpecKeys);
     for (const ImageView& image : spec.images) {
         rule.table(image.table, image.key(""), kImageKeys);
         const LuaValue* list = findField(image.table, "dep");
@@ -102,7 +113,6 @@ void checkKeys(const SpecView& spec, Findings* findings) {
     }
     for (const auto& line : spec.file.lines) {
         if (valueAt(spec.file.table, line.first) != nullptr) continue;
-        findings->add(eNilValue, spec.at(line.first),
-                      quoted(line.first) + " is nil, as if it were not there.");
+        rule.nil(line.first);
     }
 }

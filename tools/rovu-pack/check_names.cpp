@@ -46,13 +46,12 @@ struct NameRule {
         findings->add(code, spec.at(member.key), why);
     }
 
-    bool collides(const std::string& name) const {
-        const std::string step = firstStep(name);
+    bool isOwnFile(const std::string& name) const {
         for (const char* own : {"rovu.lua", "scriptTar", "progress.tmp", "_img.tmp"}) {
-            if (step == own) return true;
+            if (name == own) return true;
         }
         return std::any_of(spec.images.begin(), spec.images.end(),
-                           [&step](const ImageView& image) { return image.localName == step; });
+                           [&name](const ImageView& image) { return image.localName == name; });
     }
 
     void check(const NamedMember& member) const {
@@ -65,9 +64,11 @@ struct NameRule {
         if (name[0] == '-')
             add(eNameHyphen, member, "tar takes a name that begins with a hyphen for an option.");
         if (climbs(name)) add(eMemberClimbs, member, "The name leads out of the device's work directory.");
-        if (collides(name))
+        const std::string step = firstStep(name);
+        if (isOwnFile(step)) {
             add(eNameCollides, member,
-                "The extracted file lands on one of the device's own in its work directory.");
+                "What is extracted as \"" + name + "\" lands on the device's own " + workPath(step) + ".");
+        }
         const size_t length = longestLine(member);
         if (length > kLongestLine) {
             add(eCommandTooLong, member,
@@ -77,7 +78,7 @@ struct NameRule {
     }
 
     void image(const ImageView& image) const {
-        check({image.key("image"), image.text("image"), image.localName, true});
+        if (image.hasText("image")) check({image.key("image"), image.text("image"), image.localName, true});
         for (const char* hook : {"preinst", "postinst"}) {
             if (!image.text(hook).empty()) check({image.key(hook), image.text(hook), image.localName, false});
         }

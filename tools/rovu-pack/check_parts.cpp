@@ -30,8 +30,9 @@ void checkBehind(const SpecView& spec, const ScriptView& end, Findings* findings
 
 // Without a URL no tar is fetched, and the first script is not found.
 void checkScriptSource(const SpecView& spec, Findings* findings) {
-    if (!spec.hasRealScript() || spec.fetchesScriptTar()) return;
-    findings->add(eScriptMissing, spec.at("script_url"), "There are scripts and no tar that they come from.");
+    if (!spec.hasRealScript() || spec.fetchesScriptTar() || !spec.hasText("script_url")) return;
+    findings->add(eScriptMissing, spec.at("script_url"), "There are scripts and no tar that they come from.")
+        .advice = "Fill in script_url, script_hash and script_dlsize.";
 }
 
 // What is encrypted are the tars; with none the key is loaded for nothing, and must still be there.
@@ -40,18 +41,27 @@ void checkKeyUse(const SpecView& spec, Findings* findings) {
     findings->add(eKeyWithoutEncryption, spec.at("encr_key_offset"), "The spec has no tar to decrypt.");
 }
 
+// What is hidden behind a gap, or has an unknown word for its update, has a finding of its own.
+bool flashesNothing(const SpecView& spec) {
+    const std::vector<LuaField>& fields = spec.file.table.fields;
+    const bool hides = std::any_of(fields.begin(), fields.end(), [](const LuaField& field) {
+        return field.name[0] == '[' &&
+               (field.value.kind == LuaValue::eTable || field.value.text == kEndOfRun);
+    });
+    return !hides && std::all_of(spec.images.begin(), spec.images.end(),
+                                 [](const ImageView& image) { return image.text("update") == "optional"; });
+}
+
 }  // namespace
 
 void checkParts(const SpecView& spec, Findings* findings) {
     checkKinds(spec, findings);
     checkScriptSource(spec, findings);
     checkKeyUse(spec, findings);
-    const bool anyMandatory = std::any_of(spec.images.begin(), spec.images.end(),
-                                          [](const ImageView& image) { return image.isMandatory(); });
     const auto end = std::find_if(spec.scripts.begin(), spec.scripts.end(),
                                   [](const ScriptView& script) { return script.endsRun(); });
     if (end == spec.scripts.end()) {
-        if (anyMandatory) return;
+        if (!flashesNothing(spec)) return;
         findings->add(eNoMandatoryImage, spec.at(""),
                       "Nothing is flashed, and the device switches to a set that nobody wrote.");
         return;

@@ -23,4 +23,5 @@ set(ROVU_PACK_CHECK_SOURCES
   plan_report.cpp
   plan_selection.cpp
   plan_steps.cpp
+  refused_key.cpp
   spec_file.cpp)

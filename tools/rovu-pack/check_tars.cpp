@@ -14,7 +14,8 @@ TarFacts scriptTarOf(const SpecView& spec) {
     tar.hash = spec.text("script_hash");
     tar.limit = spec.number("script_dlsize").value_or(0);
     for (const ScriptView& script : spec.scripts) {
-        if (!script.endsRun()) tar.wanted.push_back({script.key(), script.name, false});
+        if (!script.endsRun() && !script.name.empty())
+            tar.wanted.push_back({script.key(), script.name, false});
     }
     return tar;
 }
@@ -28,9 +29,9 @@ TarFacts imageTarOf(const ImageView& image) {
     tar.limit = image.number("dlsize").value_or(0);
     tar.volumeSize = image.number("imsize").value_or(0);
     tar.imageMd5 = image.text("image_md5");
-    tar.wanted.push_back({image.key("image"), image.text("image"), true});
-    for (const char* hook : {"preinst", "postinst"}) {
-        if (!image.text(hook).empty()) tar.wanted.push_back({image.key(hook), image.text(hook), false});
+    for (const std::string field : {"image", "preinst", "postinst"}) {
+        const std::string name = image.text(field);
+        if (!name.empty()) tar.wanted.push_back({image.key(field), name, field == "image"});
     }
     return tar;
 }
@@ -51,8 +52,9 @@ const TarMember* TarFacts::member(const std::string& name) const {
 Tars tarsOf(const SpecView& spec) {
     Tars tars;
     if (spec.fetchesScriptTar()) tars.push_back(scriptTarOf(spec));
-    for (const ImageView& image : spec.images)
-        tars.push_back(imageTarOf(image));
+    for (const ImageView& image : spec.images) {
+        if (image.hasText("url")) tars.push_back(imageTarOf(image));
+    }
     return tars;
 }
 

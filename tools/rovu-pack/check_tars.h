@@ -37,7 +37,8 @@ struct TarFacts {
 
 typedef std::vector<TarFacts> Tars;
 
-/// The script tar first, if the device fetches one, then the images' in the spec's order.
+/// Those that have a URL: the script tar first, if the device fetches one, then the images' in the spec's
+/// order.
 Tars tarsOf(const SpecView& spec);
 
 /// \return the tar of that local name; null if there is none.

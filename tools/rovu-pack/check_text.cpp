@@ -5,7 +5,6 @@
 
 #include "spec_text.h"
 
-#include <algorithm>
 #include <cctype>
 #include <string>
 
@@ -15,10 +14,6 @@ constexpr size_t kNearLimit = kMaxSpecSize * 9 / 10 + 1;  // 90 per cent, rounde
 constexpr size_t kSignatureTextSize = 344;
 constexpr char kWord[] = "function";
 constexpr size_t kWordSize = sizeof kWord - 1;
-
-int lineAt(const std::string& text, size_t position) {
-    return 1 + static_cast<int>(std::count(text.begin(), text.begin() + static_cast<long>(position), '\n'));
-}
 
 void checkSize(const SpecFile& file, Findings* findings) {
     const size_t size = file.bytes.size();
@@ -46,9 +41,8 @@ void checkWord(const SpecFile& file, Findings* findings) {
     const size_t first = file.text.find(kWord);
     for (size_t at = first; at != std::string::npos; at = file.text.find(kWord, at + 1)) {
         if (!isWholeWord(file.text, at)) continue;
-        FindingPlace place = {file.path, "", lineAt(file.text, at)};
         Finding& finding =
-            findings->add(eFunctionWord, place,
+            findings->add(eFunctionWord, file.atByte(at),
                           "The word \"function\" refuses the whole spec, in a string or comment too.");
         if (at == first) return;
         finding.severity = eWarning;
@@ -63,7 +57,7 @@ bool isSignature(const std::string& text) {
 
 void checkMarker(const SpecFile& file, Findings* findings) {
     if (!file.hasMarker) return;
-    FindingPlace place = {file.path, "", lineAt(file.bytes, file.text.size())};
+    const FindingPlace place = file.atByte(file.text.size());
     if (!isSignature(file.signature)) {
         findings->add(
             eCommentAsMarker, place,

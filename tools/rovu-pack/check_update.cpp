@@ -11,22 +11,19 @@
 
 namespace {
 
-int requireReadable(const std::string& path, std::string* error) {
-    if (path.empty() || access(path.c_str(), R_OK) == 0) return 0;
-    return fileError(path, errno, error);
-}
-
-int requireFolder(const std::string& path, std::string* error) {
+int require(const std::string& path, bool isFolder, std::string* error) {
     struct stat status;
     if (path.empty()) return 0;
-    if (stat(path.c_str(), &status) != 0) return fileError(path, errno, error);
-    return S_ISDIR(status.st_mode) ? 0 : fileError(path, ENOTDIR, error);
+    if (access(path.c_str(), R_OK) != 0 || stat(path.c_str(), &status) != 0)
+        return fileError(path, errno, error);
+    if (S_ISDIR(status.st_mode) == isFolder) return 0;
+    return fileError(path, isFolder ? ENOTDIR : EISDIR, error);
 }
 
 int requireInputs(const CheckOptions& options, std::string* error) {
-    if (int rc = requireReadable(options.signatureUse.publicKey, error); rc != 0) return rc;
-    if (int rc = requireReadable(options.files.secrets, error); rc != 0) return rc;
-    return requireFolder(options.files.folder, error);
+    if (int rc = require(options.signatureUse.publicKey, false, error); rc != 0) return rc;
+    if (int rc = require(options.files.secrets, false, error); rc != 0) return rc;
+    return require(options.files.folder, true, error);
 }
 
 }  // namespace

@@ -17,17 +17,20 @@ struct ValueRule {
     const SpecView& spec;
     Findings* findings;
 
-    void badDigest(const std::string& key, size_t digits) const {
+    void digest(const std::string& key, const std::string& text, size_t digits) const {
+        if (isDigest(text, digits)) return;
         findings->add(eBadDigest, spec.at(key),
                       "The device compares with " + std::to_string(digits) +
-                          " lower-case hexadecimal digits, so this digest never matches.");
+                          " lower-case hexadecimal digits, which \"" + text + "\" never matches.");
     }
 
-    void hash(const std::string& key, const std::string& text) const {
+    void hash(const std::string& key, const LuaValue* value) const {
+        if (!isText(value)) return;
+        const std::string text = textOfValue(*value);
         if (text.empty()) {
             findings->add(eNoDigest, spec.at(key), "Without a digest the file is accepted unchecked.");
-        } else if (!isDigest(text, kSha256Digits)) {
-            badDigest(key, kSha256Digits);
+        } else {
+            digest(key, text, kSha256Digits);
         }
     }
 
@@ -50,8 +53,8 @@ struct ValueRule {
     }
 
     void image(const ImageView& image) const {
-        hash(image.key("hash"), image.text("hash"));
-        if (!isDigest(image.text("image_md5"), kMd5Digits)) badDigest(image.key("image_md5"), kMd5Digits);
+        hash(image.key("hash"), findField(image.table, "hash"));
+        if (image.hasText("image_md5")) digest(image.key("image_md5"), image.text("image_md5"), kMd5Digits);
         limit(image.key("dlsize"), image.number("dlsize"));
         size(image.key("imsize"), image.number("imsize"));
         if (image.number("imsize") == 0)
@@ -74,17 +77,20 @@ struct ValueRule {
 
     void scriptTar() const {
         if (!spec.fetchesScriptTar()) return;
-        hash("script_hash", spec.text("script_hash"));
+        hash("script_hash", findField(spec.file.table, "script_hash"));
         limit("script_dlsize", spec.number("script_dlsize"));
     }
 
     void hardware() const {
-        const std::string list = "," + spec.text("hardware") + ",";
-        for (const char* fault : {",,", ", ", " ,"}) {
-            if (list.find(fault) == std::string::npos) continue;
+        if (!spec.hasText("hardware")) return;
+        const std::string list = spec.text("hardware");
+        for (size_t at = 0, end = 0; at <= list.size(); at = end + 1) {
+            end = std::min(list.find(',', at), list.size());
+            const std::string model = list.substr(at, end - at);
+            if (!model.empty() && model.front() != ' ' && model.back() != ' ') continue;
             findings->add(eHardwareToken, spec.at("hardware"),
-                          "A model that is empty, or has a blank at its end, is compared as it stands.");
-            return;
+                          model.empty() ? "The list, or a model in it, is empty."
+                                        : "The blanks of \"" + model + "\" count as part of the model.");
         }
     }
 };

@@ -29,6 +29,7 @@ struct ImageView {
 
     std::string key(const std::string& field) const { return std::to_string(entry) + "." + field; }
     std::string text(const std::string& field) const;
+    bool hasText(const std::string& field) const;
     std::optional<double> number(const std::string& field) const;
     bool isMandatory() const { return text("update") == "mandatory"; }
 };
@@ -39,6 +40,7 @@ struct SpecView {
     std::vector<ImageView> images;
 
     std::string text(const std::string& field) const;
+    bool hasText(const std::string& field) const;
     std::optional<double> number(const std::string& field) const;
     bool hasRealScript() const;     // one that must come from the script tar
     bool fetchesScriptTar() const;  // there are scripts and a URL
@@ -48,6 +50,10 @@ struct SpecView {
 
 /// The file must outlive the view.
 SpecView viewOf(const SpecFile& file);
+
+/// Whether the device takes the value, if it is there, for a text. It refuses a spec in which one is wanted
+/// and is none.
+bool isText(const LuaValue* value);
 
 /// The text of a string or a number, as the device takes it; empty for anything else.
 std::string textOfValue(const LuaValue& value);

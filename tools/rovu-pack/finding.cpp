@@ -3,6 +3,7 @@
 #include "finding.h"
 
 #include <algorithm>
+#include <climits>
 #include <utility>
 
 namespace {
@@ -51,6 +52,7 @@ constexpr CatalogueEntry kCatalogue[] = {
     {"tar-missing", eError, "Put the file there, or mend the URL."},
     {"tar-not-opened", eNote, "Give the device's key file with --secrets."},
     {"not-a-tar", eError, "Make the file with tar, without a compression that the device does not know."},
+    {"compressed-tar", eWarning, "Serve the plain tar, or make sure that the device's tar detects this."},
     {"member-missing", eError, "Write the name as tar -tf prints it, or add the member."},
     {"script-missing", eError, "Write the name as tar -tf prints it, or add the script."},
     {"member-link", eError, "Store the file itself."},
@@ -64,6 +66,11 @@ constexpr CatalogueEntry kCatalogue[] = {
 };
 static_assert(sizeof kCatalogue / sizeof kCatalogue[0] == eFindingCodeCount, "one entry for each code");
 
+// What has no line goes behind what has one.
+int lineOrder(const Finding& finding) {
+    return finding.place.line == 0 ? INT_MAX : finding.place.line;
+}
+
 }  // namespace
 
 Finding& Findings::add(FindingCode code, FindingPlace place, std::string why) {
@@ -74,7 +81,7 @@ Finding& Findings::add(FindingCode code, FindingPlace place, std::string why) {
 
 void Findings::sort() {
     std::stable_sort(all.begin(), all.end(), [](const Finding& a, const Finding& b) {
-        return a.severity != b.severity ? a.severity > b.severity : a.place.line < b.place.line;
+        return a.severity != b.severity ? a.severity > b.severity : lineOrder(a) < lineOrder(b);
     });
 }
 

@@ -45,6 +45,7 @@ enum FindingCode {
     eTarMissing,
     eTarNotOpened,
     eNotATar,
+    eCompressedTar,
     eMemberMissing,
     eScriptMissing,
     eMemberLink,
@@ -59,9 +60,9 @@ enum FindingCode {
 
 /// Where a finding stands, as far as it is known.
 struct FindingPlace {
-    std::string file;
-    std::string key;  // path in the spec's table, as "3.url" for the third entry; empty: no key
-    int line = 0;     // of the spec, from 1; 0: not known
+    std::string file;  // the spec
+    std::string key;   // path in the spec's table, as "3.url" for the third entry; empty: no key
+    int line = 0;      // of the spec, from 1; 0: not known
 };
 
 struct Finding {
@@ -77,7 +78,7 @@ public:
     /// Adds a finding with the severity and the advice that belong to its code; the caller may change both.
     Finding& add(FindingCode code, FindingPlace place, std::string why);
 
-    /// Errors first, then by line; what is equal in both stays in its order.
+    /// Errors first, then by line, those without one last; what is equal in both stays in its order.
     void sort();
 
     size_t count(Severity severity) const;

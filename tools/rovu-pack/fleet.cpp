@@ -2,6 +2,8 @@
 
 #include "fleet.h"
 
+#include "check_device_log.h"
+
 #include <cerrno>
 #include <sstream>
 
@@ -59,9 +61,10 @@ std::vector<FleetRow> planFleet(const SpecView& spec, const std::vector<DeviceKi
             row.plans[set] = planRun(row.selection, set);
         row.room = roomOn(spec, tars, row);
         if (!row.accepts() && spec.file.refusedIn == eStateInvalid) {
-            findings->add(eDeviceRefuses, spec.at(""),
-                          "A " + device.model + " with kernel " + device.kernel + " and rootfs " +
-                              device.rootfs + " refuses the update: " + row.selection.refusal + ".");
+            findings->add(eDeviceRefuses, spec.at(row.selection.refusedKey),
+                          withFullStop("The device " + device.model + " with kernel " + device.kernel +
+                                       " and rootfs " + device.rootfs +
+                                       " refuses the update: " + row.selection.refusal));
         }
         fleet.push_back(std::move(row));
     }

@@ -8,6 +8,8 @@ namespace {
 
 typedef std::vector<std::string> Cells;
 
+constexpr size_t kLongestRefusal = 60;
+
 std::string imagesText(const FleetRow& row) {
     std::string text;
     for (const ImageChoice& choice : row.selection.images) {
@@ -35,6 +37,12 @@ std::string statesText(const Plan& plan) {
     return text;
 }
 
+// A cell's worth of a refusal; the finding has all of it.
+std::string shortText(const std::string& refusal) {
+    const std::string first = refusal.substr(0, refusal.find("; "));
+    return first.size() <= kLongestRefusal ? first : first.substr(0, kLongestRefusal - 3) + "...";
+}
+
 Cells cellsOf(const FleetRow& row) {
     const bool sure = row.room.isKnown;
     return {row.device.model,
@@ -44,7 +52,7 @@ Cells cellsOf(const FleetRow& row) {
             imagesText(row),
             (sure ? "" : ">") + std::to_string(row.room.download),
             (sure ? "" : ">") + std::to_string(row.room.peak()),
-            row.accepts() ? statesText(row.plans[0]) : row.selection.refusal};
+            row.accepts() ? statesText(row.plans[0]) : shortText(row.selection.refusal)};
 }
 
 }  // namespace

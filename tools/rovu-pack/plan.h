@@ -31,6 +31,7 @@ struct Selection {
     SpecRecord record = SpecRecord(nullptr, freeSpec);  // as the choice left it; null if refused before
     std::string refusal;                                // in the device's words; empty: it accepts
     UpdateState refusedIn = eStateInvalid;              // the state in which it refuses
+    std::string refusedKey;                             // what it refuses; empty: not one key alone
     bool readsRootfs = false;                           // the device gets as far as asking for its rootfs
     std::vector<ImageChoice> images;                    // in the spec's order
 };

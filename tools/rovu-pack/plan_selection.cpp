@@ -126,7 +126,9 @@ void noteOutcomes(UpdateSpecVer1* spec, bool accepted, std::vector<ImageChoice>*
 bool decide(const DeviceKind& device, Selection* selection) {
     InstalledVersions installed = {};
     UpdateSpecVer1* spec = selection->record.get();
+    selection->refusedKey = "hardware";
     if (!isModelSupported(*spec, device.model.c_str())) return false;
+    selection->refusedKey.clear();
     std::string release = device.kernel;
     if (!isReleaseKnown("kernel", parseKernelRelease(&installed.kernel, release.data()))) return false;
     selection->readsRootfs = true;

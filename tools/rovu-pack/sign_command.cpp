@@ -67,7 +67,9 @@ int run(const SignOptions& options) {
 void addSignCommand(CLI::App* app, int* exitStatus) {
     const auto options = std::make_shared<SignOptions>();
     CLI::App* command = app->add_subcommand("sign", "Sign a spec in place; replaces an old signature");
-    command->add_option("SPEC", options->spec, "Text written by hand, signed or not")->required();
+    command->add_option("SPEC", options->spec, "Text written by hand, signed or not")
+        ->required()
+        ->type_name("FILE");
     command->add_option("--key", options->key, "Private key that signs")->required()->type_name("PEM");
     command->callback([options, exitStatus] { *exitStatus = run(*options); });
 }

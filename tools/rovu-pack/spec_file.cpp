@@ -4,13 +4,14 @@
 #include "spec_file.h"
 
 #include "check_device_log.h"
+#include "refused_key.h"
 #include "settings.h"
 #include "spec_reader.h"
 #include "spec_signature.h"
 #include "spec_text.h"
 #include "text_files.h"
 
-#include <cctype>
+#include <algorithm>
 #include <cerrno>
 
 namespace {
@@ -56,37 +57,41 @@ int lineInMessage(const std::string& message) {
     return at == std::string::npos ? 0 : atoi(message.c_str() + at + sizeof kBehindChunkName - 1);
 }
 
-// The only key that the message names between double quotes.
-std::string keyInMessage(const SpecFile& spec, const std::string& message) {
-    const size_t open = message.find('"');
-    const size_t close = message.find('"', open + 1);
-    if (open == std::string::npos || close == std::string::npos) return "";
-    const std::string word = message.substr(open + 1, close - open - 1);
-    std::string found;
-    for (const auto& line : spec.lines) {
-        const size_t dot = line.first.rfind('.');
-        if (line.first.substr(dot == std::string::npos ? 0 : dot + 1) != word) continue;
-        if (!found.empty()) return "";
-        found = line.first;
-    }
-    return found;
+Finding& refuse(SpecFile* spec, UpdateState state, const FindingPlace& place, const std::string& message,
+                Findings* findings) {
+    if (spec->refusedIn == eStateInvalid) spec->refusedIn = state;
+    return findings->add(eDeviceRefuses, place, withFullStop("Every device refuses the spec: " + message));
 }
 
-void refuse(SpecFile* spec, UpdateState state, DeviceLog* log, Findings* findings) {
-    const std::string message = log->takeText();
-    FindingPlace place = spec->at(keyInMessage(*spec, message));
-    if (int line = lineInMessage(message); line != 0) place.line = line;
-    findings->add(eDeviceRefuses, place, "Every device refuses the spec: " + message + ".");
-    if (spec->refusedIn == eStateInvalid) spec->refusedIn = state;
+std::string adviceOnSignature(const SpecFile& spec) {
+    const std::string& key = spec.signatureUse.publicKey;
+    const std::string& text = spec.signature;
+    if (!spec.hasMarker) return "Sign the text, or give --unsigned if the devices run with \"-k NONE\".";
+    if (verifySpecSignature(key.c_str(), "", 0, text.data(), text.size()) == ENOMEM)
+        return key + " is no public key: give the one that the devices hold.";
+    return "Sign the text as it is now, with the private key that belongs to " + key + ".";
 }
 
 void askDevice(SpecFile* spec, Findings* findings) {
     DeviceLog log;
-    if (!authenticate(*spec)) refuse(spec, eStateDownloadingSpec, &log, findings);
+    if (!authenticate(*spec)) {
+        const FindingPlace place = spec->hasMarker ? spec->atByte(spec->text.size()) : spec->at("");
+        refuse(spec, eStateDownloadingSpec, place, log.takeText(), findings).advice =
+            adviceOnSignature(*spec);
+    }
     lua_State* L = evaluate(*spec);
-    if (L == nullptr) return refuse(spec, eStateDownloadingSpec, &log, findings);
+    if (L == nullptr) {
+        const std::string message = log.takeText();
+        const FindingPlace place = {spec->path, "", lineInMessage(message)};
+        refuse(spec, eStateDownloadingSpec, place, message, findings);
+        return;
+    }
     const SpecRecord record(readSpec(L), freeSpec);
-    if (record == nullptr) refuse(spec, eStateParsingSpec, &log, findings);
+    if (record != nullptr) return;
+    const std::string message = log.takeText();
+    const bool isSmall = spec->bytes.size() <= kMaxSpecSize;  // a larger one would take too long
+    const std::string key = isSmall ? refusedKey(evaluate(*spec)) : "";
+    refuse(spec, eStateParsingSpec, spec->at(key), message, findings);
 }
 
 }  // namespace
@@ -103,6 +108,11 @@ FindingPlace SpecFile::at(const std::string& key) const {
         around.resize(dot == std::string::npos ? 0 : dot);
     }
     return place;
+}
+
+FindingPlace SpecFile::atByte(size_t position) const {
+    const auto end = bytes.begin() + static_cast<long>(position);
+    return {path, "", 1 + static_cast<int>(std::count(bytes.begin(), end, '\n'))};
 }
 
 int loadSpecFile(const std::string& path, const SignatureUse& signatureUse, SpecFile* spec,

@@ -32,6 +32,8 @@ struct SpecFile {
 
     /// Where the key at `key` stands; if its line is not known, that of the nearest table around it.
     FindingPlace at(const std::string& key) const;
+    /// Where the byte at `position` of the file stands.
+    FindingPlace atByte(size_t position) const;
 };
 
 typedef std::unique_ptr<UpdateSpecVer1, void (*)(UpdateSpecVer1*)> SpecRecord;

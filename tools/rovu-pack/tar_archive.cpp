@@ -157,10 +157,13 @@ int writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_
     return archive_write_close(tar.get()) == ARCHIVE_OK ? 0 : archiveError(path, tar.get(), error);
 }
 
-int listTar(const std::string& path, std::vector<TarMember>* members, std::string* error) {
+int listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression,
+            std::string* error) {
     members->clear();
-    const TakeMember take = [members](const TarMember& member, archive*) {
+    compression->clear();
+    const TakeMember take = [members, compression](const TarMember& member, archive* tar) {
         members->push_back(member);
+        if (archive_filter_code(tar, 0) != ARCHIVE_FILTER_NONE) *compression = archive_filter_name(tar, 0);
         return 0;
     };
     return walkTar(path, take, error);

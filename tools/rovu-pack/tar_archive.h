@@ -31,8 +31,10 @@ struct TarMember {
 };
 
 /// Lists the tar at `path`, compressed or not, in its own order. A name that is there twice is listed twice.
+/// \param compression receives the name of the outermost one; empty: none.
 /// \return 0, or a positive errno value with a sentence in `*error`.
-int listTar(const std::string& path, std::vector<TarMember>* members, std::string* error);
+int listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression,
+            std::string* error);
 
 /// The MD5 digest of one regular file of a tar; the last of several of one name is what an extraction leaves.
 /// \return 0, or a positive errno value with a sentence in `*error`: ENOENT if it is not there.
