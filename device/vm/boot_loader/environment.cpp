@@ -1,0 +1,53 @@
+// A copy is the sum, a flag, and the variables as NAME=VALUE with a NUL behind each.
+
+#include "environment.h"
+
+#include "image_bytes.h"
+
+#include <cerrno>
+#include <cstdint>
+
+namespace {
+
+// The same places stand in the machine's fw_env.config.
+constexpr size_t kCopiesAt[] = {0, 0x10000};
+constexpr size_t kCopySize = 0x2000;
+constexpr size_t kFlagAt = 4;
+constexpr size_t kVariablesAt = 5;
+
+bool isSound(const std::string& image, size_t start) {
+    if (start + kCopySize > image.size()) return false;
+    const char* copy = image.data() + start;
+    return word(copy) == ~crc32(copy + kVariablesAt, kCopySize - kVariablesAt);
+}
+
+uint8_t flagOf(const std::string& image, size_t start) {
+    return static_cast<uint8_t>(image[start + kFlagAt]);
+}
+
+// Flags either count up, and wrap, or are 1 for the copy in use and 0 for the other.
+bool isNewer(uint8_t flag, uint8_t other) {
+    if (flag == 0 && other == UINT8_MAX) return true;
+    if (flag == UINT8_MAX && other == 0) return false;
+    return flag > other;
+}
+
+}  // namespace
+
+int readVariable(const std::string& path, const std::string& name, std::string* value) {
+    std::string image;
+    if (int rc = readWhole(path, &image); rc != 0) return rc;
+    size_t chosen = image.size();
+    for (const size_t start : kCopiesAt) {
+        if (!isSound(image, start)) continue;
+        if (chosen == image.size() || isNewer(flagOf(image, start), flagOf(image, chosen))) chosen = start;
+    }
+    if (chosen == image.size()) return EILSEQ;
+    const std::string variables =
+        std::string(1, '\0') + image.substr(chosen + kVariablesAt, kCopySize - kVariablesAt);
+    const std::string key = std::string(1, '\0') + name + "=";
+    const size_t found = variables.find(key);
+    if (found == std::string::npos) return ENOENT;
+    *value = variables.c_str() + found + key.size();
+    return 0;
+}

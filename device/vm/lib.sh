@@ -1,0 +1,50 @@
+# What the scripts beside this file share; they source it with their own folder in `here`.
+# shellcheck shell=sh disable=SC2154,SC2034
+project=$(cd "$here/../.." && pwd)
+vm_host="" vm_sysroot="" vm_bin="" vm_kernel="" vm_applets="" vm_libc=""
+eval "$("$here/build" --print-paths)"
+host_build=$project/build/demo
+target_build=$project/build/mips
+vm=$project/build/vm
+images=$vm/images
+url=http://127.0.0.1:8643
+power_on_limit=120 # seconds
+
+fail() {
+    echo "device/vm/${0##*/}: $*" >&2
+    exit 1
+}
+
+# Starts a machine that runs a shell command, in the background; the emulator's process is `emulator`, and what
+# the command prints comes into FOLDER/output.
+start_machine() { # start_machine FOLDER COMMAND
+    echo "$2" >"$1/script"
+    : >"$1/output"
+    timeout --foreground -s KILL "$power_on_limit" "$here/boot" "$1" --command "$1/script" \
+        --files "${files:-$images/www.img}" --console "$1/console.log" --output "$1/output" </dev/null &
+    emulator=$!
+}
+
+# How the machine ended: "exit N" with the command's status, "restart", or "nothing" if it just stopped.
+how_it_ended() { # how_it_ended FOLDER
+    status=$(tr -d '\r' <"$1/output" | sed -n 's/^rovu-vm: exit status //p')
+    if [ -n "$status" ]; then
+        echo "exit $status"
+    elif grep -q 'reboot: Restarting system' "$1/console.log"; then
+        echo restart
+    else
+        echo nothing
+    fi
+}
+
+# What the command printed.
+printed() { # printed FOLDER
+    tr -d '\r' <"$1/output" | sed '/^rovu-vm: /d'
+}
+
+# One power-on from start to end; what the command printed is on standard output.
+power_on() { # power_on FOLDER COMMAND
+    start_machine "$1" "$2"
+    wait "$emulator" || return 1
+    printed "$1"
+}
