@@ -18,7 +18,7 @@ fail() {
 # Starts a machine that runs a shell command, in the background; the emulator's process is `emulator`, and what
 # the command prints comes into FOLDER/output.
 start_machine() { # start_machine FOLDER COMMAND
-    echo "$2" >"$1/script"
+    printf '%s\n' "$2" >"$1/script"
     : >"$1/output"
     timeout --foreground -s KILL "$power_on_limit" "$here/boot" "$1" --command "$1/script" \
         --files "${files:-$images/www.img}" --console "$1/console.log" --output "$1/output" </dev/null &
@@ -28,10 +28,11 @@ start_machine() { # start_machine FOLDER COMMAND
 # How the machine ended: "exit N" with the command's status, "restart", or "nothing" if it just stopped.
 how_it_ended() { # how_it_ended FOLDER
     status=$(tr -d '\r' <"$1/output" | sed -n 's/^rovu-vm: exit status //p')
-    if [ -n "$status" ]; then
-        echo "exit $status"
-    elif grep -q 'reboot: Restarting system' "$1/console.log"; then
+    # The command may have ended before the restart that it asked for.
+    if grep -q 'reboot: Restarting system' "$1/console.log"; then
         echo restart
+    elif [ -n "$status" ]; then
+        echo "exit $status"
     else
         echo nothing
     fi
