@@ -12,6 +12,6 @@ uint32_t word(const char* at);
 /// CRC-32 without the final complement, as UBI has it.
 uint32_t crc32(const char* bytes, size_t size);
 
-/// Reads the file at `path` behind what is in `*bytes`.
+/// Reads the file at `path`.
 /// \return 0 or a positive errno value.
 int readWhole(const std::string& path, std::string* bytes);
