@@ -6,8 +6,9 @@
 
 int main(int argc, char** argv) {
     if (argc != 3) {
-        fputs("usage: ref-file FILE NAME    a line \"NAME VOLUME MD5\" for each entry, or \"NAME unreadable\"\n",
-              stderr);
+        fputs(
+            "usage: ref-file FILE NAME    a line \"NAME VOLUME MD5\" for each entry, or \"NAME unreadable\"\n",
+            stderr);
         return 2;
     }
     RefChecksumList list;
