@@ -68,7 +68,9 @@ int __wrap_clock_gettime(clockid_t, timespec* now) {
     return 0;
 }
 
-int __wrap___clock_gettime64(clockid_t clock, timespec* now) { return __wrap_clock_gettime(clock, now); }
+int __wrap___clock_gettime64(clockid_t clock, timespec* now) {
+    return __wrap_clock_gettime(clock, now);
+}
 
 CURL* __wrap_curl_easy_init() {
     ++interposed.handlesMade;
