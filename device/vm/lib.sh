@@ -3,7 +3,9 @@
 project=$(cd "$here/../.." && pwd)
 vm_host="" vm_sysroot="" vm_bin="" vm_kernel="" vm_applets="" vm_libc=""
 eval "$("$here/build" --print-paths)"
-host_build=$project/build/demo
+# The workstation's programs are those of this preset.
+host_preset=${ROVU_VM_HOST_PRESET:-demo}
+host_build=$project/build/$host_preset
 target_build=$project/build/mips
 vm=$project/build/vm
 images=$vm/images
@@ -13,6 +15,11 @@ power_on_limit=120 # seconds
 fail() {
     echo "device/vm/${0##*/}: $*" >&2
     exit 1
+}
+
+require_images() {
+    if [ -e "$images/www.img" ] && [ -x "$host_build/rovu-vm-image" ]; then return; fi
+    "$here/make-images" >&2
 }
 
 # Starts a machine that runs a shell command, in the background; the emulator's process is `emulator`, and what
