@@ -1,3 +1,5 @@
+// Bytes of the images, whatever the byte order of the workstation.
+
 #include "image_bytes.h"
 
 #include <array>
