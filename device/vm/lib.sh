@@ -10,7 +10,7 @@ target_build=$project/build/mips
 vm=$project/build/vm
 images=$vm/images
 url=http://127.0.0.1:8643
-power_on_limit=120 # seconds
+power_on_limit=240 # seconds, several times what the longest takes on a busy workstation
 
 fail() {
     echo "device/vm/${0##*/}: $*" >&2
@@ -53,6 +53,11 @@ printed() { # printed FOLDER
 # One power-on from start to end; what the command printed is on standard output.
 power_on() { # power_on FOLDER COMMAND
     start_machine "$1" "$2"
-    wait "$emulator" || return 1
+    if ! wait "$emulator"; then
+        echo "device/vm/${0##*/}: the machine was not done within $power_on_limit s, or its emulator failed" >&2
+        echo "the end of $1/console.log:" >&2
+        tail -n 20 "$1/console.log" >&2
+        return 1
+    fi
     printed "$1"
 }
