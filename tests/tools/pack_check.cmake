@@ -12,5 +12,5 @@ if(ROVU_BUILD_SIM)
   target_link_libraries(rovu_pack_check_tests PRIVATE
     rovu_pack_lib rovu_test_support rovu_warnings GTest::gtest_main)
   add_dependencies(rovu_pack_check_tests rovu-pack)
-  gtest_discover_tests(rovu_pack_check_tests TEST_PREFIX tools. NO_PRETTY_VALUES PROPERTIES TIMEOUT 240)
+  gtest_discover_tests(rovu_pack_check_tests TEST_PREFIX tools. NO_PRETTY_VALUES PROPERTIES TIMEOUT 600)
 endif()

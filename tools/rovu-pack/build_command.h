@@ -2,8 +2,9 @@
 
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "update_builder.h"
 
-/// Adds the command to `app`. If it is chosen, parsing runs it and stores its exit status in `*exitStatus`,
-/// which must outlive the parsing.
-void addBuildCommand(CLI::App* app, int* exitStatus);
+/// Makes an update out of a manifest, and prints a table of what it made. Errors are printed to stderr.
+///
+/// \return the exit status
+int runBuild(const BuildOptions& options);

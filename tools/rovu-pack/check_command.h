@@ -2,8 +2,20 @@
 
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "check_update.h"
 
-/// Adds the command to `app`. If it is chosen, parsing runs it and stores its exit status in `*exitStatus`,
-/// which must outlive the parsing.
-void addCheckCommand(CLI::App* app, int* exitStatus);
+#include <string>
+#include <vector>
+
+struct CheckCommandOptions {
+    CheckOptions check;
+    DeviceKind device;                 ///< empty, or one device
+    std::vector<std::string> devices;  ///< more, as "model=...,kernel=...,rootfs=..."
+    bool strict = false;               ///< warnings count for the exit status too
+    bool json = false;
+};
+
+/// Prints what devices will do with a spec, and what its owner will regret. Errors are printed to stderr.
+///
+/// \return the exit status
+int runCheck(CheckCommandOptions options);

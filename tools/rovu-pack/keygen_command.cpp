@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,18 +44,11 @@ int makePair(const std::string& folder, std::string* error) {
     return 0;
 }
 
-int run(const std::string& folder) {
+}  // namespace
+
+int runKeygen(const std::string& folder) {
     std::string error;
     if (makePair(folder, &error) == 0) return kExitClean;
     fprintf(stderr, "rovu-pack keygen: %s\n", error.c_str());
     return kExitTrouble;
-}
-
-}  // namespace
-
-void addKeygenCommand(CLI::App* app, int* exitStatus) {
-    const auto folder = std::make_shared<std::string>();
-    CLI::App* command = app->add_subcommand("keygen", "Make a key pair; overwrites nothing");
-    command->add_option("DIR", *folder, "Folder for private.pem and rovu_pub.pem")->required();
-    command->callback([folder, exitStatus] { *exitStatus = run(*folder); });
 }

@@ -2,8 +2,10 @@
 
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <string>
 
-/// Adds the command to `app`. If it is chosen, parsing runs it and stores its exit status in `*exitStatus`,
-/// which must outlive the parsing.
-void addKeygenCommand(CLI::App* app, int* exitStatus);
+/// Makes a key pair in `folder`, which is made if there is none; overwrites nothing. Errors are printed to
+/// stderr.
+///
+/// \return the exit status
+int runKeygen(const std::string& folder);

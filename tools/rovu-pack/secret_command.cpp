@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
-#include <memory>
 #include <openssl/rand.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -50,7 +49,9 @@ int appendSecret(const std::string& path, int64_t* offset, std::string* error) {
     return 0;
 }
 
-int run(const std::string& path) {
+}  // namespace
+
+int runSecret(const std::string& path) {
     int64_t offset = 0;
     std::string error;
     if (appendSecret(path, &offset, &error) != 0) {
@@ -59,13 +60,4 @@ int run(const std::string& path) {
     }
     printf("%s\n", std::to_string(offset).c_str());
     return kExitClean;
-}
-
-}  // namespace
-
-void addSecretCommand(CLI::App* app, int* exitStatus) {
-    const auto path = std::make_shared<std::string>();
-    CLI::App* command = app->add_subcommand("secret", "Append a secret to a key file, and print its offset");
-    command->add_option("FILE", *path, "Key file as the device holds it; made if there is none")->required();
-    command->callback([path, exitStatus] { *exitStatus = run(*path); });
 }

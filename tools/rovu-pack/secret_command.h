@@ -2,8 +2,10 @@
 
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <string>
 
-/// Adds the command to `app`. If it is chosen, parsing runs it and stores its exit status in `*exitStatus`,
-/// which must outlive the parsing.
-void addSecretCommand(CLI::App* app, int* exitStatus);
+/// Appends a secret to the key file `path`, which is made if there is none, and prints its offset in bytes.
+/// Errors are printed to stderr.
+///
+/// \return the exit status
+int runSecret(const std::string& path);

@@ -11,17 +11,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr mode_t kPermissions = 07777;
-
-struct SignOptions {
-    std::string spec;
-    std::string key;
-};
 
 // Where a link leads: it is the file that is replaced, not the link.
 int resolve(const std::string& path, std::string* real, mode_t* mode, std::string* error) {
@@ -55,21 +49,11 @@ int signFile(const SignOptions& options, std::string* error) {
     return replaceFile(path, spec, mode, error);
 }
 
-int run(const SignOptions& options) {
+}  // namespace
+
+int runSign(const SignOptions& options) {
     std::string error;
     if (signFile(options, &error) == 0) return kExitClean;
     fprintf(stderr, "rovu-pack sign: %s\n", error.c_str());
     return kExitTrouble;
-}
-
-}  // namespace
-
-void addSignCommand(CLI::App* app, int* exitStatus) {
-    const auto options = std::make_shared<SignOptions>();
-    CLI::App* command = app->add_subcommand("sign", "Sign a spec in place; replaces an old signature");
-    command->add_option("SPEC", options->spec, "Text written by hand, signed or not")
-        ->required()
-        ->type_name("FILE");
-    command->add_option("--key", options->key, "Private key that signs")->required()->type_name("PEM");
-    command->callback([options, exitStatus] { *exitStatus = run(*options); });
 }

@@ -2,8 +2,14 @@
 
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <string>
 
-/// Adds the command to `app`. If it is chosen, parsing runs it and stores its exit status in `*exitStatus`,
-/// which must outlive the parsing.
-void addSignCommand(CLI::App* app, int* exitStatus);
+struct SignOptions {
+    std::string spec;  ///< file, signed or not
+    std::string key;   ///< file with the private key, PEM
+};
+
+/// Signs a spec where it lies, in place of an old signature. Errors are printed to stderr.
+///
+/// \return the exit status
+int runSign(const SignOptions& options);

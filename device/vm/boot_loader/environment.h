@@ -6,6 +6,5 @@
 #include <string>
 
 /// \return 0 with `*value` written; the errno value of the file's reading; EILSEQ if no copy is sound; ENOENT
-/// if
-///         there is no such variable.
+///         if there is no such variable.
 int readVariable(const std::string& path, const std::string& name, std::string* value);
