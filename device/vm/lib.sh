@@ -22,6 +22,14 @@ require_images() {
     "$here/make-images" >&2
 }
 
+# The emulator and its board, as the words of a command. It stays on the one processor that this shell is on: the
+# emulated processor's thread clears a bit of the cause register without a lock, if in one instruction, and a disk's
+# interrupt that another processor raises in the middle of it is lost, with which the machine stands still.
+emulated_board() {
+    echo "taskset -c $(cut -d' ' -f39 "/proc/$$/stat") qemu-system-mips" \
+        "-M malta -m 128 -nodefaults -display none -no-reboot"
+}
+
 # Starts a machine that runs a shell command, in the background; the emulator's process is `emulator`, and what
 # the command prints comes into FOLDER/output.
 start_machine() { # start_machine FOLDER COMMAND
@@ -55,8 +63,10 @@ power_on() { # power_on FOLDER COMMAND
     start_machine "$1" "$2"
     if ! wait "$emulator"; then
         echo "device/vm/${0##*/}: the machine was not done within $power_on_limit s, or its emulator failed" >&2
-        echo "the end of $1/console.log:" >&2
-        tail -n 20 "$1/console.log" >&2
+        for file in console.log output; do
+            echo "the end of $1/$file:" >&2
+            tail -n 20 "$1/$file" >&2
+        done
         return 1
     fi
     printed "$1"
