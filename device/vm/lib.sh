@@ -22,9 +22,9 @@ require_images() {
     "$here/make-images" >&2
 }
 
-# The emulator and its board, as the words of a command. It stays on the one processor that this shell is on: the
-# emulated processor's thread clears a bit of the cause register without a lock, if in one instruction, and a disk's
-# interrupt that another processor raises in the middle of it is lost, with which the machine stands still.
+# The emulator and its board, as the words of a command. It stays on the processor that this shell is on: the thread
+# of the emulated processor clears a bit of the cause register without the lock, though in one instruction. On two
+# processors, a disk's interrupt that is raised at that moment would be lost, and the machine would stand still.
 emulated_board() {
     echo "taskset -c $(cut -d' ' -f39 "/proc/$$/stat") qemu-system-mips" \
         "-M malta -m 128 -nodefaults -display none -no-reboot"
