@@ -4,6 +4,7 @@
 
 #include "digests.h"
 #include "encryption.h"
+#include "progress_bar.h"
 #include "text_files.h"
 
 #include <cerrno>
@@ -63,6 +64,7 @@ struct FileRule {
     const SpecView& spec;
     const FileOptions& options;
     const PlainFolder& folder;
+    ProgressBar* bar;
     Findings* findings;
     FileKey key = {};
 
@@ -95,20 +97,29 @@ struct FileRule {
         add(eDigestMismatch, at, what + " has the digest " + digest + ", and the spec has " + given + ".");
     }
 
+    // Each tar is read once as it travels, once to be decrypted, and once for its image.
+    void expectWork(const Tars& tars) const {
+        uint64_t bytes = 0;
+        for (const TarFacts& tar : tars) {
+            std::error_code error;
+            const uint64_t size = std::filesystem::file_size(tar.path, error);
+            if (!error) bytes += size * (1U + (key.present ? 1U : 0U) + (tar.volumeSize > 0 ? 1U : 0U));
+        }
+        bar->expect(bytes);
+    }
+
     // The file as it travels.
     bool find(TarFacts* tar) const {
-        const std::string path = servedFile(options.folder, tar->url);
         FileDigests digests = {};
         std::string fault = "its URL names no file";
-        if (path.empty() || digestFile(path, nullptr, &digests, &fault) != 0) {
+        if (tar->path.empty() || digestFile(tar->path, bar->progress(), &digests, &fault) != 0) {
             add(eTarMissing, tar->keyPrefix + "url", "The tar is not among the files: " + fault + ".");
             return false;
         }
         tar->found = true;
-        tar->path = path;
         tar->size = digests.size;
-        checkDigest(tar->keyPrefix + "hash", path, digests.sha256, tar->hash);
-        checkSize(eLimitTooSmall, tar->keyPrefix + "dlsize", path, tar->size, "limit", tar->limit);
+        checkDigest(tar->keyPrefix + "hash", tar->path, digests.sha256, tar->hash);
+        checkSize(eLimitTooSmall, tar->keyPrefix + "dlsize", tar->path, tar->size, "limit", tar->limit);
         return true;
     }
 
@@ -144,7 +155,7 @@ struct FileRule {
         if (!key.present) return;
         std::string fault;
         *path = folder.path + "/" + tar->localName;
-        if (decryptFileTo(tar->path, *path, key, nullptr, &fault) != 0) {
+        if (decryptFileTo(tar->path, *path, key, bar->progress(), &fault) != 0) {
             add(eDecryptionFails, "encr_key_offset", "A tar does not decrypt: " + fault + ".");
         } else if (!list(tar, *path)) {
             add(eDecryptionFails, "encr_key_offset", "What the key makes of " + tar->path + " is no tar.");
@@ -195,7 +206,7 @@ struct FileRule {
         checkSize(eVolumeTooSmall, tar.keyPrefix + "imsize", what, member.size, "volume", tar.volumeSize);
         std::string digest;
         std::string fault;
-        if (digestTarMember(plain, wanted.name, &digest, &fault) != 0)
+        if (digestTarMember(plain, wanted.name, bar->progress(), &digest, &fault) != 0)
             return missing(wanted, what + " cannot be read: " + fault + ".");
         checkDigest(tar.keyPrefix + "image_md5", what, digest, tar.imageMd5);
     }
@@ -207,9 +218,14 @@ int checkFiles(const SpecView& spec, const FileOptions& options, Tars* tars, Fin
                std::string* error) {
     const PlainFolder folder;
     if (folder.path.empty()) return fileError("a folder for decrypted tars", errno, error);
-    FileRule rule = {spec, options, folder, findings};
+    ProgressBar bar;
+    FileRule rule = {spec, options, folder, &bar, findings};
     if (int rc = rule.loadKey(error); rc != 0) return rc;
+    for (TarFacts& tar : *tars)
+        tar.path = servedFile(options.folder, tar.url);
+    rule.expectWork(*tars);
     for (TarFacts& tar : *tars) {
+        bar.begin(tar.path);
         if (!rule.find(&tar)) continue;
         std::string plain = tar.path;
         if (spec.keyOffset() < 0) {

@@ -23,10 +23,10 @@ struct TarFacts {
     std::vector<WantedMember> wanted;
     double volumeSize;     // bytes that the spec gives the image's volume; 0: the script tar
     std::string imageMd5;  // that the spec gives; empty: the script tar
-    bool found = false;    // the file is at hand, and `path` and `size` are its own
-    std::string path;
-    uint64_t size = 0;
-    bool opened = false;  // `members` are its own
+    std::string path;      // where the file should be; empty: nowhere
+    bool found = false;    // it is there, and `size` is its own
+    uint64_t size = 0;     // bytes
+    bool opened = false;   // `members` are its own
     std::vector<TarMember> members;
 
     /// Bytes of the file; if it is not at hand, those that the spec allows; 0: not known.

@@ -129,13 +129,15 @@ int walkTar(const std::string& path, const TakeMember& take, std::string* error)
 }
 
 // The data of the member at which the archive stands.
-int digestMember(const std::string& path, archive* tar, Digest* digest, std::string* error) {
+int digestMember(const std::string& path, archive* tar, WorkProgress* progress, Digest* digest,
+                 std::string* error) {
     std::vector<char> chunk(kChunk);
     for (;;) {
         const la_ssize_t got = archive_read_data(tar, chunk.data(), chunk.size());
         if (got < 0) return archiveError(path, tar, error);
         if (got == 0) return 0;
         digest->add(chunk.data(), static_cast<size_t>(got));
+        reportWork(progress, static_cast<uint64_t>(got));
     }
 }
 
@@ -169,13 +171,14 @@ int listTar(const std::string& path, std::vector<TarMember>* members, std::strin
     return walkTar(path, take, error);
 }
 
-int digestTarMember(const std::string& path, const std::string& name, std::string* md5, std::string* error) {
+int digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
+                    std::string* md5, std::string* error) {
     bool found = false;
     const TakeMember take = [&](const TarMember& member, archive* tar) {
         if (member.name != name || member.type != TarMember::eFile) return 0;
         found = true;
         Digest digest(EVP_md5());
-        const int rc = digestMember(path, tar, &digest, error);
+        const int rc = digestMember(path, tar, progress, &digest, error);
         *md5 = digest.hex();
         return rc;
     };

@@ -38,4 +38,5 @@ int listTar(const std::string& path, std::vector<TarMember>* members, std::strin
 
 /// The MD5 digest of one regular file of a tar; the last of several of one name is what an extraction leaves.
 /// \return 0, or a positive errno value with a sentence in `*error`: ENOENT if it is not there.
-int digestTarMember(const std::string& path, const std::string& name, std::string* md5, std::string* error);
+int digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
+                    std::string* md5, std::string* error);
