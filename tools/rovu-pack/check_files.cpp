@@ -7,6 +7,7 @@
 #include "progress_bar.h"
 #include "text_files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -50,6 +51,12 @@ std::string servedFile(const std::string& folder, const std::string& url) {
         if (!climbs(path) && std::filesystem::is_regular_file(candidate, ignored)) return candidate;
     }
     return path.empty() ? "" : folder + "/" + path;
+}
+
+// Whatever the spec says of its volume, which may be wrong.
+bool hasImage(const TarFacts& tar) {
+    return std::any_of(tar.wanted.begin(), tar.wanted.end(),
+                       [](const WantedMember& wanted) { return wanted.isImage; });
 }
 
 bool isLink(const TarMember& member) {
@@ -101,9 +108,12 @@ struct FileRule {
     void expectWork(const Tars& tars) const {
         uint64_t bytes = 0;
         for (const TarFacts& tar : tars) {
-            std::error_code error;
-            const uint64_t size = std::filesystem::file_size(tar.path, error);
-            if (!error) bytes += size * (1U + (key.present ? 1U : 0U) + (tar.volumeSize > 0 ? 1U : 0U));
+            std::error_code missing;
+            const uint64_t size = std::filesystem::file_size(tar.path, missing);
+            if (missing) continue;
+            bytes += size;
+            if (key.present) bytes += size;
+            if (hasImage(tar)) bytes += size;
         }
         bar->expect(bytes);
     }
