@@ -1,15 +1,19 @@
-# What every target is compiled with. `rovu_warnings` goes into everything that is ours;
-# `rovu_product` adds what holds for code that runs on a device: nothing thrown, no type information, and
-# assertions that are fatal in every build.
+# What every target is compiled with. `rovu::warnings` goes into everything that is ours; `rovu::product` adds what
+# holds for code that runs on a device: nothing thrown, no type information, and assertions that are fatal in every
+# build.
 
-add_library(rovu_warnings INTERFACE)
+# Off by default: a compiler that warns about more than ours did must not stop an integrator's build.
+option(ROVU_WERROR "Treat compiler warnings as errors" OFF)
+
+rovu_interface_library(warnings)
 target_compile_options(rovu_warnings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wformat=2 -Werror)
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wformat=2
+  $<$<BOOL:${ROVU_WERROR}>:-Werror>)
 
-add_library(rovu_product INTERFACE)
-target_link_libraries(rovu_product INTERFACE rovu_warnings)
+rovu_interface_library(product)
+target_link_libraries(rovu_product INTERFACE rovu::warnings)
 target_compile_options(rovu_product INTERFACE -UNDEBUG -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
-# Files are counted in 32 bits only where the update format says so, and the clock goes on after 2038.
+# File offsets and time_t are 64-bit, also where a long has 32 bits.
 target_compile_definitions(rovu_product INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 option(ROVU_SANITIZE "Address and undefined-behaviour sanitizers, everything fatal" OFF)

@@ -9,6 +9,6 @@ pkg_search_module(LUA51 REQUIRED IMPORTED_TARGET GLOBAL lua5.1 lua-5.1 lua51 lua
 
 # The program is written against libcrypto's 1.0 interface, which the 3.0 headers still declare and
 # mark as deprecated unless the caller says which interface it was written for.
-add_library(rovu_crypto INTERFACE)
+rovu_interface_library(crypto)
 target_link_libraries(rovu_crypto INTERFACE OpenSSL::Crypto)
 target_compile_definitions(rovu_crypto INTERFACE OPENSSL_API_COMPAT=0x10000000L)

@@ -4,9 +4,8 @@
 // long as the lock is held, so a handler never meets its own thread's lock, and the signal is delivered
 // the moment the lock is free.
 
-#include "log_state.h"
-
 #include "lock/lock.h"
+#include "log_state.h"
 
 #include <cassert>
 #include <cerrno>

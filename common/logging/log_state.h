@@ -28,8 +28,8 @@ struct LOG_Channel {
 };
 
 /// Called with `logMutex` held, so it must not log: module name, source path, source line, text.
-typedef void (*LOG_ErrorHook)(const char* module, const char* sourcePath, unsigned int line,
-                              const char* text);
+using LOG_ErrorHook = void (*)(const char* module, const char* sourcePath, unsigned int line,
+                               const char* text);
 
 extern LOG_Channel channels[kChannelCount];
 extern uint32_t chanInUse;  // bit i: slot i is in use

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-typedef std::vector<std::string> Strings;
+using Strings = std::vector<std::string>;
 
 /// How a run ended, and what it said.
 struct Outcome {

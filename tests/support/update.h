@@ -8,10 +8,10 @@
 #include <vector>
 
 /// Fields of a Lua table by name. The values are Lua expressions as they stand; nil leaves a field out.
-typedef std::map<std::string, std::string> LuaFields;
+using LuaFields = std::map<std::string, std::string>;
 
 /// Names and bytes of a tar's members, in order.
-typedef std::vector<std::pair<std::string, std::string>> TarMembers;
+using TarMembers = std::vector<std::pair<std::string, std::string>>;
 
 /// An image. Its fields go ahead of what its members give; the first member is the image itself.
 struct UpdateImage {

@@ -10,7 +10,7 @@ if(ROVU_BUILD_SIM)
     ${CMAKE_CURRENT_LIST_DIR}/pack_check_test.cpp ${PROJECT_SOURCE_DIR}/tests/system/world.cpp)
   target_compile_definitions(rovu_pack_check_tests PRIVATE ROVU_PACK_PROGRAM="$<TARGET_FILE:rovu-pack>")
   target_link_libraries(rovu_pack_check_tests PRIVATE
-    rovu_pack_lib rovu_test_support rovu_warnings GTest::gtest_main)
+    rovu::pack rovu::test_support rovu::warnings GTest::gtest_main)
   add_dependencies(rovu_pack_check_tests rovu-pack)
   gtest_discover_tests(rovu_pack_check_tests TEST_PREFIX tools. NO_PRETTY_VALUES PROPERTIES TIMEOUT 600)
 endif()

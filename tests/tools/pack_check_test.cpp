@@ -11,7 +11,7 @@
 
 namespace {
 
-typedef std::map<std::string, std::string> Words;
+using Words = std::map<std::string, std::string>;
 
 // Changes an update by words such as "kernel.dlsize=0|steps=kernel exit_success|encrypt=", and returns those
 // with an "@", which are about other things.

@@ -1,6 +1,5 @@
-#include "util/command.h"
-
 #include "unit_test.h"
+#include "util/command.h"
 
 #include <algorithm>
 #include <csignal>

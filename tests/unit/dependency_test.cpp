@@ -1,5 +1,4 @@
 #include "image_selection.h"
-
 #include "unit_test.h"
 
 namespace {

@@ -1,5 +1,4 @@
 #include "downloader/downloader.h"
-
 #include "support/crypto.h"
 #include "support/web_server.h"
 #include "unit_test.h"
@@ -11,7 +10,7 @@
 
 namespace {
 
-typedef std::vector<std::string> Strings;
+using Strings = std::vector<std::string>;
 
 // Plays a script on loopback: the n-th connection gets the n-th reply. Without one it refuses them all.
 class ScriptedServer {
@@ -52,7 +51,7 @@ const std::string kRest = "HTTP/1.0 206 Partial Content\r\nContent-Range: bytes 
 const std::string kGone = "HTTP/1.0 404 Not Found\r\nContent-Length: 4\r\n\r\ngone";
 
 // Result, file, reports of progress as "attempts:percent ", and for each request its offset, or "-".
-typedef std::tuple<int32_t, std::string, std::string, std::string> Outcome;
+using Outcome = std::tuple<int32_t, std::string, std::string, std::string>;
 
 struct Download : testing::Test {
     Download() { setenv("no_proxy", "*", 1); }

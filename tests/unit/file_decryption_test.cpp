@@ -1,5 +1,4 @@
 #include "file_decryption.h"
-
 #include "support/crypto.h"
 #include "unit_test.h"
 

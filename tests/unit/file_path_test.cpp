@@ -1,7 +1,6 @@
+#include "unit_test.h"
 #include "util/file.h"
 #include "util/path.h"
-
-#include "unit_test.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,6 +1,5 @@
-#include "util/fletcher32.h"
-
 #include "unit_test.h"
+#include "util/fletcher32.h"
 
 namespace {
 

@@ -1,5 +1,4 @@
 #include "ubi_tools/ref_checksums.h"
-
 #include "unit_test.h"
 #include "util/fletcher32.h"
 
@@ -10,7 +9,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-typedef std::map<std::string, std::string> Files;  // contents by name
+using Files = std::map<std::string, std::string>;  // contents by name
 const char* const kDirectory = "(a directory)";
 
 const std::string kSum0(32, '0'), kSum1(32, '1');

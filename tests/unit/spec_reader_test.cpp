@@ -1,6 +1,5 @@
-#include "spec_reader.h"
-
 #include "lua_text.h"
+#include "spec_reader.h"
 #include "unit_test.h"
 
 #include <cstddef>

@@ -1,5 +1,4 @@
 #include "spec_signature.h"
-
 #include "support/crypto.h"
 #include "unit_test.h"
 

@@ -1,6 +1,5 @@
-#include "util/version.h"
-
 #include "unit_test.h"
+#include "util/version.h"
 
 namespace {
 

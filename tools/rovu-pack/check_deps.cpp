@@ -1,7 +1,6 @@
 // Dependency lists as sets of versions: plain ranges intersect, negated ones cut holes.
 
 #include "check_rules.h"
-
 #include "util/version.h"
 
 #include <algorithm>
@@ -15,7 +14,7 @@ struct Range {
     PackedVersion high;
 };
 
-typedef std::vector<Range> Ranges;
+using Ranges = std::vector<Range>;
 
 // The device refuses what is no triple of a kind and two versions, and says so itself.
 bool readTriple(const LuaValue& triple, std::string* kind, Range* range) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-typedef nlohmann::ordered_json Json;
+using Json = nlohmann::ordered_json;
 
 constexpr int kIndent = 2;
 

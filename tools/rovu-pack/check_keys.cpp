@@ -2,7 +2,6 @@
 // text's lines know what was written: a key in the lines without a value in the table is nil.
 
 #include "check_rules.h"
-
 #include "nearest_word.h"
 #include "spec_keys.h"
 
@@ -11,7 +10,7 @@
 
 namespace {
 
-typedef std::vector<std::string> Words;
+using Words = std::vector<std::string>;
 
 const Words kNoKeys;
 

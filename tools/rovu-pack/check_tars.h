@@ -35,7 +35,7 @@ struct TarFacts {
     const TarMember* member(const std::string& name) const;
 };
 
-typedef std::vector<TarFacts> Tars;
+using Tars = std::vector<TarFacts>;
 
 /// Those that have a URL: the script tar first, if the device fetches one, then the images' in the spec's
 /// order.

@@ -2,7 +2,6 @@
 // and so does this.
 
 #include "check_rules.h"
-
 #include "spec_text.h"
 
 #include <cctype>

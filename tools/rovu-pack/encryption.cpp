@@ -17,8 +17,8 @@ constexpr size_t kChunk = 262144;
 constexpr int kEncrypt = 1;
 constexpr int kDecrypt = 0;
 
-typedef std::unique_ptr<FILE, int (*)(FILE*)> File;
-typedef std::unique_ptr<EVP_CIPHER_CTX, void (*)(EVP_CIPHER_CTX*)> Cipher;
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+using Cipher = std::unique_ptr<EVP_CIPHER_CTX, void (*)(EVP_CIPHER_CTX*)>;
 
 struct Paths {
     const std::string& source;

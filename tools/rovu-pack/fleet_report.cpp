@@ -6,7 +6,7 @@
 
 namespace {
 
-typedef std::vector<std::string> Cells;
+using Cells = std::vector<std::string>;
 
 constexpr size_t kLongestRefusal = 60;
 

@@ -17,7 +17,7 @@
 /// Ends a run early. A word of the format, and no file.
 constexpr char kExitSuccess[] = "exit_success";
 
-typedef std::map<std::string, std::string> LocalFiles;  // local file by member
+using LocalFiles = std::map<std::string, std::string>;  // local file by member
 
 struct ManifestDep {
     std::string kind;  // with its '!'

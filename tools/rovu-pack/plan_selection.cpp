@@ -1,11 +1,10 @@
 // The choice of images on one kind of device. The device's own code decides; the words for its tests are
 // found here, before it changes the list.
 
-#include "plan.h"
-
 #include "check_device_log.h"
 #include "device_check.h"
 #include "image_selection.h"
+#include "plan.h"
 #include "util/installed_version.h"
 
 #include <algorithm>

@@ -1,10 +1,9 @@
 // The road of a run, told as states and commands instead of walked. Its order is that of the device's
 // program, and the tests hold the two together.
 
-#include "plan.h"
-
 #include "check_commands.h"
 #include "install.h"
+#include "plan.h"
 #include "preparation.h"
 #include "scripts.h"
 #include "settings.h"

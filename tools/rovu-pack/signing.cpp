@@ -21,9 +21,9 @@ constexpr size_t kSignatureTextSize = 344;  // characters of Base64
 constexpr size_t kLeastSuspectedSize = 64;  // characters on a line that no comment has without a blank
 constexpr char kMarker[] = "--";
 
-typedef std::unique_ptr<BIO, int (*)(BIO*)> Bio;
-typedef std::unique_ptr<EVP_PKEY_CTX, void (*)(EVP_PKEY_CTX*)> KeyContext;
-typedef std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> DigestContext;
+using Bio = std::unique_ptr<BIO, int (*)(BIO*)>;
+using KeyContext = std::unique_ptr<EVP_PKEY_CTX, void (*)(EVP_PKEY_CTX*)>;
+using DigestContext = std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)>;
 
 int cryptoError(const std::string& what, int code, std::string* error) {
     char reason[256];

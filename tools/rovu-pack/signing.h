@@ -6,7 +6,7 @@
 #include <openssl/evp.h>
 #include <string>
 
-typedef std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> SigningKey;
+using SigningKey = std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)>;
 
 /// Makes an RSA key pair of 2048 bits.
 /// \param privatePem PKCS#8, not encrypted. \param publicPem SubjectPublicKeyInfo, as the device wants it.

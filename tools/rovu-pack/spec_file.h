@@ -36,7 +36,7 @@ struct SpecFile {
     FindingPlace atByte(size_t position) const;
 };
 
-typedef std::unique_ptr<UpdateSpecVer1, void (*)(UpdateSpecVer1*)> SpecRecord;
+using SpecRecord = std::unique_ptr<UpdateSpecVer1, void (*)(UpdateSpecVer1*)>;
 
 /// Reads the file and its table. What the device has against it is no failure, but goes into `findings`.
 /// \return 0, or a positive errno value with a sentence in `*error`.

@@ -22,9 +22,9 @@ constexpr int kTarBlock = 10240;  // bytes to a multiple of which a tar is fille
 constexpr mode_t kPlainMode = 0644;
 constexpr mode_t kExecutableMode = 0755;
 
-typedef std::unique_ptr<FILE, int (*)(FILE*)> File;
-typedef std::unique_ptr<archive, int (*)(archive*)> Archive;
-typedef std::unique_ptr<archive_entry, void (*)(archive_entry*)> Entry;
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+using Archive = std::unique_ptr<archive, int (*)(archive*)>;
+using Entry = std::unique_ptr<archive_entry, void (*)(archive_entry*)>;
 
 int archiveError(const std::string& path, archive* handle, std::string* error) {
     const char* text = archive_error_string(handle);
@@ -112,7 +112,7 @@ TarMember describe(archive_entry* entry) {
     return member;
 }
 
-typedef std::function<int(const TarMember&, archive*)> TakeMember;
+using TakeMember = std::function<int(const TarMember&, archive*)>;
 
 // Calls `take` for each member, with the archive at its data.
 int walkTar(const std::string& path, const TakeMember& take, std::string* error) {

@@ -7,7 +7,7 @@
 
 /// Called with the bytes that were dealt with since the last call. May be empty, as may a pointer to one be
 /// null.
-typedef std::function<void(uint64_t)> WorkProgress;
+using WorkProgress = std::function<void(uint64_t)>;
 
 inline void reportWork(WorkProgress* report, uint64_t bytes) {
     if (report != nullptr && *report) (*report)(bytes);

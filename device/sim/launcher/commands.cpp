@@ -2,15 +2,6 @@
 
 #include "launcher/commands.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <getopt.h>
-#include <string>
-#include <unistd.h>
-
 #include "launcher/device_run.h"
 #include "launcher/init_process.h"
 #include "launcher/message.h"
@@ -22,6 +13,15 @@
 #include "rovu_sim/state_lock.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <getopt.h>
+#include <string>
+#include <unistd.h>
 
 namespace rovusim {
 namespace {

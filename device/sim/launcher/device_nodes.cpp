@@ -2,14 +2,14 @@
 
 #include "launcher/device_nodes.h"
 
+#include "launcher/message.h"
+#include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/volume_store.h"
+
 #include <cerrno>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
-
-#include "launcher/message.h"
-#include "rovu_sim/sandbox_paths.h"
-#include "rovu_sim/volume_store.h"
 
 namespace rovusim {
 namespace {

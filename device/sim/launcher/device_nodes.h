@@ -1,9 +1,9 @@
 // What stands in the device's /dev.
 #pragma once
 
-#include <string>
-
 #include "launcher/sandbox_root.h"
+
+#include <string>
 
 namespace rovusim {
 

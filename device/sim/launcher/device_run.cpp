@@ -5,6 +5,21 @@
 
 #include "launcher/device_run.h"
 
+#include "launcher/descriptor_passing.h"
+#include "launcher/init_process.h"
+#include "launcher/loop_device.h"
+#include "launcher/message.h"
+#include "launcher/sandbox_root.h"
+#include "launcher/supervisor.h"
+#include "launcher/watch.h"
+#include "rovu_sim/call_log.h"
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/fault_rules.h"
+#include "rovu_sim/state_lock.h"
+#include "rovu_sim/text_files.h"
+#include "rovu_sim/tool_names.h"
+#include "rovu_sim/volume_store.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -20,21 +35,6 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "launcher/descriptor_passing.h"
-#include "launcher/init_process.h"
-#include "launcher/loop_device.h"
-#include "launcher/message.h"
-#include "launcher/sandbox_root.h"
-#include "launcher/supervisor.h"
-#include "launcher/watch.h"
-#include "rovu_sim/call_log.h"
-#include "rovu_sim/device_state.h"
-#include "rovu_sim/fault_rules.h"
-#include "rovu_sim/state_lock.h"
-#include "rovu_sim/text_files.h"
-#include "rovu_sim/tool_names.h"
-#include "rovu_sim/volume_store.h"
 
 namespace rovusim {
 namespace {

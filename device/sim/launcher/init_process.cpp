@@ -5,18 +5,18 @@
 
 #include "launcher/init_process.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "launcher/descriptor_passing.h"
 #include "launcher/message.h"
 #include "launcher/privileges.h"
 #include "launcher/syscall_filter.h"
 #include "rovu_sim/descriptor.h"
 #include "rovu_sim/sandbox_paths.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace rovusim {
 namespace {

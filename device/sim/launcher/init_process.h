@@ -1,11 +1,11 @@
 // The first process inside a device.
 #pragma once
 
+#include "launcher/sandbox_root.h"
+
 #include <csignal>
 #include <string>
 #include <vector>
-
-#include "launcher/sandbox_root.h"
 
 namespace rovusim {
 

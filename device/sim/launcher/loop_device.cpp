@@ -2,6 +2,8 @@
 
 #include "launcher/loop_device.h"
 
+#include "launcher/message.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/loop.h>
@@ -9,8 +11,6 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
-
-#include "launcher/message.h"
 
 namespace rovusim {
 namespace {

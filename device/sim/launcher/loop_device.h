@@ -1,10 +1,10 @@
 // Read-only block devices over files, for volumes that a program must see as a device.
 #pragma once
 
+#include "rovu_sim/descriptor.h"
+
 #include <string>
 #include <sys/types.h>
-
-#include "rovu_sim/descriptor.h"
 
 namespace rovusim {
 

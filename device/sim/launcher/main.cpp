@@ -1,11 +1,11 @@
 // rovu-sim: plays a device on a workstation.
 
+#include "launcher/commands.h"
+#include "launcher/usage.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-#include "launcher/commands.h"
-#include "launcher/usage.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include "launcher/message.h"
 
-#include <cstring>
-
 #include "rovu_sim/text_files.h"
+
+#include <cstring>
 
 namespace rovusim {
 

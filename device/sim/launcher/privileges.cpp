@@ -2,14 +2,14 @@
 
 #include "launcher/privileges.h"
 
+#include "launcher/message.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include "launcher/message.h"
 
 namespace rovusim {
 namespace {

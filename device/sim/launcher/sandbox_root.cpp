@@ -6,6 +6,14 @@
 
 #include "launcher/sandbox_root.h"
 
+#include "launcher/device_nodes.h"
+#include "launcher/message.h"
+#include "rovu_sim/descriptor.h"
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/text_files.h"
+#include "rovu_sim/tool_names.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
@@ -14,14 +22,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include "launcher/device_nodes.h"
-#include "launcher/message.h"
-#include "rovu_sim/descriptor.h"
-#include "rovu_sim/device_state.h"
-#include "rovu_sim/sandbox_paths.h"
-#include "rovu_sim/text_files.h"
-#include "rovu_sim/tool_names.h"
 
 namespace rovusim {
 namespace {

@@ -2,16 +2,16 @@
 
 #include "launcher/show.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <vector>
-
 #include "launcher/message.h"
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/shell_words.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <vector>
 
 namespace rovusim {
 namespace {

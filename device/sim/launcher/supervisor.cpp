@@ -5,6 +5,9 @@
 
 #include "launcher/supervisor.h"
 
+#include "launcher/message.h"
+#include "rovu_sim/call_log.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -15,9 +18,6 @@
 #include <sys/uio.h>
 #include <sys/utsname.h>
 #include <unistd.h>
-
-#include "launcher/message.h"
-#include "rovu_sim/call_log.h"
 
 namespace rovusim {
 namespace {

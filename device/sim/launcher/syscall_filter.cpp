@@ -2,6 +2,8 @@
 
 #include "launcher/syscall_filter.h"
 
+#include "launcher/message.h"
+
 #include <cerrno>
 #include <cstddef>
 #include <linux/audit.h>
@@ -10,8 +12,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
-
-#include "launcher/message.h"
 
 namespace rovusim {
 namespace {

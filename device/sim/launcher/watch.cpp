@@ -2,15 +2,15 @@
 
 #include "launcher/watch.h"
 
+#include "launcher/message.h"
+#include "rovu_sim/progress_file.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <sys/inotify.h>
 #include <unistd.h>
-
-#include "launcher/message.h"
-#include "rovu_sim/progress_file.h"
 
 namespace rovusim {
 namespace {

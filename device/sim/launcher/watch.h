@@ -1,10 +1,10 @@
 // Shows an update's progress while it runs: a line for each state that the progress file enters.
 #pragma once
 
+#include "rovu_sim/descriptor.h"
+
 #include <cstdint>
 #include <string>
-
-#include "rovu_sim/descriptor.h"
 
 namespace rovusim {
 

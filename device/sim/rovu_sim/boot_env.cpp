@@ -2,9 +2,9 @@
 
 #include "rovu_sim/boot_env.h"
 
-#include <cerrno>
-
 #include "rovu_sim/text_files.h"
+
+#include <cerrno>
 
 namespace rovusim {
 namespace {

@@ -2,16 +2,16 @@
 
 #include "rovu_sim/call_log.h"
 
+#include "rovu_sim/descriptor.h"
+#include "rovu_sim/progress_file.h"
+#include "rovu_sim/shell_words.h"
+#include "rovu_sim/text_files.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/file.h>
-
-#include "rovu_sim/descriptor.h"
-#include "rovu_sim/progress_file.h"
-#include "rovu_sim/shell_words.h"
-#include "rovu_sim/text_files.h"
 
 namespace rovusim {
 namespace {

@@ -2,18 +2,18 @@
 
 #include "rovu_sim/device_state.h"
 
+#include "rovu_sim/boot_env.h"
+#include "rovu_sim/descriptor.h"
+#include "rovu_sim/state_lock.h"
+#include "rovu_sim/text_files.h"
+#include "rovu_sim/volume_store.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
-
-#include "rovu_sim/boot_env.h"
-#include "rovu_sim/descriptor.h"
-#include "rovu_sim/state_lock.h"
-#include "rovu_sim/text_files.h"
-#include "rovu_sim/volume_store.h"
 
 namespace rovusim {
 namespace {

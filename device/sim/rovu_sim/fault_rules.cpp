@@ -2,14 +2,14 @@
 
 #include "rovu_sim/fault_rules.h"
 
+#include "rovu_sim/text_files.h"
+#include "rovu_sim/tool_names.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
-
-#include "rovu_sim/text_files.h"
-#include "rovu_sim/tool_names.h"
 
 namespace rovusim {
 namespace {

@@ -4,10 +4,10 @@
 // N-th call. HOW: exit:STATUS, signal:NAME, missing, half:STATUS or hang.
 #pragma once
 
+#include "rovu_sim/call_log.h"
+
 #include <string>
 #include <vector>
-
-#include "rovu_sim/call_log.h"
 
 namespace rovusim {
 

@@ -2,11 +2,11 @@
 
 #include "rovu_sim/progress_file.h"
 
+#include "rovu_sim/text_files.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <vector>
-
-#include "rovu_sim/text_files.h"
 
 namespace rovusim {
 namespace {

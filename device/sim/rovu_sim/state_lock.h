@@ -1,9 +1,9 @@
 // One command at a time changes a device: a run and a restart hold the state directory's lock.
 #pragma once
 
-#include <string>
-
 #include "rovu_sim/descriptor.h"
+
+#include <string>
 
 namespace rovusim {
 

@@ -2,12 +2,12 @@
 
 #include "rovu_sim/text_files.h"
 
+#include "rovu_sim/descriptor.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
-
-#include "rovu_sim/descriptor.h"
 
 namespace rovusim {
 

@@ -2,6 +2,10 @@
 
 #include "rovu_sim/volume_store.h"
 
+#include "rovu_sim/descriptor.h"
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/text_files.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -9,10 +13,6 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-
-#include "rovu_sim/descriptor.h"
-#include "rovu_sim/device_state.h"
-#include "rovu_sim/text_files.h"
 
 namespace rovusim {
 namespace {

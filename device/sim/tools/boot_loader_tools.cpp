@@ -1,11 +1,11 @@
 // fw_printenv and fw_setenv: the boot loader's environment.
 
-#include <cstdio>
-#include <cstring>
-
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "tools/stand_ins.h"
+
+#include <cstdio>
+#include <cstring>
 
 namespace rovusim {
 namespace {

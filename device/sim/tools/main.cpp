@@ -2,14 +2,6 @@
 //
 // Each call is recorded first, then it fails if a rule says so, then it does its work.
 
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/fault_rules.h"
 #include "rovu_sim/sandbox_paths.h"
@@ -17,6 +9,14 @@
 #include "tools/real_program.h"
 #include "tools/shell_shim.h"
 #include "tools/stand_ins.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 

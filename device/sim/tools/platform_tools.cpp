@@ -1,11 +1,11 @@
 // readplatform.sh, killall and reboot: what the device itself provides.
 
-#include <cstdio>
-#include <cstring>
-
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "tools/stand_ins.h"
+
+#include <cstdio>
+#include <cstring>
 
 namespace rovusim {
 

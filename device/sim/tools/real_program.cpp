@@ -2,13 +2,13 @@
 
 #include "tools/real_program.h"
 
+#include "rovu_sim/sandbox_paths.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "rovu_sim/sandbox_paths.h"
 
 namespace rovusim {
 namespace {

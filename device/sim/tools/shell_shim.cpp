@@ -2,11 +2,11 @@
 
 #include "tools/shell_shim.h"
 
+#include "rovu_sim/tool_names.h"
+
 #include <cstring>
 #include <string>
 #include <sys/auxv.h>
-
-#include "rovu_sim/tool_names.h"
 
 namespace rovusim {
 namespace {

@@ -2,13 +2,13 @@
 
 #include "tools/ubi_print.h"
 
+#include "rovu_sim/sandbox_paths.h"
+#include "tools/tool_call.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-#include "rovu_sim/sandbox_paths.h"
-#include "tools/tool_call.h"
 
 namespace rovusim {
 namespace {

@@ -3,18 +3,18 @@
 // They keep the device's nodes in step: a removed volume's node goes, a new volume's node is a link to its
 // bytes, and a node that is a block device must not show what it read before an update.
 
+#include "rovu_sim/descriptor.h"
+#include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/volume_store.h"
+#include "tools/stand_ins.h"
+#include "tools/ubi_print.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <getopt.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "rovu_sim/descriptor.h"
-#include "rovu_sim/sandbox_paths.h"
-#include "rovu_sim/volume_store.h"
-#include "tools/stand_ins.h"
-#include "tools/ubi_print.h"
 
 namespace rovusim {
 namespace {

@@ -1,15 +1,15 @@
 // ubinfo: what the UBI device and its volumes are, in the lines of the real tool.
 
-#include <cerrno>
-#include <cstdio>
-#include <getopt.h>
-#include <unistd.h>
-
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
 #include "tools/stand_ins.h"
 #include "tools/ubi_print.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <getopt.h>
+#include <unistd.h>
 
 namespace rovusim {
 namespace {

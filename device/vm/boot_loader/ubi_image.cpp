@@ -23,7 +23,7 @@ bool isHeader(const char* at, uint32_t magic) {
     return word(at) == magic && word(at + kHeaderCrcAt) == crc32(at, kHeaderCrcAt);
 }
 
-typedef std::map<uint32_t, std::map<uint32_t, LebPlace>> LebsOfVolumes;
+using LebsOfVolumes = std::map<uint32_t, std::map<uint32_t, LebPlace>>;
 
 // A copy that wear-levelling made counts only if it is whole: the original is older, and still there.
 bool isWholeCopy(const UbiImage& image, const LebPlace& leb) {

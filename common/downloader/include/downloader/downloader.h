@@ -8,7 +8,7 @@
 #include <string>
 
 /// Told about each chunk of a transfer: transfers finished before this one, and percent of the size limit.
-typedef std::function<void(int attempts, int percent)> ProgressFn;
+using ProgressFn = std::function<void(int attempts, int percent)>;
 
 /// A download. It lives on its caller's stack, owns no resource between two attempts, and leaves the file
 /// to the caller, whatever became of it.

@@ -11,7 +11,7 @@
 #include <vector>
 
 /// Pairs of volume name and MD5 text, in the order of the file's lines.
-typedef std::vector<std::pair<std::string, std::string>> RefChecksumList;
+using RefChecksumList = std::vector<std::pair<std::string, std::string>>;
 
 /// Replaces `list` by the contents of the first of the two reference files that is sound.
 /// \return 0; or the result of readRefFile() for the second file, with `list` empty.

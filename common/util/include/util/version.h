@@ -6,7 +6,7 @@
 #include <cstdint>
 
 /// a.b.c.d in four 16-bit fields, a uppermost. A field that a text does not give is 0.
-typedef uint64_t PackedVersion;
+using PackedVersion = uint64_t;
 
 /// Packs the version that `text` begins with; `*out` is written on success only.
 ///
