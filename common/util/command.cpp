@@ -1,6 +1,4 @@
-// Shell lines through system() and popen().
-//
-// The two modes differ in the child's standard output only; both decode the wait status alike.
+// system() and popen() differ in the child's standard output only; both wait statuses are decoded alike.
 
 #include "util/command.h"
 
@@ -37,6 +35,18 @@ int runCaptured(const char* command, char* out, uint32_t outSize, int* eof, size
     return waitStatus;
 }
 
+__attribute__((format(printf, 5, 0))) int32_t formatAndRun(char* out, uint32_t outSize, int* exitStatus,
+                                                           int* eof, const char* format, va_list args) {
+    char line[kLineSize];
+    const int length = vsnprintf(line, sizeof line, format, args);
+    // Taken as unsigned, the negative result of a failed vsnprintf is too long as well.
+    if (static_cast<unsigned int>(length) >= sizeof line) {
+        LOG_MSG(LOG_LVL_ERROR, "Command exceeds buffer size");
+        return EOVERFLOW;
+    }
+    return runCommand(line, out, outSize, exitStatus, eof);
+}
+
 }  // namespace
 
 int32_t runCommand(const char* command, char* out, uint32_t outSize, int* exitStatus, int* eof) {
@@ -53,15 +63,18 @@ int32_t runCommand(const char* command, char* out, uint32_t outSize, int* exitSt
 }
 
 int32_t runCommandF(char* out, uint32_t outSize, int* exitStatus, int* eof, const char* format, ...) {
-    char line[kLineSize];
     va_list args;
     va_start(args, format);
-    const int length = vsnprintf(line, sizeof line, format, args);
+    const int32_t result = formatAndRun(out, outSize, exitStatus, eof, format, args);
     va_end(args);
-    // Taken as unsigned, the negative result of a failed vsnprintf is too long as well.
-    if (static_cast<unsigned int>(length) >= sizeof line) {
-        LOG_MSG(LOG_LVL_ERROR, "Command exceeds buffer size");
-        return EOVERFLOW;
-    }
-    return runCommand(line, out, outSize, exitStatus, eof);
+    return result;
+}
+
+int runStep(const char* format, ...) {
+    int exitStatus = 0;
+    va_list args;
+    va_start(args, format);
+    const int32_t ran = formatAndRun(nullptr, 0, &exitStatus, nullptr, format, args);
+    va_end(args);
+    return ran != 0 ? -ran : exitStatus;
 }

@@ -1,5 +1,3 @@
-// Reads and writes that survive interruption and short transfers.
-
 #include "util/file.h"
 
 #include <cerrno>

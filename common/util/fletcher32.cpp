@@ -1,5 +1,3 @@
-// Fletcher-32 with the carries folded in once per block instead of once per word.
-
 #include "util/fletcher32.h"
 
 #include <algorithm>

@@ -1,5 +1,3 @@
-// The two installed versions: one from the kernel itself, one from a script of the device.
-
 #include "util/installed_version.h"
 
 #include "util/command.h"

@@ -1,5 +1,3 @@
-// Joining paths, with one growth of the string per join.
-
 #include "util/path.h"
 
 std::string& appendPath(std::string& path, const std::string& name) {

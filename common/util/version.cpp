@@ -1,5 +1,5 @@
-// Version texts. The fields are scanned here and not by sscanf, whose result for a number that a word
-// cannot hold depends on the width of `long`: a field must be clamped, and never wrap to a low version.
+// The fields are scanned here and not by sscanf, whose result for a number that a word cannot hold depends on the
+// width of `long`: a field must be clamped, and never wrap to a low version.
 
 #include "util/version.h"
 
@@ -16,10 +16,10 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-uint32_t scanField(const char** text) {
+uint32_t scanField(const char** next) {
     uint32_t value = 0;
-    for (; isDigit(**text); ++*text) {
-        value = value * 10 + static_cast<uint32_t>(**text - '0');
+    for (; isDigit(**next); ++*next) {
+        value = value * 10 + static_cast<uint32_t>(**next - '0');
         if (value > kMaxField) value = kMaxField;
     }
     return value;
@@ -31,19 +31,19 @@ unsigned int field(PackedVersion version, int index) {
 
 }  // namespace
 
-int parseVersion(PackedVersion* out, const char* text) {
-    for (const char* c = text; *c != '\0'; ++c) {
+int parseVersion(PackedVersion* out, const char* string) {
+    for (const char* c = string; *c != '\0'; ++c) {
         if (!isDigit(*c) && *c != '.') return EILSEQ;
     }
-    if (!isDigit(*text)) return EINVAL;
+    if (!isDigit(*string)) return EINVAL;
 
     PackedVersion version = 0;
-    const char* next = text;
+    const char* next = string;
     for (int i = 0; i < kFieldCount; ++i) {
         uint32_t value = 0;
         if (isDigit(*next)) {
             value = scanField(&next);
-            // A field that no dot or no digit follows is the last one: nothing behind it counts.
+            // A field that no dot or no digit follows is the last one: nothing after it counts.
             next = *next == '.' ? next + 1 : "";
         } else {
             next = "";

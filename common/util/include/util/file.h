@@ -9,11 +9,11 @@
 /// A longer file yields its first `capacity` bytes and still succeeds: `*got == capacity` is the only
 /// sign of it. `got` may be null, and is written on success only.
 /// \return 0, or the positive errno value of the open, read or close that failed.
-int readFile(const char* path, void* buffer, uint32_t capacity, uint32_t* got);
+[[nodiscard]] int readFile(const char* path, void* buffer, uint32_t capacity, uint32_t* got);
 
 /// Writes `size` bytes to the open descriptor `fd`.
 ///
 /// With `doSync` the descriptor is synced and with `doClose` it is closed, in this order, on success and
 /// on failure alike.
 /// \return 0, or the positive errno value of the last step that failed: close before fsync before write.
-int writeFd(int fd, const void* data, uint32_t size, bool doClose, bool doSync);
+[[nodiscard]] int writeFd(int fd, const void* data, uint32_t size, bool doClose, bool doSync);

@@ -1,6 +1,6 @@
-// Small work on terminated texts.
+// Small work on NUL-terminated strings.
 
 #pragma once
 
-/// Cuts white space, as isspace() has it, off the end of `text`, in place.
-void trimTrailingSpace(char* text);
+/// Removes whitespace, as isspace() defines it, from the end of `string`, in place.
+void trimTrailingSpace(char* string);
