@@ -1,5 +1,3 @@
-// The overlay clone: a volume whose source is another volume's device node.
-
 #include "ubi_tools/overlay_clone.h"
 
 #include "log_module.h"
@@ -41,7 +39,9 @@ int cloneOverlay(uint32_t activeSet, uint32_t inactiveSet, const char* tmpDir, b
     const int32_t got = runCommandF(digest, sizeof digest, &exitStatus, nullptr, "md5sum '%s'", node);
     if (got < static_cast<int32_t>(kMd5Length) || exitStatus != 0) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to calculate overlay MD5 sum (%d, %d).", got, exitStatus);
-        // Too short a digest stops makeUbiVolume() before its first command.
     }
+    // What is shorter than a digest stops makeUbiVolume() before its first command. After a negative result the buffer is
+    // not defined: it may hold a whole digest of a command whose end is not known.
+    if (got < 0) digest[0] = '\0';
     return makeUbiVolume(target, size, true, node, digest, tmpDir, dryRun);
 }
