@@ -1,11 +1,7 @@
-// The two reference files that say what each volume should hold.
-//
-// Both are replaced as one transaction: every new byte is on the disk before the first old name moves,
-// and each step that can fail knows how to put back what the steps before it did.
-
 #include "ubi_tools/ref_checksums.h"
 
 #include "log_module.h"
+#include "util/descriptor.h"
 #include "util/file.h"
 #include "util/fletcher32.h"
 
@@ -24,24 +20,24 @@ constexpr char kPath2[] = "/app0/.ubiRefChk2";
 constexpr char kMarker[] = "#FLET32:";
 constexpr char kWhiteSpace[] = " \t\v\f\r";
 
-// A file's text, with room for its terminator; aligned, because its bytes are summed as words.
-struct RefText {
+// A file's contents, with room for a terminator; aligned, because they are summed as words.
+struct RefContents {
     alignas(uint16_t) char bytes[2048];
     uint32_t length = 0;
 };
 
-__attribute__((format(printf, 2, 3))) bool appendLine(RefText* text, const char* format, ...) {
-    const size_t room = sizeof text->bytes - text->length;
+__attribute__((format(printf, 2, 3))) bool appendLine(RefContents* contents, const char* format, ...) {
+    const size_t room = sizeof contents->bytes - contents->length;
     va_list args;
     va_start(args, format);
-    const int written = vsnprintf(text->bytes + text->length, room, format, args);
+    const int written = vsnprintf(contents->bytes + contents->length, room, format, args);
     va_end(args);
     if (written < 0 || static_cast<size_t>(written) >= room) return false;
-    text->length += static_cast<uint32_t>(written);
+    contents->length += static_cast<uint32_t>(written);
     return true;
 }
 
-// The byte behind the lines must be zero: it is the padding of an odd number of bytes.
+// The byte after the lines must be zero: it is the padding of an odd number of bytes.
 uint32_t checksum(const char* lines, size_t length) {
     zem::Fletcher32 sum;
     sum.add(reinterpret_cast<const uint16_t*>(lines), length + (length & 1));
@@ -59,14 +55,23 @@ void parseLines(RefChecksumList* list, char* lines) {
     }
 }
 
-// Makes the renames last: the boot loader's variable, which is written next, reaches the flash at once, and
-// must not get there before them. Nothing depends on whether the file system can do it.
-void syncFolder(const std::string& path) {
-    const std::string folder = path.substr(0, path.rfind('/') + 1);
-    const int fd = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY);
-    if (fd < 0) return;
-    fsync(fd);
-    close(fd);
+std::string folderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+void syncFolder(const std::string& folder) {
+    const Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY));
+    if (directory.isOpen()) fsync(directory.get());
+}
+
+// Makes the renames durable: the boot loader's variable, which is written next, reaches the flash at once, and must
+// not get there before them. A file system that cannot sync a folder fails nothing.
+void syncRenames(const std::string& path1, const std::string& path2) {
+    const std::string folder1 = folderOf(path1);
+    const std::string folder2 = folderOf(path2);
+    syncFolder(folder1);
+    if (folder2 != folder1) syncFolder(folder2);
 }
 
 // The replacement of the two files, as far as it has come.
@@ -80,9 +85,11 @@ struct RefFileSwap {
         bool nextExists = false;
         bool backedUp = false;
     };
-    File files[2];
+    File first;
+    File second;
+    bool renameTried = false;
 
-    RefFileSwap(const std::string& path1, const std::string& path2) : files{File(path1), File(path2)} {}
+    RefFileSwap(const std::string& path1, const std::string& path2) : first(path1), second(path2) {}
 };
 
 int writeNext(const RefChecksumList& list, RefFileSwap::File* file) {
@@ -114,9 +121,7 @@ int putInPlace(RefFileSwap::File* file) {
     return 0;
 }
 
-void undo(const RefFileSwap& swap) {
-    const RefFileSwap::File& first = swap.files[0];
-    const RefFileSwap::File& second = swap.files[1];
+void undo(const RefFileSwap::File& first, const RefFileSwap::File& second) {
     if (second.backedUp) rename(second.backup.c_str(), second.current.c_str());
     if (first.backedUp) rename(first.backup.c_str(), first.current.c_str());
     if (second.nextExists) remove(second.next.c_str());
@@ -124,15 +129,14 @@ void undo(const RefFileSwap& swap) {
 }
 
 int carryOut(const RefChecksumList& list, RefFileSwap* swap) {
-    RefFileSwap::File& first = swap->files[0];
-    RefFileSwap::File& second = swap->files[1];
-    if (int rc = writeNext(list, &first); rc != 0) return rc;
-    if (int rc = writeNext(list, &second); rc != 0) return rc;
-    if (int rc = backUp(&first); rc != 0) return rc;
-    if (int rc = backUp(&second); rc != 0) return rc;
+    if (int rc = writeNext(list, &swap->first); rc != 0) return rc;
+    if (int rc = writeNext(list, &swap->second); rc != 0) return rc;
+    swap->renameTried = true;
+    if (int rc = backUp(&swap->first); rc != 0) return rc;
+    if (int rc = backUp(&swap->second); rc != 0) return rc;
     // From here to the next rename neither file stands under its own name.
-    if (int rc = putInPlace(&first); rc != 0) return rc;
-    return putInPlace(&second);
+    if (int rc = putInPlace(&swap->first); rc != 0) return rc;
+    return putInPlace(&swap->second);
 }
 
 }  // namespace
@@ -162,11 +166,12 @@ int restoreRefChecksums() {
 }
 
 int readRefFile(RefChecksumList* list, const std::string& path) {
-    RefText text;
-    if (int rc = readFile(path.c_str(), text.bytes, sizeof text.bytes - 1, &text.length); rc != 0) return rc;
-    text.bytes[text.length] = '\0';
+    RefContents contents;
+    if (int rc = readFile(path.c_str(), contents.bytes, sizeof contents.bytes - 1, &contents.length); rc != 0)
+        return rc;
+    contents.bytes[contents.length] = '\0';
 
-    void* found = memmem(text.bytes, text.length, kMarker, sizeof kMarker - 1);
+    void* found = memmem(contents.bytes, contents.length, kMarker, sizeof kMarker - 1);
     if (found == nullptr) return EILSEQ;
     char* marker = static_cast<char*>(found);
     const char* digits = marker + sizeof kMarker - 1;
@@ -175,24 +180,24 @@ int readRefFile(RefChecksumList* list, const std::string& path) {
     if (end == digits) return EILSEQ;
 
     *marker = '\0';
-    const uint32_t sum = checksum(text.bytes, static_cast<size_t>(marker - text.bytes));
+    const uint32_t sum = checksum(contents.bytes, static_cast<size_t>(marker - contents.bytes));
     if (sum != expected) {
         LOG_MSG(LOG_LVL_WARNING, "Inconsistent file %s, checksum should be 0x%08x", path.c_str(), sum);
         return EILSEQ;
     }
     list->clear();
-    parseLines(list, text.bytes);
+    parseLines(list, contents.bytes);
     return 0;
 }
 
 int writeRefFile(const RefChecksumList& list, const std::string& path) {
-    RefText text;
-    text.bytes[0] = '\0';
+    RefContents contents;
+    contents.bytes[0] = '\0';
     for (const auto& entry : list) {
-        if (!appendLine(&text, "%s %s\n", entry.second.c_str(), entry.first.c_str())) return ENOBUFS;
+        if (!appendLine(&contents, "%s %s\n", entry.second.c_str(), entry.first.c_str())) return ENOBUFS;
     }
-    const uint32_t sum = checksum(text.bytes, text.length);
-    if (!appendLine(&text, "%s%08x\n", kMarker, sum)) return ENOBUFS;
+    const uint32_t sum = checksum(contents.bytes, contents.length);
+    if (!appendLine(&contents, "%s%08x\n", kMarker, sum)) return ENOBUFS;
 
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_DSYNC, 0644);
     if (fd < 0) {
@@ -200,7 +205,7 @@ int writeRefFile(const RefChecksumList& list, const std::string& path) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to open file \"%s\": %d", path.c_str(), error);
         return error;
     }
-    const int rc = writeFd(fd, text.bytes, text.length, true, true);
+    const int rc = writeFd(fd, contents.bytes, contents.length, true, true);
     if (rc != 0) remove(path.c_str());
     return rc;
 }
@@ -209,8 +214,8 @@ int updateRefFiles(const RefChecksumList& list, const std::string& path1, const 
     if (path1 == path2) return EINVAL;
     RefFileSwap swap(path1, path2);
     const int rc = carryOut(list, &swap);
-    if (rc != 0) undo(swap);
-    syncFolder(path1);
+    if (rc != 0) undo(swap.first, swap.second);
+    if (swap.renameTried) syncRenames(path1, path2);
     return rc;
 }
 
@@ -220,6 +225,6 @@ int restoreRefFiles(const std::string& path1, const std::string& path2) {
     int result = 0;
     if (rename(backup1.c_str(), path1.c_str()) != 0) result = errno;
     if (rename(backup2.c_str(), path2.c_str()) != 0) result = errno;
-    syncFolder(path1);
+    syncRenames(path1, path2);
     return result;
 }
