@@ -1,8 +1,3 @@
-// Every write to flash goes through here: remove, create, write, read back.
-//
-// A volume is never updated under its old identity, and nothing is undone. Only volumes of the inactive
-// set are handed in, so whatever is left behind, the device still boots.
-
 #include "ubi_tools/ubi_volume.h"
 
 #include "log_module.h"
@@ -18,7 +13,6 @@
 namespace {
 
 constexpr uint32_t kInfoSize = 256;
-constexpr char kStagingName[] = "_img.tmp";
 
 // A copy of a source that the flash tool cannot take as it is; gone at the end of the scope at the latest.
 struct StagingFile {
@@ -35,17 +29,10 @@ struct StagingFile {
     }
 };
 
-// The result of a step that runs a command for its effect: 0 only if the command ran and exited with 0.
-int commandResult(int32_t runResult, int exitStatus) {
-    return runResult != 0 ? -runResult : exitStatus;
-}
-
 int removeVolume(const char* name, uint32_t id, bool dryRun) {
     LOG_MSG(LOG_LVL_INFO, "Removing existing volume \"%s\" at index %u...", name, id);
     if (dryRun) return 0;
-    int exitStatus = 0;
-    const int32_t ran = runCommandF(nullptr, 0, &exitStatus, nullptr, "ubirmvol '%s' -n %u", kUbiDevice, id);
-    const int result = commandResult(ran, exitStatus);
+    const int result = runStep("ubirmvol '%s' -n %u", kUbiDevice, id);
     if (result != 0) LOG_MSG(LOG_LVL_ERROR, "Failed to remove UBI volume \"%s\"", name);
     return result;
 }
@@ -53,10 +40,8 @@ int removeVolume(const char* name, uint32_t id, bool dryRun) {
 int createVolume(const char* name, uint32_t size, bool dynamic, bool dryRun) {
     LOG_MSG(LOG_LVL_INFO, "Creating volume \"%s\" of size %u...", name, size);
     if (dryRun) return 0;
-    int exitStatus = 0;
-    const int32_t ran = runCommandF(nullptr, 0, &exitStatus, nullptr, "ubimkvol '%s' -N '%s' -t %s -s %u",
-                                    kUbiDevice, name, dynamic ? "dynamic" : "static", size);
-    const int result = commandResult(ran, exitStatus);
+    const int result =
+        runStep("ubimkvol '%s' -N '%s' -t %s -s %u", kUbiDevice, name, dynamic ? "dynamic" : "static", size);
     if (result != 0) LOG_MSG(LOG_LVL_ERROR, "Failed to create UBI volume \"%s\"", name);
     return result;
 }
@@ -70,10 +55,7 @@ int stageIfNeeded(const char* name, const char* source, const char* tmpDir, Stag
     staging->path = tmpDir;
     appendPath(staging->path, kStagingName);
     LOG_MSG(LOG_LVL_INFO, "Copying \"%s\" to \"%s\"...", source, staging->path.c_str());
-    int exitStatus = 0;
-    const int32_t ran =
-        runCommandF(nullptr, 0, &exitStatus, nullptr, "cat '%s' > '%s'", source, staging->path.c_str());
-    const int result = commandResult(ran, exitStatus);
+    const int result = runStep("cat '%s' > '%s'", source, staging->path.c_str());
     if (result != 0) LOG_MSG(LOG_LVL_ERROR, "Failed to write UBI volume \"%s\" to temp file.", name);
     return result;
 }
@@ -81,10 +63,7 @@ int stageIfNeeded(const char* name, const char* source, const char* tmpDir, Stag
 int flashVolume(const char* name, uint32_t id, const char* image, bool dryRun) {
     LOG_MSG(LOG_LVL_INFO, "Flashing image \"%s\" to UBI volume %u...", image, id);
     if (dryRun) return 0;
-    int exitStatus = 0;
-    const int32_t ran =
-        runCommandF(nullptr, 0, &exitStatus, nullptr, "ubiupdatevol '%s_%u' '%s'", kUbiDevice, id, image);
-    const int result = commandResult(ran, exitStatus);
+    const int result = runStep("ubiupdatevol '%s_%u' '%s'", kUbiDevice, id, image);
     if (result != 0) LOG_MSG(LOG_LVL_ERROR, "Failed to flash UBI volume \"%s\"", name);
     return result;
 }
@@ -119,10 +98,10 @@ int writeVolume(const char* name, const char* source, const char* expectedMd5, c
 }  // namespace
 
 int getUbiVolumeInfo(uint32_t* id, const char* name, uint32_t* size) {
-    char text[kInfoSize] = "";
+    char output[kInfoSize] = "";
     int exitStatus = 0;
-    const int32_t got =
-        runCommandF(text, sizeof text, &exitStatus, nullptr, "ubinfo '%s' -N '%s' 2>&-", kUbiDevice, name);
+    const int32_t got = runCommandF(output, sizeof output, &exitStatus, nullptr, "ubinfo '%s' -N '%s' 2>&-",
+                                    kUbiDevice, name);
     if (got < 0) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to run ubinfo for volume \"%s\"", name);
         return -got;
@@ -133,7 +112,7 @@ int getUbiVolumeInfo(uint32_t* id, const char* name, uint32_t* size) {
     bool haveId = false;
     bool haveSize = size == nullptr;
     char* rest = nullptr;
-    for (char* line = strtok_r(text, "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest)) {
+    for (char* line = strtok_r(output, "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest)) {
         if (!haveId) haveId = sscanf(line, "Volume ID: %u", &foundId) == 1;
         if (!haveSize) haveSize = sscanf(line, "Size: %*u LEBs ( %u", size) == 1;
         if (haveId && haveSize) {

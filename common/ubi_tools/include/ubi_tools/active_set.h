@@ -8,4 +8,4 @@
 /// `verify` the volumes on the kernel's command line must name the same set.
 /// \return 0 with `*set` written; or, with `*set` untouched, ENOKEY if the set is not certain, or the errno
 ///         value of a failure to read the kernel command line.
-int getActiveSet(uint32_t* set, bool verify);
+[[nodiscard]] int getActiveSet(uint32_t* set, bool verify);
