@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <ctime>
 #include <curl/curl.h>
+#include <memory>
 #include <unistd.h>
 
 namespace {
@@ -31,7 +32,7 @@ int percentOf(const Downloader& downloader) {
     return static_cast<int>(uint64_t{downloader.received} * 100 / downloader.maxSize);
 }
 
-// libcurl's write function. What lies beyond the limit is not written, and a count other than that of
+// libcurl's write function. What lies beyond the limit is not written, and a result other than the length of
 // the chunk makes libcurl give up: so the limit and a full disk end a transfer in the same way.
 size_t writeBody(char* data, size_t size, size_t count, void* userData) {
     Downloader& downloader = *static_cast<Downloader*>(userData);
@@ -58,6 +59,17 @@ CURLcode setOptions(CURL* curl, Downloader* downloader) {
     }
     return code;
 }
+
+// Guards of one attempt. The stream is declared first: the handle, which writes to it, goes before it does.
+struct StreamCloser {
+    void operator()(FILE* stream) const { fclose(stream); }
+};
+using Stream = std::unique_ptr<FILE, StreamCloser>;
+
+struct CurlCleaner {
+    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
+};
+using CurlHandle = std::unique_ptr<CURL, CurlCleaner>;
 
 int32_t failTransfer(CURLcode code, uint32_t received) {
     LOG_MSG(LOG_LVL_WARNING, "CURL download failed after %u bytes: (%d) %s", received, static_cast<int>(code),
@@ -106,37 +118,31 @@ int32_t Downloader::run(uint32_t retries, uint32_t waitSeconds) {
 }
 
 int32_t Downloader::transferOnce() {
-    FILE* stream = fopen(path.c_str(), received != 0 ? "a" : "w");
+    Stream stream(fopen(path.c_str(), received != 0 ? "a" : "w"));
     if (stream == nullptr) {
         const int error = errno;
         LOG_MSG(LOG_LVL_ERROR, "Unable to open file %s: %d", path.c_str(), error);
         return error;
     }
-    CURL* curl = curl_easy_init();
+    CurlHandle curl(curl_easy_init());
     if (curl == nullptr) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to initialize curl");
-        fclose(stream);
         return ENOMEM;
     }
-    if (const CURLcode code = setOptions(curl, this); code != CURLE_OK) {
+    if (const CURLcode code = setOptions(curl.get(), this); code != CURLE_OK) {
         LOG_MSG(LOG_LVL_ERROR, "curl_easy_setopt failed: %s", curl_easy_strerror(code));
-        curl_easy_cleanup(curl);
-        fclose(stream);
         return -static_cast<int32_t>(code);
     }
 
-    file = stream;
-    const CURLcode code = curl_easy_perform(curl);
+    file = stream.get();
+    const CURLcode code = curl_easy_perform(curl.get());
     ++attempts;
     file = nullptr;
-    if (code != CURLE_OK) {
-        const int32_t result = failTransfer(code, received);
-        curl_easy_cleanup(curl);
-        fclose(stream);
-        return result;
-    }
-    curl_easy_cleanup(curl);
-    if (fclose(stream) != 0) {
+    if (code != CURLE_OK) return failTransfer(code, received);
+
+    // Closed by hand, and after the handle: a close that fails is a failed transfer.
+    curl.reset();
+    if (fclose(stream.release()) != 0) {
         const int error = errno;
         LOG_MSG(LOG_LVL_ERROR, "Failed to close output file: %d", error);
         return error;

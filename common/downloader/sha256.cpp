@@ -1,5 +1,3 @@
-// The SHA-256 digest of a file, by the device's own tool.
-
 #include "downloader/downloader.h"
 #include "util/command.h"
 
@@ -10,7 +8,7 @@ constexpr uint32_t kDigestLength = 64;
 }  // namespace
 
 int verifySha256(const std::string& path, const std::string& hash) {
-    // The buffer ends with the digest: the file's name behind it is not read.
+    // The buffer ends with the digest: the file's name after it is not read.
     char digest[kDigestLength + 1];
     int exitStatus = 0;
     const std::string line = "sha256sum '" + path + "'";

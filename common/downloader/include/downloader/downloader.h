@@ -22,9 +22,9 @@ public:
     Downloader(const Downloader&) = delete;
     Downloader& operator=(const Downloader&) = delete;
 
-    /// Says what to fetch, and starts afresh if called again.
+    /// Sets what to fetch; a second call starts afresh.
     /// \param limit the most bytes that the file may hold; 0: no limit.
-    /// \param digest the expected SHA-256 digest in lower-case hexadecimal digits; empty: no check.
+    /// \param digest the expected SHA-256 as a lower-case hex digest; empty: no check.
     /// \return 0, always.
     int setup(const std::string& source, const std::string& target, uint32_t limit,
               const std::string& digest);
@@ -32,14 +32,15 @@ public:
     /// Transfers the file, with `retries` more attempts if the network fails. An attempt that failed within
     /// 20 seconds is followed by a wait of `waitSeconds`.
     /// \return 0: the file is complete and has the expected digest, or this is a dry run; EINVAL: setup()
-    ///         was not called; EAGAIN: the last attempt failed for the network's sake; EBADMSG: another
-    ///         digest; ENOMEM: no libcurl handle; another positive errno value of opening or closing the
-    ///         file; or, negated, the libcurl code of a failure that is not tried again.
-    int32_t run(uint32_t retries, uint32_t waitSeconds);
+    ///         was not called; EAGAIN: the network failed in the last attempt too, or opening or closing the
+    ///         file failed with EAGAIN in the last attempt too; EBADMSG: the digest does not match; ENOMEM: no
+    ///         libcurl handle; another positive errno value of opening or closing the file; or, negated, the
+    ///         libcurl code of a failure that is not tried again.
+    [[nodiscard]] int32_t run(uint32_t retries, uint32_t waitSeconds);
 
     // In the order in which they are made; all but `progress` are to be read only.
     uint32_t ready = 0;  // 1 once setup() has run
-    bool verbose;        // libcurl talks on standard error
+    bool verbose;        // libcurl is verbose, on standard error
     bool dryRun;         // run() transfers nothing
     std::string url;
     std::string path;
@@ -53,9 +54,9 @@ public:
     static constexpr uint32_t kNoLimit = 0xFFFFFFFF;
 
 private:
-    int32_t transferOnce();
+    [[nodiscard]] int32_t transferOnce();
 };
 
-/// Compares the SHA-256 digest of the file at `path` with `hash`, in lower-case hexadecimal digits.
+/// Compares the SHA-256 of the file at `path` with `hash`, a lower-case hex digest.
 /// \return 0 if they are equal; 1 in every other case, also if the file cannot be read.
-int verifySha256(const std::string& path, const std::string& hash);
+[[nodiscard]] int verifySha256(const std::string& path, const std::string& hash);
