@@ -72,7 +72,7 @@ uint8_t channelBit(uint32_t index) {
     return static_cast<uint8_t>(1U << index);
 }
 
-// The texts of these two assertions are part of what a user may report, so they stand as they are.
+// A user may report these two assertions, so they are written exactly as they are documented.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wsign-conversion"
 // clang-format off

@@ -7,8 +7,8 @@
 
 namespace {
 
-// A conversion of a number that the type cannot hold is undefined, so the range is tested first. A value
-// that is no number fails the first comparison and never comes here.
+// A conversion of a number that the type cannot hold is undefined, so the range is tested first. A NaN is no
+// number to isNumeric() and never comes here.
 int32_t saturate(lua_Number number) {
     if (number >= static_cast<lua_Number>(INT32_MAX)) return INT32_MAX;
     if (number <= static_cast<lua_Number>(INT32_MIN)) return INT32_MIN;

@@ -1,5 +1,4 @@
-// Evaluation of untrusted Lua text. Lua's errors are longjmps: no object with a destructor lives across
-// a call that can raise.
+// Lua's errors are longjmps: no object with a destructor lives across a call that can raise.
 
 #include "lua_util/sandbox.h"
 
@@ -20,13 +19,13 @@ bool isWordCharacter(char c) {
 }
 
 // Only the first occurrence decides: one with a letter or digit on either side is part of a longer word.
-bool holdsForbiddenWord(const char* text, size_t length) {
-    const void* found = memmem(text, length, kForbiddenWord, kForbiddenLength);
+bool holdsForbiddenWord(const char* chunk, size_t length) {
+    const void* found = memmem(chunk, length, kForbiddenWord, kForbiddenLength);
     if (found == nullptr) return false;
     const char* word = static_cast<const char*>(found);
-    if (word != text && isWordCharacter(word[-1])) return false;
-    const char* behind = word + kForbiddenLength;
-    return behind == text + length || !isWordCharacter(*behind);
+    if (word != chunk && isWordCharacter(word[-1])) return false;
+    const char* next = word + kForbiddenLength;
+    return next == chunk + length || !isWordCharacter(*next);
 }
 
 void wrapInPlace(char* buffer, size_t length) {
@@ -43,14 +42,14 @@ int loadDataChunk(lua_State* L, char* buffer, size_t length, size_t capacity) {
     if (holdsForbiddenWord(buffer, length)) return EILSEQ;
     if (capacity < kWrapSize || capacity - kWrapSize < length) return ENOBUFS;
     wrapInPlace(buffer, length);
-    const char* text = buffer;
-    return lua_cpcall(L, runSandboxed, &text) == 0 ? 0 : EBADRQC;
+    const char* chunk = buffer;
+    return lua_cpcall(L, runSandboxed, &chunk) == 0 ? 0 : EBADRQC;
 }
 
 int runSandboxed(lua_State* L) {
-    const char* text = *static_cast<const char**>(lua_touserdata(L, 1));
+    const char* chunk = *static_cast<const char**>(lua_touserdata(L, 1));
     lua_settop(L, 0);
-    if (luaL_loadstring(L, text) != 0) return lua_error(L);
+    if (luaL_loadstring(L, chunk) != 0) return lua_error(L);
     lua_createtable(L, 0, 0);
     if (lua_setfenv(L, 1) == 0) return luaL_error(L, "Failed to set sandbox environment");
     lua_call(L, 0, 1);

@@ -4,8 +4,8 @@
 // there as a bit mask, so a message that nobody wants costs one byte load and test: no call, and its
 // arguments are not evaluated.
 //
-// A source file that logs says once, at its top, which module it belongs to: LOG_MODULE("UBI",
-// "common/ubi_tools");
+// A source file that logs includes the log_module.h of its folder, which declares the module that the file belongs
+// to: LOG_MODULE("UBI", "common/ubi_tools");
 
 #pragma once
 
@@ -64,7 +64,7 @@ void LOG_channel_set_levels(LOG_Channel* ch, unsigned int levels);
 void LOG_channel_apply(LOG_Channel* ch);
 
 /// Writes one message to every channel that takes it. For LOG_MSG() only. `format` is printf's and
-/// holds no newline. Signals are held back while the lock is held, so a handler may log; `errno` is kept.
+/// holds no newline. Signals are blocked while the lock is held, so a handler may log; `errno` is kept.
 void LOG_log_msg(LOG_Msg* msg, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 /// Declares the module of a source file.

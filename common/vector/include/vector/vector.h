@@ -1,4 +1,4 @@
-// A growable array for the few places that must not allocate behind the reader's back.
+// A growable array for the few places that must not allocate without being seen to.
 //
 // It is constant-initialised, so a static one is empty before any code runs; emptying it keeps its
 // storage for the next user; and growing reports failure instead of throwing.
@@ -30,7 +30,8 @@ public:
         return ctxt.elements[index];
     }
 
-    /// Adds a copy of `element` at the end. \return false, with nothing changed, if memory ran out.
+    /// Adds a copy of `element` at the end.
+    /// \return false, with nothing changed, if memory ran out.
     bool append(const T& element) {
         if (ctxt.n_elem == ctxt.capacity && !grow()) return false;
         ctxt.elements[ctxt.n_elem] = element;
