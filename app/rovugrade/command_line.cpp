@@ -1,5 +1,3 @@
-// rovu [options] UPGRADE_URL, as getopt() reads it.
-
 #include "command_line.h"
 
 #include "log_module.h"

@@ -1,12 +1,13 @@
-// rovu, the entry: what must stand before an update begins, and what goes when the process ends.
+// The entry of rovu: what must stand before an update begins, and what goes when the process ends.
 //
-// The work directory is the run's lock. From its creation on, every way out removes it, a signal included.
+// The work directory is the run's lock. From its creation on, every exit path removes it, a signal included.
 
 #include "command_line.h"
 #include "log_module.h"
 #include "settings.h"
 #include "update.h"
 #include "util/command.h"
+#include "work_dir.h"
 
 #include <cerrno>
 #include <csignal>
@@ -70,8 +71,8 @@ bool createWorkDir() {
     return false;
 }
 
-// The channel goes first, so that the removal leaves no line at any verbosity. No signal is let in any more:
-// one that ended the process from here would leave the directory, and with it the lock, behind.
+// The channel goes first, so that the removal logs nothing at any verbosity. No signal is delivered any more:
+// one that ended the process from here would leave the directory, and with it the lock.
 void cleanupAtExit() {
     sigset_t all;
     sigfillset(&all);
