@@ -1,6 +1,7 @@
 #include "update.h"
 
 #include "device_check.h"
+#include "exit_paths.h"
 #include "file_key.h"
 #include "install.h"
 #include "log_module.h"
@@ -66,6 +67,7 @@ int runUpdate() {
     const std::string workDir = kWorkDir;
     UpdateSpecVer1* spec = nullptr;
     const bool succeeded = runStages(workDir, &spec);
+    settleOutcome();
     if (!succeeded) setState(eStateError, nullptr);
     freeSpec(spec);
     return succeeded ? 0 : 1;

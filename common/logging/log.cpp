@@ -1,11 +1,12 @@
 // The logging library: six slots for channels, one list of the messages used so far, one lock.
 //
-// Nothing is allocated when a message is logged. A signal handler may log: signals are held back for as
+// Nothing is allocated when a message is logged. A signal handler may log: signals are blocked for as
 // long as the lock is held, so a handler never meets its own thread's lock, and the signal is delivered
 // the moment the lock is free.
 
 #include "lock/lock.h"
 #include "log_state.h"
+#include "utc.h"
 
 #include <cassert>
 #include <cerrno>
@@ -26,6 +27,8 @@ namespace {
 constexpr size_t timeStampLen = 14;  // "03/14-09:26:53"
 constexpr time_t kFlushPeriod = 60;  // seconds
 constexpr size_t kHookTextSize = 256;
+
+bool inSignalHandler = false;
 
 bool isPending(int signal) {
     sigset_t pending;
@@ -140,7 +143,11 @@ __attribute__((format(printf, 2, 0))) void reportError(const LOG_Msg& msg, const
 
 void formatTimeStamp(char (&stamp)[timeStampLen + 1], time_t now) {
     struct tm utc;
-    gmtime_r(&now, &utc);
+    if (inSignalHandler) {
+        breakDownUtc(now, &utc);
+    } else {
+        gmtime_r(&now, &utc);
+    }
     const int n = static_cast<int>(strftime(stamp, sizeof stamp, "%m/%d-%T", &utc));
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wold-style-cast"
@@ -218,6 +225,10 @@ __attribute__((format(printf, 2, 0))) void writeToChannels(const LOG_Msg& msg, c
 
 }  // namespace
 
+void LOG_signal_handler_entered() {
+    inSignalHandler = true;
+}
+
 LOG_Channel* LOG_channel_new(FILE* stream, const char* name) {
     const LogLock held;
     uint32_t slot = 0;
@@ -231,10 +242,6 @@ LOG_Channel* LOG_channel_new(FILE* stream, const char* name) {
     assert(ch.moduleV.empty() && ch.levels == 0 && ch.fid == 0);
     ch.index = slot;
     ch.fid = stream;
-    // The first conversion of a time may allocate, which a signal handler that logs must not meet.
-    const time_t epoch = 0;
-    struct tm unused;
-    gmtime_r(&epoch, &unused);
     strncpy(ch.name, name, sizeof ch.name);
     ch.name[sizeof ch.name - 1] = '\0';
     return &ch;

@@ -6,6 +6,7 @@
 #include "util/fletcher32.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -128,6 +129,23 @@ void undo(const RefFileSwap::File& first, const RefFileSwap::File& second) {
     if (first.nextExists) remove(first.next.c_str());
 }
 
+int restoreFile(const char* path) {
+    char backup[PATH_MAX];
+    const int length = snprintf(backup, sizeof backup, "%s.bak", path);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof backup) return ENAMETOOLONG;
+    return rename(backup, path) == 0 ? 0 : errno;
+}
+
+// The boot loader could not be switched, and the files must go back, with or without memory: nothing is allocated before
+// they have.
+int restoreFiles(const char* path1, const char* path2) {
+    int result = 0;
+    if (int rc = restoreFile(path1); rc != 0) result = rc;
+    if (int rc = restoreFile(path2); rc != 0) result = rc;
+    syncRenames(path1, path2);
+    return result;
+}
+
 int carryOut(const RefChecksumList& list, RefFileSwap* swap) {
     if (int rc = writeNext(list, &swap->first); rc != 0) return rc;
     if (int rc = writeNext(list, &swap->second); rc != 0) return rc;
@@ -162,7 +180,7 @@ int storeRefChecksums(const RefChecksumList& list) {
 }
 
 int restoreRefChecksums() {
-    return restoreRefFiles(kPath1, kPath2);
+    return restoreFiles(kPath1, kPath2);
 }
 
 int readRefFile(RefChecksumList* list, const std::string& path) {
@@ -220,11 +238,5 @@ int updateRefFiles(const RefChecksumList& list, const std::string& path1, const 
 }
 
 int restoreRefFiles(const std::string& path1, const std::string& path2) {
-    const std::string backup1 = path1 + ".bak";
-    const std::string backup2 = path2 + ".bak";
-    int result = 0;
-    if (rename(backup1.c_str(), path1.c_str()) != 0) result = errno;
-    if (rename(backup2.c_str(), path2.c_str()) != 0) result = errno;
-    syncRenames(path1, path2);
-    return result;
+    return restoreFiles(path1.c_str(), path2.c_str());
 }

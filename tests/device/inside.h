@@ -7,6 +7,7 @@
 #include "rovu_sim/sandbox_paths.h"
 #include "settings.h"
 #include "support/scratch.h"
+#include "work_dir.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>

@@ -1,14 +1,16 @@
 #include "progress.h"
 
-#include "util/path.h"
+#include "util/file.h"
 #include "work_dir.h"
 
 #include <cstdio>
-#include <string>
+#include <fcntl.h>
 
 ProgressRecord progress;
 
 namespace {
+
+constexpr size_t kReportSize = 128;  // the longest name and two numbers of eleven characters need less
 
 // Indexed by UpdateState; other programs know these strings.
 const char* const kStateNames[] = {
@@ -61,17 +63,18 @@ void onDownloadProgress(int attempts, int percent) {
     writeProgressFile();
 }
 
-// Written in the work directory and then renamed, so that a reader in another process never sees half a report.
+// Written in the work directory and then renamed, so that a reader in another process never sees half a report. Nothing
+// is allocated: a run without memory says so, and nothing after the switch can fail for want of it.
 void writeProgressFile() {
-    std::string temporary = kWorkDir;
-    appendPath(temporary, kNextProgress);
-    FILE* file = fopen(temporary.c_str(), "w");
-    if (file == nullptr) return;
     const bool downloading = progress.attempts >= 0;
-    const int state = fprintf(file, "\"STATE\":\"%s\",\n", stateName(progress.state));
-    const int numbers = fprintf(file, "\"DL_ATTEMPTS\":\"%d\",\n\"DL_PERCENT\":\"%d\",\n",
-                                downloading ? progress.attempts : 0, downloading ? progress.percent : 0);
+    char report[kReportSize];
+    int length = snprintf(report, sizeof report, "\"STATE\":\"%s\",\n", stateName(progress.state));
+    length += snprintf(report + length, sizeof report - static_cast<size_t>(length),
+                       "\"DL_ATTEMPTS\":\"%d\",\n\"DL_PERCENT\":\"%d\",\n",
+                       downloading ? progress.attempts : 0, downloading ? progress.percent : 0);
+    const int fd = open(kNextProgressPath, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    if (fd < 0) return;
     // A full file system must cost the new report, and not the old one too.
-    const bool whole = fclose(file) == 0 && state > 0 && numbers > 0;
-    if (whole) rename(temporary.c_str(), kProgressPath);
+    if (writeFd(fd, report, static_cast<uint32_t>(length), true, false) == 0)
+        rename(kNextProgressPath, kProgressPath);
 }

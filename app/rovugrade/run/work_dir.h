@@ -9,8 +9,10 @@ constexpr char kWorkDir[] = "/tmp/rovu";
 /// the run.
 constexpr char kProgressPath[] = "/tmp/rovu.progress";
 
+/// The next report, until it takes the place of the last one. A path of its own: it is written without memory too.
+constexpr char kNextProgressPath[] = "/tmp/rovu/progress.tmp";
+
 // Names in the work directory. An image's tar is named by its part (UpdateSpecVer1::Image::localName), the staging
 // copy of a volume by the UBI tools (kStagingName).
 constexpr char kSpecName[] = "rovu.lua";
 constexpr char kScriptTar[] = "scriptTar";
-constexpr char kNextProgress[] = "progress.tmp";

@@ -67,6 +67,10 @@ void LOG_channel_apply(LOG_Channel* ch);
 /// holds no newline. Signals are blocked while the lock is held, so a handler may log; `errno` is kept.
 void LOG_log_msg(LOG_Msg* msg, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+/// For a signal handler that logs and does not return: from here on time stamps are made without the C library's lock on
+/// the time zone, which the interrupted code may hold. The lock of this library is no danger: see LOG_log_msg().
+void LOG_signal_handler_entered();
+
 /// Declares the module of a source file.
 #define LOG_MODULE(name, sourcePath)                                                                         \
     namespace {                                                                                              \
