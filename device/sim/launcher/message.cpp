@@ -1,5 +1,3 @@
-// What the launcher says on standard error.
-
 #include "launcher/message.h"
 
 #include "rovu_sim/text_files.h"

@@ -1,14 +1,16 @@
-// What the launcher says on standard error.
+// The launcher's messages on standard error.
 #pragma once
 
 #include <string>
 
 namespace rovusim {
 
-/// One line, with the program's name before it.
+/// Prints one line that starts with the program's name.
 void complain(const std::string& text);
 
-/// Complains "cannot WHAT PATH: reason" and gives the error back, for a return statement.
+/// Prints "cannot WHAT PATH: reason".
+/// \param error a positive errno value
+/// \return `error`, for a return statement.
 int cannot(const std::string& what, const std::string& path, int error);
 
 }  // namespace rovusim

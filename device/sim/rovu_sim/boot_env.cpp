@@ -1,5 +1,3 @@
-// The boot loader's environment: a text file of NAME=VALUE lines, replaced as a whole.
-
 #include "rovu_sim/boot_env.h"
 
 #include "rovu_sim/text_files.h"

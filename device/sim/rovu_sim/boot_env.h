@@ -1,4 +1,4 @@
-// The boot loader's environment: a text file of NAME=VALUE lines, replaced as a whole.
+// The boot loader's environment: a file of NAME=VALUE lines, replaced as a whole.
 #pragma once
 
 #include <string>
@@ -9,15 +9,16 @@ namespace rovusim {
 
 using BootEnv = std::vector<std::pair<std::string, std::string>>;
 
-/// All variables in the order of the file. `env` is written on success only.
+/// All variables, in file order. `env` is written on success only.
 /// \return 0 or a positive errno value.
 int readBootEnv(const std::string& stateDir, BootEnv* env);
 
+/// Reads one variable. `value` is written on success only.
 /// \return 0, ENOENT if there is no such variable, or another positive errno value.
 int getBootVariable(const std::string& stateDir, const std::string& name, std::string* value);
 
-/// Sets the variable, or removes it if `value` is empty, as the boot loader's own tool does.
-/// \return 0, EINVAL for a name that is empty or holds a '=', or another positive errno value.
+/// Sets the variable, or removes it if `value` is empty, as the real fw_setenv does.
+/// \return 0, EINVAL for an empty name or one with a '=', or another positive errno value.
 int setBootVariable(const std::string& stateDir, const std::string& name, const std::string& value);
 
 }  // namespace rovusim

@@ -1,5 +1,3 @@
-// The log of the commands that were run inside a device, one line each, in their order.
-
 #include "rovu_sim/call_log.h"
 
 #include "rovu_sim/descriptor.h"
@@ -12,6 +10,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <utility>
 
 namespace rovusim {
 namespace {
@@ -23,7 +22,7 @@ std::string markPath(const std::string& stateDir) {
     return stateDir + "/run/log-start";
 }
 
-// Where the last run's lines begin, in bytes; 0 if the log was emptied since.
+// Offset of the last run's first line, in bytes; 0 if the log was emptied since.
 size_t startOfRun(const std::string& stateDir, size_t logSize) {
     std::string text;
     if (readTextFile(markPath(stateDir), &text) != 0) return 0;
@@ -37,7 +36,7 @@ std::string progressColumn(const std::string& stateDir) {
     return progress.state + " " + std::to_string(progress.attempts) + " " + std::to_string(progress.percent);
 }
 
-// The state's own text may hold blanks, so the two numbers are taken from the end.
+// The name of a state can hold spaces, so the two numbers are taken from the end.
 void parseProgress(const std::string& column, Call* call) {
     call->state = column;
     const size_t second = column.rfind(' ');
@@ -77,9 +76,9 @@ int parseLog(const std::string& text, std::vector<Call>* calls) {
 
 int openLocked(const std::string& stateDir, Descriptor* log) {
     Descriptor file(open(logPath(stateDir).c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
-    if (file.fd < 0) return errno;
-    if (flock(file.fd, LOCK_EX) != 0) return errno;
-    *log = static_cast<Descriptor&&>(file);
+    if (!file.isOpen()) return errno;
+    if (flock(file.get(), LOCK_EX) != 0) return errno;
+    *log = std::move(file);
     return 0;
 }
 
@@ -100,7 +99,7 @@ int readCallsOfLastRun(const std::string& stateDir, std::vector<Call>* calls) {
 int clearCalls(const std::string& stateDir) {
     Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
-    if (ftruncate(log.fd, 0) != 0) return errno;
+    if (ftruncate(log.get(), 0) != 0) return errno;
     return replaceTextFile(markPath(stateDir), "0\n");
 }
 
@@ -108,7 +107,7 @@ int beginRunInCallLog(const std::string& stateDir, bool fresh) {
     if (fresh) return clearCalls(stateDir);
     Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
-    const off_t end = lseek(log.fd, 0, SEEK_END);
+    const off_t end = lseek(log.get(), 0, SEEK_END);
     if (end < 0) return errno;
     return replaceTextFile(markPath(stateDir), std::to_string(end) + "\n");
 }
@@ -131,14 +130,14 @@ int recordCall(const std::string& stateDir, const std::string& tool, const std::
     for (const std::string& arg : args)
         line += " " + quoteForShell(arg);
     line += "\n";
-    return writeFully(log.fd, line.data(), line.size());
+    return writeFully(log.get(), line.data(), line.size());
 }
 
 int recordWait(const std::string& stateDir, const std::string& seconds) {
     Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
     const std::string line = "-\t" + progressColumn(stateDir) + "\tsleep " + seconds + "\n";
-    return writeFully(log.fd, line.data(), line.size());
+    return writeFully(log.get(), line.data(), line.size());
 }
 
 }  // namespace rovusim

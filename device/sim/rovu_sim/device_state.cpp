@@ -1,5 +1,3 @@
-// A device as a directory: what it is, which set it runs, and what a restart makes of it.
-
 #include "rovu_sim/device_state.h"
 
 #include "rovu_sim/boot_env.h"
@@ -24,7 +22,7 @@ std::string volumeName(unsigned set, const char* suffix) {
     return "k" + std::to_string(set) + suffix;
 }
 
-// Bytes that look like an image, differ from volume to volume and are the same on every machine.
+// Bytes of an image: different for each volume, and the same on every host.
 std::string plausibleBytes(const std::string& head, uint32_t seed, size_t size) {
     std::string bytes = head;
     uint32_t value = seed;
@@ -65,8 +63,8 @@ int fillNewVolumes(const std::string& stateDir, const DeviceOptions& options) {
     return 0;
 }
 
-// Everything in the new and empty state directory.
-int furnishNewDevice(const std::string& stateDir, const DeviceOptions& options) {
+// Fills the new and empty state directory.
+int fillNewDevice(const std::string& stateDir, const DeviceOptions& options) {
     for (const char* part : {"tmp", "app0/secrets/rovu", "ssh", "ubi", "run", "root"}) {
         if (int rc = makeDirectories(stateDir + "/" + part); rc != 0) return rc;
     }
@@ -115,8 +113,8 @@ std::string rebootMark(const std::string& stateDir) {
 
 int createDevice(const std::string& stateDir, const DeviceOptions& options) {
     if (mkdir(stateDir.c_str(), 0755) != 0) return errno;
-    const int rc = furnishNewDevice(stateDir, options);
-    // Half a device would only be in the way of the next attempt.
+    const int rc = fillNewDevice(stateDir, options);
+    // A partial device would make the next attempt fail with EEXIST.
     std::error_code ignored;
     if (rc != 0) std::filesystem::remove_all(stateDir, ignored);
     return rc;
@@ -154,12 +152,12 @@ std::string versionInVolume(const std::string& stateDir, const std::string& volu
     Volume found;
     if (findVolume(stateDir, volume, &found) != 0) return "";
     Descriptor file(open(volumePath(stateDir, found.id).c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.fd < 0) return "";
+    if (!file.isOpen()) return "";
     char head[kHeadBytes];
-    const ssize_t got = read(file.fd, head, sizeof head);
+    const ssize_t got = read(file.get(), head, sizeof head);
     if (got <= 0) return "";
     std::string text(head, static_cast<size_t>(got));
-    // A line that the head cuts off is no line yet; one that the volume itself ends is.
+    // A line that is cut off after 256 bytes does not count; one that ends with the volume does.
     if (text.size() == sizeof head) text.erase(text.rfind('\n') + 1);
     const std::string key = "version=";
     for (const std::string& line : splitLines(text)) {
@@ -214,7 +212,7 @@ int restartDevice(const std::string& stateDir, std::string* why) {
     }
     unsigned set = 0;
     if (int rc = setToBoot(stateDir, &set); rc != 0) {
-        reason = "bootswitcher is missing or no hexadecimal number";
+        reason = "bootswitcher is missing or not a hexadecimal number";
         return rc;
     }
     if (const std::string fault = bootFault(stateDir, set); !fault.empty()) {

@@ -1,5 +1,3 @@
-// Which calls go wrong in a run, and how.
-
 #include "rovu_sim/fault_rules.h"
 
 #include "rovu_sim/text_files.h"
@@ -19,7 +17,7 @@ std::string rulesPath(const std::string& stateDir) {
 }
 
 bool isKnownTool(const std::string& name) {
-    for (const char* tool : kStandIns) {
+    for (const char* tool : kSimulatedTools) {
         if (name == tool) return true;
     }
     for (const char* tool : kPassThroughs) {
@@ -62,12 +60,12 @@ bool parseWhich(const std::string& text, FaultRule* rule, std::string* why) {
     const size_t colon = text.find(':');
     rule->tool = text.substr(0, colon);
     if (!isKnownTool(rule->tool)) {
-        *why = "\"" + rule->tool + "\" is no command that the device plays or watches";
+        *why = "\"" + rule->tool + "\" is not a command that the simulator provides or records";
         return false;
     }
     if (colon == std::string::npos) return true;
     if (parseNumber(text.substr(colon + 1), kMostCalls, &rule->number) && rule->number > 0) return true;
-    *why = "a number from 1 is expected behind the colon";
+    *why = "a number from 1 is expected after the colon";
     return false;
 }
 
@@ -83,7 +81,7 @@ bool parseHow(const std::string& text, FaultRule* rule, std::string* why) {
         rule->kind = how == "exit" ? FaultKind::eExit : FaultKind::eHalf;
         unsigned status = 0;
         if (!parseNumber(value, 255, &status)) {
-            *why = "an exit status from 0 to 255 is expected behind \"" + how + ":\"";
+            *why = "an exit status from 0 to 255 is expected after \"" + how + ":\"";
             return false;
         }
         rule->value = static_cast<int>(status);
@@ -92,7 +90,7 @@ bool parseHow(const std::string& text, FaultRule* rule, std::string* why) {
     if (how == "signal") {
         rule->kind = FaultKind::eSignal;
         if (parseSignal(value, &rule->value)) return true;
-        *why = "\"" + value + "\" is no signal";
+        *why = "\"" + value + "\" is not a signal";
         return false;
     }
     *why = "\"" + text + "\" is none of exit:STATUS, signal:NAME, missing, half:STATUS, hang";

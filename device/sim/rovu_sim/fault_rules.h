@@ -1,7 +1,7 @@
-// Which calls go wrong in a run, and how.
+// Which tool calls fail in a run, and how.
 //
-// A rule reads WHICH=HOW. WHICH: a number K, the K-th call of the run; TOOL, each call of it; TOOL:N, its
-// N-th call. HOW: exit:STATUS, signal:NAME, missing, half:STATUS or hang.
+// A rule reads WHICH=HOW. WHICH is K, the K-th call of the run; TOOL, each call of the tool; or TOOL:N, its
+// N-th call. HOW is exit:STATUS, signal:NAME, missing, half:STATUS or hang.
 #pragma once
 
 #include "rovu_sim/call_log.h"
@@ -12,11 +12,11 @@
 namespace rovusim {
 
 enum class FaultKind {
-    eExit,     // ends with the status, and does nothing
-    eSignal,   // dies of the signal, and does nothing
+    eExit,     // does nothing and exits with the status
+    eSignal,   // does nothing and is killed by the signal
     eMissing,  // as if the command did not exist: a message and status 127
-    eHalf,     // does its work, a volume update half of it, and then ends with the status
-    eHang,     // never ends by itself
+    eHalf,     // does its work, or half of it for a volume update, and exits with the status
+    eHang,     // never exits
 };
 
 struct FaultRule {
@@ -26,14 +26,17 @@ struct FaultRule {
     int value = 0;  // exit status or signal number
 };
 
-/// \return 0, or EINVAL with the reason in words in `why`.
-int parseFaultRule(const std::string& text, FaultRule* rule, std::string* why);
+/// Parses one rule. `rule` is written on success only.
+/// \return 0, or EINVAL with the reason in `why`.
+[[nodiscard]] int parseFaultRule(const std::string& text, FaultRule* rule, std::string* why);
 
-/// Keeps the rules for a run; each must parse. An empty list removes them.
+/// Stores the rules for a run; each must parse. An empty list removes them.
+/// \return 0 or a positive errno value.
 int storeFaultRules(const std::string& stateDir, const std::vector<std::string>& rules);
 
-/// Looks for the first stored rule that a call matches.
+/// Finds the first stored rule that matches a call.
 /// \return whether there is one; `rule` is written only then.
-bool findFault(const std::string& stateDir, const std::string& tool, const CallCount& count, FaultRule* rule);
+[[nodiscard]] bool findFault(const std::string& stateDir, const std::string& tool, const CallCount& count,
+                             FaultRule* rule);
 
 }  // namespace rovusim

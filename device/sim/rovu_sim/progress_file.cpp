@@ -1,5 +1,3 @@
-// The updater's progress file as a reader outside sees it.
-
 #include "rovu_sim/progress_file.h"
 
 #include "rovu_sim/text_files.h"

@@ -1,4 +1,4 @@
-// The updater's progress file as a reader outside sees it.
+// Reads the updater's progress file.
 #pragma once
 
 #include <string>
@@ -12,10 +12,10 @@ struct Progress {
 };
 
 /// Reads the file at `path`. `progress` is written on success only.
-/// \return 0, the positive errno value of the read, or EILSEQ for a text of another form.
+/// \return 0, the positive errno value of the read, or EILSEQ for any other contents.
 int readProgressFile(const std::string& path, Progress* progress);
 
-/// The file's place in a device's state directory.
+/// The file's path in a device's state directory.
 std::string progressPath(const std::string& stateDir);
 
 }  // namespace rovusim

@@ -1,5 +1,3 @@
-// Words as a shell would read them: quoting for print and for commands, and the way back.
-
 #include "rovu_sim/shell_words.h"
 
 #include <cstdio>
@@ -35,7 +33,7 @@ std::string quoteControls(const std::string& word) {
     return out + "'";
 }
 
-// Appends what stands between the quotes and leaves `at` behind the closing one.
+// Appends the characters up to the closing quote and sets `at` after it.
 void readQuoted(const std::string& line, size_t* at, bool escapes, std::string* word) {
     size_t i = *at;
     for (; i < line.size() && line[i] != '\''; ++i) {

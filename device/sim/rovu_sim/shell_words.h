@@ -1,4 +1,4 @@
-// Words as a shell would read them: quoting for print and for commands, and the way back.
+// Quotes words for a shell, and splits a line of quoted words.
 #pragma once
 
 #include <string>
@@ -6,11 +6,11 @@
 
 namespace rovusim {
 
-/// The word as it can be pasted into a shell line: bare where that is safe, else between quotes.
-/// A word with control characters comes out in the $'...' form, so the result never spans lines.
+/// The word for use in a shell line: bare where that is safe, else between quotes. A word with control
+/// characters takes the $'...' form, so the result never spans lines.
 std::string quoteForShell(const std::string& word);
 
-/// The inverse for lines of such words with single blanks between them.
+/// The inverse, for a line of such words separated by single spaces.
 std::vector<std::string> splitShellWords(const std::string& line);
 
 }  // namespace rovusim

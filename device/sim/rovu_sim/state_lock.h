@@ -1,4 +1,4 @@
-// One command at a time changes a device: a run and a restart hold the state directory's lock.
+// The lock of a state directory, so that only one command at a time changes a device.
 #pragma once
 
 #include "rovu_sim/descriptor.h"
@@ -7,8 +7,8 @@
 
 namespace rovusim {
 
-/// Takes the lock without waiting; it is held until `lock` is closed.
-/// \return 0, EBUSY if somebody else holds it, ENOENT if `stateDir` is no device, or another errno value.
-int lockDevice(const std::string& stateDir, Descriptor* lock);
+/// Takes the lock without waiting. It is held until `lock` is closed.
+/// \return 0, EBUSY if another process holds it, ENOENT if `stateDir` is not a device, or another errno value.
+[[nodiscard]] int lockDevice(const std::string& stateDir, Descriptor* lock);
 
 }  // namespace rovusim

@@ -1,5 +1,3 @@
-// Whole small files as strings, and replacing them in one step.
-
 #include "rovu_sim/text_files.h"
 
 #include "rovu_sim/descriptor.h"
@@ -13,11 +11,11 @@ namespace rovusim {
 
 int readTextFile(const std::string& path, std::string* text) {
     Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.fd < 0) return errno;
+    if (!file.isOpen()) return errno;
     std::string all;
     char buffer[16384];
     for (;;) {
-        const ssize_t got = read(file.fd, buffer, sizeof buffer);
+        const ssize_t got = read(file.get(), buffer, sizeof buffer);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return errno;
         if (got == 0) break;
@@ -41,8 +39,8 @@ int writeFully(int fd, const char* bytes, size_t size) {
 int replaceTextFile(const std::string& path, const std::string& text) {
     const std::string temporary = path + ".tmp";
     Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (file.fd < 0) return errno;
-    int rc = writeFully(file.fd, text.data(), text.size());
+    if (!file.isOpen()) return errno;
+    int rc = writeFully(file.get(), text.data(), text.size());
     if (rc == 0 && rename(temporary.c_str(), path.c_str()) != 0) rc = errno;
     if (rc != 0) unlink(temporary.c_str());
     return rc;
@@ -64,7 +62,7 @@ int makeDirectories(const std::string& path) {
     for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
         if (!part.empty() && mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) {
-            // A read-only or foreign directory above may refuse although it is there.
+            // A read-only file system gives EROFS even for a directory that exists.
             struct stat info;
             const int refused = errno;
             if (stat(part.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return refused;

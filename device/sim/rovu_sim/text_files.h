@@ -1,4 +1,4 @@
-// Whole small files as strings, and replacing them in one step.
+// Small files as strings, read and replaced as a whole.
 #pragma once
 
 #include <string>
@@ -6,23 +6,23 @@
 
 namespace rovusim {
 
-/// Reads the whole file. `text` is written on success only.
+/// Reads the whole file, whatever its bytes. `text` is written on success only.
 /// \return 0, or the positive errno value of the open or read that failed.
-int readTextFile(const std::string& path, std::string* text);
+[[nodiscard]] int readTextFile(const std::string& path, std::string* text);
 
-/// Replaces the file by way of a temporary neighbour and a rename, so that no reader ever sees a part.
-/// \return 0 or a positive errno value; on failure the old file stands as it was.
-int replaceTextFile(const std::string& path, const std::string& text);
+/// Replaces the file by a temporary file and a rename, so that no reader sees a part of it.
+/// \return 0, or a positive errno value; the old file is then unchanged.
+[[nodiscard]] int replaceTextFile(const std::string& path, const std::string& text);
 
-/// Writes all of `text` to the descriptor.
+/// Writes all `size` bytes.
 /// \return 0 or a positive errno value.
 int writeFully(int fd, const char* bytes, size_t size);
 
-/// The lines of `text` without their newlines; a last line without one counts too.
+/// The lines of `text` without their newlines. A last line need not have one.
 std::vector<std::string> splitLines(const std::string& text);
 
-/// Makes the directory and those above it, as far as they are missing.
+/// Makes the directory and all missing directories above it.
 /// \return 0 or a positive errno value.
-int makeDirectories(const std::string& path);
+[[nodiscard]] int makeDirectories(const std::string& path);
 
 }  // namespace rovusim

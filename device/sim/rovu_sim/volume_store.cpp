@@ -1,5 +1,3 @@
-// The UBI device's volumes: a table in the state directory and one file of bytes for each volume.
-
 #include "rovu_sim/volume_store.h"
 
 #include "rovu_sim/descriptor.h"
@@ -13,6 +11,7 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <utility>
 
 namespace rovusim {
 namespace {
@@ -24,16 +23,16 @@ std::string tablePath(const std::string& stateDir) {
     return stateDir + "/ubi/table";
 }
 
-// Held by whoever changes the table, so that two tools at once do not lose each other's change.
+// Held for each change of the table, so that two tools at once do not lose a change.
 int lockTable(const std::string& stateDir, Descriptor* lock) {
     Descriptor file(open((stateDir + "/ubi/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-    if (file.fd < 0) return errno;
-    if (flock(file.fd, LOCK_EX) != 0) return errno;
-    *lock = static_cast<Descriptor&&>(file);
+    if (!file.isOpen()) return errno;
+    if (flock(file.get(), LOCK_EX) != 0) return errno;
+    *lock = std::move(file);
     return 0;
 }
 
-// One line: id, name, type, LEBs, state; separated by tabs since a name may hold blanks.
+// One line: id, name, type, LEBs, state; separated by tabs because a name can hold spaces.
 bool parseRow(const std::string& line, Volume* volume) {
     std::vector<std::string> fields;
     size_t start = 0;
@@ -82,8 +81,8 @@ int appendErased(int fd, uint64_t count) {
     return 0;
 }
 
-// Leaves the file as the flash is before the first byte comes, with the write position at its start.
-// The file stays the same one: a block device may be attached to it.
+// Erases the volume and sets the write offset to 0. The file keeps its inode: a block device may be attached
+// to it.
 int wipe(int fd, const Volume& volume) {
     if (!volume.dynamic) return ftruncate(fd, 0) == 0 ? 0 : errno;
     if (int rc = appendErased(fd, uint64_t{volume.lebs} * kLebBytes); rc != 0) return rc;
@@ -93,8 +92,8 @@ int wipe(int fd, const Volume& volume) {
 int copyBytes(int from, int to, uint64_t count) {
     std::vector<char> buffer(kChunk);
     while (count > 0) {
-        const size_t wanted = static_cast<size_t>(std::min<uint64_t>(count, buffer.size()));
-        const ssize_t got = read(from, buffer.data(), wanted);
+        const size_t length = static_cast<size_t>(std::min<uint64_t>(count, buffer.size()));
+        const ssize_t got = read(from, buffer.data(), length);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return errno;
         if (got == 0) return EIO;
@@ -107,7 +106,7 @@ int copyBytes(int from, int to, uint64_t count) {
 uint32_t lowestFreeId(const std::vector<Volume>& volumes) {
     uint32_t id = 0;
     for (const Volume& volume : volumes) {
-        if (volume.id == id) ++id;  // the list is in the order of the ids
+        if (volume.id == id) ++id;  // the list is sorted by id
     }
     return id;
 }
@@ -193,12 +192,12 @@ int createVolume(const std::string& stateDir, const std::string& name, bool dyna
     volume.dynamic = dynamic;
     volume.lebs = static_cast<uint32_t>(lebs);
     volume.bytes = dynamic ? lebs * kLebBytes : 0;
-    // A new file, never an old one reused: what a reader still holds open keeps the removed volume.
+    // Always a new inode: a reader that holds the removed volume open keeps its bytes.
     unlink(volumePath(stateDir, volume.id).c_str());
     Descriptor file(
         open(volumePath(stateDir, volume.id).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    if (file.fd < 0) return errno;
-    if (int rc = wipe(file.fd, volume); rc != 0) return rc;
+    if (!file.isOpen()) return errno;
+    if (int rc = wipe(file.get(), volume); rc != 0) return rc;
     volumes.push_back(volume);
     if (int rc = saveTable(stateDir, volumes); rc != 0) return rc;
     if (made != nullptr) *made = volume;
@@ -223,10 +222,10 @@ int updateVolume(const std::string& stateDir, uint32_t id, int source, uint64_t 
     if (int rc = findVolumeById(stateDir, id, &volume); rc != 0) return rc;
     if (size > uint64_t{volume.lebs} * kLebBytes) return EFBIG;
     Descriptor file(open(volumePath(stateDir, id).c_str(), O_WRONLY | O_CLOEXEC));
-    if (file.fd < 0) return errno;
+    if (!file.isOpen()) return errno;
     if (int rc = markUpdating(stateDir, id, true); rc != 0) return rc;
-    if (int rc = wipe(file.fd, volume); rc != 0) return rc;
-    if (int rc = copyBytes(source, file.fd, std::min(size, stopAfter)); rc != 0) return rc;
+    if (int rc = wipe(file.get(), volume); rc != 0) return rc;
+    if (int rc = copyBytes(source, file.get(), std::min(size, stopAfter)); rc != 0) return rc;
     return stopAfter < size ? 0 : markUpdating(stateDir, id, false);
 }
 
@@ -240,10 +239,10 @@ int writeVolume(const std::string& stateDir, const std::string& name, const std:
     Volume volume;
     if (int rc = findVolume(stateDir, name, &volume); rc != 0) return rc;
     Descriptor memory(memfd_create("volume", MFD_CLOEXEC));
-    if (memory.fd < 0) return errno;
-    if (int rc = writeFully(memory.fd, bytes.data(), bytes.size()); rc != 0) return rc;
-    if (lseek(memory.fd, 0, SEEK_SET) != 0) return errno;
-    return updateVolume(stateDir, volume.id, memory.fd, bytes.size(), bytes.size());
+    if (!memory.isOpen()) return errno;
+    if (int rc = writeFully(memory.get(), bytes.data(), bytes.size()); rc != 0) return rc;
+    if (lseek(memory.get(), 0, SEEK_SET) != 0) return errno;
+    return updateVolume(stateDir, volume.id, memory.get(), bytes.size(), bytes.size());
 }
 
 }  // namespace rovusim

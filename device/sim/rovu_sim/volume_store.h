@@ -1,4 +1,4 @@
-// The UBI device's volumes: a table in the state directory and one file of bytes for each volume.
+// The UBI device's volumes: a table in the state directory and one file for each volume.
 //
 // A static volume's file holds exactly the bytes written to it; a dynamic volume's file is always the
 // volume's full size, 0xFF where nothing was written.
@@ -13,7 +13,7 @@ namespace rovusim {
 /// Usable bytes of one logical erase block: 128 KiB blocks less two pages of 2 KiB.
 constexpr uint32_t kLebBytes = 126976;
 constexpr uint32_t kMaxVolumes = 128;
-/// Stands for "the lowest free id" where an id can be asked for.
+/// As a requested id: the lowest free one.
 constexpr uint32_t kAnyId = UINT32_MAX;
 
 struct Volume {
@@ -21,46 +21,49 @@ struct Volume {
     std::string name;
     bool dynamic = false;
     uint32_t lebs = 0;      // size reserved, in LEBs
-    bool updating = false;  // an update began and never ended; the content is not to be trusted
-    uint64_t bytes = 0;     // held; a dynamic volume always holds its full size
+    bool updating = false;  // an update began and never ended; the bytes are not valid
+    uint64_t bytes = 0;     // stored; a dynamic volume always holds its full size
 };
 
-/// The volumes in the order of their ids. `volumes` is written on success only.
+/// The volumes in order of their ids. `volumes` is written on success only.
 /// \return 0 or a positive errno value.
-int listVolumes(const std::string& stateDir, std::vector<Volume>* volumes);
+[[nodiscard]] int listVolumes(const std::string& stateDir, std::vector<Volume>* volumes);
 
-/// \return 0, ENOENT if there is no volume of that name, or another positive errno value.
-int findVolume(const std::string& stateDir, const std::string& name, Volume* volume);
-int findVolumeById(const std::string& stateDir, uint32_t id, Volume* volume);
+/// Finds a volume. `volume` is written on success only.
+/// \return 0, ENOENT if there is none, or another positive errno value.
+[[nodiscard]] int findVolume(const std::string& stateDir, const std::string& name, Volume* volume);
+[[nodiscard]] int findVolumeById(const std::string& stateDir, uint32_t id, Volume* volume);
 
-/// The LEBs that no volume has reserved.
+/// The number of LEBs that no volume has reserved.
 /// \return 0 or a positive errno value.
-int freeLebs(const std::string& stateDir, uint32_t* lebs);
+[[nodiscard]] int freeLebs(const std::string& stateDir, uint32_t* lebs);
 
 /// Makes an empty volume of at least `bytes` bytes. `made` may be null.
 /// \return 0, EINVAL for a size of 0, an empty or overlong name or an id out of range, EEXIST for a name
-/// or id in use, ENFILE when no id is left, ENOSPC when the LEBs do not suffice, or another errno value.
-int createVolume(const std::string& stateDir, const std::string& name, bool dynamic, uint64_t bytes,
-                 uint32_t id, Volume* made);
+/// or id in use, ENFILE when no id is free, ENOSPC when too few LEBs are free, or another errno value.
+[[nodiscard]] int createVolume(const std::string& stateDir, const std::string& name, bool dynamic,
+                               uint64_t bytes, uint32_t id, Volume* made);
 
+/// Removes the volume and its bytes.
 /// \return 0, ENOENT if there is no such volume, or another positive errno value.
-int removeVolume(const std::string& stateDir, uint32_t id);
+[[nodiscard]] int removeVolume(const std::string& stateDir, uint32_t id);
 
-/// Writes the volume anew with what `source` yields from where it stands, `size` bytes in all; the volume
-/// counts as under update until the last byte is there. With `stopAfter` below `size` the update is
-/// broken off after that many bytes and stays unfinished, as after a power cut.
+/// Rewrites the volume with `size` bytes read from the descriptor `source` at its current offset. The volume
+/// is marked as updating until the last byte is written. With `stopAfter` below `size` the update stops after
+/// that many bytes and stays unfinished, as after a power failure.
 /// \return 0, EFBIG if `size` does not fit, ENOENT, EIO if `source` ends early, or another errno value.
-int updateVolume(const std::string& stateDir, uint32_t id, int source, uint64_t size, uint64_t stopAfter);
+[[nodiscard]] int updateVolume(const std::string& stateDir, uint32_t id, int source, uint64_t size,
+                               uint64_t stopAfter);
 
 /// All bytes of the volume.
 /// \return 0, ENOENT if there is no volume of that name, or another positive errno value.
-int readVolume(const std::string& stateDir, const std::string& name, std::string* bytes);
+[[nodiscard]] int readVolume(const std::string& stateDir, const std::string& name, std::string* bytes);
 
 /// Replaces the volume's bytes.
 /// \return 0, ENOENT, EFBIG if they do not fit, or another positive errno value.
 int writeVolume(const std::string& stateDir, const std::string& name, const std::string& bytes);
 
-/// The file of a volume's bytes; what the device node shows.
+/// The file of a volume's bytes.
 std::string volumePath(const std::string& stateDir, uint32_t id);
 
 }  // namespace rovusim

@@ -2,7 +2,7 @@
 
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "tools/stand_ins.h"
+#include "tools/simulated_tools.h"
 
 #include <cstdio>
 #include <cstring>
@@ -47,7 +47,7 @@ int fwSetenv(const ToolCall& call) {
         fprintf(stderr, "%s: variable name missing\n", call.tool.c_str());
         return 1;
     }
-    // Several words are one value with blanks between, as with the real tool.
+    // Several words are one value with spaces between, as for the real tool.
     std::string value;
     for (size_t i = 1; i < call.args.size(); ++i)
         value += (i > 1 ? " " : "") + call.args[i];

@@ -1,6 +1,6 @@
-// rovu-sim-tool: plays every tool of the device; the name it is called by says which.
+// rovu-sim-tool: every simulated tool in one binary; the name by which it is called selects the tool.
 //
-// Each call is recorded first, then it fails if a rule says so, then it does its work.
+// Each call is recorded, then fails if a fault rule matches, else does its work.
 
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/fault_rules.h"
@@ -8,7 +8,7 @@
 #include "rovu_sim/tool_names.h"
 #include "tools/real_program.h"
 #include "tools/shell_shim.h"
-#include "tools/stand_ins.h"
+#include "tools/simulated_tools.h"
 
 #include <csignal>
 #include <cstdio>
@@ -50,8 +50,8 @@ ToolWork workOf(const std::string& name) {
     return nullptr;
 }
 
-// A caller may have closed a standard descriptor; without this the call log itself could become
-// descriptor 2 and take the error messages. They close again before a real program runs.
+// If the caller has closed a standard descriptor, the call log could become descriptor 2 and receive the
+// error messages. The descriptors opened here are close-on-exec, so a real program does not see them.
 void occupyStandardDescriptors() {
     int fd = 0;
     do {
@@ -65,7 +65,7 @@ void occupyStandardDescriptors() {
         pause();
 }
 
-[[noreturn]] void dieOf(int signal) {
+[[noreturn]] void dieBySignal(int signal) {
     const rlimit noCore = {0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
     std::signal(signal, SIG_DFL);
@@ -74,7 +74,7 @@ void occupyStandardDescriptors() {
     sigaddset(&only, signal);
     sigprocmask(SIG_UNBLOCK, &only, nullptr);
     kill(getpid(), signal);
-    hang();  // a signal that does not kill leaves nothing better to do
+    hang();  // the signal does not kill
 }
 
 int runRecorded(ToolCall* call, ToolWork work) {
@@ -89,7 +89,7 @@ int runRecorded(ToolCall* call, ToolWork work) {
     case FaultKind::eExit:
         return rule.value;
     case FaultKind::eSignal:
-        dieOf(rule.value);
+        dieBySignal(rule.value);
     case FaultKind::eHang:
         hang();
     case FaultKind::eMissing:
@@ -117,6 +117,6 @@ int main(int argc, char** argv) {
     call.argc = argc;
     if (ToolWork work = workOf(call.tool); work != nullptr) return runRecorded(&call, work);
     if (isShellWithScript(argc, argv)) return runRecorded(&call, runRealShell);
-    // Whatever else this binary was put in the place of is the program behind /bin/sh.
+    // Under any other name this binary has replaced the program of /bin/sh.
     return runRealShell(call);
 }

@@ -1,8 +1,8 @@
-// readplatform.sh, killall and reboot: what the device itself provides.
+// readplatform.sh, killall and reboot: the tools of the device itself.
 
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "tools/stand_ins.h"
+#include "tools/simulated_tools.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,5 +1,3 @@
-// Handing a call on to the host's own program.
-
 #include "tools/real_program.h"
 
 #include "rovu_sim/sandbox_paths.h"
@@ -43,7 +41,7 @@ int run(const std::string& program, const ToolCall& call) {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    return 0;  // the fault rule says with what the call ends
+    return 0;  // the fault rule has the exit status
 }
 
 }  // namespace

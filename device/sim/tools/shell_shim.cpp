@@ -1,5 +1,3 @@
-// Standing in for /bin/sh.
-
 #include "tools/shell_shim.h"
 
 #include "rovu_sim/tool_names.h"
@@ -15,7 +13,7 @@ std::string baseName(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-// The file that the kernel was asked to run: for a script with a first line, the script.
+// The path given to execve: for a script with an interpreter line, the script.
 std::string executedFile() {
     const unsigned long address = getauxval(AT_EXECFN);
     return address == 0 ? "" : reinterpret_cast<const char*>(address);

@@ -1,5 +1,3 @@
-// Sizes, devices and errors as the UBI tools print and read them.
-
 #include "tools/ubi_print.h"
 
 #include "rovu_sim/sandbox_paths.h"

@@ -1,4 +1,4 @@
-// Sizes and devices as the UBI tools print and read them.
+// Sizes, devices and errors as the UBI tools print and parse them.
 #pragma once
 
 #include <cstdint>
@@ -6,16 +6,19 @@
 
 namespace rovusim {
 
-/// A size of 1 KiB and more in the largest fitting unit, such as "1.2 MiB"; else empty.
+/// A size of 1 KiB or more in the largest unit that fits, such as "1.2 MiB"; else empty.
 std::string inUnits(uint64_t bytes);
 
-/// Reads a size such as 126976, 124KiB or 1MiB. \return whether it is one.
-bool parseBytes(const char* text, uint64_t* bytes);
+/// Parses a size such as 126976, 124KiB or 1MiB.
+/// \return whether it is one; `bytes` is written only then.
+[[nodiscard]] bool parseBytes(const char* text, uint64_t* bytes);
 
-/// Reads a whole decimal number. \return whether it is one.
-bool parseNumber(const char* text, uint32_t* number);
+/// Parses a decimal number.
+/// \return whether it is one; `number` is written only then.
+[[nodiscard]] bool parseNumber(const char* text, uint32_t* number);
 
-/// Reads the volume's id from the name of its node, such as /dev/ubi0_3. \return whether it is one.
-bool parseVolumeNode(const std::string& path, uint32_t* id);
+/// Parses the name of a volume's node, such as /dev/ubi0_3, into the volume's id.
+/// \return whether it is one; `id` is written only then.
+[[nodiscard]] bool parseVolumeNode(const std::string& path, uint32_t* id);
 
 }  // namespace rovusim

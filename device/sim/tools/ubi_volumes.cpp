@@ -1,12 +1,12 @@
 // ubimkvol, ubirmvol and ubiupdatevol: the tools that change volumes.
 //
-// They keep the device's nodes in step: a removed volume's node goes, a new volume's node is a link to its
-// bytes, and a node that is a block device must not show what it read before an update.
+// They also maintain the device's nodes: ubirmvol removes the volume's node, ubimkvol makes one that is a link
+// to the volume's bytes, and ubiupdatevol drops the cached blocks of a node that is a block device.
 
 #include "rovu_sim/descriptor.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
-#include "tools/stand_ins.h"
+#include "tools/simulated_tools.h"
 #include "tools/ubi_print.h"
 
 #include <cerrno>
@@ -25,10 +25,10 @@ std::string nodeOf(uint32_t id) {
 
 struct MakeRequest {
     std::string name;
-    bool dynamic = true;  // as the real tool without -t
+    bool dynamic = true;  // the default of the real tool
     uint64_t bytes = 0;
     uint32_t id = kAnyId;
-    bool rest = false;  // all that is left
+    bool rest = false;  // all free LEBs
 };
 
 bool readMakeOption(const ToolCall& call, int c, MakeRequest* request) {
@@ -77,15 +77,15 @@ int makeNode(uint32_t id) {
     return symlink(volumePath(kStateInside, id).c_str(), nodeOf(id).c_str()) == 0 ? 0 : errno;
 }
 
-// The cache of a block device knows nothing of changes to the file below it.
+// The cache of a block device does not see changes of the backing file.
 void forgetCachedBlocks(uint32_t id) {
     struct stat info;
     if (stat(nodeOf(id).c_str(), &info) != 0 || !S_ISBLK(info.st_mode)) return;
     Descriptor node(open(nodeOf(id).c_str(), O_RDONLY | O_CLOEXEC));
     Descriptor file(open(volumePath(kStateInside, id).c_str(), O_RDWR | O_CLOEXEC));
-    if (node.fd < 0 || file.fd < 0) return;
-    fsync(file.fd);
-    posix_fadvise(node.fd, 0, 0, POSIX_FADV_DONTNEED);
+    if (!node.isOpen() || !file.isOpen()) return;
+    fsync(file.get());
+    posix_fadvise(node.get(), 0, 0, POSIX_FADV_DONTNEED);
 }
 
 bool checkUbiDevice(const ToolCall& call) {
@@ -100,9 +100,9 @@ bool checkUbiDevice(const ToolCall& call) {
 int openImage(const ToolCall& call, const std::string& path, Descriptor* image, uint64_t* size) {
     *image = Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat info;
-    if (image->fd < 0 || fstat(image->fd, &info) != 0)
+    if (!image->isOpen() || fstat(image->get(), &info) != 0)
         return ubiError(call, "cannot open \"" + path + "\"", errno);
-    if (!S_ISREG(info.st_mode)) return ubiError(call, "\"" + path + "\" is no regular file", 0);
+    if (!S_ISREG(info.st_mode)) return ubiError(call, "\"" + path + "\" is not a regular file", 0);
     *size = static_cast<uint64_t>(info.st_size);
     return 0;
 }
@@ -204,7 +204,7 @@ int ubiupdatevol(const ToolCall& call) {
                             ") will not fit volume \"" + node + "\" (size " + std::to_string(room) + ")",
                         0);
     }
-    const int rc = updateVolume(kStateInside, id, image.fd, size, call.half ? size / 2 : size);
+    const int rc = updateVolume(kStateInside, id, image.get(), size, call.half ? size / 2 : size);
     forgetCachedBlocks(id);
     return rc == 0 ? 0 : ubiError(call, "cannot update \"" + node + "\"", rc);
 }

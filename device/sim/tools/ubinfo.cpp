@@ -1,9 +1,9 @@
-// ubinfo: what the UBI device and its volumes are, in the lines of the real tool.
+// ubinfo: prints the UBI device and its volumes in the format of the real tool.
 
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
-#include "tools/stand_ins.h"
+#include "tools/simulated_tools.h"
 #include "tools/ubi_print.h"
 
 #include <cerrno>

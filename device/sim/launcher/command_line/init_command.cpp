@@ -1,0 +1,112 @@
+// rovu-sim init: makes a device.
+
+#include "launcher/command_line/arguments.h"
+#include "launcher/command_line/commands.h"
+#include "launcher/command_line/usage.h"
+#include "launcher/message.h"
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/text_files.h"
+
+#include <cerrno>
+#include <getopt.h>
+#include <string>
+
+namespace rovusim {
+namespace {
+
+struct InitArguments {
+    std::string stateDir;
+    DeviceOptions device;
+    std::string key;
+    std::string preshared;
+};
+
+bool parseLebs(const char* text, uint32_t* lebs) {
+    constexpr unsigned long kMostLebs = 1UL << 20;
+    char* end = nullptr;
+    const unsigned long value = strtoul(text, &end, 10);
+    if (end == text || *end != '\0' || value == 0 || value > kMostLebs) return false;
+    *lebs = static_cast<uint32_t>(value);
+    return true;
+}
+
+const option kOptions[] = {
+    {"help", no_argument, nullptr, 'h'},
+    {"model", required_argument, nullptr, 'm'},
+    {"kernel", required_argument, nullptr, 'k'},
+    {"rootfs", required_argument, nullptr, 'r'},
+    {"lebs", required_argument, nullptr, 'l'},
+    {"key", required_argument, nullptr, 'p'},
+    {"preshared", required_argument, nullptr, 's'},
+    {nullptr, 0, nullptr, 0},
+};
+
+// Applies one option; -1 if it is valid, else an exit status.
+int applyInitOption(int c, const char* value, InitArguments* arguments) {
+    switch (c) {
+    case 'h':
+        return help(kInitUsage);
+    case 'm':
+        arguments->device.model = value;
+        return -1;
+    case 'k':
+        arguments->device.kernelRelease = value;
+        return -1;
+    case 'r':
+        arguments->device.rootfsVersion = value;
+        return -1;
+    case 'p':
+        arguments->key = value;
+        return -1;
+    case 's':
+        arguments->preshared = value;
+        return -1;
+    case 'l':
+        if (parseLebs(value, &arguments->device.totalLebs)) return -1;
+        return misuse(kInitUsage);
+    default:
+        return misuse(kInitUsage);
+    }
+}
+
+// Parses the options of `init`; -1 if they are valid, else an exit status.
+int parseInit(int argc, char** argv, InitArguments* arguments) {
+    for (int c = getopt_long(argc, argv, "", kOptions, nullptr); c != -1;
+         c = getopt_long(argc, argv, "", kOptions, nullptr)) {
+        if (int exitStatus = applyInitOption(c, optarg, arguments); exitStatus >= 0) return exitStatus;
+    }
+    if (optind + 1 != argc) return misuse(kInitUsage);
+    arguments->stateDir = argv[optind];
+    return -1;
+}
+
+int copyIntoDevice(const std::string& stateDir, const std::string& file, const char* pathOnDevice) {
+    if (file.empty()) return 0;
+    std::string bytes;
+    if (int rc = readTextFile(file, &bytes); rc != 0) return cannot("read", file, rc);
+    if (int rc = putDeviceFile(stateDir, pathOnDevice, bytes); rc != 0)
+        return cannot("write", pathOnDevice, rc);
+    return 0;
+}
+
+int makeDevice(const InitArguments& arguments) {
+    const std::string& state = arguments.stateDir;
+    const int rc = createDevice(state, arguments.device);
+    if (rc == EEXIST) complain(state + " already exists; it is unchanged");
+    if (rc == ENOSPC) complain("too few erase blocks for the device's volumes");
+    if (rc != 0 && rc != EEXIST && rc != ENOSPC) cannot("make the device", state, rc);
+    if (rc != 0) return rc;
+    if (int failed = copyIntoDevice(state, arguments.key, "/etc/ssh/rovu_pub.pem"); failed != 0)
+        return failed;
+    return copyIntoDevice(state, arguments.preshared, "/app0/secrets/rovu/preshared");
+}
+
+}  // namespace
+
+int initCommand(int argc, char** argv) {
+    InitArguments arguments;
+    if (int exitStatus = parseInit(argc, argv, &arguments); exitStatus >= 0) return exitStatus;
+    return exitFor(makeDevice(arguments));
+}
+
+}  // namespace rovusim

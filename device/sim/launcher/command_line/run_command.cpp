@@ -1,0 +1,94 @@
+// rovu-sim run: runs a command inside a device.
+
+#include "launcher/command_line/arguments.h"
+#include "launcher/command_line/commands.h"
+#include "launcher/command_line/usage.h"
+#include "launcher/message.h"
+#include "launcher/run/device_run.h"
+#include "rovu_sim/fault_rules.h"
+
+#include <getopt.h>
+#include <string>
+
+namespace rovusim {
+namespace {
+
+bool addFailure(const char* text, RunOptions* options) {
+    FaultRule rule;
+    std::string why;
+    if (parseFaultRule(text, &rule, &why) != 0) {
+        complain("--fail " + std::string(text) + ": " + why);
+        return false;
+    }
+    options->failures.emplace_back(text);
+    return true;
+}
+
+const option kOptions[] = {
+    {"help", no_argument, nullptr, 'h'},
+    {"watch", no_argument, nullptr, 'w'},
+    {"log", required_argument, nullptr, 'l'},
+    {"no-wait", no_argument, nullptr, 'n'},
+    {"fail", required_argument, nullptr, 'f'},
+    {"bind", required_argument, nullptr, 'b'},
+    {"cmdline", required_argument, nullptr, 'c'},
+    {"fresh-log", no_argument, nullptr, 'r'},
+    {nullptr, 0, nullptr, 0},
+};
+
+// Applies one option; -1 if it is valid, else an exit status.
+int applyRunOption(int c, const char* value, RunOptions* options) {
+    switch (c) {
+    case 'h':
+        return help(kRunUsage);
+    case 'w':
+        options->watch = true;
+        return -1;
+    case 'l':
+        options->log = value;
+        return -1;
+    case 'n':
+        options->noWait = true;
+        return -1;
+    case 'f':
+        if (!addFailure(value, options)) return kExitUsage;
+        return -1;
+    case 'b':
+        options->binds.emplace_back(value);
+        return -1;
+    case 'c':
+        options->commandLine = value;
+        return -1;
+    case 'r':
+        options->freshLog = true;
+        return -1;
+    case 1:
+        if (!options->stateDir.empty()) return misuse(kRunUsage);
+        options->stateDir = value;
+        return -1;
+    default:
+        return misuse(kRunUsage);
+    }
+}
+
+// Parses the options of `run` on both sides of STATE; -1 if they are valid, else an exit status.
+int parseRun(int argc, char** argv, RunOptions* options) {
+    // With "-" getopt returns plain words in place, so that STATE can come first and options follow.
+    for (int c = getopt_long(argc, argv, "-", kOptions, nullptr); c != -1;
+         c = getopt_long(argc, argv, "-", kOptions, nullptr)) {
+        if (int exitStatus = applyRunOption(c, optarg, options); exitStatus >= 0) return exitStatus;
+    }
+    options->command.assign(argv + optind, argv + argc);
+    return options->stateDir.empty() || options->command.empty() ? misuse(kRunUsage) : -1;
+}
+
+}  // namespace
+
+int runCommand(int argc, char** argv) {
+    RunOptions options;
+    if (int exitStatus = parseRun(argc, argv, &options); exitStatus >= 0) return exitStatus;
+    if (options.watch && options.log.empty()) options.log = options.stateDir + "/output.log";
+    return runInDevice(options);
+}
+
+}  // namespace rovusim

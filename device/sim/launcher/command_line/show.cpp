@@ -1,0 +1,117 @@
+#include "launcher/command_line/show.h"
+
+#include "launcher/message.h"
+#include "rovu_sim/boot_env.h"
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/shell_words.h"
+#include "rovu_sim/text_files.h"
+#include "rovu_sim/volume_store.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <vector>
+
+namespace rovusim {
+namespace {
+
+constexpr size_t kDigestChars = 32;  // of an MD5
+constexpr const char* kReferenceFiles[] = {
+    "/app0/.ubiRefChk1",     "/app0/.ubiRefChk2",     "/app0/.ubiRefChk1.bak",
+    "/app0/.ubiRefChk2.bak", "/app0/.ubiRefChk1.new", "/app0/.ubiRefChk2.new",
+};
+
+std::string md5Of(const std::string& path) {
+    const std::string command = "md5sum < " + quoteForShell(path);
+    FILE* stream = popen(command.c_str(), "r");
+    if (stream == nullptr) return "?";
+    char digest[kDigestChars];
+    const size_t got = fread(digest, 1, sizeof digest, stream);
+    pclose(stream);
+    return got == sizeof digest ? std::string(digest, got) : "?";
+}
+
+// The MD5 that the first reference file has for a volume; empty if it has none.
+std::string referenceFor(const std::string& stateDir, const std::string& volume) {
+    std::string text;
+    if (readTextFile(outsidePath(stateDir, kReferenceFiles[0]), &text) != 0) return "";
+    for (const std::string& line : splitLines(text)) {
+        if (line.size() > kDigestChars && line.substr(kDigestChars) == " " + volume)
+            return line.substr(0, kDigestChars);
+    }
+    return "";
+}
+
+void showVersions(const std::string& stateDir, const Device& device) {
+    std::string kernel = "?";
+    std::string rootfs = "?";
+    kernelReleaseInUse(stateDir, &kernel);
+    rootfsVersionInUse(stateDir, &rootfs);
+    printf("model         %s\n", device.model.c_str());
+    printf("running set   %u\n", device.runningSet);
+    printf("kernel        %s\n", kernel.c_str());
+    printf("rootfs        %s\n", rootfs.c_str());
+}
+
+void showBootSwitch(const std::string& stateDir) {
+    std::string value;
+    unsigned set = 0;
+    if (getBootVariable(stateDir, "bootswitcher", &value) != 0) {
+        printf("bootswitcher  missing\n");
+    } else if (setToBoot(stateDir, &set) != 0) {
+        printf("bootswitcher  %s (not a hexadecimal number)\n", value.c_str());
+    } else {
+        printf("bootswitcher  %s (the next boot starts set %u)\n", value.c_str(), set);
+    }
+    if (rebootRequested(stateDir)) printf("reboot        requested\n");
+}
+
+void showVolume(const std::string& stateDir, const Volume& volume) {
+    const std::string md5 = md5Of(volumePath(stateDir, volume.id));
+    const std::string reference = referenceFor(stateDir, volume.name);
+    std::string remark = versionInVolume(stateDir, volume.name);
+    if (!remark.empty()) remark = "  version " + remark;
+    if (volume.updating) remark += "  UPDATE UNFINISHED";
+    if (!reference.empty()) remark += reference == md5 ? "  as in reference" : "  DIFFERS FROM REFERENCE";
+    printf("%3u  %-10s  %-7s  %5u  %9llu  %s%s\n", volume.id, volume.name.c_str(),
+           volume.dynamic ? "dynamic" : "static", volume.lebs, static_cast<unsigned long long>(volume.bytes),
+           md5.c_str(), remark.c_str());
+}
+
+int showVolumes(const std::string& stateDir) {
+    std::vector<Volume> volumes;
+    uint32_t left = 0;
+    if (int rc = listVolumes(stateDir, &volumes); rc != 0) return cannot("read the volumes of", stateDir, rc);
+    if (int rc = freeLebs(stateDir, &left); rc != 0) return cannot("read the volumes of", stateDir, rc);
+    printf("\n id  name        type      LEBs      bytes  MD5\n");
+    for (const Volume& volume : volumes)
+        showVolume(stateDir, volume);
+    printf("%u LEBs of %u bytes are free\n", left, kLebBytes);
+    return 0;
+}
+
+void showReferenceFiles(const std::string& stateDir) {
+    for (const char* path : kReferenceFiles) {
+        std::string text;
+        const int rc = readTextFile(outsidePath(stateDir, path), &text);
+        // The companions are temporary; only the two files themselves are reported missing.
+        const bool companion = std::string(path).size() > std::string(kReferenceFiles[0]).size();
+        if (rc == ENOENT && companion) continue;
+        printf("\n%s%s\n", path, rc == 0 ? "" : rc == ENOENT ? ": missing" : ": cannot be read");
+        for (const std::string& line : splitLines(text))
+            printf("    %s\n", line.c_str());
+    }
+}
+
+}  // namespace
+
+int showDevice(const std::string& stateDir) {
+    Device device;
+    if (int rc = loadDevice(stateDir, &device); rc != 0) return cannot("read the device in", stateDir, rc);
+    showVersions(stateDir, device);
+    showBootSwitch(stateDir);
+    if (int rc = showVolumes(stateDir); rc != 0) return rc;
+    showReferenceFiles(stateDir);
+    return 0;
+}
+
+}  // namespace rovusim

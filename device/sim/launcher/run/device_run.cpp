@@ -1,0 +1,291 @@
+#include "launcher/run/device_run.h"
+
+#include "launcher/message.h"
+#include "launcher/run/descriptor_passing.h"
+#include "launcher/run/init_process.h"
+#include "launcher/run/watch.h"
+#include "launcher/sandbox/loop_device.h"
+#include "launcher/sandbox/sandbox_root.h"
+#include "launcher/syscalls/supervisor.h"
+#include "rovu_sim/call_log.h"
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/fault_rules.h"
+#include "rovu_sim/state_lock.h"
+#include "rovu_sim/text_files.h"
+#include "rovu_sim/tool_names.h"
+#include "rovu_sim/volume_store.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <iterator>
+#include <poll.h>
+#include <sched.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace rovusim {
+namespace {
+
+constexpr int kRedrawMilliseconds = 200;
+
+// What a run holds on the host until its end.
+struct Run {
+    Descriptor lock;
+    std::vector<LoopDevice> loops;
+    Descriptor output;
+    Descriptor ourEnd;  // of the socket pair with process 1
+    Descriptor theirEnd;
+    Descriptor signals;
+    Descriptor listener;
+    Supervisor supervisor;
+    Watch watch;
+    InitPlan plan;
+    pid_t init = -1;
+};
+
+int takeDevice(const RunOptions& options, Run* run) {
+    if (geteuid() != 0) {
+        complain(
+            "running a command in a device needs root (for mounts, namespaces and loop devices); try sudo");
+        return EPERM;
+    }
+    char resolved[PATH_MAX];
+    if (realpath(options.stateDir.c_str(), resolved) == nullptr)
+        return cannot("use", options.stateDir, errno);
+    run->plan.sandbox.stateDir = resolved;
+    const int rc = lockDevice(resolved, &run->lock);
+    if (rc == EBUSY) complain(options.stateDir + " is already running a command");
+    if (rc == ENOENT) complain(options.stateDir + " is not a device; make one with \"rovu-sim init\"");
+    if (rc != 0 && rc != EBUSY && rc != ENOENT) cannot("lock", options.stateDir, rc);
+    return rc;
+}
+
+int writeRunFiles(const RunOptions& options, const std::string& stateDir) {
+    Device device;
+    if (int rc = loadDevice(stateDir, &device); rc != 0) return cannot("read the device in", stateDir, rc);
+    const std::string line =
+        options.commandLine.empty() ? kernelCommandLine(device.runningSet) : options.commandLine + "\n";
+    int rc = replaceTextFile(stateDir + "/run/cmdline", line);
+    if (rc == 0) rc = storeFaultRules(stateDir, options.failures);
+    if (rc == 0) rc = beginRunInCallLog(stateDir, options.freshLog);
+    return rc == 0 ? 0 : cannot("write to", stateDir, rc);
+}
+
+int attachDynamicVolumes(Run* run) {
+    SandboxPlan& sandbox = run->plan.sandbox;
+    std::vector<Volume> volumes;
+    if (int rc = listVolumes(sandbox.stateDir, &volumes); rc != 0)
+        return cannot("read the volumes of", sandbox.stateDir, rc);
+    for (const Volume& volume : volumes) {
+        if (!volume.dynamic) continue;
+        LoopDevice loop;
+        if (int rc = attachLoopDevice(volumePath(sandbox.stateDir, volume.id), &loop); rc != 0) return rc;
+        sandbox.blockNodes.push_back({volume.id, loop.number});
+        run->loops.push_back(std::move(loop));
+    }
+    return 0;
+}
+
+int findToolProgram(std::string* path) {
+    char self[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length < 0) return cannot("read", "/proc/self/exe", errno);
+    self[length] = '\0';
+    *path = self;
+    *path = path->substr(0, path->rfind('/')) + "/rovu-sim-tool";
+    return access(path->c_str(), X_OK) == 0 ? 0 : cannot("use", *path, errno);
+}
+
+// Without dots and doubled slashes, but with symbolic links unchanged: the path must be the same inside.
+int absolutePath(const std::string& given, std::string* path) {
+    char resolved[PATH_MAX];
+    if (realpath(given.c_str(), resolved) == nullptr) return cannot("bind", given, errno);
+    *path = resolved;
+    const bool plain =
+        given[0] == '/' && given.find("/.") == std::string::npos && given.find("//") == std::string::npos;
+    if (plain) *path = given;
+    while (path->size() > 1 && path->back() == '/')
+        path->pop_back();
+    return 0;
+}
+
+bool isToolPath(const std::string& path) {
+    const std::string directory = "/usr/local/bin/";
+    if (path.compare(0, directory.size(), directory) != 0) return false;
+    const std::string name = path.substr(directory.size());
+    const auto same = [&name](const char* tool) { return name == tool; };
+    return std::any_of(std::begin(kSimulatedTools), std::end(kSimulatedTools), same) ||
+           std::any_of(std::begin(kPassThroughs), std::end(kPassThroughs), same);
+}
+
+// The program gets an absolute path: the working directory inside may be another one.
+int resolveProgram(Run* run) {
+    InitPlan& plan = run->plan;
+    plan.program = plan.command.front();
+    if (plan.program.find('/') == std::string::npos) return 0;
+    char resolved[PATH_MAX];
+    // A path that does not exist here may exist inside, such as a script in the device's own /tmp.
+    if (realpath(plan.program.c_str(), resolved) == nullptr) return 0;
+    if (access(outsidePath(plan.sandbox.stateDir, plan.program).c_str(), F_OK) == 0) return 0;
+    if (isToolPath(plan.program)) return 0;
+    plan.program = resolved;
+    if (isHiddenInside(plan.program)) plan.sandbox.binds.push_back(plan.program);
+    return 0;
+}
+
+// Some resolvers keep their configuration below /run, which is hidden inside.
+void keepNameResolution(SandboxPlan* sandbox) {
+    char resolved[PATH_MAX];
+    if (realpath("/etc/resolv.conf", resolved) == nullptr) return;
+    if (isHiddenInside(resolved)) sandbox->binds.emplace_back(resolved);
+}
+
+int planInside(const RunOptions& options, Run* run) {
+    InitPlan& plan = run->plan;
+    plan.command = options.command;
+    plan.interceptWaits = options.noWait;
+    if (int rc = findToolProgram(&plan.sandbox.toolProgram); rc != 0) return rc;
+    for (const std::string& given : options.binds) {
+        std::string path;
+        if (int rc = absolutePath(given, &path); rc != 0) return rc;
+        plan.sandbox.binds.push_back(path);
+    }
+    if (int rc = resolveProgram(run); rc != 0) return rc;
+    keepNameResolution(&plan.sandbox);
+    char directory[PATH_MAX];
+    plan.workingDirectory = getcwd(directory, sizeof directory) != nullptr ? directory : "/";
+    return 0;
+}
+
+int openOutput(const RunOptions& options, Run* run) {
+    if (options.log.empty()) return 0;
+    run->output =
+        Descriptor(open(options.log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
+    if (!run->output.isOpen()) return cannot("open", options.log, errno);
+    run->plan.output = run->output.get();
+    return 0;
+}
+
+int openChannels(Run* run) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        return cannot("make", "a socket pair", errno);
+    run->ourEnd = Descriptor(ends[0]);
+    run->theirEnd = Descriptor(ends[1]);
+    run->plan.socket = ends[1];
+    sigset_t awaited;
+    sigemptyset(&awaited);
+    for (int signal : {SIGCHLD, SIGTERM, SIGINT})
+        sigaddset(&awaited, signal);
+    sigprocmask(SIG_BLOCK, &awaited, &run->plan.signalMask);
+    run->signals = Descriptor(signalfd(-1, &awaited, SFD_CLOEXEC));
+    return run->signals.isOpen() ? 0 : cannot("wait for", "signals", errno);
+}
+
+int startInit(Run* run) {
+    constexpr unsigned long kNamespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWUTS;
+    // A plain fork into new namespaces. unshare would also change this process.
+    const long child = syscall(SYS_clone, kNamespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr);
+    if (child < 0) return cannot("make", "namespaces", errno);
+    if (child == 0) {
+        run->ourEnd.reset();
+        runInit(run->plan);
+    }
+    run->init = static_cast<pid_t>(child);
+    run->theirEnd.reset();
+    return 0;
+}
+
+// Process 1 sends the listener once the device is set up. If its setup fails, it exits instead.
+int takeOverSyscalls(Run* run) {
+    if (receiveDescriptor(run->ourEnd.get(), &run->listener) != 0) return 0;
+    std::string release;
+    if (int rc = kernelReleaseInUse(run->plan.sandbox.stateDir, &release); rc != 0)
+        return cannot("read the device in", run->plan.sandbox.stateDir, rc);
+    if (int rc = startSupervisor(run->listener.get(), run->plan.sandbox.stateDir, release, &run->supervisor);
+        rc != 0)
+        return rc;
+    return writeFully(run->ourEnd.get(), "r", 1);
+}
+
+// True once process 1 has ended.
+bool takeSignal(Run* run, int* exitStatus) {
+    signalfd_siginfo info;
+    if (read(run->signals.get(), &info, sizeof info) != static_cast<ssize_t>(sizeof info)) return false;
+    const int signal = static_cast<int>(info.ssi_signo);
+    // The terminal also sends its signals to the command; forwarding would double them.
+    if (signal != SIGCHLD && info.ssi_code != SI_KERNEL) kill(run->init, signal);
+    int status = 0;
+    if (waitpid(run->init, &status, WNOHANG) != run->init) return false;
+    *exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : kExitSignalBase + WTERMSIG(status);
+    return true;
+}
+
+int superviseUntilEnd(Run* run) {
+    int exitStatus = kExitSetupFailed;
+    pollfd files[] = {
+        {run->signals.get(), POLLIN, 0},
+        {run->listener.get(), POLLIN, 0},
+        {run->watch.changes.get(), POLLIN, 0},  // negative, and so ignored, without --watch
+    };
+    for (;;) {
+        if (poll(files, 3, run->watch.changes.isOpen() ? kRedrawMilliseconds : -1) < 0 && errno != EINTR) {
+            cannot("wait for", "the device", errno);
+            kill(run->init, SIGKILL);
+            return exitStatus;
+        }
+        if ((files[1].revents & POLLIN) != 0) answerSyscall(&run->supervisor);
+        // After the last process the listener would stay readable for ever.
+        if ((files[1].revents & POLLHUP) != 0) files[1].fd = -1;
+        if ((files[2].revents & POLLIN) != 0) followProgress(&run->watch);
+        redrawWatch(run->watch);
+        if ((files[0].revents & POLLIN) != 0 && takeSignal(run, &exitStatus)) return exitStatus;
+    }
+}
+
+int prepareRun(const RunOptions& options, Run* run) {
+    if (int rc = takeDevice(options, run); rc != 0) return rc;
+    if (int rc = writeRunFiles(options, run->plan.sandbox.stateDir); rc != 0) return rc;
+    if (int rc = attachDynamicVolumes(run); rc != 0) return rc;
+    if (int rc = planInside(options, run); rc != 0) return rc;
+    if (int rc = openOutput(options, run); rc != 0) return rc;
+    if (options.watch) {
+        if (int rc = startWatch(run->plan.sandbox.stateDir, &run->watch); rc != 0) return rc;
+    }
+    return openChannels(run);
+}
+
+void printOutcome(const RunOptions& options, int exitStatus) {
+    printf("exit status %d; output in %s\n", exitStatus, options.log.c_str());
+    if (rebootRequested(options.stateDir))
+        printf("The device requests a restart: rovu-sim restart %s\n", options.stateDir.c_str());
+}
+
+}  // namespace
+
+int runInDevice(const RunOptions& options) {
+    Run run;
+    if (prepareRun(options, &run) != 0) return kExitSetupFailed;
+    if (startInit(&run) != 0) return kExitSetupFailed;
+    if (takeOverSyscalls(&run) != 0) kill(run.init, SIGKILL);
+    const int exitStatus = superviseUntilEnd(&run);
+    if (options.watch) {
+        finishWatch(&run.watch);
+        printOutcome(options, exitStatus);
+    }
+    if (int rc = storeFaultRules(run.plan.sandbox.stateDir, {}); rc != 0)
+        cannot("remove the fault rules of", run.plan.sandbox.stateDir, rc);
+    removeBindLeftovers(run.plan.sandbox);
+    return exitStatus;
+}
+
+}  // namespace rovusim

@@ -1,0 +1,28 @@
+// Runs one command inside a device, from locking the device to releasing it.
+//
+// The launcher stays outside: it holds the block devices, answers the system calls that the filter passes
+// on, forwards signals, and draws the progress. One poll loop does it all.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace rovusim {
+
+struct RunOptions {
+    std::string stateDir;
+    std::vector<std::string> command;   // argv, never empty
+    std::vector<std::string> binds;     // host paths to show read-only at the same place
+    std::vector<std::string> failures;  // fault rules, each of which parses
+    std::string log;                    // file for the command's output; empty: the launcher's own
+    std::string commandLine;            // the kernel's; empty: that of the running set
+    bool noWait = false;                // waits of a second or more are recorded and skipped
+    bool watch = false;
+    bool freshLog = false;  // empties the call log first
+};
+
+/// Runs the command and waits for it.
+/// \return the exit status for the launcher: the command's, or one of those in init_process.h.
+[[nodiscard]] int runInDevice(const RunOptions& options);
+
+}  // namespace rovusim

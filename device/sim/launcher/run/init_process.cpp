@@ -1,0 +1,97 @@
+#include "launcher/run/init_process.h"
+
+#include "launcher/message.h"
+#include "launcher/run/descriptor_passing.h"
+#include "launcher/sandbox/privileges.h"
+#include "launcher/syscalls/syscall_filter.h"
+#include "rovu_sim/descriptor.h"
+#include "rovu_sim/sandbox_paths.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace rovusim {
+namespace {
+
+// Between the installation of the filter and the byte from the launcher, a call that the filter names would
+// block for ever.
+int handOverSyscalls(const InitPlan& plan) {
+    Descriptor listener;
+    if (int rc = installSyscallFilter(plan.interceptWaits, &listener); rc != 0) return rc;
+    if (int rc = sendDescriptor(plan.socket, listener.get()); rc != 0) return rc;
+    char ready = 0;
+    return read(plan.socket, &ready, 1) == 1 ? 0 : EPIPE;
+}
+
+int prepareDevice(const InitPlan& plan) {
+    // No process of the device outlives the launcher.
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) return cannot("tie the device to", "the launcher", errno);
+    if (int rc = enterSandboxRoot(plan.sandbox); rc != 0) return rc;
+    if (int rc = handOverSyscalls(plan); rc != 0) return rc;
+    if (int rc = dropHostPrivileges(); rc != 0) return rc;
+    if (chdir(plan.workingDirectory.c_str()) != 0 && chdir("/") != 0) return cannot("enter", "/", errno);
+    return 0;
+}
+
+[[noreturn]] void runCommand(const InitPlan& plan) {
+    if (plan.output >= 0 && (dup2(plan.output, 1) < 0 || dup2(plan.output, 2) < 0)) _exit(kExitSetupFailed);
+    setenv("PATH", kPathInside, 1);
+    std::vector<char*> argv;
+    for (const std::string& word : plan.command)
+        argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    sigprocmask(SIG_SETMASK, &plan.signalMask, nullptr);
+    execvp(plan.program.c_str(), argv.data());
+    const int rc = cannot("run", plan.command.front(), errno);
+    _exit(rc == ENOENT ? kExitNotFound : kExitCannotRun);
+}
+
+int exitStatusOf(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : kExitSignalBase + WTERMSIG(status);
+}
+
+// Reaps all ended children; true once the command is among them.
+bool reap(pid_t command, int* exitStatus) {
+    int status = 0;
+    for (pid_t ended = waitpid(-1, &status, WNOHANG); ended > 0; ended = waitpid(-1, &status, WNOHANG)) {
+        if (ended != command) continue;
+        *exitStatus = exitStatusOf(status);
+        return true;
+    }
+    return false;
+}
+
+// A sender outside this process namespace shows as process 0. The terminal's signals reach the command
+// directly, and a signal from inside was not sent by the launcher.
+bool isFromLauncher(const siginfo_t& info) {
+    return info.si_code == SI_USER && info.si_pid == 0;
+}
+
+}  // namespace
+
+void runInit(const InitPlan& plan) {
+    if (prepareDevice(plan) != 0) _exit(kExitSetupFailed);
+    const pid_t command = fork();
+    if (command < 0) {
+        cannot("start", "a process", errno);
+        _exit(kExitSetupFailed);
+    }
+    if (command == 0) runCommand(plan);
+
+    sigset_t awaited;
+    sigemptyset(&awaited);
+    for (int signal : {SIGCHLD, SIGTERM, SIGINT})
+        sigaddset(&awaited, signal);
+    int exitStatus = 0;
+    while (!reap(command, &exitStatus)) {
+        siginfo_t info = {};
+        const int signal = sigwaitinfo(&awaited, &info);
+        if ((signal == SIGTERM || signal == SIGINT) && isFromLauncher(info)) kill(command, signal);
+    }
+    _exit(exitStatus);
+}
+
+}  // namespace rovusim

@@ -1,0 +1,138 @@
+#include "launcher/syscalls/supervisor.h"
+
+#include "launcher/message.h"
+#include "rovu_sim/call_log.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <linux/seccomp.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+namespace rovusim {
+namespace {
+
+constexpr long kNanosecondsPerSecond = 1000000000L;
+constexpr long kNanosecondsPerMillisecond = 1000000L;
+
+size_t wordsFor(size_t reported, size_t known) {
+    return (std::max(reported, known) + sizeof(uint64_t) - 1) / sizeof(uint64_t);
+}
+
+void* pointerTo(uint64_t address) {
+    return reinterpret_cast<void*>(static_cast<uintptr_t>(address));
+}
+
+template <size_t N>
+void setField(char (&field)[N], const std::string& text) {
+    const size_t length = std::min(text.size(), N - 1);
+    std::memcpy(field, text.data(), length);
+}
+
+bool isPending(const Supervisor& supervisor, const seccomp_notif& call) {
+    uint64_t id = call.id;
+    return ioctl(supervisor.listener, SECCOMP_IOCTL_NOTIF_ID_VALID, &id) == 0;
+}
+
+utsname deviceName(const std::string& release) {
+    utsname name = {};
+    setField(name.sysname, "Linux");
+    setField(name.nodename, "device");
+    setField(name.release, release);
+    setField(name.version, "#1");
+    setField(name.machine, "mips");
+    setField(name.domainname, "(none)");
+    return name;
+}
+
+void answerUname(const Supervisor& supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
+    utsname name = deviceName(supervisor.kernelRelease);
+    const iovec local = {&name, sizeof name};
+    const iovec remote = {pointerTo(call.data.args[0]), sizeof name};
+    const ssize_t written = process_vm_writev(static_cast<pid_t>(call.pid), &local, 1, &remote, 1, 0);
+    answer->error = written == static_cast<ssize_t>(sizeof name) ? 0 : -EFAULT;
+}
+
+bool readTime(const seccomp_notif& call, uint64_t address, timespec* time) {
+    const iovec local = {time, sizeof *time};
+    const iovec remote = {pointerTo(address), sizeof *time};
+    return process_vm_readv(static_cast<pid_t>(call.pid), &local, 1, &remote, 1, 0) ==
+           static_cast<ssize_t>(sizeof *time);
+}
+
+// How long the caller asks to wait; false if its arguments cannot be read.
+bool waitOf(const seccomp_notif& call, timespec* wait) {
+    if (call.data.nr == SYS_nanosleep) return readTime(call, call.data.args[0], wait);
+    if (!readTime(call, call.data.args[2], wait)) return false;
+    if ((call.data.args[1] & TIMER_ABSTIME) == 0) return true;
+    timespec now;
+    if (clock_gettime(static_cast<clockid_t>(call.data.args[0]), &now) != 0) return false;
+    wait->tv_sec -= now.tv_sec;
+    wait->tv_nsec -= now.tv_nsec;
+    if (wait->tv_nsec < 0) {
+        wait->tv_nsec += kNanosecondsPerSecond;
+        wait->tv_sec -= 1;
+    }
+    return true;
+}
+
+// To the millisecond: a wait until a point in time is always a little shorter than the one requested.
+std::string secondsText(const timespec& wait) {
+    const long long milliseconds =
+        wait.tv_sec * 1000LL + (wait.tv_nsec + kNanosecondsPerMillisecond / 2) / kNanosecondsPerMillisecond;
+    std::string text = std::to_string(milliseconds / 1000);
+    if (milliseconds % 1000 == 0) return text;
+    std::string fraction = std::to_string(1000 + milliseconds % 1000).substr(1);
+    fraction.erase(fraction.find_last_not_of('0') + 1);
+    return text + "." + fraction;
+}
+
+void answerWait(const Supervisor& supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
+    timespec wait = {};
+    // Programs poll with short waits; skipping those would make them spin. The kernel rejects bad arguments.
+    const bool known = waitOf(call, &wait) && isPending(supervisor, call);
+    if (!known || wait.tv_sec < 1 || wait.tv_nsec < 0 || wait.tv_nsec >= kNanosecondsPerSecond) {
+        answer->flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+        return;
+    }
+    if (int rc = recordWait(supervisor.stateDir, secondsText(wait)); rc != 0) cannot("record", "a wait", rc);
+}
+
+}  // namespace
+
+int startSupervisor(int listener, const std::string& stateDir, const std::string& kernelRelease,
+                    Supervisor* supervisor) {
+    seccomp_notif_sizes sizes = {};
+    if (syscall(SYS_seccomp, SECCOMP_GET_NOTIF_SIZES, 0, &sizes) != 0)
+        return cannot("watch", "system calls", errno);
+    supervisor->listener = listener;
+    supervisor->stateDir = stateDir;
+    supervisor->kernelRelease = kernelRelease;
+    supervisor->request.resize(wordsFor(sizes.seccomp_notif, sizeof(seccomp_notif)));
+    supervisor->response.resize(wordsFor(sizes.seccomp_notif_resp, sizeof(seccomp_notif_resp)));
+    return 0;
+}
+
+void answerSyscall(Supervisor* supervisor) {
+    std::fill(supervisor->request.begin(), supervisor->request.end(), 0);
+    std::fill(supervisor->response.begin(), supervisor->response.end(), 0);
+    auto* call = reinterpret_cast<seccomp_notif*>(supervisor->request.data());
+    auto* answer = reinterpret_cast<seccomp_notif_resp*>(supervisor->response.data());
+    // ENOENT: the caller has died meanwhile.
+    if (ioctl(supervisor->listener, SECCOMP_IOCTL_NOTIF_RECV, call) != 0) return;
+    answer->id = call->id;
+    if (!isPending(*supervisor, *call)) return;
+    if (call->data.nr == SYS_uname) {
+        answerUname(*supervisor, *call, answer);
+    } else {
+        answerWait(*supervisor, *call, answer);
+    }
+    ioctl(supervisor->listener, SECCOMP_IOCTL_NOTIF_SEND, answer);
+}
+
+}  // namespace rovusim

@@ -1,0 +1,29 @@
+// Answers the system calls that the filter passes on: uname with the device's kernel release, waits at once.
+//
+// The caller is blocked meanwhile, but it can be killed at any moment and its process id reused. So before
+// its memory is used, the kernel is asked whether the call is still pending.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace rovusim {
+
+struct Supervisor {
+    int listener = -1;
+    std::string stateDir;
+    std::string kernelRelease;
+    std::vector<uint64_t> request;  // room for the kernel's structures, whose sizes the kernel reports
+    std::vector<uint64_t> response;
+};
+
+/// Prepares to serve `listener`, which stays the caller's.
+/// \return 0, or a positive errno value after a message.
+[[nodiscard]] int startSupervisor(int listener, const std::string& stateDir, const std::string& kernelRelease,
+                                  Supervisor* supervisor);
+
+/// Answers one call; to be called when the listener is readable.
+void answerSyscall(Supervisor* supervisor);
+
+}  // namespace rovusim

@@ -1,0 +1,80 @@
+#include "launcher/syscalls/syscall_filter.h"
+
+#include "launcher/message.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <vector>
+
+namespace rovusim {
+namespace {
+
+#if defined(__x86_64__)
+constexpr unsigned kArchitecture = AUDIT_ARCH_X86_64;
+#elif defined(__aarch64__)
+constexpr unsigned kArchitecture = AUDIT_ARCH_AARCH64;
+#else
+#error "the audit architecture of this processor is missing"
+#endif
+
+sock_filter load(size_t offset) {
+    return BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offset));
+}
+
+sock_filter give(unsigned action) {
+    return BPF_STMT(BPF_RET | BPF_K, action);
+}
+
+// Skips the next instruction unless the loaded word equals `value`.
+sock_filter unlessEqualSkip(unsigned value) {
+    return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, 0, 1);
+}
+
+sock_filter ifEqualSkip(unsigned value) {
+    return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, 1, 0);
+}
+
+std::vector<sock_filter> filterProgram(bool interceptWaits) {
+    std::vector<unsigned> calls = {SYS_uname};
+    if (interceptWaits) {
+        calls.push_back(SYS_clock_nanosleep);
+        calls.push_back(SYS_nanosleep);
+    }
+    std::vector<sock_filter> program = {
+        load(offsetof(seccomp_data, arch)),
+        ifEqualSkip(kArchitecture),
+        give(SECCOMP_RET_ALLOW),  // other architectures number their calls differently
+        load(offsetof(seccomp_data, nr)),
+    };
+    for (unsigned call : calls) {
+        program.push_back(unlessEqualSkip(call));
+        program.push_back(give(SECCOMP_RET_USER_NOTIF));
+    }
+    program.push_back(give(SECCOMP_RET_ALLOW));
+    return program;
+}
+
+int install(const sock_fprog& program, unsigned flags) {
+    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
+}
+
+}  // namespace
+
+int installSyscallFilter(bool interceptWaits, Descriptor* listener) {
+    std::vector<sock_filter> instructions = filterProgram(interceptWaits);
+    const sock_fprog program = {static_cast<unsigned short>(instructions.size()), instructions.data()};
+    // With the second flag a signal does not interrupt a call that the launcher has already received. Older
+    // kernels lack it: there an interrupted wait is recorded twice.
+    int fd = install(program, SECCOMP_FILTER_FLAG_NEW_LISTENER | SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV);
+    if (fd < 0 && errno == EINVAL) fd = install(program, SECCOMP_FILTER_FLAG_NEW_LISTENER);
+    if (fd < 0) return cannot("watch", "system calls", errno);
+    listener->reset(fd);
+    return 0;
+}
+
+}  // namespace rovusim
