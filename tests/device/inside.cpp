@@ -1,6 +1,3 @@
-// The device that these tests run in, seen from inside. Outside of it they must not run: they call the tools
-// with which a real device is rewritten.
-
 #include "inside.h"
 
 #include "rovu_sim/call_log.h"
@@ -9,7 +6,6 @@
 #include "util/command.h"
 
 #include <filesystem>
-#include <regex>
 #include <sys/stat.h>
 
 InDevice::InDevice() {
@@ -19,13 +15,9 @@ InDevice::InDevice() {
     makeVolume("k1", "static");
     makeVolume("k1_data", "dynamic");
     failCalls("");
-    listenTo(LOG_LVL_ERROR | LOG_LVL_WARNING);
 }
 
 InDevice::~InDevice() {
-    LOG_channel_free(channel_);
-    fclose(stream_);
-    free(log_);
     failCalls("");
     rovusim::saveDevice(rovusim::kStateInside, device_);
     setenv("PATH", path_.c_str(), 1);
@@ -44,25 +36,19 @@ int InDevice::killed() {
     return status;
 }
 
-std::string InDevice::tools() const {
+Strings InDevice::tools() const {
     std::vector<rovusim::Call> calls;
     rovusim::readCalls(rovusim::kStateInside, &calls);
-    std::string tools;
+    Strings tools;
     for (const rovusim::Call& call : calls)
-        tools += (tools.empty() ? "" : " ") + call.tool;
+        tools.push_back(call.tool);
     return tools;
 }
 
 std::string InDevice::messages() {
-    fflush(stream_);
-    const std::string lines(log_ + seen_, logSize_ - seen_);
-    seen_ = logSize_;
-    return std::regex_replace(lines, std::regex("[A-Z]+ \\[[^\\]]*\\]: "), "");
-}
-
-void InDevice::listenTo(unsigned int levels) {
-    LOG_channel_set_levels(channel_, levels);
-    LOG_channel_apply(channel_);
+    const std::string lines = log_.lines(), newLines = lines.substr(seen_);
+    seen_ = lines.size();
+    return withoutLogHeads(newLines);
 }
 
 void InDevice::describe(const std::string& model, const std::string& rootfs) {
@@ -92,7 +78,7 @@ void InDevice::makeVolume(const char* name, const char* type) {
 
 int main(int argc, char** argv) {
     if (access(rovusim::kToolInside, X_OK) != 0) {
-        fprintf(stderr, "Run this inside a stand-in device: rovu-sim run STATE --no-wait -- %s\n", argv[0]);
+        fprintf(stderr, "Run this inside a simulated device: rovu-sim run STATE --no-wait -- %s\n", argv[0]);
         return 1;
     }
     testing::InitGoogleTest(&argc, argv);

@@ -1,5 +1,3 @@
-// What an update's author computes: digests, ciphertext and signatures.
-
 #include "support/crypto.h"
 
 #include <openssl/evp.h>

@@ -1,11 +1,10 @@
-// A stand-in device with the program on it.
-
 #include "support/device.h"
 
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/progress_file.h"
 #include "rovu_sim/volume_store.h"
+#include "support/log_capture.h"
 
 #include <regex>
 #include <stdexcept>
@@ -19,8 +18,7 @@ constexpr int kPoll = 5;             // milliseconds
 // What the volume tool prints comes in between, even amid a line: the log's stream is flushed when it is
 // full.
 std::string messagesOf(const std::string& out) {
-    const std::string log = std::regex_replace(out, std::regex("Volume ID [0-9]+, size [^\n]*\n"), "");
-    return std::regex_replace(log, std::regex("[A-Z]+ \\[[^\\]]*\\]: "), "");
+    return withoutLogHeads(std::regex_replace(out, std::regex("Volume ID [0-9]+, size [^\n]*\n"), ""));
 }
 
 std::vector<rovusim::Call> callsOf(const std::string& directory) {
@@ -78,11 +76,11 @@ Strings Device::commands() const {
     return lines;
 }
 
-std::string Device::waits(const std::string& inState) const {
-    std::string seconds;
+Strings Device::waits(const std::string& inState) const {
+    Strings seconds;
     for (const rovusim::Call& call : callsOf(directory)) {
         const bool counts = inState.empty() || call.state == inState;
-        if (call.number == 0 && counts) seconds += " " + call.args.front();
+        if (call.number == 0 && counts) seconds.push_back(call.args.front());
     }
     return seconds;
 }

@@ -1,4 +1,4 @@
-// A stand-in device with the program on it.
+// A simulated device with the program on it.
 
 #pragma once
 
@@ -16,7 +16,7 @@ using Strings = std::vector<std::string>;
 struct Outcome {
     int status = 0;
     std::string out, err;
-    std::string messages;  // the texts of the log lines, each with its newline
+    std::string messages;  // of the log, each with its newline
 
     bool said(const std::string& message) const {
         return ("\n" + messages).find("\n" + message + "\n") + 1 != 0;
@@ -27,10 +27,10 @@ class Device {
 public:
     explicit Device(const rovusim::DeviceOptions& options = rovusim::DeviceOptions());
 
-    /// Lets commands of the next run go wrong, by a rule such as "ubimkvol:1=exit:4".
+    /// Lets commands of the next run fail, by a rule such as "ubimkvol:1=exit:4".
     void failCall(const std::string& rule) { faults_.insert(faults_.end(), {"--fail", rule}); }
 
-    /// Runs the program, behind the words of `wrapper`, until it ends. Long waits take no time.
+    /// Runs the program, as the last words of the command `wrapper`, until it ends. Long waits take no time.
     Outcome run(const Strings& args, const Strings& wrapper = {});
 
     /// The same in steps, with waits as long as they are. \param number of a signal.
@@ -44,10 +44,9 @@ public:
     std::string get(const std::string& file) const { return readWholeFile(pathOf(file)); }
     bool has(const std::string& file) const;
 
-    /// The commands of the last run, as "state: command", and the seconds of its waits, in one state or in
-    /// all, each behind a blank.
+    /// The commands of the last run, as "state: command", and the seconds of its waits, in one state or in all.
     Strings commands() const;
-    std::string waits(const std::string& inState = "") const;
+    Strings waits(const std::string& inState = "") const;
 
     /// The state that the progress file names; empty if there is no such file.
     std::string state() const;

@@ -1,5 +1,3 @@
-// Programs of the host that a test starts, by their process numbers.
-
 #include "support/program.h"
 
 #include <cstdio>
@@ -10,7 +8,7 @@
 Program::Program(std::vector<std::string> command, const std::string& outFile, const std::string& errFile)
     : pid_(fork()) {
     if (pid_ != 0) return;
-    prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that dies leaves nothing behind
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that dies leaves no program running
     std::vector<char*> words;
     for (std::string& word : command)
         words.push_back(word.data());

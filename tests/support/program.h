@@ -9,8 +9,8 @@
 /// A child process. It is killed at the end of the scope if it still runs.
 class Program {
 public:
-    /// Starts it. The first word is looked up in PATH; status 127 tells that it was not found. What it says
-    /// is appended to two files.
+    /// Starts it. The first word is looked up in PATH; status 127 tells that it was not found. Its
+    /// output is appended to two files.
     explicit Program(std::vector<std::string> command, const std::string& outFile = "/dev/null",
                      const std::string& errFile = "/dev/null");
     ~Program();

@@ -1,5 +1,3 @@
-// Files of a test's own.
-
 #include "support/scratch.h"
 
 #include <filesystem>

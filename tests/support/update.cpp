@@ -1,5 +1,3 @@
-// Updates made to order.
-
 #include "support/update.h"
 
 #include "support/crypto.h"

@@ -7,20 +7,20 @@
 #include <utility>
 #include <vector>
 
-/// Fields of a Lua table by name. The values are Lua expressions as they stand; nil leaves a field out.
+/// Fields of a Lua table by name. The values are Lua expressions, taken verbatim; nil leaves a field out.
 using LuaFields = std::map<std::string, std::string>;
 
 /// Names and bytes of a tar's members, in order.
 using TarMembers = std::vector<std::pair<std::string, std::string>>;
 
-/// An image. Its fields go ahead of what its members give; the first member is the image itself.
+/// An image. Its fields override what its members give; the first member is the image itself.
 struct UpdateImage {
     LuaFields fields;
     TarMembers members;
 };
 
 struct Update {
-    LuaFields fields;                // ahead of what the rest gives
+    LuaFields fields;                // override what the rest gives
     std::vector<std::string> steps;  // names of scripts, and of images
     TarMembers scripts;
     std::map<std::string, UpdateImage> images;  // by name; the name is the file's on the web
@@ -30,5 +30,5 @@ struct Update {
 /// Bytes that look like an image whose head names a version.
 std::string imageBytes(const std::string& version, size_t size);
 
-/// Writes the update's tars into `directory`, which the web shows at `url`. \return the text of its spec.
+/// Writes the update's tars into `directory`, which the web shows at `url`. \return its spec, without a signature.
 std::string writeUpdate(const Update& update, const std::string& directory, const std::string& url);

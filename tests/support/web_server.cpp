@@ -1,5 +1,3 @@
-// Servers on the loopback interface.
-
 #include "support/web_server.h"
 
 #include <arpa/inet.h>

@@ -9,7 +9,7 @@
 #include <string>
 
 /// A TCP port of this process's own. Until it listens, connections to it are refused; while nobody accepts,
-/// they stand and bring nothing.
+/// they are established and bring nothing.
 class LoopbackPort {
 public:
     explicit LoopbackPort(bool listening);
