@@ -1,72 +1,180 @@
 #include "image_selection.h"
 #include "unit_test.h"
 
+#include <cstdlib>
+#include <tuple>
+
 namespace {
 
-using Dep = UpdateSpecVer1::Dep;
+using Spec = UpdateSpecVer1;
+using Dep = Spec::Dep;
+using Kinds = std::vector<Spec::PartType>;
 
-constexpr PackedVersion version(uint64_t a, uint64_t b = 0, uint64_t c = 0, uint64_t d = 0) {
-    return a << 48 | b << 32 | c << 16 | d;
+Dep between(const char* min, const char* max, Spec::PartType kind = Spec::eTypeKernel) {
+    return {kind, false, versionOf(min), versionOf(max)};
 }
 
-bool holds(const std::vector<Dep>& deps, PackedVersion tested) {
-    return checkDeps(static_cast<uint32_t>(deps.size()), deps.data(), tested);
+Dep notBetween(const char* min, const char* max) {
+    return {Spec::eTypeKernel, true, versionOf(min), versionOf(max)};
 }
 
-// What stays of a script and images of kernel version 2 and rootfs version 3, on a device that runs kernel
-// version 5 and rootfs version 1; or why they may not run. `images` holds three characters for each image:
-// its kind, mandatory or optional, and the version that its list asks of the other kind; 0: any.
-std::string selected(const std::string& images) {
-    const LogCapture log;
-    auto* spec = static_cast<UpdateSpecVer1*>(calloc(1, sizeof(UpdateSpecVer1)));
-    initParts(spec);
-    EXPECT_TRUE(appendPart(spec, UpdateSpecVer1::Part()));
-    for (size_t i = 0; i < images.size(); i += 4) {
-        const PackedVersion needed = version(static_cast<unsigned int>(images[i + 2] - '0'));
-        UpdateSpecVer1::Part part = {};
-        part.type = images[i] == 'K' ? UpdateSpecVer1::eTypeKernel : UpdateSpecVer1::eTypeRootfs;
-        part.img.update =
-            images[i + 1] == 'm' ? UpdateSpecVer1::eUpdateMandatory : UpdateSpecVer1::eUpdateOptional;
-        part.img.version = version(images[i] == 'K' ? 2 : 3);
-        part.img.depCount = needed == 0 ? 0 : 1;
-        part.img.deps = static_cast<Dep*>(calloc(1, sizeof(Dep)));
-        *part.img.deps = {part.type, false, needed, needed};
-        EXPECT_TRUE(appendPart(spec, part));
+// The device, and the images that specs offer it. An image's list asks for a version of the other kind.
+constexpr char kInstalledKernel[] = "5", kInstalledRootfs[] = "1", kOfferedKernel[] = "2",
+               kOfferedRootfs[] = "3";
+
+enum Need { eAny, eInstalled, eOffered, eNeither };
+
+struct Image {
+    Spec::Update update;
+    Spec::PartType kind;
+    Need need = eAny;  // which versions of the other kind the image's list admits
+};
+
+constexpr Image kernel(Need need) {
+    return {Spec::eUpdateOptional, Spec::eTypeKernel, need};
+}
+
+constexpr Image rootfs(Need need) {
+    return {Spec::eUpdateOptional, Spec::eTypeRootfs, need};
+}
+
+constexpr Image mandatory(Image image) {
+    return {Spec::eUpdateMandatory, image.kind, image.need};
+}
+
+std::string nameOf(const std::vector<Image>& images) {
+    const char* const kNeeds[] = {"nothing", "what is installed", "what is offered", "neither version"};
+    std::string name = "the spec's images:";
+    for (const Image& image : images) {
+        name += image.update == Spec::eUpdateMandatory ? " mandatory" : " optional";
+        name += (image.kind == Spec::eTypeKernel ? " kernel, needs "s : " rootfs, needs "s) +
+                kNeeds[image.need] + ";";
     }
-    const bool good = selectImages(spec, {version(5), version(1)});
-    std::string left;
-    for (auto* part = firstPart(spec); part != nullptr; part = nextPart(spec, part))
-        left += "SKR"[part->type];
+    return name;
+}
+
+Spec::Part partOf(const Image& image) {
+    const bool isKernel = image.kind == Spec::eTypeKernel;
+    const char* const versions[] = {nullptr, isKernel ? kInstalledRootfs : kInstalledKernel,
+                                    isKernel ? kOfferedRootfs : kOfferedKernel, "9"};
+    Spec::Part part = {};
+    part.type = image.kind;
+    part.img.update = image.update;
+    part.img.version = versionOf(isKernel ? kOfferedKernel : kOfferedRootfs);
+    if (image.need == eAny) return part;
+    part.img.depCount = 1;
+    part.img.deps = static_cast<Dep*>(calloc(1, sizeof(Dep)));
+    *part.img.deps = between(versions[image.need], versions[image.need], image.kind);
+    return part;
+}
+
+// Selects from a script and these images. \return whether the update may run, the parts left, and the log.
+std::tuple<bool, Kinds, std::string> select(const std::vector<Image>& images) {
+    const LogCapture log;
+    Kinds left;
+    auto* spec = static_cast<Spec*>(calloc(1, sizeof(Spec)));
+    initParts(spec);
+    EXPECT_TRUE(appendPart(spec, Spec::Part()));
+    for (const Image& image : images)
+        EXPECT_TRUE(appendPart(spec, partOf(image)));
+    const bool good = selectImages(spec, {versionOf(kInstalledKernel), versionOf(kInstalledRootfs)});
+    for (Spec::Part* part = firstPart(spec); part != nullptr; part = nextPart(spec, part))
+        left.push_back(part->type);
     freeSpec(spec);
-    return good ? left + log.messages() : std::regex_replace(log.messages(), std::regex("ROVU: |\n"), "");
+    return {good, left, log.messages()};
 }
 
 }  // namespace
 
 TEST(Dependencies, EveryEntryMustHoldForTheVersion) {
-    const Dep from1To2 = {UpdateSpecVer1::eTypeKernel, false, version(1), version(2)};
-    const Dep from16To3 = {UpdateSpecVer1::eTypeRootfs, false, version(1, 6), version(3)};
-    const Dep not15To16 = {UpdateSpecVer1::eTypeKernel, true, version(1, 5), version(1, 6)};
-    EXPECT_TRUE(holds({}, 0));
-    EXPECT_TRUE(holds({from1To2}, version(1)) && holds({from1To2}, version(2)));
-    EXPECT_FALSE(holds({from1To2}, version(0, 65535, 65535, 65535)) ||
-                 holds({from1To2}, version(2, 0, 0, 1)));
-    EXPECT_FALSE(holds({not15To16}, version(1, 5)) || holds({not15To16}, version(1, 6)));
-    EXPECT_TRUE(holds({not15To16}, version(1, 4, 65535)) && holds({not15To16}, version(1, 6, 0, 1)));
-    EXPECT_FALSE(holds({from1To2, not15To16}, version(1, 5, 3)));
-    EXPECT_TRUE(holds({from1To2, not15To16}, version(1, 4)));
-    EXPECT_FALSE(holds({not15To16, from1To2}, version(2, 1)));
-    EXPECT_FALSE(holds({from1To2, from16To3}, version(1, 5)) || holds({from1To2, from16To3}, version(2, 5)));
-    EXPECT_TRUE(holds({from1To2, from16To3}, version(1, 7)));
-    EXPECT_FALSE(holds({from1To2, not15To16, from16To3}, version(1, 6)));
+    const Dep from1To2 = between("1", "2"), not15To16 = notBetween("1.5", "1.6"),
+              from16To3 = between("1.6", "3", Spec::eTypeRootfs);
+    const struct {
+        const char* version;
+        std::vector<Dep> deps;
+        bool holds;
+    } rows[] = {
+        {"0", {}, true},
+        {"1", {from1To2}, true},
+        {"2", {from1To2}, true},
+        {"0.65535.65535.65535", {from1To2}, false},
+        {"2.0.0.1", {from1To2}, false},
+        {"1.5", {not15To16}, false},
+        {"1.6", {not15To16}, false},
+        {"1.4.65535", {not15To16}, true},
+        {"1.6.0.1", {not15To16}, true},
+        {"1.5.3", {from1To2, not15To16}, false},
+        {"1.4", {from1To2, not15To16}, true},
+        {"2.1", {not15To16, from1To2}, false},
+        // The kind of an entry does not count.
+        {"1.5", {from1To2, from16To3}, false},
+        {"2.5", {from1To2, from16To3}, false},
+        {"1.7", {from1To2, from16To3}, true},
+        {"1.6", {from1To2, not15To16, from16To3}, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.version + " against entries: "s + std::to_string(row.deps.size()));
+        const uint32_t count = static_cast<uint32_t>(row.deps.size());
+        EXPECT_EQ(checkDeps(count, row.deps.data(), versionOf(row.version)), row.holds);
+    }
 }
 
 TEST(Dependencies, DecideWhichImagesStay) {
-    const std::string table =
-        " => S | Ko0 => S | Ro9 => S | Ro9 Ko9 => S | Km0 => SK | Km1 => SK | Km3 => no | Rm5 => SR | Rm2 => no | "
-        "Rm2 Km3 => SRK | Km1 Rm2 => no | Km3 Rm5 => no | Km0 Ro0 => SK | Ro9 Km1 => SK | Km3 Ro2 => SKR | "
-        "Km3 Ro5 => no | Km9 Ro2 => no | Ko0 Rm0 => SR | Ko9 Rm5 => SR | Ko3 Rm2 => SKR | Ko1 Rm2 => no | "
-        "Ko3 Rm9 => no | Ko0 Ko0 => twice | Rm0 Km0 Ro0 => twice";
-    const auto named = std::regex_replace(table, std::regex("no"), "Update dependencies not met.");
-    expectRows(std::regex_replace(named, std::regex("twice"), "Multiple images of a kind."), selected);
+    const Kinds scriptOnly = {Spec::eTypeScript}, andKernel = {Spec::eTypeScript, Spec::eTypeKernel},
+                andRootfs = {Spec::eTypeScript, Spec::eTypeRootfs},
+                andKernelAndRootfs = {Spec::eTypeScript, Spec::eTypeKernel, Spec::eTypeRootfs},
+                andRootfsAndKernel = {Spec::eTypeScript, Spec::eTypeRootfs, Spec::eTypeKernel};
+    const struct {
+        std::vector<Image> images;
+        Kinds left;
+    } rows[] = {
+        // Without a mandatory image there is nothing to do.
+        {{}, scriptOnly},
+        {{kernel(eAny)}, scriptOnly},
+        {{rootfs(eNeither)}, scriptOnly},
+        {{rootfs(eNeither), kernel(eNeither)}, scriptOnly},
+        // A mandatory image alone is tested against what is installed.
+        {{mandatory(kernel(eAny))}, andKernel},
+        {{mandatory(kernel(eInstalled))}, andKernel},
+        {{mandatory(rootfs(eInstalled))}, andRootfs},
+        // Two mandatory ones are tested against each other.
+        {{mandatory(rootfs(eOffered)), mandatory(kernel(eOffered))}, andRootfsAndKernel},
+        // An optional one is dropped unless the mandatory one needs it.
+        {{mandatory(kernel(eAny)), rootfs(eAny)}, andKernel},
+        {{rootfs(eNeither), mandatory(kernel(eInstalled))}, andKernel},
+        {{mandatory(kernel(eOffered)), rootfs(eOffered)}, andKernelAndRootfs},
+        {{kernel(eAny), mandatory(rootfs(eAny))}, andRootfs},
+        {{kernel(eNeither), mandatory(rootfs(eInstalled))}, andRootfs},
+        {{kernel(eOffered), mandatory(rootfs(eOffered))}, andKernelAndRootfs},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(nameOf(row.images));
+        EXPECT_EQ(select(row.images), std::make_tuple(true, row.left, ""s));
+    }
+}
+
+TEST(Dependencies, RefuseAnUpdateWhoseImagesDoNotFit) {
+    const std::string notMet = "ROVU: Update dependencies not met.\n",
+                      twice = "ROVU: Multiple images of a kind.\n";
+    const struct {
+        std::vector<Image> images;
+        std::string message;
+    } rows[] = {
+        {{mandatory(kernel(eOffered))}, notMet},
+        {{mandatory(rootfs(eOffered))}, notMet},
+        {{mandatory(kernel(eInstalled)), mandatory(rootfs(eOffered))}, notMet},
+        {{mandatory(kernel(eOffered)), mandatory(rootfs(eInstalled))}, notMet},
+        {{mandatory(kernel(eOffered)), rootfs(eInstalled)}, notMet},
+        {{mandatory(kernel(eNeither)), rootfs(eOffered)}, notMet},
+        {{kernel(eInstalled), mandatory(rootfs(eOffered))}, notMet},
+        {{kernel(eOffered), mandatory(rootfs(eNeither))}, notMet},
+        {{kernel(eAny), kernel(eAny)}, twice},
+        {{mandatory(rootfs(eAny)), mandatory(kernel(eAny)), rootfs(eAny)}, twice},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(nameOf(row.images));
+        const auto [good, left, messages] = select(row.images);
+        EXPECT_FALSE(good);
+        EXPECT_EQ(messages, row.message);
+    }
 }

@@ -12,35 +12,36 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// Plays a script on loopback: the n-th connection gets the n-th reply. Without one it refuses them all.
+// A simple server on loopback: the n-th connection gets the n-th reply. Without one it refuses them all.
 class ScriptedServer {
 public:
-    explicit ScriptedServer(const Strings& script) : port(!script.empty()), thread([=] { play(script); }) {}
+    explicit ScriptedServer(const Strings& replies)
+        : port(!replies.empty()), thread_([=] { answer(replies); }) {}
     ~ScriptedServer() { stop(); }
 
     /// \return the requests that came.
     const Strings& stop() {
         shutdown(port.fd, SHUT_RDWR);
-        if (thread.joinable()) thread.join();
-        return requests;
+        if (thread_.joinable()) thread_.join();
+        return requests_;
     }
 
     const LoopbackPort port;
 
 private:
-    void play(const Strings& script) {
-        for (const std::string& reply : script) {
+    void answer(const Strings& replies) {
+        for (const std::string& reply : replies) {
             char request[4096];
             const int fd = accept(port.fd, nullptr, nullptr);
             const ssize_t got = recv(fd, request, sizeof request, 0);
-            if (got > 0) requests.emplace_back(request, static_cast<size_t>(got));
+            if (got > 0) requests_.emplace_back(request, static_cast<size_t>(got));
             send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
             close(fd);
         }
     }
 
-    Strings requests;
-    std::thread thread;
+    Strings requests_;
+    std::thread thread_;
 };
 
 const std::string kBody = "0123456789",
@@ -49,35 +50,58 @@ const std::string kHead = "HTTP/1.0 200 OK\r\nContent-Length: 10\r\n\r\n", kWhol
                   kCut = kHead + "01234";
 const std::string kRest = "HTTP/1.0 206 Partial Content\r\nContent-Range: bytes 5-9/10\r\n\r\n56789";
 const std::string kGone = "HTTP/1.0 404 Not Found\r\nContent-Length: 4\r\n\r\ngone";
+const std::string kWithoutLength = "HTTP/1.0 200 OK\r\n\r\n";
+const std::string kRedirect = "HTTP/1.0 302 Found\r\nLocation: /x\r\n\r\naway";
 
-// Result, file, reports of progress as "attempts:percent ", and for each request its offset, or "-".
-using Outcome = std::tuple<int32_t, std::string, std::string, std::string>;
+using Reports = std::vector<std::pair<int, int>>;  // attempts and percent
+using Offsets = std::vector<int>;                  // for each request, where its range begins
+constexpr int kNoRange = -1;
+
+// A download and what comes of it.
+struct Row {
+    const char* name;
+    Strings replies;
+    uint32_t limit;
+    int32_t result;
+    std::string file;
+    Reports reports;
+    Offsets offsets = {kNoRange};
+};
 
 struct Download : testing::Test {
     Download() { setenv("no_proxy", "*", 1); }
 
-    // Downloads from a server with this script, over an older file; `first`: what becomes of the first
-    // attempt.
-    Outcome fetch(const Strings& script, uint32_t limit, const std::string& hash = "", int first = 0) {
-        if (first != 0) interposed.outcomes = {static_cast<CURLcode>(first)};
-        ScriptedServer server(script);
-        std::string reports, offsets;
+    // Downloads from a server with these replies, over an older file.
+    int32_t fetch(const Strings& replies, uint32_t limit, const std::string& hash = "") {
+        ScriptedServer server(replies);
         url = server.port.url() + "/file";
+        reports.clear();
+        offsets.clear();
         writeWholeFile(path, "older and longer");
         downloader.setup(url, path, limit, hash);
-        downloader.progress = [&](int attempts, int percent) {
-            reports += std::to_string(attempts) + ":" + std::to_string(percent) + " ";
-        };
+        downloader.progress = [&](int attempts, int percent) { reports.emplace_back(attempts, percent); };
         const int32_t result = downloader.run(4, 60);
         std::smatch range;
-        for (const std::string& request : server.stop())
-            offsets += std::regex_search(request, range, std::regex("\r\nRange: bytes=([0-9]+)-\r"))
-                           ? range.str(1)
-                           : "-";
+        for (const std::string& request : server.stop()) {
+            const bool ranged = std::regex_search(request, range, std::regex("\r\nRange: bytes=([0-9]+)-\r"));
+            offsets.push_back(ranged ? std::stoi(range.str(1)) : kNoRange);
+        }
         EXPECT_EQ(downloader.received, readWholeFile(path).size());
         EXPECT_EQ(interposed.handlesMade, interposed.handlesReleased);
         EXPECT_EQ(downloader.file, nullptr);
-        return Outcome(result, readWholeFile(path), reports, offsets);
+        return result;
+    }
+
+    // The same, where the first attempt ends with this code whatever it transferred.
+    int32_t fetchAfter(CURLcode first, const Strings& replies, uint32_t limit, const std::string& hash = "") {
+        interposed.outcomes = {first};
+        return fetch(replies, limit, hash);
+    }
+
+    void expectOutcome(const Row& row) {
+        EXPECT_EQ(readWholeFile(path), row.file);
+        EXPECT_EQ(reports, row.reports);
+        EXPECT_EQ(offsets, row.offsets);
     }
 
     std::string attempt(int number) const {
@@ -89,65 +113,90 @@ struct Download : testing::Test {
     const std::string path = dir.path + "/file";
     const LogCapture log{LOG_LVL_INFO | LOG_LVL_WARNING | LOG_LVL_ERROR};
     std::string url;
+    Reports reports;
+    Offsets offsets;
     Downloader downloader{false, false};
 };
 
 }  // namespace
 
 TEST_F(Download, EndsAsTheServerAndTheLimitHaveIt) {
-    EXPECT_EQ(fetch({kWhole}, 10), Outcome(0, kBody, "0:100 ", "-"));
-    EXPECT_EQ(log.messages(), attempt(0));
-    EXPECT_EQ(fetch({kWhole}, 9), Outcome(-CURLE_WRITE_ERROR, "012345678", "0:100 ", "-"));
-    EXPECT_EQ(fetch({kWhole}, 12), Outcome(0, kBody, "0:83 ", "-"));
-    EXPECT_EQ(fetch({kWhole}, 0), Outcome(0, kBody, "0:0 ", "-"));
-    EXPECT_EQ(fetch({"HTTP/1.0 200 OK\r\n\r\n" + kBody}, 20), Outcome(0, kBody, "0:50 ", "-"));
-    EXPECT_EQ(fetch({"HTTP/1.0 200 OK\r\n\r\n"}, 10), Outcome(0, "", "", "-"));
-    EXPECT_EQ(fetch({kCut, kRest}, 10), Outcome(-CURLE_PARTIAL_FILE, "01234", "0:50 ", "-"));
-    EXPECT_EQ(fetch({"", kWhole}, 10), Outcome(-CURLE_GOT_NOTHING, "", "", "-"));
-    EXPECT_EQ(fetch({kGone}, 10), Outcome(0, "gone", "0:40 ", "-"));
-    EXPECT_EQ(fetch({"HTTP/1.0 302 Found\r\nLocation: /x\r\n\r\naway", kWhole}, 10),
-              Outcome(0, "away", "0:40 ", "-"));
+    const Row rows[] = {
+        {"limit of its size", {kWhole}, 10, 0, kBody, {{0, 100}}},
+        {"lower limit", {kWhole}, 9, -CURLE_WRITE_ERROR, "012345678", {{0, 100}}},
+        {"higher limit", {kWhole}, 12, 0, kBody, {{0, 83}}},
+        {"no limit", {kWhole}, 0, 0, kBody, {{0, 0}}},
+        {"no length in the reply", {kWithoutLength + kBody}, 20, 0, kBody, {{0, 50}}},
+        {"empty file", {kWithoutLength}, 10, 0, "", {}},
+        {"cut off", {kCut, kRest}, 10, -CURLE_PARTIAL_FILE, "01234", {{0, 50}}},
+        {"no reply", {"", kWhole}, 10, -CURLE_GOT_NOTHING, "", {}},
+        {"page of an error", {kGone}, 10, 0, "gone", {{0, 40}}},
+        {"redirection", {kRedirect, kWhole}, 10, 0, "away", {{0, 40}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const LogCapture announced(LOG_LVL_INFO);
+        EXPECT_EQ(fetch(row.replies, row.limit), row.result);
+        expectOutcome(row);
+        EXPECT_EQ(announced.messages(), attempt(0));
+    }
     EXPECT_TRUE(interposed.waits.empty());
 }
 
-TEST_F(Download, GoesOnWhereTheLastAttemptStopped) {
-    const int cut = CURLE_OPERATION_TIMEDOUT;
-    EXPECT_EQ(fetch({kCut, kRest}, 10, kDigest, cut), Outcome(0, kBody, "0:50 1:100 ", "-5"));
+TEST_F(Download, ContinuesWhereTheLastAttemptStopped) {
+    EXPECT_EQ(fetchAfter(CURLE_OPERATION_TIMEDOUT, {kCut, kRest}, 10, kDigest), 0);
     EXPECT_EQ(interposed.handlesMade, 2);
     EXPECT_EQ(log.messages(), attempt(0) +
                                   "DOWNLD: CURL download failed after 5 bytes: (28) Timeout was reached\n"
                                   "DOWNLD: Waiting for 60 secs for network to recover...\n" +
                                   attempt(1));
-    EXPECT_EQ(fetch({kCut, kWhole}, 10, "", cut), Outcome(-CURLE_RANGE_ERROR, "01234", "0:50 ", "-5"));
-    EXPECT_EQ(fetch({kCut, kRest}, 9, "", cut),
-              Outcome(-CURLE_WRITE_ERROR, "012345678", "0:55 1:100 ", "-5"));
-    EXPECT_EQ(fetch({kCut, kRest}, 5, "", cut), Outcome(-CURLE_WRITE_ERROR, "01234", "0:100 1:100 ", "-5"));
-    EXPECT_EQ(fetch({"", kWhole}, 10, "", cut), Outcome(0, kBody, "1:100 ", "--"));
+    const Offsets resumed = {kNoRange, 5};
+    const Row rows[] = {
+        {"the rest", {kCut, kRest}, 10, 0, kBody, {{0, 50}, {1, 100}}, resumed},
+        {"not a range", {kCut, kWhole}, 10, -CURLE_RANGE_ERROR, "01234", {{0, 50}}, resumed},
+        {"limit below", {kCut, kRest}, 9, -CURLE_WRITE_ERROR, "012345678", {{0, 55}, {1, 100}}, resumed},
+        {"limit reached", {kCut, kRest}, 5, -CURLE_WRITE_ERROR, "01234", {{0, 100}, {1, 100}}, resumed},
+        {"nothing came before", {"", kWhole}, 10, 0, kBody, {{1, 100}}, {kNoRange, kNoRange}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(fetchAfter(CURLE_OPERATION_TIMEDOUT, row.replies, row.limit), row.result);
+        expectOutcome(row);
+    }
 }
 
 TEST_F(Download, IsTriedAgainAfterFailuresOfTheNetworkOnly) {
-    EXPECT_EQ(fetch({}, 10), Outcome(EAGAIN, "", "", ""));
+    EXPECT_EQ(fetch({}, 10), EAGAIN);
+    expectOutcome({"refused connections", {}, 10, EAGAIN, "", {}, {}});
     EXPECT_EQ(interposed.waits, std::vector<unsigned int>(4, 60));
     EXPECT_EQ(downloader.attempts, 5U);
     for (int code = 1; code < CURL_LAST; ++code) {
-        const bool retried = code == 6 || code == 7 || code == 28;
-        EXPECT_EQ(std::get<0>(fetch({kWhole, kWhole}, 10, "", code)), retried ? 0 : -code);
+        SCOPED_TRACE(code);
+        const bool retried = code == CURLE_COULDNT_RESOLVE_HOST || code == CURLE_COULDNT_CONNECT ||
+                             code == CURLE_OPERATION_TIMEDOUT;
+        EXPECT_EQ(fetchAfter(static_cast<CURLcode>(code), {kWhole, kWhole}, 10), retried ? 0 : -code);
         EXPECT_EQ(downloader.attempts, retried ? 2U : 1U);
     }
 }
 
 TEST_F(Download, WaitsOnlyAfterAQuickFailure) {
-    for (time_t seconds : {0, 19, 20, 180}) {
+    const struct {
+        time_t seconds;
+        size_t waits;
+    } rows[] = {{0, 4}, {19, 4}, {20, 0}, {180, 0}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.seconds);
         interposed.waits.clear();
         interposed.now = {1000, 999999999};  // the fractions of a second do not count
-        interposed.transferSeconds = seconds;
+        interposed.transferSeconds = row.seconds;
         fetch({}, 10);
-        EXPECT_EQ(interposed.waits.size(), seconds < 20 ? 4U : 0U);
+        EXPECT_EQ(interposed.waits.size(), row.waits);
     }
 }
 
 TEST_F(Download, ReportsThePercentOfLargeFilesToo) {
     for (uint32_t limit : {85899346U, 0U}) {
+        SCOPED_TRACE(limit);
         const ScriptedServer server(
             {"HTTP/1.0 206 Some\r\nContent-Range: bytes 42949673-/85899346\r\n\r\n56789"});
         downloader.setup(server.port.url(), path, limit, "");
@@ -165,7 +214,7 @@ TEST_F(Download, SetsTheseNumbersAndNoOthers) {
     EXPECT_EQ(interposed.numbers, (std::vector<std::pair<int, long>>{redirects, time, limit}));
     interposed.numbers.clear();
     downloader.verbose = true;
-    fetch({kCut, kRest}, 10, "", CURLE_OPERATION_TIMEDOUT);
+    fetchAfter(CURLE_OPERATION_TIMEDOUT, {kCut, kRest}, 10);
     EXPECT_EQ(
         interposed.numbers,
         (std::vector<std::pair<int, long>>{
@@ -174,9 +223,14 @@ TEST_F(Download, SetsTheseNumbersAndNoOthers) {
 
 TEST_F(Download, AHashOtherThanTheFilesFailsIt) {
     const std::string upper = "84D89877" + kDigest.substr(8);
-    EXPECT_EQ(fetch({kWhole}, 10, upper), Outcome(EBADMSG, kBody, "0:100 ", "-"));
+    EXPECT_EQ(fetch({kWhole}, 10, upper), EBADMSG);
     EXPECT_EQ(log.messages(), attempt(0) + "DOWNLD: Hash verification failed\n");
-    EXPECT_EQ(fetch({kGone}, 10, kDigest), Outcome(EBADMSG, "gone", "0:40 ", "-"));
+    EXPECT_EQ(readWholeFile(path), kBody);
+    EXPECT_EQ(fetch({kGone}, 10, kDigest), EBADMSG);
+    EXPECT_EQ(readWholeFile(path), "gone");
+}
+
+TEST_F(Download, ADigestIsWhatTheCommandPrintsAndItsSuccess) {
     const std::string longPath = path + std::string(250, 'x');  // more than a formatted command holds
     writeWholeFile(longPath, kBody);
     EXPECT_EQ(verifySha256(longPath, kDigest), 0);
@@ -187,7 +241,7 @@ TEST_F(Download, AHashOtherThanTheFilesFailsIt) {
     EXPECT_EQ(verifySha256(longPath, std::string(64, '0')), 1);
 }
 
-TEST_F(Download, WhatFailsBesideTheTransferIsNamed) {
+TEST_F(Download, WhatFailsOutsideTheTransferIsNamed) {
     EXPECT_EQ(downloader.run(4, 60), EINVAL);
     EXPECT_EQ(log.messages(), "");
     const LogCapture errors;

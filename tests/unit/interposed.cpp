@@ -1,4 +1,4 @@
-// The calls that the linker leads here, by the names that it gives them.
+// The calls that the linker routes here, by the names that it gives them.
 
 #include "unit_test.h"
 
@@ -87,7 +87,7 @@ CURLcode __wrap_curl_easy_setopt(CURL* handle, int number, ...) {
     const CURLoption option = static_cast<CURLoption>(number);
     if (!isLong) return __real_curl_easy_setopt(handle, option, pointer);
     interposed.numbers.emplace_back(number, value);
-    // What libcurl talks would only clutter the tests' output.
+    // A verbose libcurl would only clutter the tests' output.
     return option == CURLOPT_VERBOSE ? CURLE_OK : __real_curl_easy_setopt(handle, option, value);
 }
 

@@ -1,6 +1,6 @@
+#include "support/reference_file.h"
 #include "ubi_tools/ref_checksums.h"
 #include "unit_test.h"
-#include "util/fletcher32.h"
 
 #include <filesystem>
 #include <map>
@@ -12,11 +12,11 @@ namespace fs = std::filesystem;
 using Files = std::map<std::string, std::string>;  // contents by name
 const char* const kDirectory = "(a directory)";
 
-const std::string kSum0(32, '0'), kSum1(32, '1');
-const RefChecksumList kOne = {{"k1", kSum0}}, kTwo = {{"k1", kSum0}, {"k1_root", kSum1}},
+const std::string kZeros(32, '0'), kOnes(32, '1');
+const RefChecksumList kOne = {{"k1", kZeros}}, kTwo = {{"k1", kZeros}, {"k1_root", kOnes}},
                       kOld = {{"old", "entry"}};
-const std::string kOneText = kSum0 + " k1\n#FLET32:11805478\n";
-const std::string kTwoText = kSum0 + " k1\n" + kSum1 + " k1_root\n#FLET32:28aca539\n";
+const std::string kOneFile = kZeros + " k1\n#FLET32:11805478\n";
+const std::string kTwoFile = kZeros + " k1\n" + kOnes + " k1_root\n#FLET32:28aca539\n";
 
 struct RefChecksums : testing::Test {
     void arrange(const Files& files) {
@@ -46,30 +46,22 @@ struct RefChecksums : testing::Test {
     const Interposition calls;
 };
 
-// Lines with the checksum line that belongs to them.
-std::string sealed(const std::string& lines) {
-    alignas(uint16_t) char words[2048] = {};
-    lines.copy(words, sizeof words);
-    zem::Fletcher32 sum;
-    sum.add(reinterpret_cast<const uint16_t*>(words), (lines.size() + 1) / 2 * 2);
-    char line[32];
-    snprintf(line, sizeof line, "#FLET32:%08x\n", sum.value());
-    return lines + line;
-}
-
 }  // namespace
 
 TEST_F(RefChecksums, AreWrittenAsTheFormatHasItOrNotAtAll) {
-    const std::pair<RefChecksumList, std::string> kTexts[] = {
-        {{}, "#FLET32:ffffffff\n"}, {kOne, kOneText}, {kTwo, kTwoText}};
-    for (const auto& [list, text] : kTexts) {
-        EXPECT_EQ(writeRefFile(list, path("f")), 0);
-        EXPECT_EQ(readWholeFile(path("f")), text);
+    const struct {
+        RefChecksumList list;
+        std::string content;
+    } rows[] = {{{}, "#FLET32:ffffffff\n"}, {kOne, kOneFile}, {kTwo, kTwoFile}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.content);
+        EXPECT_EQ(writeRefFile(row.list, path("f")), 0);
+        EXPECT_EQ(readWholeFile(path("f")), row.content);
     }
     arrange({});
-    const size_t room = 2047 - 17 - 2;  // without the checksum line, a blank and a line feed
+    const size_t room = 2047 - 17 - 2;  // without the checksum line, a space and a newline
     for (size_t length : {room + 1, room + 16, room + 17, size_t{5000}})
-        EXPECT_EQ(writeRefFile({{std::string(length, 'v'), ""}}, path("f")), ENOBUFS);
+        EXPECT_EQ(writeRefFile({{std::string(length, 'v'), ""}}, path("f")), ENOBUFS) << length;
     fs::create_symlink("/dev/full", path("f"));
     EXPECT_NE(writeRefFile(kOne, path("f")), 0);
     EXPECT_EQ(files(), Files());
@@ -77,32 +69,54 @@ TEST_F(RefChecksums, AreWrittenAsTheFormatHasItOrNotAtAll) {
     EXPECT_EQ(readWholeFile(path("f")).size(), 2047U);
 }
 
-TEST_F(RefChecksums, AFileIsReadIfItsSumIsRight) {
-    const std::pair<std::string, RefChecksumList> kGood[] = {
-        {"#FLET32:ffffffff\n", {}},
-        {kOneText, kOne},
-        {kOneText + "more " + kTwoText, kOne},
-        {kSum0 + " k1\n" + kSum1 + " k1_root\n#FLET32:28ACA539", kTwo},
-        {sealed(std::string(2031, '\n')), {}},
-        {sealed("word\n\n \t\n\ta \t b c d\na b\n"), {{"b", "a"}, {"b", "a"}}}};
-    for (const auto& [text, expected] : kGood) {
+TEST_F(RefChecksums, AFileIsReadIfItsChecksumIsRight) {
+    const struct {
+        const char* name;
+        std::string content;
+        RefChecksumList list;
+    } rows[] = {
+        {"no entry", "#FLET32:ffffffff\n", {}},
+        {"one entry", kOneFile, kOne},
+        {"more after the checksum", kOneFile + "more " + kTwoFile, kOne},
+        {"upper case, no last newline", kZeros + " k1\n" + kOnes + " k1_root\n#FLET32:28ACA539", kTwo},
+        {"full buffer", referenceFile(std::string(2031, '\n')), {}},
+        {"lines of other shapes",
+         referenceFile("word\n\n \t\n\ta \t b c d\na b\n"),
+         {{"b", "a"}, {"b", "a"}}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         RefChecksumList list = kOld;
-        arrange({{"f", text}});
+        arrange({{"f", row.content}});
         EXPECT_EQ(readRefFile(&list, path("f")), 0);
-        EXPECT_EQ(list, expected) << text;
+        EXPECT_EQ(list, row.list);
     }
-    const LogCapture log(LOG_LVL_WARNING);
+}
+
+TEST_F(RefChecksums, ADamagedFileIsRefusedAndNamed) {
+    const std::string warning = "Inconsistent file f, checksum should be 0x";
+    const struct {
+        const char* name;
+        std::string content, message;
+    } rows[] = {
+        {"changed entry", "1" + kOneFile.substr(1), warning + "23805578\n"},
+        {"changed checksum", kZeros + " k1\n#FLET32:11805479\n", warning + "11805478\n"},
+        {"no checksum line", "a b\n", ""},
+        {"no checksum in its line", "a b\n#FLET32:\n", ""},
+        {"no number as checksum", "a b\n#FLET32:xyz\n", ""},
+        {"empty file", "", ""},
+        {"longer than the buffer", referenceFile(std::string(2040, '\n')), ""},
+    };
     RefChecksumList list = kOld;
-    for (const std::string& text :
-         {"1" + kOneText.substr(1), kSum0 + " k1\n#FLET32:11805479\n", "a b\n"s, "a b\n#FLET32:\n"s,
-          "a b\n#FLET32:xyz\n"s, ""s, sealed(std::string(2040, '\n'))}) {
-        arrange({{"f", text}});
-        EXPECT_EQ(readRefFile(&list, path("f")), EILSEQ) << text;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const LogCapture log(LOG_LVL_WARNING);
+        arrange({{"f", row.content}});
+        EXPECT_EQ(readRefFile(&list, path("f")), EILSEQ);
+        EXPECT_EQ(messages(log), row.message);
     }
     EXPECT_EQ(readRefFile(&list, path("missing")), ENOENT);
     EXPECT_EQ(list, kOld);
-    const std::string warning = "Inconsistent file f, checksum should be 0x";
-    EXPECT_EQ(messages(log), warning + "23805578\n" + warning + "11805478\n");  // of the first two texts
 }
 
 TEST_F(RefChecksums, SettingAVolumeKeepsTheOrder) {
@@ -113,14 +127,14 @@ TEST_F(RefChecksums, SettingAVolumeKeepsTheOrder) {
 }
 
 TEST_F(RefChecksums, AnUpdateReplacesBothFilesAndARestorePutsThemBack) {
-    const std::string& text = kTwoText;
     for (const Files& before :
          {Files{}, Files{{"1", "a"}}, Files{{"2", "b"}}, Files{{"1", "a"}, {"2", "b"}}}) {
-        Files updated = {{"1", text}, {"2", text}}, restored = updated;
+        Files updated = {{"1", kTwoFile}, {"2", kTwoFile}}, restored = updated;
         for (const auto& [name, content] : before) {
             updated[name + ".bak"] = content;
             restored[name] = content;
         }
+        SCOPED_TRACE(testing::PrintToString(before));
         arrange(before);
         if (before.size() == 2) writeWholeFile(path("1.bak"), "leftover");
         EXPECT_EQ(update(kTwo), 0);
@@ -136,21 +150,29 @@ TEST_F(RefChecksums, AnUpdateReplacesBothFilesAndARestorePutsThemBack) {
     EXPECT_EQ(files(), (Files{{"1.bak", "a"}, {"1", kDirectory}, {"2", "b"}}));
 }
 
-TEST_F(RefChecksums, AnUpdateThatCannotBeWrittenLeavesEverythingAsItWas) {
-    const auto check = [this](const std::string& blocked, const RefChecksumList& list, int result,
-                              const std::string& opening) {
-        const std::string failed = blocked == "x" ? "1.new" : blocked;
-        const Files before = {{"1", "a"}, {"2", "b"}, {blocked, kDirectory}};
+TEST_F(RefChecksums, AnUpdateThatCannotBeWrittenChangesNothing) {
+    const std::string isDirectory = std::to_string(EISDIR) + "\n", noRoom = std::to_string(ENOBUFS) + "\n";
+    const struct {
+        const char* occupied;
+        RefChecksumList list;
+        int result;
+        std::string messages;
+    } rows[] = {
+        {"1.new", kOne, EISDIR,
+         "Failed to open file \"1.new\": " + isDirectory + "Failed to write 1.new: " + isDirectory},
+        {"2.new", kOne, EISDIR,
+         "Failed to open file \"2.new\": " + isDirectory + "Failed to write 2.new: " + isDirectory},
+        {"something else", {{std::string(3000, 'v'), ""}}, ENOBUFS, "Failed to write 1.new: " + noRoom},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.occupied);
+        const Files before = {{"1", "a"}, {"2", "b"}, {row.occupied, kDirectory}};
         const LogCapture log;
         arrange(before);
-        EXPECT_EQ(update(list), result);
+        EXPECT_EQ(update(row.list), row.result);
         EXPECT_EQ(files(), before);
-        EXPECT_EQ(messages(log),
-                  opening + "Failed to write " + failed + ": " + std::to_string(result) + "\n");
-    };
-    check("1.new", kOne, EISDIR, "Failed to open file \"1.new\": " + std::to_string(EISDIR) + "\n");
-    check("2.new", kOne, EISDIR, "Failed to open file \"2.new\": " + std::to_string(EISDIR) + "\n");
-    check("x", {{std::string(3000, 'v'), ""}}, ENOBUFS, "");
+        EXPECT_EQ(messages(log), row.messages);
+    }
 }
 
 TEST_F(RefChecksums, AFailedRenameIsUndoneWithAllBeforeIt) {
@@ -158,10 +180,11 @@ TEST_F(RefChecksums, AFailedRenameIsUndoneWithAllBeforeIt) {
     for (const Files& before :
          {Files{}, Files{{"1", "a"}}, Files{{"2", "b"}, {"1.bak", "x"}}, Files{{"1", "a"}, {"2", "b"}}}) {
         for (int failing = 1; failing <= 4; ++failing) {
+            SCOPED_TRACE(testing::PrintToString(before) + kMessages[failing - 1]);
             const LogCapture log;
             Files after = before;
             // Nothing can be moved back over a first file that is new and in its place.
-            if (failing == 4) after.insert({"1", kOneText});
+            if (failing == 4) after.insert({"1", kOneFile});
             arrange(before);
             interposed.refusedRename = failing;
             EXPECT_EQ(update(kOne), EIO);

@@ -9,63 +9,93 @@ const char kKeyOf1024Bits[] =
     "6gTS5ZSkN/cvpQio5Mqv3IkW0sgaYSl55SkAY9BiZTU+09apJOGx+e2FzQ9y7p1s\nM8mzvaychuSbgrh3ZOx/94+Afs12"
     "ENECL6WejyEcPqYO6D1cAAdDAhZN8+D8XeMD\nw74FutvxHxTrMVtu3QIDAQAB\n-----END PUBLIC KEY-----\n";
 
-std::string signatureOf(const std::string& text) {
-    return signedText(text).substr(text.size() + 2);
+std::string signatureOf(const std::string& spec) {
+    return signedText(spec).substr(spec.size() + 2);
 }
 
-int verify(const std::string& key, const std::string& text, const std::string& signature) {
+int verify(const std::string& key, const std::string& spec, const std::string& signature) {
     const ScratchDir dir;
-    writeWholeFile(dir.path + "/key", key);
-    const std::string file = text + "--" + signature + "=";  // nothing behind either piece may count
-    const char* signatureText = file.data() + text.size() + 2;
-    return verifySpecSignature((dir.path + "/key").c_str(), file.data(), text.size(), signatureText,
+    const std::string keyFile = dir.path + "/key";
+    writeWholeFile(keyFile, key);
+    const std::string file = spec + "--" + signature + "=";  // nothing after either piece may count
+    return verifySpecSignature(keyFile.c_str(), file.data(), spec.size(), file.data() + spec.size() + 2,
                                signature.size());
 }
 
 }  // namespace
 
-TEST(SpecSignature, StandsBehindTheLastTwoHyphensIfTheyAreTwo) {
-    const auto markerOf = [](const std::string& file) {
-        const std::string memory = "-" + file + "-";  // nothing around it may count
-        const char* marker = findSignatureMarker(memory.data() + 1, file.size());
-        return marker == nullptr ? "none" : std::to_string(marker - memory.data() - 1);
+TEST(SpecSignature, FollowsTheLastTwoHyphensIfNoMoreFollow) {
+    constexpr ptrdiff_t kNone = -1;
+    const struct {
+        std::string file;
+        ptrdiff_t marker;
+    } rows[] = {
+        {"text--c2ln", 4},  {"text\n--c2ln", 5},  {"a-b--c--d--c2ln", 9},
+        {"text---c2ln", 5}, {"text--", 4},        {"--c2ln", 0},
+        {"--", 0},          {"text -- end\n", 5}, {"a\0--s"s, 2},
+        {"", kNone},        {"-", kNone},         {"-text", kNone},
+        {"text", kNone},    {"text-", kNone},     {"a--b 'http://x-y'", kNone},
+        {"a--b-", kNone},   {"--x-y", kNone},
     };
-    expectRows(
-        "text--c2ln => 4 | text\n--c2ln => 5 | a-b--c--d--c2ln => 9 | text---c2ln => 5 | text-- => 4 | "
-        "--c2ln => 0 | -- => 0 | text -- end\n => 5 | a\0--s => 2 |  => none | - => none | -text => none | "
-        "text => none | text- => none | a--b 'http://x-y' => none | a--b- => none | --x-y => none"s,
-        markerOf);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.file);
+        const std::string memory = "-" + row.file + "-";  // nothing around it may count
+        const char* const file = memory.data() + 1;
+        const char* marker = findSignatureMarker(file, row.file.size());
+        EXPECT_EQ(marker == nullptr ? kNone : marker - file, row.marker);
+    }
 }
 
-TEST(SpecSignature, IsGoodForItsTextAndItsKeyOnly) {
-    const LogCapture log;
-    const std::string key = publicKeyText(), text = "{ -- a spec\n}\n", signature = signatureOf(text);
-    EXPECT_EQ(verify(key, text, signature), 0);
-    EXPECT_EQ(verify("a key:\n" + key, text, signature), 0);
-    EXPECT_EQ(verify(key, "", signatureOf("")), 0);
-    EXPECT_EQ(verify(key, "{ -- a spec\n]\n", signature), EBADMSG);
-    EXPECT_EQ(verify(key, "{ -- a spec\n}", signature), EBADMSG);
-    EXPECT_EQ(verify(key, text, signatureOf("{}")), EBADMSG);
-    EXPECT_EQ(verify(kKeyOf1024Bits, text, signature), EBADMSG);
-    std::string other = key;
-    other[100] = other[100] == 'A' ? 'B' : 'A';  // within the modulus
-    EXPECT_EQ(verify(other, text, signature), EBADMSG);
-    EXPECT_EQ(verify(std::regex_replace(key, std::regex("PUBLIC"), "RSA PUBLIC"), text, signature), ENOMEM);
-    EXPECT_EQ(verify("no PEM", text, signature), ENOMEM);
-    EXPECT_EQ(verify("", text, signature), ENOMEM);
-    EXPECT_EQ(log.messages(), "");
+TEST(SpecSignature, IsGoodForItsSpecAndItsKeyOnly) {
+    const std::string key = publicKeyText(), spec = "{ -- a spec\n}\n", signature = signatureOf(spec);
+    std::string otherKey = key;
+    otherKey[100] = otherKey[100] == 'A' ? 'B' : 'A';  // within the modulus
+    const std::string wrongLabel = std::regex_replace(key, std::regex("PUBLIC"), "RSA PUBLIC");
+    const struct {
+        const char* name;
+        std::string key, spec, signature;
+        int result;
+    } rows[] = {
+        {"signed", key, spec, signature, 0},
+        {"text before the key", "a key:\n" + key, spec, signature, 0},
+        {"empty spec", key, "", signatureOf(""), 0},
+        {"changed spec", key, "{ -- a spec\n]\n", signature, EBADMSG},
+        {"shortened spec", key, "{ -- a spec\n}", signature, EBADMSG},
+        {"another spec's signature", key, spec, signatureOf("{}"), EBADMSG},
+        {"key of 1024 bits", kKeyOf1024Bits, spec, signature, EBADMSG},
+        {"another key", otherKey, spec, signature, EBADMSG},
+        {"wrong PEM label", wrongLabel, spec, signature, ENOMEM},
+        {"no PEM", "no PEM", spec, signature, ENOMEM},
+        {"empty key file", "", spec, signature, ENOMEM},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const LogCapture log;
+        EXPECT_EQ(verify(row.key, row.spec, row.signature), row.result);
+        EXPECT_EQ(log.messages(), "");
+    }
 }
 
 TEST(SpecSignature, DecodesTo256Bytes) {
-    const auto verifyBytes = [](const std::string& base64) {
-        return verify(publicKeyText(), "text", base64);
+    const std::string bytes255(340, 'A');
+    const struct {
+        const char* name;
+        std::string base64;
+        int result;
+    } rows[] = {
+        {"256 bytes", bytes255 + "AA==", EBADMSG},
+        {"255 bytes", bytes255, EILSEQ},
+        {"257 bytes", bytes255 + "AAA=", EILSEQ},
+        {"272 bytes", std::string(360, 'A') + "AAA=", EILSEQ},
+        {"300 bytes", std::string(400, 'A'), EILSEQ},
+        {"no base64", std::string(344, '!'), EILSEQ},
+        {"empty", "", EILSEQ},
+        {"without a part of its padding", bytes255 + "AA=", EILSEQ},
     };
-    EXPECT_EQ(verifyBytes(std::string(340, 'A') + "AA=="), EBADMSG);
-    for (const std::string& base64 :
-         {std::string(340, 'A'), std::string(340, 'A') + "AAA=",  // 255 and 257 bytes
-          std::string(360, 'A') + "AAA=", std::string(400, 'A'),  // 272 and 300 bytes
-          std::string(344, '!'), std::string(), std::string(340, 'A') + "AA="})
-        EXPECT_EQ(verifyBytes(base64), EILSEQ) << base64;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(verify(publicKeyText(), "text", row.base64), row.result);
+    }
 }
 
 TEST(SpecSignature, AMissingKeyFileIsNamed) {
