@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint32_t kNone = 77;  // an out value that stays as it was
+constexpr uint32_t kNone = 77;  // an out value that is not written
 constexpr uint32_t kSize = 380928;
 constexpr char kImage[] = "/tmp/rovu/image";
 constexpr char kOverlay[] = "/dev/ubi0_2";
@@ -19,6 +19,11 @@ const std::string kState = rovusim::kStateInside;
 void boot(const std::string& bootswitcher, const std::string& commandLine) {
     rovusim::setBootVariable(kState, "bootswitcher", bootswitcher);
     writeWholeFile(kState + "/run/cmdline", commandLine);
+}
+
+Strings followedBy(Strings tools, const Strings& more) {
+    tools.insert(tools.end(), more.begin(), more.end());
+    return tools;
 }
 
 }  // namespace
@@ -30,15 +35,20 @@ struct ActiveSet : InDevice {
 };
 
 TEST_F(ActiveSet, LowestByteOfBootswitcherDecides) {
-    const Table<const char*, int, uint32_t> rows = {
+    const struct {
+        const char* bootswitcher;
+        int result;
+        uint32_t set;
+    } rows[] = {
         {"0A0A00", 0, 0}, {"0A0A01", 0, 1},     {"0a0aff", 0, 1},    {"100", 0, 0},
-        {"2", 0, 1},      {"FFFFFFFF00", 0, 0}, {"", ENOKEY, kNone}, {"xyz", ENOKEY, kNone}};
-    for (const auto& [value, result, expected] : rows) {
-        SCOPED_TRACE(value);
-        boot(value, "nothing of use");
+        {"2", 0, 1},      {"FFFFFFFF00", 0, 0}, {"", ENOKEY, kNone}, {"xyz", ENOKEY, kNone},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bootswitcher);
+        boot(row.bootswitcher, "nothing of use");
         uint32_t set = kNone;
-        EXPECT_EQ(getActiveSet(&set, false), result);
-        EXPECT_EQ(set, expected);
+        EXPECT_EQ(getActiveSet(&set, false), row.result);
+        EXPECT_EQ(set, row.set);
     }
 }
 
@@ -46,7 +56,12 @@ TEST_F(ActiveSet, KernelCommandLineMustNameTheSameSet) {
     const std::string unknown = "Can't detect active set from kernel command line\n";
     const std::string inconsistent = "Inconsistent state between bootswitcher and running kernel.\n";
     const std::string filler(497, '.');
-    const Table<std::string, const char*, uint32_t, std::string> rows = {
+    const struct {
+        std::string commandLine;
+        const char* bootswitcher;
+        uint32_t set;
+        std::string message;
+    } rows[] = {
         {"k0_root k0_data", "0A0A00", 0, ""},
         {"data=k1_data root=k1_root\n", "0A0A01", 1, ""},
         {"k1_data k1_root k0_data k0_root", "0A0A00", 0, ""},
@@ -54,28 +69,35 @@ TEST_F(ActiveSet, KernelCommandLineMustNameTheSameSet) {
         {"k0_root k1_data", "0A0A00", kNone, unknown},
         {"", "0A0A00", kNone, unknown},
         {filler + "k0_root.k0_data", "0A0A00", 0, ""},
-        {filler + ".k0_root.k0_data", "0A0A00", kNone, unknown},
+        {filler + ".k0_root.k0_data", "0A0A00", kNone, unknown},  // a byte more than is read
         {"k1_root k1_data", "0A0A00", kNone, inconsistent},
-        {"k0_root k0_data", "0A0A01", kNone, inconsistent}};
-    for (const auto& [commandLine, bootswitcher, expected, said] : rows) {
-        SCOPED_TRACE(commandLine);
-        boot(bootswitcher, commandLine);
+        {"k0_root k0_data", "0A0A01", kNone, inconsistent},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.commandLine + " with " + row.bootswitcher);
+        boot(row.bootswitcher, row.commandLine);
         uint32_t set = kNone;
-        EXPECT_EQ(getActiveSet(&set, true), expected == kNone ? ENOKEY : 0);
-        EXPECT_EQ(set, expected);
-        EXPECT_EQ(messages(), said);
+        EXPECT_EQ(getActiveSet(&set, true), row.set == kNone ? ENOKEY : 0);
+        EXPECT_EQ(set, row.set);
+        EXPECT_EQ(messages(), row.message);
     }
 }
 
 TEST_F(ActiveSet, ToolThatFailsMakesItUncertain) {
-    uint32_t set = kNone;
-    for (const auto& [rule, shown] : Table<const char*, std::string>{{"fw_printenv=exit:3", "(0, 3)"},
-                                                                     {"fw_printenv=half:1", "(20, 1)"}}) {
-        failCalls(rule);
+    const struct {
+        const char *failure, *message;
+    } rows[] = {
+        {"fw_printenv=exit:3", "Failed to read bootswitcher state (0, 3).\n"},
+        {"fw_printenv=half:1", "Failed to read bootswitcher state (20, 1).\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.failure);
+        uint32_t set = kNone;
+        failCalls(row.failure);
         EXPECT_EQ(getActiveSet(&set, true), ENOKEY);
-        EXPECT_EQ(messages(), "Failed to read bootswitcher state " + shown + ".\n");
+        EXPECT_EQ(set, kNone);
+        EXPECT_EQ(messages(), row.message);
     }
-    EXPECT_EQ(set, kNone);
 }
 
 struct Volumes : InDevice {
@@ -92,7 +114,12 @@ TEST_F(Volumes, LookUpTakesIdAndSizeFromTheirLines) {
     const std::string id = "Volume ID:   3 (on ubi0)\n",
                       size = "Size:        10 LEBs (1269760 bytes, 1.2 MiB)\n";
     const std::string filler(255 - id.size() - 1 - 22, 'x'), last = "Size: 10 LEBs (7 bytes";
-    const Table<std::string, int, uint32_t, uint32_t, int> rows = {
+    const struct {
+        std::string output;
+        int result;
+        uint32_t id, size;
+        int resultWithoutSize;  // if the size is not asked for
+    } rows[] = {
         {id + "Type: static\n" + size, 0, 3, 1269760, 0},
         {"Size:1 LEBs(\t5 bytes)\n\n\nVolume ID:9", 0, 9, 5, 0},
         {id + "Volume ID: 4\n" + size + "Size: 1 LEBs (5 bytes)\n", 0, 3, 1269760, 0},
@@ -101,15 +128,16 @@ TEST_F(Volumes, LookUpTakesIdAndSizeFromTheirLines) {
         {"", EILSEQ, kNone, kNone, EILSEQ},
         {"\n\n", EILSEQ, kNone, kNone, EILSEQ},
         {id + filler + "\n" + last, 0, 3, 7, 0},
-        {id + filler + "123456789\n" + last, EILSEQ, kNone, kNone, 0}};
-    for (const auto& [output, result, expectedId, expectedSize, resultWithoutSize] : rows) {
-        SCOPED_TRACE(output);
-        replaceTool("ubinfo", "printf '" + output + "'\n");
+        {id + filler + "123456789\n" + last, EILSEQ, kNone, kNone, 0},  // more than is read
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.output);
+        replaceTool("ubinfo", "printf '" + row.output + "'\n");
         uint32_t foundId = kNone, foundSize = kNone;
-        EXPECT_EQ(getUbiVolumeInfo(&foundId, "k1", &foundSize), result);
-        EXPECT_EQ(foundId, expectedId);
-        EXPECT_EQ(foundSize, expectedSize);
-        EXPECT_EQ(getUbiVolumeInfo(&foundId, "k1", nullptr), resultWithoutSize);
+        EXPECT_EQ(getUbiVolumeInfo(&foundId, "k1", &foundSize), row.result);
+        EXPECT_EQ(foundId, row.id);
+        EXPECT_EQ(foundSize, row.size);
+        EXPECT_EQ(getUbiVolumeInfo(&foundId, "k1", nullptr), row.resultWithoutSize);
     }
     replaceTool("ubinfo", "echo 'Volume ID: 3'; exit 19\n");
     uint32_t unused = 0;
@@ -117,49 +145,63 @@ TEST_F(Volumes, LookUpTakesIdAndSizeFromTheirLines) {
     EXPECT_EQ(messages(), "");
 }
 
-TEST_F(Volumes, EachStepThatFailsGivesItsCodeAndLeavesNoCopyBehind) {
-    const std::string removal = "Failed to remove UBI volume \"k1\"\n", made = "ubinfo ubirmvol ubimkvol";
-    const std::string creation = "Failed to create UBI volume \"k1\"\n",
-                      flash = "Failed to flash UBI volume \"k1\"\n";
-    const std::string copy = "Failed to write UBI volume \"k1\" to temp file.\n", found = made + " ubinfo";
-    const std::string sum = "Volume verification for \"k1\" failed ",
-                      half = image.substr(0, image.size() / 2);
-    const std::string overlay = volume("k0_data"), none = "(none)";
-    const Table<std::string, const char*, int, std::string, std::string, std::string> rows = {
-        {"ubirmvol=exit:3", kImage, 3, removal, "ubinfo ubirmvol", image},
-        {"ubirmvol=signal:KILL", kImage, killed(), removal, "ubinfo ubirmvol", image},
-        {"ubimkvol=exit:4", kImage, 4, creation, made, none},
-        {"ubimkvol=missing", kImage, 127, creation, made, none},
-        {"ubinfo:1=exit:5", kImage, 255, creation, "ubinfo ubimkvol", image},
+TEST_F(Volumes, EachFailedStepGivesItsCodeAndLeavesNoCopy) {
+    const std::string notRemoved = "Failed to remove UBI volume \"k1\"\n",
+                      notCreated = "Failed to create UBI volume \"k1\"\n",
+                      notFlashed = "Failed to flash UBI volume \"k1\"\n",
+                      notCopied = "Failed to write UBI volume \"k1\" to temp file.\n",
+                      notVerified = "Volume verification for \"k1\" failed ";
+    const Strings removed = {"ubinfo", "ubirmvol"}, created = {"ubinfo", "ubirmvol", "ubimkvol"},
+                  found = followedBy(created, {"ubinfo"});
+    const std::string half = image.substr(0, image.size() / 2), overlay = volume("k0_data"),
+                      kNoVolume = "(none)";
+    const struct {
+        const char *failure, *source;
+        int result;
+        std::string message;
+        Strings tools;
+        std::string content;  // of the volume afterwards
+    } rows[] = {
+        {"ubirmvol=exit:3", kImage, 3, notRemoved, removed, image},
+        {"ubirmvol=signal:KILL", kImage, killed(), notRemoved, removed, image},
+        {"ubimkvol=exit:4", kImage, 4, notCreated, created, kNoVolume},
+        {"ubimkvol=missing", kImage, 127, notCreated, created, kNoVolume},
+        {"ubinfo:1=exit:5", kImage, 255, notCreated, {"ubinfo", "ubimkvol"}, image},
         {"ubinfo:2=exit:5", kImage, 5, "", found, ""},
         {"", "/tmp/none", ENOENT, "", found, ""},
-        {"cat=exit:6", kOverlay, 6, copy, found + " cat", ""},
-        {"cat=half:6", kOverlay, 6, copy, found + " cat", ""},
-        {"ubiupdatevol=exit:7", kOverlay, 7, flash, found + " cat ubiupdatevol", ""},
-        {"ubiupdatevol=half:8", kImage, 8, flash, found + " ubiupdatevol", half},
-        {"md5sum=exit:9", kImage, EBADF, sum + "(0, 9).\n", found + " ubiupdatevol md5sum", image},
-        {"md5sum=half:9", kImage, EBADF, sum + "(32, 9).\n", found + " ubiupdatevol md5sum", image},
-        {"", kOverlay, EBADF, sum + "(32, 0).\n", found + " cat ubiupdatevol md5sum", overlay}};
-    for (const auto& [rule, source, result, said, called, left] : rows) {
-        SCOPED_TRACE(rule + " with " + source);
+        {"cat=exit:6", kOverlay, 6, notCopied, followedBy(found, {"cat"}), ""},
+        {"cat=half:6", kOverlay, 6, notCopied, followedBy(found, {"cat"}), ""},
+        {"ubiupdatevol=exit:7", kOverlay, 7, notFlashed, followedBy(found, {"cat", "ubiupdatevol"}), ""},
+        {"ubiupdatevol=half:8", kImage, 8, notFlashed, followedBy(found, {"ubiupdatevol"}), half},
+        {"md5sum=exit:9", kImage, EBADF, notVerified + "(0, 9).\n",
+         followedBy(found, {"ubiupdatevol", "md5sum"}), image},
+        {"md5sum=half:9", kImage, EBADF, notVerified + "(32, 9).\n",
+         followedBy(found, {"ubiupdatevol", "md5sum"}), image},
+        {"", kOverlay, EBADF, notVerified + "(32, 0).\n",
+         followedBy(found, {"cat", "ubiupdatevol", "md5sum"}), overlay},  // not the image's digest
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string("failure '") + row.failure + "' with " + row.source);
         failCalls("");
         makeVolume("k1", "static");
         EXPECT_EQ(make("k1", kImage, md5), 0);
-        failCalls(rule);
-        EXPECT_EQ(make("k1", source, md5), result);
-        EXPECT_EQ(messages(), said);
-        EXPECT_EQ(tools(), called);
-        EXPECT_TRUE(volume("k1") == left);
+        failCalls(row.failure);
+        EXPECT_EQ(make("k1", row.source, md5), row.result);
+        EXPECT_EQ(messages(), row.message);
+        EXPECT_EQ(tools(), row.tools);
+        EXPECT_TRUE(volume("k1") == row.content);
         EXPECT_FALSE(exists("/tmp/rovu/_img.tmp"));
     }
 }
 
 TEST_F(Volumes, DigestMustHave32CharactersAndIsComparedCaseAndAll) {
     for (const std::string& digest : {std::string(), md5.substr(1), md5 + "0"}) {
+        SCOPED_TRACE(digest);
         EXPECT_EQ(make("k1", kImage, digest), EINVAL);
         EXPECT_EQ(make("k1", kImage, digest, true), EINVAL);
     }
-    EXPECT_EQ(tools() + messages(), "");
+    EXPECT_EQ(tools(), Strings());
+    EXPECT_EQ(messages(), "");
     std::string upper = md5;
     for (char& c : upper)
         c = static_cast<char>(toupper(c));
@@ -171,12 +213,13 @@ TEST_F(Volumes, SourceAndDigestMayBeLeftOut) {
     EXPECT_EQ(volume("k1"), std::string(kSize, '\xFF'));
     EXPECT_EQ(makeUbiVolume("k1", kSize, false, kImage, nullptr, kWorkDir, false), 0);
     EXPECT_EQ(volume("k1"), image);
-    EXPECT_EQ(tools(), "ubinfo ubirmvol ubimkvol ubinfo ubirmvol ubimkvol ubinfo ubiupdatevol");
+    EXPECT_EQ(tools(), (Strings{"ubinfo", "ubirmvol", "ubimkvol", "ubinfo", "ubirmvol", "ubimkvol", "ubinfo",
+                                "ubiupdatevol"}));
 }
 
 TEST_F(Volumes, CommandThatDoesNotFitIsNotRun) {
     EXPECT_EQ(make(std::string(240, 'k'), kImage, md5), -EOVERFLOW);
-    EXPECT_EQ(tools(), "");
+    EXPECT_EQ(tools(), Strings());
 }
 
 TEST_F(Volumes, DryRunLooksUpAndAnnouncesAndNoMore) {
@@ -187,13 +230,13 @@ TEST_F(Volumes, DryRunLooksUpAndAnnouncesAndNoMore) {
     EXPECT_EQ(messages(),
               "Removing existing volume \"k1\" at index 3...\nCreating volume \"k1\" of size 380928...\n"
               "Flashing image \"/tmp/none\" to UBI volume 3...\nCreating volume \"k9\" of size 380928...\n");
-    EXPECT_EQ(tools(), "ubinfo ubinfo");
+    EXPECT_EQ(tools(), (Strings{"ubinfo", "ubinfo"}));
     EXPECT_TRUE(volume("k1") == before);
 }
 
 TEST_F(Volumes, OverlayIsClonedWithItsSizeAndItsBytes) {
     EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, true), 0);
-    EXPECT_EQ(tools(), "ubinfo md5sum ubinfo");
+    EXPECT_EQ(tools(), (Strings{"ubinfo", "md5sum", "ubinfo"}));
     // The copy is gone before the volume is read back.
     replaceTool("md5sum", "[ ! -e /tmp/rovu/_img.tmp ] && exec /usr/local/bin/md5sum $1\n");
     EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, false), 0);
@@ -205,15 +248,22 @@ TEST_F(Volumes, OverlayIsClonedWithItsSizeAndItsBytes) {
 
 TEST_F(Volumes, OverlayThatCannotBeReadIsNotCloned) {
     const std::string before = volume("k1_data"), failed = "Failed to calculate overlay MD5 sum ";
-    const Table<const char*, int, std::string, std::string> rows = {
-        {"ubinfo:1=exit:7", 7, "", "ubinfo"},
-        {"md5sum:1=exit:9", EINVAL, failed + "(0, 9).\n", "ubinfo md5sum"},
-        {"md5sum:1=missing", EINVAL, failed + "(0, 127).\n", "ubinfo md5sum"}};
-    for (const auto& [rule, result, said, called] : rows) {
-        failCalls(rule);
-        EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, false), result) << rule;
-        EXPECT_EQ(messages(), said);
-        EXPECT_EQ(tools(), called);
+    const struct {
+        const char* failure;
+        int result;
+        std::string message;
+        Strings tools;
+    } rows[] = {
+        {"ubinfo:1=exit:7", 7, "", {"ubinfo"}},
+        {"md5sum:1=exit:9", EINVAL, failed + "(0, 9).\n", {"ubinfo", "md5sum"}},
+        {"md5sum:1=missing", EINVAL, failed + "(0, 127).\n", {"ubinfo", "md5sum"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.failure);
+        failCalls(row.failure);
+        EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, false), row.result);
+        EXPECT_EQ(messages(), row.message);
+        EXPECT_EQ(tools(), row.tools);
     }
     EXPECT_EQ(cloneOverlay(UINT32_MAX, 1, kWorkDir, false), EOVERFLOW);
     EXPECT_EQ(cloneOverlay(0, UINT32_MAX, kWorkDir, false), EOVERFLOW);

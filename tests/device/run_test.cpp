@@ -19,40 +19,67 @@ struct ProgressFile : InDevice {
     Downloader downloader{false, false};
 };
 
-TEST_F(ProgressFile, NamesEachStateByItsText) {
-    int state = eStateInvalid;
-    for (const char* text :
-         {"invalid", "initializing", "downloading spec", "parsing spec", "checking dependencies",
-          "downloading scripts", "running preparation scripts", "downloading images", "running scripts",
-          "flashing images", "flashing overlay", "switching volume", "complete", "error"}) {
-        setState(static_cast<UpdateState>(state++), nullptr);
-        expectReport(text, "0", "0");
+TEST_F(ProgressFile, NamesEachState) {
+    const struct {
+        UpdateState state;
+        const char* name;
+    } rows[] = {
+        {eStateInvalid, "invalid"},
+        {eStateInitializing, "initializing"},
+        {eStateDownloadingSpec, "downloading spec"},
+        {eStateParsingSpec, "parsing spec"},
+        {eStateCheckingDependencies, "checking dependencies"},
+        {eStateDownloadingScripts, "downloading scripts"},
+        {eStateRunningPreparationScripts, "running preparation scripts"},
+        {eStateDownloadingImages, "downloading images"},
+        {eStateRunningScripts, "running scripts"},
+        {eStateFlashingImages, "flashing images"},
+        {eStateFlashingOverlay, "flashing overlay"},
+        {eStateSwitchingVolume, "switching volume"},
+        {eStateComplete, "complete"},
+        {eStateError, "error"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        setState(row.state, nullptr);
+        expectReport(row.name, "0", "0");
         EXPECT_EQ(progress.attempts, -1);
     }
     EXPECT_FALSE(exists("/tmp/rovu/progress.tmp"));
 }
 
-TEST_F(ProgressFile, TransferIsReportedOnceASecondIfSomethingChanged) {
+TEST_F(ProgressFile, TransferIsReportedOnceASecondIfItAdvanced) {
     downloader.progress = [](int, int) { ADD_FAILURE() << "the callable from before"; };
     setState(eStateDownloadingImages, &downloader);
     expectReport("downloading images", "0", "0");
-    // Seconds since the last report, what is reported, and what stands in the file then.
-    const Table<int, int, int, const char*, const char*> rows = {
-        {0, 0, 10, "0", "0"},  {1, 0, 10, "0", "10"}, {0, 0, 20, "0", "10"},    {1, 0, 20, "0", "20"},
-        {1, 1, 20, "1", "20"}, {0, 2, 30, "1", "20"}, {-1000, 2, 30, "2", "30"}};
-    for (const auto& [seconds, attempts, percent, shownAttempts, shownPercent] : rows) {
-        progress.lastWrite = time(nullptr) - seconds;
-        downloader.progress(attempts, percent);
-        expectReport("downloading images", shownAttempts, shownPercent);
+    const struct {
+        const char* name;
+        int secondsSince;  // the last report
+        int attempts, percent;
+        const char *attemptsInFile, *percentInFile;
+    } rows[] = {
+        {"too soon", 0, 0, 10, "0", "0"},
+        {"after a second", 1, 0, 10, "0", "10"},
+        {"too soon again", 0, 0, 20, "0", "10"},
+        {"other percent", 1, 0, 20, "0", "20"},
+        {"other attempt", 1, 1, 20, "1", "20"},
+        {"both, but too soon", 0, 2, 30, "1", "20"},
+        {"after the clock was set back", -1000, 2, 30, "2", "30"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        progress.lastWrite = time(nullptr) - row.secondsSince;
+        downloader.progress(row.attempts, row.percent);
+        expectReport("downloading images", row.attemptsInFile, row.percentInFile);
     }
     progress.lastWrite = 1;
-    downloader.progress(2, 30);  // repeats what stands, and does not count
+    downloader.progress(2, 30);  // the same again is not written
     EXPECT_EQ(progress.lastWrite, 1);
     downloader.progress(2, 31);
     EXPECT_NE(progress.lastWrite, 1);
 }
 
-TEST_F(ProgressFile, StaysAsItWasWithoutAWorkDirectory) {
+TEST_F(ProgressFile, StaysUnchangedWithoutAWorkDirectory) {
     setState(eStateParsingSpec, nullptr);
     rmdir(kWorkDir);
     setState(eStateComplete, nullptr);
@@ -65,12 +92,14 @@ TEST_F(InDevice, KeyFileGivesKeyAndIvAtAnOffset) {
     FileKey key = {};
     unlink(kPath);
     for (int32_t offset : {-1, -1000}) {
+        SCOPED_TRACE(offset);
         key.present = true;
         EXPECT_EQ(loadFileKey(offset, &key), 0);
         EXPECT_FALSE(key.present);
     }
     EXPECT_EQ(loadFileKey(0, &key), ENOENT);
     for (const std::string& before : {std::string(), std::string("12345")}) {
+        SCOPED_TRACE(before);
         writeWholeFile(kPath, before + sampleFileKey());
         const int32_t offset = static_cast<int32_t>(before.size());
         EXPECT_EQ(loadFileKey(offset, &key), 0);
@@ -92,22 +121,28 @@ struct Scripts : InDevice {
     }
 };
 
-TEST_F(Scripts, ResultIsThatOfTheCommandAndTheScriptIsGoneAfterwards) {
+TEST_F(Scripts, EndWithTheResultOfTheCommandAndAreRemoved) {
     const std::string notExtracted = "Failed to extract \"a/script\"\n";
     const std::string notRun = "Failed to run script \"/tmp/rovu/a/script\"\n";
-    const Table<const char*, const char*, int, std::string> rows = {
+    const struct {
+        const char *script, *failure;
+        int result;
+        std::string message;
+    } rows[] = {
         {"true", "", 0, ""},
         {"rm $0", "", 0, ""},
         {"exit 7", "", 7, notRun},
         {"kill -9 $$", "", killed(), notRun},
         {"true", "tar=exit:2", 2, notExtracted},
         {"true", "tar=signal:KILL", killed(), notExtracted},
-        {"true", "sh=exit:9", 9, notRun}};
-    for (const auto& [script, rule, result, said] : rows) {
-        makeTar(script);
-        failCalls(rule);
-        EXPECT_EQ(runScript(kWorkDir, "tar", "a/script"), result) << script << rule;
-        EXPECT_EQ(messages(), said);
+        {"true", "sh=exit:9", 9, notRun},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string("script '") + row.script + "', failure '" + row.failure + "'");
+        makeTar(row.script);
+        failCalls(row.failure);
+        EXPECT_EQ(runScript(kWorkDir, "tar", "a/script"), row.result);
+        EXPECT_EQ(messages(), row.message);
         EXPECT_FALSE(exists("/tmp/rovu/a/script"));
     }
 }
@@ -119,15 +154,15 @@ TEST_F(Scripts, RunWhereTheProgramRunsWithItsEnvironment) {
     EXPECT_EQ(runScript(kWorkDir, "tar", "a/script"), 0);
     EXPECT_EQ(readWholeFile("/tmp/rovu/seen"),
               std::string(getcwd(directory, sizeof directory)) + " here /tmp/rovu/a/script\n");
-    EXPECT_EQ(tools(), "tar sh");
+    EXPECT_EQ(tools(), (Strings{"tar", "sh"}));
 }
 
-TEST_F(Scripts, MemberThatIsMissingOrUnnameableIsNotExtracted) {
+TEST_F(Scripts, AreNotExtractedIfMissingOrTooLongANameOrDry) {
     makeTar("true");
     EXPECT_GT(extractFromTar(kWorkDir, "tar", "other"), 0);
     EXPECT_EQ(extractFromTar(kWorkDir, "tar", std::string(256, 'x')), -EOVERFLOW);
     dryRun = true;
     EXPECT_EQ(runScript(kWorkDir, "no tar", "script"), 0);
     dryRun = false;
-    EXPECT_EQ(tools(), "tar");
+    EXPECT_EQ(tools(), (Strings{"tar"}));
 }
