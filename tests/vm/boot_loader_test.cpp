@@ -1,4 +1,4 @@
-// What plays the boot loader, on images that a power cut or wear-levelling may leave.
+// The code that plays the boot loader, on images that a power cut or wear-levelling may leave.
 
 #include "environment.h"
 #include "image_bytes.h"
@@ -33,8 +33,23 @@ struct Block {
     std::string data;
     uint32_t usedLebs = 1;
     bool isCopy = false;
-    bool isDamaged = false;  // the data is not what its sum says
+    bool isDamaged = false;  // the data does not have its checksum
 };
+
+// A block of volume k0, which has the id 0.
+Block block(uint32_t leb, uint32_t sequence, const std::string& data, uint32_t usedLebs = 1) {
+    return {0, leb, sequence, data, usedLebs};
+}
+
+Block damaged(Block block) {
+    block.isDamaged = true;
+    return block;
+}
+
+Block copied(Block block) {
+    block.isCopy = true;
+    return block;
+}
 
 std::string blockImage(const Block& block) {
     std::string bytes =
@@ -64,11 +79,11 @@ std::string table(char updating = 0) {
     return bytes;
 }
 
-// The flash with these blocks and a table; what reading k0 from it gives, and its data.
+// Reads k0 from a flash with these blocks and a table. `updating`: an update of k0 was begun and not ended.
 int readFlash(std::vector<Block> blocks, std::string* data, char updating = 0) {
     const ScratchDir scratch;
     blocks.push_back({kTableVolume, 0, 1, table(updating)});
-    std::string flash(kBlock, '\xFF');  // one that nobody has written
+    std::string flash(kBlock, '\xFF');  // a block that was never written
     for (const Block& block : blocks)
         flash += blockImage(block);
     writeWholeFile(scratch.path + "/flash", flash);
@@ -95,8 +110,8 @@ std::string environmentImage(const Copy& first, const Copy& second) {
     for (const Copy& copy : {first, second}) {
         std::string variables = copy.variables;
         variables.resize(0x2000 - 5, '\0');
-        const uint32_t sum = ~crc32(variables.data(), variables.size()) ^ (copy.isSound ? 0 : 1);
-        image += be32(sum) + static_cast<char>(copy.flag) + variables;
+        const uint32_t checksum = ~crc32(variables.data(), variables.size()) ^ (copy.isSound ? 0 : 1);
+        image += be32(checksum) + static_cast<char>(copy.flag) + variables;
         image.resize((image.size() / 0x10000 + 1) * 0x10000, '\xFF');
     }
     return image;
@@ -107,43 +122,58 @@ const char kSet1[] = "bootswitcher=0A0A01";
 
 }  // namespace
 
-TEST(BootLoader, TakesTheNewestWholeCopyOfEveryBlock) {
-    std::string data;
-    EXPECT_EQ(
-        readFlash({{0, 1, 8, "tail", 2}, {0, 0, 5, "old ", 2}, {0, 0, 9, "new ", 2}, {0, 1, 7, "xxxx", 2}},
-                  &data),
-        0);
-    EXPECT_EQ(data, "new tail");
-    data.clear();  // wear-levelling was cut off in the middle of a copy
-    EXPECT_EQ(readFlash({{0, 0, 5, "whole"}, {0, 0, 9, "whole", 1, true, true}}, &data), 0);
-    EXPECT_EQ(data, "whole");
-}
-
-TEST(BootLoader, RefusesAVolumeThatIsNotWhole) {
-    std::string data;
-    EXPECT_EQ(readFlash({{0, 0, 5, "kernel", 2}}, &data), EILSEQ) << "a block is missing";
-    EXPECT_EQ(readFlash({{0, 0, 5, "kernel", 1, false, true}}, &data), EILSEQ) << "damaged";
-    EXPECT_EQ(readFlash({{0, 0, 5, "kernel"}}, &data, 1), EILSEQ) << "its update did not end";
-    EXPECT_EQ(readFlash({}, &data), EILSEQ) << "nothing was ever written";
+TEST(BootLoader, ReadsAVolumeFromTheNewestWholeBlocksOrNotAtAll) {
+    constexpr char kComplete = 0, kUpdating = 1;
+    const struct {
+        const char* name;
+        std::vector<Block> blocks;
+        char state;
+        int result;
+        std::string data;
+    } rows[] = {
+        {"newest of all copies",
+         {block(1, 8, "tail", 2), block(0, 5, "old ", 2), block(0, 9, "new ", 2), block(1, 7, "xxxx", 2)},
+         kComplete,
+         0,
+         "new tail"},
+        {"wear-levelling cut off in a copy",
+         {block(0, 5, "whole"), copied(damaged(block(0, 9, "whole")))},
+         kComplete,
+         0,
+         "whole"},
+        {"a block is missing", {block(0, 5, "kernel", 2)}, kComplete, EILSEQ, ""},
+        {"damaged block", {damaged(block(0, 5, "kernel"))}, kComplete, EILSEQ, ""},
+        {"update did not end", {block(0, 5, "kernel")}, kUpdating, EILSEQ, ""},
+        {"never written", {}, kComplete, EILSEQ, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::string data;
+        EXPECT_EQ(readFlash(row.blocks, &data, row.state), row.result);
+        EXPECT_TRUE(row.result != 0 || data == row.data) << data;
+    }
 }
 
 TEST(BootLoader, TakesTheNewerSoundCopyOfTheEnvironment) {
+    const Copy damagedSet1 = {2, kSet1, false};
     const struct {
+        const char* name;
         Copy first, second;
-        int rc;
+        int result;
         std::string value;
     } rows[] = {
-        {{1, kSet0}, {2, kSet1}, 0, "0A0A01"},
-        {{3, kSet0}, {2, kSet1}, 0, "0A0A00"},
-        {{255, kSet0}, {0, kSet1}, 0, "0A0A01"},  // the count wraps
-        {{1, kSet0}, {2, kSet1, false}, 0, "0A0A00"},
-        {{1, kSet0, false}, {2, kSet1, false}, EILSEQ, ""},
-        {{1, "old" + std::string(kSet0)}, {0, kSet1}, ENOENT, ""},  // another variable whose name ends so
-        {{1, "a=bootswitcher=2" + std::string(1, '\0') + kSet1}, {0, kSet0}, 0, "0A0A01"},
+        {"second is newer", {1, kSet0}, {2, kSet1}, 0, "0A0A01"},
+        {"first is newer", {3, kSet0}, {2, kSet1}, 0, "0A0A00"},
+        {"the count wraps", {255, kSet0}, {0, kSet1}, 0, "0A0A01"},
+        {"newer is damaged", {1, kSet0}, damagedSet1, 0, "0A0A00"},
+        {"both are damaged", {1, kSet0, false}, damagedSet1, EILSEQ, ""},
+        {"end of another name", {1, "old" + std::string(kSet0)}, {0, kSet1}, ENOENT, ""},
+        {"in another value", {1, "a=bootswitcher=2" + std::string(1, '\0') + kSet1}, {0, kSet0}, 0, "0A0A01"},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         std::string value;
-        EXPECT_EQ(valueOf(environmentImage(row.first, row.second), &value), row.rc) << &row - rows;
-        EXPECT_EQ(value, row.value) << &row - rows;
+        EXPECT_EQ(valueOf(environmentImage(row.first, row.second), &value), row.result);
+        EXPECT_EQ(value, row.value);
     }
 }
