@@ -1,4 +1,4 @@
-// Every command of a full update goes wrong once, in each of two ways.
+// Every command of a full update fails once, in each of two ways.
 
 #include "world.h"
 
@@ -6,7 +6,7 @@ namespace {
 
 constexpr size_t kShards = 4;
 
-// By these the device is restarted or left, after the switch that decides: nothing depends on what they say.
+// By these the device is restarted or left, after the switch that decides: nothing depends on their results.
 // All others count. Even the first look-up of a volume, whose failure alone stops nothing, does: the volume
 // is there, and cannot be made a second time.
 bool isUnchecked(const std::string& command) {
@@ -22,14 +22,14 @@ void expectSafeEnd(const World& world, const Outcome& outcome, const std::string
     if (completes) {
         EXPECT_EQ(world.device.bootswitcher(), "0A0A01");
     } else {
-        EXPECT_EQ(world.device.waits(), "");
+        EXPECT_EQ(world.device.waits(), Strings());
         world.expectUntouchedBoot();
     }
 }
 
 class FaultLoop : public testing::TestWithParam<size_t> {};
 
-TEST_P(FaultLoop, NoFailingCommandLeavesADeviceThatDoesNotBootAsBefore) {
+TEST_P(FaultLoop, NoFailingCommandKeepsTheDeviceFromBooting) {
     std::vector<std::string> commands;
     {
         World clean;

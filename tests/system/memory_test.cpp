@@ -5,8 +5,8 @@
 TEST(Memory, CompleteUpdateLeaksNothingAndReadsNothingUnset) {
     World world;
     const Outcome outcome =
-        world.run("-vv", {"valgrind", "--quiet", "--vgdb=no", "--error-exitcode=99", "--leak-check=full",
-                          "--errors-for-leak-kinds=definite,possible"});
+        world.run({"-vv"}, {"valgrind", "--quiet", "--vgdb=no", "--error-exitcode=99", "--leak-check=full",
+                            "--errors-for-leak-kinds=definite,possible"});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_EQ(world.device.bootswitcher(), "0A0A01");
 }

@@ -7,11 +7,6 @@
 #include "support/web_server.h"
 
 #include <gtest/gtest.h>
-#include <tuple>
-
-/// The rows of a table.
-template <typename... Columns>
-using Table = std::vector<std::tuple<Columns...>>;
 
 /// A field of the spec or, if it is named, of an image.
 struct Field {
@@ -25,29 +20,28 @@ struct Field {
 /// clones the overlay. Each script adds its name to the trace, and so do those around the kernel image.
 class World {
 public:
-    explicit World(const std::string& steps = "_prepare before kernel between rootfs",
+    explicit World(const Strings& steps = {"_prepare", "before", "kernel", "between", "rootfs"},
                    const rovusim::DeviceOptions& options = rovusim::DeviceOptions());
 
     void set(const Field& field);
 
-    /// Writes the update's files and its signed spec, or another one as it stands.
+    /// Writes the update's files and its signed spec, or these bytes as the spec.
     void publish(const std::string& spec = "");
     std::string spec() const { return readWholeFile(web.directory() + "/spec"); }
 
     /// Runs the program on the spec, after publish() if nothing was published yet.
-    /// \param options with blanks between.
-    Outcome run(const std::string& options = "", const Strings& wrapper = {});
-    Strings args(const std::string& options);
+    Outcome run(const Strings& options = {}, const Strings& wrapper = {});
+    Strings args(const Strings& options = {});
 
-    /// What must hold after each run that did not switch over: the boot variable and the reference files are
-    /// as they were, and so is the active set.
+    /// What must hold after each run that did not switch over: the boot variable, the reference files and the
+    /// active set are unchanged.
     void expectUntouchedBoot() const;
 
-    /// The volumes of the inactive set that changed: k, r and d for what the update brings to them, ? else.
-    std::string written() const;
+    /// The volumes of the inactive set that changed; with a "?" if they hold other bytes than the update brings.
+    Strings written() const;
 
-    /// Names of the scripts that ran, with blanks between.
-    std::string trace() const;
+    /// Names of the scripts that ran, in order.
+    Strings trace() const;
 
     const std::string kernel = imageBytes("4.1", 150000);
     const std::string rootfs = imageBytes("3.0.7", 260000);
@@ -60,10 +54,8 @@ private:
     bool published_ = false;
 };
 
-Strings split(const std::string& text, char separator);
+/// The pieces of `list`, without an empty one at its end.
+Strings split(const std::string& list, char separator);
 
-/// The progress file's text in a state without a transfer.
-std::string progressText(const std::string& state);
-
-/// A reference file's text, with the checksum of its lines.
-std::string referenceText(const std::string& lines);
+/// The progress file's contents in a state without a transfer.
+std::string progressFile(const std::string& state);

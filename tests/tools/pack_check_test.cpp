@@ -270,7 +270,7 @@ TEST(PackPlan, IsWhatTheRunThenDoes) {
         SCOPED_TRACE(row.name);
         rovusim::DeviceOptions device;
         device.model = row.model;
-        World world(row.steps, device);
+        World world(split(row.steps, ' '), device);
         change(&world.update, row.changes);
         world.publish();
         if (row.activeSet == 1) {
@@ -287,7 +287,7 @@ TEST(PackPlan, IsWhatTheRunThenDoes) {
         const FleetRow& planned = result.fleet.front();
         const Plan& plan = planned.plans[row.activeSet];
         const Selection& selection = planned.selection;
-        const Outcome outcome = world.run("-v");
+        const Outcome outcome = world.run({"-v"});
         std::string choice;
         for (const ImageChoice& image : selection.images)
             choice += (choice.empty() ? "" : " ") + std::string(outcomeText(image.outcome));
