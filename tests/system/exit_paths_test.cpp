@@ -17,7 +17,7 @@ TEST(ExitPaths, RemoveItAfterASignalWithoutTheRmCommand) {
     World world;
     world.device.failCall("rm=exit:1");
     world.device.failCall("ubiupdatevol=hang");
-    world.device.start(world.args(""));
+    world.device.start(world.args({}));
     ASSERT_TRUE(world.device.reaches("flashing overlay"));
     world.device.signal(SIGTERM);
     const Outcome outcome = world.device.finish();
