@@ -26,7 +26,7 @@ InDevice::~InDevice() {
 
 void InDevice::failCalls(const std::string& rule) {
     rovusim::clearCalls(rovusim::kStateInside);
-    const std::vector<std::string> rules(rule.empty() ? 0 : 1, rule);
+    const Strings rules(rule.empty() ? 0 : 1, rule);
     rovusim::storeFaultRules(rovusim::kStateInside, rules);
 }
 

@@ -8,6 +8,7 @@
 #include "rovu_sim/sandbox_paths.h"
 #include "settings.h"
 #include "support/log_capture.h"
+#include "support/program.h"
 #include "support/scratch.h"
 #include "work_dir.h"
 
@@ -15,9 +16,6 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
-#include <vector>
-
-using Strings = std::vector<std::string>;
 
 /// A device with its usual volumes, an empty work directory, and an empty call log.
 class InDevice : public testing::Test {

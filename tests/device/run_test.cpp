@@ -157,7 +157,7 @@ TEST_F(Scripts, RunWhereTheProgramRunsWithItsEnvironment) {
     EXPECT_EQ(tools(), (Strings{"tar", "sh"}));
 }
 
-TEST_F(Scripts, AreNotExtractedIfMissingOrTooLongANameOrDry) {
+TEST_F(Scripts, MissingAndUnnameableOnesAreNotExtracted) {
     makeTar("true");
     EXPECT_GT(extractFromTar(kWorkDir, "tar", "other"), 0);
     EXPECT_EQ(extractFromTar(kWorkDir, "tar", std::string(256, 'x')), -EOVERFLOW);

@@ -8,9 +8,6 @@
 
 #include <memory>
 #include <string>
-#include <vector>
-
-using Strings = std::vector<std::string>;
 
 /// How a run ended, and what it said.
 struct Outcome {

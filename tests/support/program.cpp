@@ -5,8 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-Program::Program(std::vector<std::string> command, const std::string& outFile, const std::string& errFile)
-    : pid_(fork()) {
+Program::Program(Strings command, const std::string& outFile, const std::string& errFile) : pid_(fork()) {
     if (pid_ != 0) return;
     prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that dies leaves no program running
     std::vector<char*> words;

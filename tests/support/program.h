@@ -6,12 +6,14 @@
 #include <string>
 #include <vector>
 
+using Strings = std::vector<std::string>;
+
 /// A child process. It is killed at the end of the scope if it still runs.
 class Program {
 public:
     /// Starts it. The first word is looked up in PATH; status 127 tells that it was not found. Its
     /// output is appended to two files.
-    explicit Program(std::vector<std::string> command, const std::string& outFile = "/dev/null",
+    explicit Program(Strings command, const std::string& outFile = "/dev/null",
                      const std::string& errFile = "/dev/null");
     ~Program();
     Program(const Program&) = delete;

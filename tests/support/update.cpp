@@ -13,9 +13,9 @@ std::string quoted(const std::string& text) {
 // The same members give the same bytes, whenever and by whomever the tar is made.
 std::string makeTar(const TarMembers& members) {
     const ScratchDir scratch;
-    std::vector<std::string> command = {"tar",       "--format=ustar",  "--mtime=@0", "--mode=0644",
-                                        "--owner=0", "--group=0",       "-cf",        scratch.path + "/tar",
-                                        "-C",        scratch.path + "/"};
+    Strings command = {"tar",       "--format=ustar",  "--mtime=@0", "--mode=0644",
+                       "--owner=0", "--group=0",       "-cf",        scratch.path + "/tar",
+                       "-C",        scratch.path + "/"};
     for (const auto& member : members) {
         writeWholeFile(scratch.path + "/" + member.first, member.second);
         command.push_back(member.first);

@@ -10,8 +10,6 @@
 
 namespace {
 
-using Strings = std::vector<std::string>;
-
 // A simple server on loopback: the n-th connection gets the n-th reply. Without one it refuses them all.
 class ScriptedServer {
 public:
@@ -57,7 +55,7 @@ using Reports = std::vector<std::pair<int, int>>;  // attempts and percent
 using Offsets = std::vector<int>;                  // for each request, where its range begins
 constexpr int kNoRange = -1;
 
-// A download and what comes of it.
+// A download and its outcome.
 struct Row {
     const char* name;
     Strings replies;
@@ -145,6 +143,7 @@ TEST_F(Download, EndsAsTheServerAndTheLimitHaveIt) {
 
 TEST_F(Download, ContinuesWhereTheLastAttemptStopped) {
     EXPECT_EQ(fetchAfter(CURLE_OPERATION_TIMEDOUT, {kCut, kRest}, 10, kDigest), 0);
+    EXPECT_EQ(readWholeFile(path), kBody);
     EXPECT_EQ(interposed.handlesMade, 2);
     EXPECT_EQ(log.messages(), attempt(0) +
                                   "DOWNLD: CURL download failed after 5 bytes: (28) Timeout was reached\n"
@@ -223,11 +222,20 @@ TEST_F(Download, SetsTheseNumbersAndNoOthers) {
 
 TEST_F(Download, AHashOtherThanTheFilesFailsIt) {
     const std::string upper = "84D89877" + kDigest.substr(8);
-    EXPECT_EQ(fetch({kWhole}, 10, upper), EBADMSG);
-    EXPECT_EQ(log.messages(), attempt(0) + "DOWNLD: Hash verification failed\n");
-    EXPECT_EQ(readWholeFile(path), kBody);
-    EXPECT_EQ(fetch({kGone}, 10, kDigest), EBADMSG);
-    EXPECT_EQ(readWholeFile(path), "gone");
+    const struct {
+        std::string digest;
+        Row row;
+    } cases[] = {
+        {upper, {"digest in upper case", {kWhole}, 10, EBADMSG, kBody, {{0, 100}}}},
+        {kDigest, {"page of an error", {kGone}, 10, EBADMSG, "gone", {{0, 40}}}},
+    };
+    for (const auto& [digest, row] : cases) {
+        SCOPED_TRACE(row.name);
+        const LogCapture error;
+        EXPECT_EQ(fetch(row.replies, row.limit, digest), row.result);
+        expectOutcome(row);
+        EXPECT_EQ(error.messages(), "DOWNLD: Hash verification failed\n");
+    }
 }
 
 TEST_F(Download, ADigestIsWhatTheCommandPrintsAndItsSuccess) {
