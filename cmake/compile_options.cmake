@@ -1,8 +1,8 @@
-# What every target is compiled with. `rovu::warnings` goes into everything that is ours; `rovu::product` adds what
-# holds for code that runs on a device: nothing thrown, no type information, and assertions that are fatal in every
+# The compile options of every target. `rovu::warnings` is for all of the project's code; `rovu::product` adds
+# the options for code that runs on a device: no exceptions, no RTTI, and assertions that are fatal in every
 # build.
 
-# Off by default: a compiler that warns about more than ours did must not stop an integrator's build.
+# Off by default: a compiler with more warnings must not break an integrator's build.
 option(ROVU_WERROR "Treat compiler warnings as errors" OFF)
 
 rovu_interface_library(warnings)
@@ -13,10 +13,10 @@ target_compile_options(rovu_warnings INTERFACE
 rovu_interface_library(product)
 target_link_libraries(rovu_product INTERFACE rovu::warnings)
 target_compile_options(rovu_product INTERFACE -UNDEBUG -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
-# File offsets and time_t are 64-bit, also where a long has 32 bits.
+# File offsets and time_t are 64-bit, even where long is 32-bit.
 target_compile_definitions(rovu_product INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
-option(ROVU_SANITIZE "Address and undefined-behaviour sanitizers, everything fatal" OFF)
+option(ROVU_SANITIZE "Address and undefined-behaviour sanitizers, every finding fatal" OFF)
 if(ROVU_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)

@@ -1,5 +1,5 @@
-# Cross-compiling for the device's processor: 32-bit big-endian MIPS. `device/vm/build` makes the libraries that
-# are found here; tests run under qemu-mips.
+# Toolchain file for the device's processor, 32-bit big-endian MIPS. `device/vm/build` builds the libraries in
+# the sysroot; tests run under qemu-mips.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR mips)
@@ -13,10 +13,10 @@ else()
 endif()
 set(rovu_sysroot "${rovu_cache}/mips/sysroot")
 if(NOT IS_DIRECTORY "${rovu_sysroot}")
-  message(FATAL_ERROR "No libraries for MIPS in ${rovu_sysroot}; device/vm/build makes them")
+  message(FATAL_ERROR "No MIPS libraries in ${rovu_sysroot}; run device/vm/build first")
 endif()
 
-# Nothing of the workstation's is linked or included; programs are the workstation's.
+# Libraries and headers come from the sysroot only, programs from the workstation only.
 set(CMAKE_FIND_ROOT_PATH "${rovu_sysroot}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
@@ -25,7 +25,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_LIBDIR} "${rovu_sysroot}/usr/lib/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${rovu_sysroot}")
 
-# The emulator finds the dynamic linker and the C library in lib/ of the folder that -L names.
+# qemu-mips searches the dynamic linker and the C library in lib/ below the folder given by -L.
 execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libc.so.6
   OUTPUT_VARIABLE rovu_libc OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 cmake_path(SET rovu_libc NORMALIZE "${rovu_libc}")
