@@ -1,10 +1,9 @@
 // What rovu-pack says of updates: each finding with a spec that provokes it and a near miss, and each plan
 // against what the real program then does on the stand-in device.
 
-#include "check_json.h"
-#include "check_update.h"
 #include "support/crypto.h"
 #include "system/world.h"
+#include "update_check.h"
 
 #include <regex>
 #include <set>

@@ -1,0 +1,71 @@
+// A script is packed once, however often it runs; a word of the format never.
+
+#include "tar_plan.h"
+
+#include "files.h"
+
+#include <cerrno>
+#include <sys/stat.h>
+
+namespace {
+
+void addInput(const Manifest& manifest, const ManifestImage* image, const std::string& member, bool isScript,
+              std::vector<TarInput>* inputs) {
+    for (const TarInput& input : *inputs) {
+        if (input.member == member) return;
+    }
+    inputs->push_back({member, localFileOf(manifest, image, member), isScript});
+}
+
+TarJob imageJob(const Manifest& manifest, size_t entry) {
+    const ManifestImage& image = *manifest.steps[entry - 1].image;
+    TarJob job = {entry, {}, image.type + ".tar"};
+    if (!image.preinst.empty()) addInput(manifest, &image, image.preinst, true, &job.inputs);
+    addInput(manifest, &image, image.image, false, &job.inputs);
+    if (!image.postinst.empty()) addInput(manifest, &image, image.postinst, true, &job.inputs);
+    return job;
+}
+
+// The entry that names the member.
+size_t entryOf(const Manifest& manifest, const TarJob& job, const std::string& member) {
+    if (job.entry != kWholeManifest) return job.entry;
+    for (size_t entry = 1; entry <= manifest.steps.size(); ++entry) {
+        if (manifest.steps[entry - 1].script == member) return entry;
+    }
+    return kWholeManifest;
+}
+
+}  // namespace
+
+std::vector<TarJob> planTars(const Manifest& manifest) {
+    TarJob scripts = {kWholeManifest, {}, "scripts.tar"};
+    std::vector<TarJob> jobs;
+    for (size_t entry = 1; entry <= manifest.steps.size(); ++entry) {
+        const ManifestStep& step = manifest.steps[entry - 1];
+        if (step.image) {
+            jobs.push_back(imageJob(manifest, entry));
+        } else if (step.script != kExitSuccess) {
+            addInput(manifest, nullptr, step.script, true, &scripts.inputs);
+        }
+    }
+    if (!scripts.inputs.empty()) jobs.insert(jobs.begin(), scripts);
+    return jobs;
+}
+
+int measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes,
+                  std::string* error) {
+    *bytes = 0;
+    for (const TarJob& job : jobs) {
+        for (const TarInput& input : job.inputs) {
+            struct stat status;
+            if (stat(input.source.c_str(), &status) != 0) {
+                std::string reason;
+                const int code = fileError(input.source, errno, &reason);
+                manifestFault(manifest, entryOf(manifest, job, input.member), "", reason, error);
+                return code;
+            }
+            *bytes += static_cast<uint64_t>(status.st_size);
+        }
+    }
+    return 0;
+}

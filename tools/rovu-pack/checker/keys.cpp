@@ -1,0 +1,117 @@
+// What stands in the text and does not reach the device's record. The table itself knows what Lua kept, the
+// text's lines know what was written: a key in the lines without a value in the table is nil.
+
+#include "nearest_word.h"
+#include "rules.h"
+#include "spec_keys.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+const Words kNoKeys;
+
+constexpr size_t kTripleSize = 3;
+
+std::string quoted(const std::string& text) {
+    return "\"" + text + "\"";
+}
+
+bool isNumber(const std::string& text) {
+    return text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// "[7]" is the key of an entry behind a gap; its path is that of any entry.
+bool isEntryKey(const std::string& name, std::string* number) {
+    if (name.size() < 3 || name.front() != '[' || name.back() != ']') return false;
+    *number = name.substr(1, name.size() - 2);
+    return isNumber(*number) && *number != "0";
+}
+
+struct KeyRule {
+    const SpecView& spec;
+    Findings* findings;
+
+    void table(const LuaValue& value, const std::string& prefix, const Words& known) const {
+        for (const LuaField& field : value.fields) {
+            std::string number;
+            if (isEntryKey(field.name, &number)) {
+                gap(prefix, number);
+            } else if (std::find(known.begin(), known.end(), field.name) == known.end()) {
+                unread(prefix, field.name, known);
+            }
+        }
+    }
+
+    void gap(const std::string& prefix, const std::string& number) const {
+        findings->add(eBehindGap, spec.at(prefix + number),
+                      "Entry " + number + " stands behind an entry that is nil, and is never read.");
+    }
+
+    void unread(const std::string& prefix, const std::string& name, const Words& known) const {
+        Finding& finding =
+            findings->add(eUnreadKey, spec.at(prefix + name), "Nothing reads the key " + quoted(name) + ".");
+        const std::string meant = nearestWord(name, known);
+        if (!meant.empty()) finding.advice = "Write " + quoted(meant) + " if that is meant, or take it out.";
+    }
+
+    void nil(const std::string& path) const {
+        const size_t dot = path.rfind('.');
+        const std::string name = dot == std::string::npos ? path : path.substr(dot + 1);
+        const std::string what = isNumber(name) ? "Entry " + name : quoted(name);
+        const std::string around = dot == std::string::npos ? "" : " of " + quoted(path.substr(0, dot));
+        Finding& finding =
+            findings->add(eNilValue, spec.at(path), what + around + " is nil, as if it were not there.");
+        if (isNumber(name)) finding.advice = "Put the entry between quotes, or take it out.";
+    }
+
+    void dependencies(const LuaValue& list, const std::string& prefix) const {
+        table(list, prefix, kNoKeys);
+        for (size_t i = 0; i < list.items.size(); ++i) {
+            const LuaValue& triple = list.items[i];
+            if (triple.kind != LuaValue::eTable) continue;
+            const std::string inside = prefix + std::to_string(i + 1) + ".";
+            table(triple, inside, kNoKeys);
+            for (size_t extra = kTripleSize; extra < triple.items.size(); ++extra)
+                unread(inside, std::to_string(extra + 1), kNoKeys);
+        }
+    }
+};
+
+// The value at a path of the table; null if it is nil or nothing.
+const LuaValue* valueAt(const LuaValue& table, const std::string& path) {
+    for (const std::string& whole : {path, "[" + path + "]"}) {  // a key may hold a dot itself
+        if (const LuaValue* value = findField(table, whole)) return value;
+    }
+    const size_t dot = path.find('.');
+    const std::string name = path.substr(0, dot);
+    const LuaValue* value = nullptr;
+    const bool isEntry = isNumber(name);
+    const size_t number = isEntry && name.size() < 9 ? static_cast<size_t>(atol(name.c_str())) : 0;
+    if (number >= 1 && number <= table.items.size()) {
+        value = &table.items[number - 1];
+    } else {
+        value = findField(table, isEntry ? "[" + name + "]" : name);
+    }
+    if (value == nullptr || dot == std::string::npos) return value;
+    return valueAt(*value, path.substr(dot + 1));
+}
+
+}  // namespace
+
+void checkKeys(const SpecView& spec, Findings* findings) {
+    const KeyRule rule = {spec, findings};
+    rule.table(spec.file.table, "", kSpecKeys);
+    for (const ImageView& image : spec.images) {
+        rule.table(image.table, image.key(""), kImageKeys);
+        const LuaValue* list = findField(image.table, "dep");
+        if (list != nullptr && list->kind == LuaValue::eTable) rule.dependencies(*list, image.key("dep."));
+    }
+    for (const auto& line : spec.file.lines) {
+        if (valueAt(spec.file.table, line.first) != nullptr) continue;
+        rule.nil(line.first);
+    }
+}

@@ -1,0 +1,76 @@
+// The list of parts as a whole: what it leaves on the device.
+
+#include "rules.h"
+
+#include <algorithm>
+
+namespace {
+
+void checkKinds(const SpecView& spec, Findings* findings) {
+    for (size_t i = 0; i < spec.images.size(); ++i) {
+        const std::string type = spec.images[i].text("type");
+        const auto earlier = std::find_if(
+            spec.images.begin(), spec.images.begin() + static_cast<long>(i),
+            [&type](const ImageView& image) { return !type.empty() && image.text("type") == type; });
+        if (earlier == spec.images.begin() + static_cast<long>(i)) continue;
+        findings->add(eTwoOfAKind, spec.at(spec.images[i].key("type")),
+                      "The device refuses a second " + type + " image, also if both are optional.");
+    }
+}
+
+// Everything of the list from its end of run on.
+void checkBehind(const SpecView& spec, const ScriptView& end, Findings* findings) {
+    for (size_t entry = end.entry + 1; entry <= spec.file.table.items.size(); ++entry) {
+        const bool isImage = spec.file.table.items[entry - 1].kind == LuaValue::eTable;
+        findings->add(eBehindExitSuccess, spec.at(std::to_string(entry)),
+                      isImage ? "The image behind \"exit_success\" is downloaded and never flashed."
+                              : "What stands behind \"exit_success\" never runs.");
+    }
+}
+
+// Without a URL no tar is fetched, and the first script is not found.
+void checkScriptSource(const SpecView& spec, Findings* findings) {
+    if (!spec.hasRealScript() || spec.fetchesScriptTar() || !spec.hasText("script_url")) return;
+    findings->add(eScriptMissing, spec.at("script_url"), "There are scripts and no tar that they come from.")
+        .advice = "Fill in script_url, script_hash and script_dlsize.";
+}
+
+// What is encrypted are the tars; with none the key is loaded for nothing, and must still be there.
+void checkKeyUse(const SpecView& spec, Findings* findings) {
+    if (spec.keyOffset() < 0 || spec.fetchesScriptTar() || !spec.images.empty()) return;
+    findings->add(eKeyWithoutEncryption, spec.at("encr_key_offset"), "The spec has no tar to decrypt.");
+}
+
+// What is hidden behind a gap, or has an unknown word for its update, has a finding of its own.
+bool flashesNothing(const SpecView& spec) {
+    const std::vector<LuaField>& fields = spec.file.table.fields;
+    const bool hides = std::any_of(fields.begin(), fields.end(), [](const LuaField& field) {
+        return field.name[0] == '[' &&
+               (field.value.kind == LuaValue::eTable || field.value.text == kEndOfRun);
+    });
+    return !hides && std::all_of(spec.images.begin(), spec.images.end(),
+                                 [](const ImageView& image) { return image.text("update") == "optional"; });
+}
+
+}  // namespace
+
+void checkParts(const SpecView& spec, Findings* findings) {
+    checkKinds(spec, findings);
+    checkScriptSource(spec, findings);
+    checkKeyUse(spec, findings);
+    const auto end = std::find_if(spec.scripts.begin(), spec.scripts.end(),
+                                  [](const ScriptView& script) { return script.endsRun(); });
+    if (end == spec.scripts.end()) {
+        if (!flashesNothing(spec)) return;
+        findings->add(eNoMandatoryImage, spec.at(""),
+                      "Nothing is flashed, and the device switches to a set that nobody wrote.");
+        return;
+    }
+    checkBehind(spec, *end, findings);
+    for (const ImageView& image : spec.images) {
+        if (image.entry > end->entry || !image.isMandatory()) continue;
+        findings->add(eNoSwitch, spec.at(end->key()),
+                      "Images are flashed, and the run ends without switching to them.");
+        return;
+    }
+}

@@ -1,0 +1,78 @@
+// The file before it is evaluated. The device looks for its marker and for the forbidden word in plain bytes,
+// and so does this.
+
+#include "rules.h"
+#include "spec_text.h"
+
+#include <cctype>
+#include <string>
+
+namespace {
+
+constexpr size_t kNearLimit = kMaxSpecSize * 9 / 10 + 1;  // 90 per cent, rounded up
+constexpr size_t kSignatureTextSize = 344;
+constexpr char kWord[] = "function";
+constexpr size_t kWordSize = sizeof kWord - 1;
+
+void checkSize(const SpecFile& file, Findings* findings) {
+    const size_t size = file.bytes.size();
+    const std::string numbers =
+        "The spec has " + std::to_string(size) + " bytes of " + std::to_string(kMaxSpecSize);
+    if (size > kMaxSpecSize) {
+        findings->add(eSpecTooLarge, file.at(""),
+                      numbers + ", and the device's download stops at the limit.");
+    } else if (size >= kNearLimit) {
+        findings->add(eSpecNearLimit, file.at(""), numbers + ", its signature included where there is one.");
+    }
+}
+
+bool isWordCharacter(char c) {
+    return isalnum(static_cast<unsigned char>(c)) != 0;
+}
+
+bool isWholeWord(const std::string& text, size_t at) {
+    if (at > 0 && isWordCharacter(text[at - 1])) return false;
+    return at + kWordSize == text.size() || !isWordCharacter(text[at + kWordSize]);
+}
+
+// The first occurrence decides alone on the device.
+void checkWord(const SpecFile& file, Findings* findings) {
+    const size_t first = file.text.find(kWord);
+    for (size_t at = first; at != std::string::npos; at = file.text.find(kWord, at + 1)) {
+        if (!isWholeWord(file.text, at)) continue;
+        Finding& finding =
+            findings->add(eFunctionWord, file.atByte(at),
+                          "The word \"function\" refuses the whole spec, in a string or comment too.");
+        if (at == first) return;
+        finding.severity = eWarning;
+        finding.why = "The word \"function\" passes only because it is part of a longer word further up.";
+        return;
+    }
+}
+
+bool isSignature(const std::string& text) {
+    return text.size() == kSignatureTextSize && text.find_first_of(" \t\r\n") == std::string::npos;
+}
+
+void checkMarker(const SpecFile& file, Findings* findings) {
+    if (!file.hasMarker) return;
+    const FindingPlace place = file.atByte(file.text.size());
+    if (!isSignature(file.signature)) {
+        findings->add(
+            eCommentAsMarker, place,
+            "The last two hyphens are taken for the marker of a signature, and the text is cut there.");
+    } else if (file.signatureUse.publicKey.empty()) {
+        findings->add(eSignatureUnverified, place, "There is a signature, and nothing to verify it with.");
+    }
+}
+
+}  // namespace
+
+void checkText(const SpecFile& file, Findings* findings) {
+    checkSize(file, findings);
+    checkWord(file, findings);
+    checkMarker(file, findings);
+    if (file.repeatedKey.empty()) return;
+    findings->add(eRepeatedKey, file.at(file.repeatedKey),
+                  "\"" + file.repeatedKey + "\" is there twice, and the last one counts.");
+}

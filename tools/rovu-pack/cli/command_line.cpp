@@ -1,0 +1,131 @@
+// What the command line accepts: the commands, their options, and which of these go together.
+
+#include "command_line.h"
+
+#include "commands.h"
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+// Of all commands, since which one it will be is known when the line has been read.
+struct Options {
+    std::string keyFolder;
+    std::string keyFile;
+    BuildOptions build;
+    SignOptions sign;
+    CheckCommandOptions check;
+};
+
+// An empty value is most often a variable that is not set, and must not count as an option that is not there.
+std::string refuseEmpty(const std::string& value) {
+    return value.empty() ? "the value is empty" : "";
+}
+
+CLI::App* addKeygen(CLI::App* app, std::string* folder) {
+    CLI::App* command = app->add_subcommand("keygen", "Make a key pair; overwrites nothing");
+    command->add_option("DIR", *folder, "Folder for private.pem and rovu_pub.pem")->required();
+    return command;
+}
+
+CLI::App* addSecret(CLI::App* app, std::string* path) {
+    CLI::App* command = app->add_subcommand("secret", "Append a secret to a key file, and print its offset");
+    command->add_option("FILE", *path, "Key file as the device holds it; made if there is none")->required();
+    return command;
+}
+
+CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
+    CLI::App* command = app->add_subcommand("build", "Make the tars and the signed spec of an update");
+    command->add_option("MANIFEST", options->manifest, "The spec's table, with local files")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--out", options->out, "Folder for what is made")->required()->type_name("DIR");
+    command->add_option("--key", options->key, "Private key that signs the spec")
+        ->required()
+        ->type_name("PEM");
+    command->add_option("--base-url", options->baseUrl, "URL at which the folder will be served")
+        ->required()
+        ->type_name("URL");
+    command->add_option("--secrets", options->secrets, "Key file as the device holds it, to encrypt the tars")
+        ->type_name("FILE");
+    return command;
+}
+
+CLI::App* addSign(CLI::App* app, SignOptions* options) {
+    CLI::App* command = app->add_subcommand("sign", "Sign a spec in place; replaces an old signature");
+    command->add_option("SPEC", options->spec, "Text written by hand, signed or not")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--key", options->key, "Private key that signs")->required()->type_name("PEM");
+    return command;
+}
+
+void addFileOptions(CLI::App* command, CheckOptions* options) {
+    SignatureUse* use = &options->signatureUse;
+    CLI::Option* key = command->add_option("--pub", use->publicKey, "Public key that the device holds");
+    key->type_name("PEM")->check(refuseEmpty);
+    command->add_flag("--unsigned", use->isUnsigned, "The device is told not to verify")->excludes(key);
+    CLI::Option* folder =
+        command->add_option("--files", options->files.folder, "Folder with the files that are served");
+    folder->type_name("DIR")->check(refuseEmpty);
+    command->add_option("--secrets", options->files.secrets, "Key file as the device holds it")
+        ->type_name("FILE")
+        ->check(refuseEmpty)
+        ->needs(folder);
+}
+
+void addDeviceOptions(CLI::App* command, CheckCommandOptions* options) {
+    CLI::Option* model =
+        command->add_option("--model", options->device.model, "Plan for this device's model");
+    CLI::Option* kernel = command->add_option("--kernel", options->device.kernel, "Its kernel's release");
+    CLI::Option* rootfs =
+        command->add_option("--rootfs", options->device.rootfs, "Version of its root file system");
+    for (CLI::Option* option : {model, kernel, rootfs})
+        option->check(refuseEmpty);
+    model->type_name("NAME")->needs(kernel)->needs(rootfs);
+    kernel->type_name("VERSION")->needs(model);
+    rootfs->type_name("VERSION")->needs(model);
+    command
+        ->add_option("--device", options->devices,
+                     "model=...,kernel=...,rootfs=...; again for each kind of device")
+        ->type_name("KIND")
+        ->allow_extra_args(false);
+}
+
+CLI::App* addCheck(CLI::App* app, CheckCommandOptions* options) {
+    CLI::App* command =
+        app->add_subcommand("check", "Say what devices will do with a spec, and what is wrong with it");
+    command->add_option("SPEC", options->check.spec, "The spec's file, signed or not")
+        ->required()
+        ->type_name("FILE");
+    addFileOptions(command, &options->check);
+    addDeviceOptions(command, options);
+    command->add_flag("--strict", options->strict, "Warnings count for the exit status too");
+    command->add_flag("--json", options->json, "Print everything as JSON");
+    return command;
+}
+
+}  // namespace
+
+int runCommandLine(int argc, char** argv) {
+    CLI::App app("Makes updates for rovu, signs them, and says beforehand what a device will do with one.",
+                 "rovu-pack");
+    app.set_version_flag("--version", "rovu-pack " ROVU_PACK_VERSION);
+    app.require_subcommand(1);
+    Options options;
+    const CLI::App* keygen = addKeygen(&app, &options.keyFolder);
+    const CLI::App* secret = addSecret(&app, &options.keyFile);
+    const CLI::App* build = addBuild(&app, &options.build);
+    const CLI::App* sign = addSign(&app, &options.sign);
+    addCheck(&app, &options.check);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& usage) {
+        return app.exit(usage) == 0 ? kExitClean : kExitTrouble;
+    }
+    if (keygen->parsed()) return runKeygen(options.keyFolder);
+    if (secret->parsed()) return runSecret(options.keyFile);
+    if (build->parsed()) return runBuild(options.build);
+    if (sign->parsed()) return runSign(options.sign);
+    return runCheck(options.check);
+}

@@ -1,0 +1,41 @@
+// The subcommands. Each prints its result to stdout and its errors to stderr, and returns the exit status.
+
+#pragma once
+
+#include "update_builder.h"
+#include "update_check.h"
+
+#include <string>
+#include <vector>
+
+constexpr int kExitClean = 0;
+constexpr int kExitFindings = 1;  // what was checked has findings that count
+constexpr int kExitTrouble = 2;   // the work could not be done
+
+struct SignOptions {
+    std::string spec;  ///< file, signed or not
+    std::string key;   ///< file with the private key, PEM
+};
+
+struct CheckCommandOptions {
+    CheckOptions check;
+    DeviceKind device;                 ///< empty, or one device
+    std::vector<std::string> devices;  ///< more, as "model=...,kernel=...,rootfs=..."
+    bool strict = false;               ///< warnings count for the exit status too
+    bool json = false;
+};
+
+/// Makes a key pair in `folder`, which is made if there is none; overwrites nothing.
+int runKeygen(const std::string& folder);
+
+/// Appends a secret to the key file `path`, which is made if there is none, and prints its offset in bytes.
+int runSecret(const std::string& path);
+
+/// Makes an update out of a manifest, and prints a table of the output.
+int runBuild(const BuildOptions& options);
+
+/// Signs a spec in place; replaces an old signature.
+int runSign(const SignOptions& options);
+
+/// Prints what devices will do with a spec, and what its owner will regret.
+int runCheck(CheckCommandOptions options);

@@ -1,0 +1,23 @@
+// The release engineer's tool: makes updates, signs them, and says beforehand what a device will
+// do with one.
+//
+// The library for the command line throws, the rest does not; nothing is caught but there and here.
+
+#include "command_line.h"
+#include "commands.h"
+
+#include <cstdio>
+#include <exception>
+
+int main(int argc, char** argv) {
+    int exitStatus = kExitTrouble;
+    try {
+        exitStatus = runCommandLine(argc, argv);
+    } catch (const std::exception& fault) {
+        fprintf(stderr, "rovu-pack: %s\n", fault.what());
+        return kExitTrouble;
+    }
+    if (fflush(stdout) == 0) return exitStatus;
+    perror("rovu-pack: standard output");
+    return kExitTrouble;
+}

@@ -1,0 +1,57 @@
+// All tars lie in the work directory at the same time, and one extracted member beside them.
+
+#include "room.h"
+
+#include <algorithm>
+
+namespace {
+
+uint64_t largestMember(const TarFacts& tar, RoomNeed* room) {
+    uint64_t largest = 0;
+    if (!tar.opened) {
+        room->isExact = false;
+        return tar.volumeSize > 0 ? static_cast<uint64_t>(tar.volumeSize) : 0;
+    }
+    for (const WantedMember& wanted : tar.wanted) {
+        const TarMember* member = tar.member(wanted.name);
+        if (member != nullptr) largest = std::max(largest, member->size);
+    }
+    return largest;
+}
+
+}  // namespace
+
+RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::string>& localNames,
+                 bool flashesImages) {
+    RoomNeed room;
+    room.tars = spec.file.bytes.size();
+    for (const std::string& name : localNames) {
+        const TarFacts* tar = findTar(tars, name);
+        if (tar == nullptr) continue;
+        if (tar->expectedSize() == 0) room.isKnown = false;
+        if (!tar->found) room.isExact = false;
+        room.tars += tar->expectedSize();
+        room.extracted = std::max(room.extracted, largestMember(*tar, &room));
+    }
+    room.download = room.tars;
+    room.clonesOverlay = flashesImages && spec.number("clone_overlay").value_or(0) != 0;
+    return room;
+}
+
+RoomNeed roomForAll(const SpecView& spec, const Tars& tars) {
+    std::vector<std::string> names;
+    for (const TarFacts& tar : tars)
+        names.push_back(tar.localName);
+    return roomFor(spec, tars, names, !spec.images.empty());
+}
+
+void reportRoom(const SpecView& spec, const RoomNeed& room, Findings* findings) {
+    if (room.tars == spec.file.bytes.size()) return;
+    std::string why = "The work directory holds up to " + std::to_string(room.peak()) +
+                      " bytes: " + std::to_string(room.tars) + " of spec and tars, " +
+                      std::to_string(room.extracted) + " of the largest member";
+    if (!room.isExact) why += ", by the spec's own numbers";
+    if (!room.isKnown) why += ", and what a tar without a limit brings";
+    if (room.clonesOverlay) why += "; a copy of the overlay, if larger, takes that member's place";
+    findings->add(eRoomNeeded, spec.at(""), why + ".");
+}

@@ -1,0 +1,158 @@
+// The choice of images on one kind of device. The device's own code decides; the words for its tests are
+// found here, before it changes the list.
+
+#include "device_check.h"
+#include "device_log.h"
+#include "image_selection.h"
+#include "plan.h"
+#include "util/installed_version.h"
+
+#include <algorithm>
+
+namespace {
+
+using Part = UpdateSpecVer1::Part;
+
+constexpr size_t kVersionTextSize = 32;
+
+std::string versionText(PackedVersion version) {
+    char text[kVersionTextSize];
+    return formatVersion(version, text, sizeof text);
+}
+
+bool isMandatory(const Part& part) {
+    return part.img.update == UpdateSpecVer1::eUpdateMandatory;
+}
+
+const char* kindOf(const Part& part) {
+    return part.type == UpdateSpecVer1::eTypeKernel ? "kernel" : "rootfs";
+}
+
+const char* counterpartOf(const Part& part) {
+    return part.type == UpdateSpecVer1::eTypeKernel ? "rootfs" : "kernel";
+}
+
+struct TestedVersion {
+    const char* whose;  // "installed" or "new"
+    PackedVersion version;
+};
+
+// "its dependencies accept the installed kernel 3.10.49.2"
+std::string testOf(const Part& part, const TestedVersion& tested) {
+    const bool good = checkDeps(part.img.depCount, part.img.deps, tested.version);
+    return std::string("its dependencies ") + (good ? "accept" : "refuse") + " the " + tested.whose + " " +
+           counterpartOf(part) + " " + versionText(tested.version);
+}
+
+bool accepts(const Part& part, PackedVersion version) {
+    return checkDeps(part.img.depCount, part.img.deps, version);
+}
+
+std::string testOfFirst(const Part& first, const Part* second, PackedVersion installed) {
+    const TestedVersion old = {"installed", installed};
+    if (second == nullptr) return testOf(first, old);
+    const TestedVersion fresh = {"new", second->img.version};
+    if (isMandatory(*second)) return testOf(first, fresh);
+    if (accepts(first, installed)) return testOf(first, old);
+    return testOf(first, old) + " and " + (accepts(first, fresh.version) ? "accept" : "refuse") +
+           " the new " + versionText(fresh.version);
+}
+
+std::string testOfSecond(const Part& first, const Part& second, PackedVersion installed) {
+    std::string own = testOf(second, {"new", first.img.version});
+    if (isMandatory(second)) return own;
+    const std::string need = std::string("the ") + kindOf(first) + " image ";
+    if (accepts(first, installed)) return need + "does without it";
+    if (!accepts(first, second.img.version)) return need + "is not helped by it";
+    return need + "needs it, and " + own;
+}
+
+struct Chooser {
+    const InstalledVersions& installed;
+    UpdateSpecVer1* spec;
+    std::vector<ImageChoice>* choices;
+    std::vector<Part*> images;
+
+    void note(const Part& part, const std::string& test) {
+        choices->push_back({kindOf(part), part.img.localName,
+                            isMandatory(part) ? ImageChoice::eKept : ImageChoice::ePromoted, test});
+    }
+
+    void describe() {
+        for (Part* part = firstPart(spec); part != nullptr; part = nextPart(spec, part)) {
+            if (!isScript(*part)) images.push_back(part);
+        }
+        const bool anyMandatory =
+            std::any_of(images.begin(), images.end(), [](const Part* part) { return isMandatory(*part); });
+        const bool pair = images.size() == 2 && images[0]->type != images[1]->type;
+        for (Part* part : images) {
+            const Part* other = !pair ? nullptr : images[part == images[0] ? 1 : 0];
+            if (!anyMandatory) {
+                note(*part, "no image is mandatory");
+            } else if (images.size() > 1 && !pair) {
+                note(*part, "it is not alone of its kind");
+            } else if (isTestedFirst(*part, other)) {
+                note(*part, testOfFirst(*part, other, installedFor(*part)));
+            } else {
+                note(*part, testOfSecond(*other, *part, installedFor(*other)));
+            }
+        }
+    }
+
+    PackedVersion installedFor(const Part& part) const {
+        return part.type == UpdateSpecVer1::eTypeKernel ? installed.rootfs : installed.kernel;
+    }
+
+    // The rootfs goes first if it is mandatory, else the kernel.
+    static bool isTestedFirst(const Part& part, const Part* other) {
+        if (other == nullptr) return true;
+        if (part.type == UpdateSpecVer1::eTypeRootfs) return isMandatory(part);
+        return !isMandatory(*other);
+    }
+};
+
+void noteOutcomes(UpdateSpecVer1* spec, bool accepted, std::vector<ImageChoice>* choices) {
+    for (ImageChoice& choice : *choices) {
+        bool left = false;
+        for (Part* part = firstPart(spec); part != nullptr; part = nextPart(spec, part))
+            left = left || (!isScript(*part) && choice.localName == part->img.localName);
+        if (!left) choice.outcome = ImageChoice::eDropped;
+        if (!accepted) choice.outcome = ImageChoice::eRefused;
+    }
+}
+
+// Whether the device takes the spec; its choice is left there.
+bool decide(const DeviceKind& device, Selection* selection) {
+    InstalledVersions installed = {};
+    UpdateSpecVer1* spec = selection->record.get();
+    selection->refusedKey = "hardware";
+    if (!isModelSupported(*spec, device.model.c_str())) return false;
+    selection->refusedKey.clear();
+    std::string release = device.kernel;
+    if (!isReleaseKnown("kernel", parseKernelRelease(&installed.kernel, release.data()))) return false;
+    selection->readsRootfs = true;
+    if (!isReleaseKnown("rootfs", parseVersion(&installed.rootfs, device.rootfs.c_str()))) return false;
+
+    Chooser chooser = {installed, spec, &selection->images, {}};
+    chooser.describe();
+    const bool accepted = selectImages(spec, installed);
+    noteOutcomes(spec, accepted, &selection->images);
+    return accepted;
+}
+
+}  // namespace
+
+Selection selectOn(const SpecFile& spec, const DeviceKind& device) {
+    Selection selection;
+    selection.refusedIn = spec.refusedIn;
+    if (spec.refusedIn == eStateInvalid) selection.record = readRecord(spec);
+    if (selection.record == nullptr) {
+        selection.refusal = "the spec itself is refused";
+        return selection;
+    }
+    DeviceLog log;
+    if (decide(device, &selection)) return selection;
+    selection.refusal = log.takeText();
+    selection.refusedIn = eStateCheckingDependencies;
+    return selection;
+}

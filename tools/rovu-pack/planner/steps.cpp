@@ -1,0 +1,187 @@
+// The road of a run, told as states and commands instead of walked. Its order is that of the device's
+// program, and the tests hold the two together.
+
+#include "install.h"
+#include "plan.h"
+#include "preparation.h"
+#include "scripts.h"
+#include "settings.h"
+#include "shell_lines.h"
+#include "ubi_tools/ubi_volume.h"
+
+#include <cstdio>
+
+namespace {
+
+using Part = UpdateSpecVer1::Part;
+
+const std::string kDevice = std::string("'") + kUbiDevice;
+
+std::string idOf(const std::string& volume) {
+    return "{id of " + volume + "}";
+}
+
+std::string nodeOf(const std::string& volume) {
+    return kDevice + "_" + idOf(volume) + "'";
+}
+
+struct VolumeRequest {
+    std::string volume;
+    std::string kind;  // "static" or "dynamic"
+    std::string size;
+};
+
+class Road {
+public:
+    Road(Plan* planned, const Selection& chosen) : plan(planned), selection(chosen) {
+        spec = chosen.record.get();
+    }
+
+    void walk() {
+        if (prepare()) carryOut();
+        run(std::string("rm -Rf '") + kWorkDir + "'");
+    }
+
+private:
+    void enter(UpdateState state, const std::string& subject = "") {
+        plan->stages.push_back({state, subject});
+    }
+
+    void run(const std::string& line) {
+        plan->steps.push_back({plan->stages.size() - 1, plan->stages.back().state, line, wordsOfLine(line)});
+    }
+
+    // Up to the choice of images. Returns whether the device goes on.
+    bool prepare() {
+        enter(eStateInitializing);
+        run("fw_printenv bootswitcher");
+        enter(eStateDownloadingSpec);
+        if (refusedIn(eStateDownloadingSpec)) return false;
+        enter(eStateParsingSpec);
+        if (refusedIn(eStateParsingSpec)) return false;
+        enter(eStateCheckingDependencies);
+        run("/usr/local/bin/readplatform.sh model");
+        if (selection.readsRootfs) run("/usr/local/bin/readplatform.sh rootfsrev");
+        return !refusedIn(eStateCheckingDependencies);
+    }
+
+    bool refusedIn(UpdateState stage) {
+        if (selection.refusedIn != stage) return false;
+        enter(eStateError);
+        return true;
+    }
+
+    void carryOut() {
+        if (spec->script_url[0] != '\0') fetch(eStateDownloadingScripts, kScriptTar, spec->script_hash);
+        const Part* position = runPreparationScripts();
+        fetchImages(position);
+        if (!walkParts(position)) return enter(eStateComplete);
+        switchOver();
+    }
+
+    void fetch(UpdateState download, const std::string& name, const std::string& hash) {
+        enter(download, name);
+        if (!hash.empty()) run(digestLine(name));
+    }
+
+    const Part* next(const Part* part) const { return nextPart(spec, const_cast<Part*>(part)); }
+
+    const Part* runPreparationScripts() {
+        const Part* part = firstPart(spec);
+        for (; part != nullptr && isPreparationScript(*part); part = next(part)) {
+            enter(eStateRunningPreparationScripts, part->name);
+            runScript(kScriptTar, part->name);
+        }
+        return part;
+    }
+
+    void runScript(const std::string& tar, const std::string& name) {
+        run(extractLine(tar, name));
+        run(scriptLine(name));
+    }
+
+    void fetchImages(const Part* position) {
+        for (const Part* part = position; part != nullptr; part = next(part)) {
+            if (!isScript(*part)) fetch(eStateDownloadingImages, part->img.localName, part->img.hash);
+        }
+    }
+
+    // Returns whether a switch follows.
+    bool walkParts(const Part* position) {
+        bool clonePending = spec->clone_overlay;
+        for (const Part* part = position; part != nullptr; part = next(part)) {
+            if (endsRun(*part)) return false;
+            if (isScript(*part)) {
+                enter(eStateRunningScripts, part->name);
+                runScript(kScriptTar, part->name);
+                continue;
+            }
+            if (clonePending) cloneOverlay();
+            clonePending = false;
+            installImage(*part);
+        }
+        return true;
+    }
+
+    uint32_t inactiveSet() const { return plan->activeSet ^ 1; }
+
+    void look(const std::string& volume) { run("ubinfo " + kDevice + "' -N '" + volume + "' 2>&-"); }
+
+    void makeVolume(const VolumeRequest& request) {
+        look(request.volume);
+        run("ubirmvol " + kDevice + "' -n " + idOf(request.volume));
+        run("ubimkvol " + kDevice + "' -N '" + request.volume + "' -t " + request.kind + " -s " +
+            request.size);
+        look(request.volume);
+        plan->volumes.push_back(request.volume);
+    }
+
+    void cloneOverlay() {
+        const std::string source = "k" + std::to_string(plan->activeSet) + "_data";
+        const std::string target = "k" + std::to_string(inactiveSet()) + "_data";
+        enter(eStateFlashingOverlay, source + " -> " + target);
+        look(source);
+        run("md5sum " + nodeOf(source));
+        makeVolume({target, "dynamic", "{size of " + source + "}"});
+        const std::string staging = "_img.tmp";
+        run("cat " + nodeOf(source) + " > '" + workPath(staging) + "'");
+        run(flashLine(idOf(target), staging));
+        run("md5sum " + nodeOf(target));
+    }
+
+    void installImage(const Part& part) {
+        const UpdateSpecVer1::Image& image = part.img;
+        char volume[kVolumeNameSize] = "";
+        make_ubiVolume(inactiveSet(), part, volume);
+        enter(eStateFlashingImages, std::string(image.image) + " -> " + volume);
+        if (image.preinst[0] != '\0') runScript(image.localName, image.preinst);
+        run(extractLine(image.localName, image.image));
+        makeVolume({volume, "static", std::to_string(image.imsize)});
+        run(flashLine(idOf(volume), image.image));
+        run("md5sum " + nodeOf(volume));
+        if (image.postinst[0] != '\0') runScript(image.localName, image.postinst);
+    }
+
+    void switchOver() {
+        plan->switches = true;
+        enter(eStateSwitchingVolume, "to set " + std::to_string(inactiveSet()));
+        char value[8];
+        snprintf(value, sizeof value, "0A0A%02X", inactiveSet());
+        run(std::string("fw_setenv 'bootswitcher' '") + value + "'");
+        enter(eStateComplete);
+        for (const char* line : {"killall quorl", "killall mervane tolk", "killall brenlin", "reboot"})
+            run(line);
+    }
+
+    Plan* plan;
+    const Selection& selection;
+    UpdateSpecVer1* spec;
+};
+
+}  // namespace
+
+Plan planRun(const Selection& selection, uint32_t activeSet) {
+    Plan plan = {activeSet, false, {}, {}, {}};
+    Road(&plan, selection).walk();
+    return plan;
+}

@@ -1,0 +1,88 @@
+// The result as JSON. Keys keep the order in which they are written here.
+
+#include "reports.h"
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kIndent = 2;
+
+Json lineOf(const FindingPlace& place) {
+    return place.line == 0 ? Json(nullptr) : Json(place.line);
+}
+
+Json findingJson(const Finding& finding) {
+    return {{"code", findingCodeText(finding.code)},
+            {"severity", severityText(finding.severity)},
+            {"file", finding.place.file},
+            {"key", finding.place.key.empty() ? Json(nullptr) : Json(finding.place.key)},
+            {"line", lineOf(finding.place)},
+            {"why", finding.why},
+            {"advice", finding.advice}};
+}
+
+Json roomJson(const RoomNeed& room) {
+    return {{"download_bytes", room.download},     {"tar_bytes", room.tars}, {"member_bytes", room.extracted},
+            {"peak_bytes", room.peak()},           {"exact", room.isExact},  {"known", room.isKnown},
+            {"clones_overlay", room.clonesOverlay}};
+}
+
+Json planJson(const Plan& plan) {
+    Json states = Json::array();
+    for (const PlanStage& stage : plan.stages)
+        states.push_back({{"state", stateText(stage.state)}, {"subject", stage.subject}});
+    Json steps = Json::array();
+    for (const PlanStep& step : plan.steps) {
+        Json words = Json::array();
+        for (const std::string& word : step.words)
+            words.push_back(word);
+        steps.push_back({{"state", stateText(step.state)}, {"command", step.line}, {"words", words}});
+    }
+    return {{"active_set", plan.activeSet},
+            {"switches", plan.switches},
+            {"volumes", plan.volumes},
+            {"states", states},
+            {"steps", steps}};
+}
+
+Json deviceJson(const FleetRow& row) {
+    Json images = Json::array();
+    for (const ImageChoice& choice : row.selection.images) {
+        images.push_back({{"kind", choice.kind},
+                          {"tar", choice.localName},
+                          {"outcome", outcomeText(choice.outcome)},
+                          {"test", choice.test}});
+    }
+    return {{"model", row.device.model},
+            {"kernel", row.device.kernel},
+            {"rootfs", row.device.rootfs},
+            {"accepts", row.accepts()},
+            {"refusal", row.accepts() ? Json(nullptr) : Json(row.selection.refusal)},
+            {"images", images},
+            {"room", roomJson(row.room)},
+            {"plans", {planJson(row.plans[0]), planJson(row.plans[1])}}};
+}
+
+}  // namespace
+
+std::string checkJson(const CheckResult& result) {
+    const Findings& findings = result.findings;
+    Json list = Json::array();
+    for (const Finding& finding : findings.all)
+        list.push_back(findingJson(finding));
+    Json devices = Json::array();
+    for (const FleetRow& row : result.fleet)
+        devices.push_back(deviceJson(row));
+    const Json whole = {{"spec", result.spec.path},
+                        {"errors", findings.count(eError)},
+                        {"warnings", findings.count(eWarning)},
+                        {"notes", findings.count(eNote)},
+                        {"findings", list},
+                        {"room", roomJson(result.room)},
+                        {"devices", devices}};
+    // What is no UTF-8 in the spec must not end the program.
+    return whole.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+}

@@ -1,0 +1,57 @@
+// A plan on paper: the choice, the stages once, the commands for each active set.
+
+#include "reports.h"
+
+namespace {
+
+void printChoice(const FleetRow& row, FILE* out) {
+    const DeviceKind& device = row.device;
+    fprintf(out, "\n%s, kernel %s, rootfs %s: %s%s\n", device.model.c_str(), device.kernel.c_str(),
+            device.rootfs.c_str(), row.accepts() ? "accepted" : "refused: ", row.selection.refusal.c_str());
+    for (const ImageChoice& choice : row.selection.images) {
+        fprintf(out, "  %-6s  %-8s  %s\n", choice.kind.c_str(), outcomeText(choice.outcome),
+                choice.test.c_str());
+    }
+}
+
+void printNeed(const RoomNeed& room, FILE* out) {
+    const char* about = room.isKnown && room.isExact ? "" : room.isKnown ? "up to " : "more than ";
+    fprintf(out, "  download %s%llu bytes, work directory %s%llu bytes%s\n", about,
+            static_cast<unsigned long long>(room.download), about,
+            static_cast<unsigned long long>(room.peak()),
+            room.clonesOverlay ? ", or the tars and the overlay's copy" : "");
+}
+
+void printStages(const Plan& plan, FILE* out) {
+    fprintf(out, "\n  Active set %u", plan.activeSet);
+    if (plan.volumes.empty()) fprintf(out, ", no volume written");
+    for (const std::string& volume : plan.volumes)
+        fprintf(out, "%s%s", &volume == &plan.volumes.front() ? ", writes " : ", ", volume.c_str());
+    fprintf(out, plan.switches ? ", then boots set %u\n" : ", and stays\n", plan.activeSet ^ 1);
+}
+
+// Every command stands below the stage in which it runs.
+void printRoad(const Plan& plan, FILE* out) {
+    size_t step = 0;
+    for (size_t i = 0; i < plan.stages.size(); ++i) {
+        const PlanStage& stage = plan.stages[i];
+        if (stage.subject.empty()) {
+            fprintf(out, "    %s\n", stateText(stage.state));
+        } else {
+            fprintf(out, "    %-29s %s\n", stateText(stage.state), stage.subject.c_str());
+        }
+        for (; step < plan.steps.size() && plan.steps[step].stage == i; ++step)
+            fprintf(out, "      $ %s\n", plan.steps[step].line.c_str());
+    }
+}
+
+}  // namespace
+
+void printPlan(const FleetRow& row, FILE* out) {
+    printChoice(row, out);
+    printNeed(row.room, out);
+    for (const Plan& plan : row.plans) {
+        printStages(plan, out);
+        printRoad(plan, out);
+    }
+}

@@ -1,0 +1,65 @@
+// A channel of the device's log on a stream in memory.
+
+#include "device_log.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <sstream>
+
+namespace {
+
+constexpr char kEndOfHead[] = "]: ";
+
+// A message may hold line feeds of the spec's; only what has a head begins a new one.
+bool splitHead(const std::string& line, std::string* message) {
+    const size_t end = line.find(kEndOfHead);
+    const size_t open = line.find(" [");
+    if (end == std::string::npos || open == std::string::npos || open > end) return false;
+    for (size_t i = 0; i < open; ++i) {
+        if (isupper(static_cast<unsigned char>(line[i])) == 0) return false;
+    }
+    *message = line.substr(end + sizeof kEndOfHead - 1);
+    return true;
+}
+
+}  // namespace
+
+DeviceLog::DeviceLog() : stream(open_memstream(&bytes, &size)), channel(LOG_channel_new(stream, "check")) {
+    if (channel == nullptr) return;
+    LOG_channel_set_levels(channel, LOG_LVL_ERROR | LOG_LVL_WARNING);
+    LOG_channel_apply(channel);
+}
+
+DeviceLog::~DeviceLog() {
+    LOG_channel_free(channel);
+    if (stream != nullptr) fclose(stream);
+    free(bytes);
+}
+
+std::vector<std::string> DeviceLog::take() {
+    std::vector<std::string> messages;
+    if (stream == nullptr || fflush(stream) != 0) return messages;
+    std::istringstream fresh(std::string(bytes + taken, size - taken));
+    taken = size;
+    for (std::string line, message; std::getline(fresh, line);) {
+        if (splitHead(line, &message)) {
+            messages.push_back(message);
+        } else if (!messages.empty()) {
+            messages.back() += "\n" + line;
+        }
+    }
+    return messages;
+}
+
+std::string DeviceLog::takeText() {
+    std::string text;
+    for (const std::string& message : take()) {
+        if (!text.empty() && text.back() == '.') text.pop_back();
+        text += (text.empty() ? "" : "; ") + message;
+    }
+    return text;
+}
+
+std::string withFullStop(const std::string& text) {
+    return !text.empty() && text.back() == '.' ? text : text + ".";
+}

@@ -1,0 +1,98 @@
+// Values as the device's readers take them: numbers for texts, texts for numbers, fractions cut.
+
+#include "spec_view.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+std::string textField(const LuaValue& table, const std::string& field) {
+    const LuaValue* value = findField(table, field);
+    return value == nullptr ? "" : textOfValue(*value);
+}
+
+// What does not fit into the device's integers is the nearest that does.
+std::optional<double> integerOf(double number) {
+    if (std::isnan(number)) return std::nullopt;
+    return std::clamp<double>(std::trunc(number), INT_MIN, INT_MAX);
+}
+
+std::optional<double> numberField(const LuaValue& table, const std::string& field) {
+    const LuaValue* value = findField(table, field);
+    if (value == nullptr) return std::nullopt;
+    if (value->kind == LuaValue::eNumber) return integerOf(value->number);
+    if (value->kind != LuaValue::eText || value->text.empty()) return std::nullopt;
+    char* end = nullptr;
+    const double number = strtod(value->text.c_str(), &end);
+    return *end == '\0' ? integerOf(number) : std::nullopt;
+}
+
+}  // namespace
+
+bool isText(const LuaValue* value) {
+    return value != nullptr && (value->kind == LuaValue::eText || value->kind == LuaValue::eNumber);
+}
+
+std::string textOfValue(const LuaValue& value) {
+    if (value.kind == LuaValue::eText) return value.text;
+    if (value.kind != LuaValue::eNumber) return "";
+    char text[40];
+    snprintf(text, sizeof text, "%.14g", value.number);
+    return text;
+}
+
+std::string ImageView::text(const std::string& field) const {
+    return textField(table, field);
+}
+
+bool ImageView::hasText(const std::string& field) const {
+    return isText(findField(table, field));
+}
+
+std::optional<double> ImageView::number(const std::string& field) const {
+    return numberField(table, field);
+}
+
+std::string SpecView::text(const std::string& field) const {
+    return textField(file.table, field);
+}
+
+bool SpecView::hasText(const std::string& field) const {
+    return isText(findField(file.table, field));
+}
+
+std::optional<double> SpecView::number(const std::string& field) const {
+    return numberField(file.table, field);
+}
+
+bool SpecView::hasRealScript() const {
+    for (const ScriptView& script : scripts) {
+        if (!script.endsRun()) return true;
+    }
+    return false;
+}
+
+bool SpecView::fetchesScriptTar() const {
+    return !scripts.empty() && !text("script_url").empty();
+}
+
+double SpecView::keyOffset() const {
+    return number("encr_key_offset").value_or(-1);
+}
+
+SpecView viewOf(const SpecFile& file) {
+    SpecView view = {file, {}, {}};
+    for (size_t i = 0; i < file.table.items.size(); ++i) {
+        const LuaValue& item = file.table.items[i];
+        if (item.kind == LuaValue::eTable) {
+            view.images.push_back({i + 1, item, "img" + std::to_string(view.images.size())});
+        } else if (isText(&item)) {
+            view.scripts.push_back({i + 1, textOfValue(item)});
+        }
+    }
+    return view;
+}
