@@ -1,71 +1,122 @@
 // What rovu-pack says of updates: each finding with a spec that provokes it and a near miss, and each plan
-// against what the real program then does on the stand-in device.
+// against what the real program then does on the simulator.
 
 #include "support/crypto.h"
 #include "system/world.h"
 #include "update_check.h"
 
+#include <algorithm>
+#include <functional>
 #include <regex>
 #include <set>
 
 namespace {
 
-using Words = std::map<std::string, std::string>;
+// A spec with its files before they are written, and what `check` is told about them.
+struct Draft {
+    Update update;
+    std::string head;             // put after the opening brace
+    std::string last;             // put before the closing brace
+    std::string tail;             // put after the closing brace
+    size_t size = 0;              // bytes of the signed spec, filled up with a comment; 0: as it comes
+    std::string script = "true";  // run by a shell in the folder of the files
+    bool isUnsigned = false;
+    bool knowsKey = true;
+    bool hasFiles = true;
+    bool hasSecrets = false;
+};
 
-// Changes an update by words such as "kernel.dlsize=0|steps=kernel exit_success|encrypt=", and returns those
-// with an "@", which are about other things.
-Words change(Update* update, const std::string& changes) {
-    Words others;
-    for (const std::string& word : split(changes, '|')) {
-        const std::string key = word.substr(0, word.find('='));
-        const std::string value = word.substr(word.find('=') + 1);
-        const size_t dot = key.find('.');
-        if (key == "steps") {
-            update->steps = split(value, ' ');
-        } else if (key == "encrypt") {
-            update->fileKey = value.empty() ? sampleFileKey() : "";
-        } else if (key[0] == '@') {
-            others[key.substr(1)] = value;
-        } else if (dot != std::string::npos) {
-            update->images.at(key.substr(0, dot)).fields[key.substr(dot + 1)] = value;
-        } else {
-            update->fields[key] = value;
-        }
-    }
-    return others;
+using Edit = std::function<void(Draft*)>;
+using Edits = std::vector<Edit>;
+
+// Of the spec; its value is a Lua expression.
+Edit field(const std::string& key, const std::string& value) {
+    return [=](Draft* draft) { draft->update.fields[key] = value; };
 }
 
-// A good update, changed and written to files of its own.
+Edit kernel(const std::string& key, const std::string& value) {
+    return [=](Draft* draft) { draft->update.images.at("kernel").fields[key] = value; };
+}
+
+Edit rootfs(const std::string& key, const std::string& value) {
+    return [=](Draft* draft) { draft->update.images.at("rootfs").fields[key] = value; };
+}
+
+Edit steps(const Strings& names) {
+    return [=](Draft* draft) { draft->update.steps = names; };
+}
+
+Edit head(const std::string& text) {
+    return [=](Draft* draft) { draft->head = text; };
+}
+
+Edit last(const std::string& text) {
+    return [=](Draft* draft) { draft->last = text; };
+}
+
+Edit tail(const std::string& text) {
+    return [=](Draft* draft) { draft->tail = text; };
+}
+
+Edit size(size_t bytes) {
+    return [=](Draft* draft) { draft->size = bytes; };
+}
+
+Edit shell(const std::string& script) {
+    return [=](Draft* draft) { draft->script = script; };
+}
+
+const Edit kEncrypted = [](Draft* draft) { draft->update.fileKey = sampleFileKey(); };
+const Edit kPlain = [](Draft* draft) { draft->update.fileKey.clear(); };
+const Edit kUnsigned = [](Draft* draft) { draft->isUnsigned = true; };
+const Edit kWithoutKey = [](Draft* draft) { draft->knowsKey = false; };
+const Edit kWithoutFiles = [](Draft* draft) { draft->hasFiles = false; };
+const Edit kWithSecrets = [](Draft* draft) { draft->hasSecrets = true; };
+
+Draft goodDraft() {
+    Draft draft;
+    Update& update = draft.update;
+    update.fields = {{"version", "1"}, {"hardware", "'RV-20'"}};
+    update.steps = {"before", "kernel", "between", "rootfs"};
+    update.scripts = {{"before", "true\n"}, {"between", "true\n"}};
+    update.images["kernel"] = {
+        {{"type", "'kernel'"}, {"version", "'4.1'"}, {"preinst", "'pre'"}},
+        {{"kernel.img", imageBytes("4.1", 3000)}, {"pre", "true\n"}, {"post", "true\n"}}};
+    update.images["rootfs"] = {{{"type", "'rootfs'"}, {"version", "'3.0.7'"}},
+                               {{"rootfs.img", imageBytes("3.0.7", 5000)}}};
+    return draft;
+}
+
+// Bytes of two hyphens and a signature.
+constexpr size_t kTrailerSize = 346;
+
+// A good update, edited and written to files of its own.
 struct Sample {
     const ScratchDir scratch;
     CheckOptions options;
 
-    explicit Sample(const std::string& changes = "") {
-        Update update;
-        update.fields = {{"version", "1"}, {"hardware", "'RV-20'"}};
-        update.steps = {"before", "kernel", "between", "rootfs"};
-        update.scripts = {{"before", "true\n"}, {"between", "true\n"}};
-        update.images["kernel"] = {
-            {{"type", "'kernel'"}, {"version", "'4.1'"}, {"preinst", "'pre'"}},
-            {{"kernel.img", imageBytes("4.1", 3000)}, {"pre", "true\n"}, {"post", "true\n"}}};
-        update.images["rootfs"] = {{{"type", "'rootfs'"}, {"version", "'3.0.7'"}},
-                                   {{"rootfs.img", imageBytes("3.0.7", 5000)}}};
-        Words words = change(&update, changes);
+    explicit Sample(const Edits& edits = {}) {
+        Draft draft = goodDraft();
+        for (const Edit& edit : edits)
+            edit(&draft);
+        writeSpec(draft);
         const std::string& at = scratch.path;
-        std::string text = writeUpdate(update, at + "/files", "http://h/u");
-        text = "{" + words["head"] + text.substr(1, text.size() - 3) + words["last"] + "}\n" + words["tail"];
-        const size_t size = strtoul(words["pad"].c_str(), nullptr, 10);
-        if (size != 0) text += "--" + std::string(size - text.size() - 3 - 346, 'x') + "\n";
-        options.spec = at + "/spec";
-        SignatureUse& use = options.signatureUse;
-        use.isUnsigned = words.count("unsigned") != 0;
-        writeWholeFile(at + "/spec", use.isUnsigned ? text : signedText(text));
         writeWholeFile(at + "/key.pem", publicKeyText());
         writeWholeFile(at + "/preshared", sampleFileKey() + "x");
-        Program({"/bin/sh", "-c", "cd '" + at + "/files' && " + words["sh"]}).wait();
-        if (words.count("unsigned") + words.count("nokey") == 0) use.publicKey = at + "/key.pem";
-        if (words.count("nofiles") == 0) options.files.folder = at + "/files";
-        if (words.count("secrets") != 0) options.files.secrets = at + "/preshared";
+        EXPECT_EQ(Program({"/bin/sh", "-c", "cd '" + at + "/files' && " + draft.script}).wait(), 0);
+        options.spec = at + "/spec";
+        options.signatureUse.isUnsigned = draft.isUnsigned;
+        if (draft.knowsKey && !draft.isUnsigned) options.signatureUse.publicKey = at + "/key.pem";
+        if (draft.hasFiles) options.files.folder = at + "/files";
+        if (draft.hasSecrets) options.files.secrets = at + "/preshared";
+    }
+
+    void writeSpec(const Draft& draft) const {
+        std::string text = writeUpdate(draft.update, scratch.path + "/files", "http://h/u");
+        text = "{" + draft.head + text.substr(1, text.size() - 3) + draft.last + "}\n" + draft.tail;
+        if (draft.size != 0)
+            text += "--" + std::string(draft.size - text.size() - 3 - kTrailerSize, 'x') + "\n";
+        writeWholeFile(scratch.path + "/spec", draft.isUnsigned ? text : signedText(text));
     }
 
     // The exit status of the program itself.
@@ -77,229 +128,309 @@ struct Sample {
 
 CheckResult check(const CheckOptions& options) {
     CheckResult result;
-    std::string error;
-    EXPECT_EQ(0, checkUpdate(options, &result, &error)) << error;
+    const Fault fault = checkUpdate(options, &result);
+    EXPECT_FALSE(fault) << fault.message();
     return result;
 }
 
-std::string codesOf(const std::string& changes) {
-    std::string codes;
-    for (const Finding& finding : check(Sample(changes).options).findings.all)
-        codes += std::string(" ") + findingCodeText(finding.code);
-    return codes + " ";
+// In the order in which they are reported.
+Strings codesOf(const Edits& edits) {
+    Strings codes;
+    for (const Finding& finding : check(Sample(edits).options).findings.all)
+        codes.emplace_back(findingCodeText(finding.code));
+    return codes;
 }
 
 const std::string kMd5 = "'0123456789abcdef0123456789abcdef'";
 const std::string kLong(213, 'x');
-const struct {
+
+struct FindingRow {
     FindingCode code;
-    std::string provoked, missed;
-} kFindingRows[] = {
-    {eDeviceRefuses, "version=2", "version=1.9"},
-    {eSpecTooLarge, "@pad=8193", "@pad=8192"},
-    {eSpecNearLimit, "@pad=7373", "@pad=7372"},
-    {eFunctionWord, "kernel.postinst='my_function'", "kernel.postinst='functions'"},
-    {eCommentAsMarker, "@unsigned=|@tail=-- the end\n", "@unsigned=|@head=-- RV-20\n"},
-    {eSignatureUnverified, "@nokey=", ""},
-    {eRepeatedKey, "@head=hardware='RV-21',", "@head=Hardware='RV-21',"},
-    {eUnreadKey, "clone_overley=1", "clone_overlay=1"},
-    {eBehindGap, "@last=nil, 'before'", "@last='before', nil"},
-    {eNilValue, "kernel.postinst=post", "kernel.postinst='post'"},
-    {eHardwareToken, "hardware='RV-20, RV-21'", "hardware='RV-20,RV-21'"},
-    {eBadDigest, "kernel.image_md5='0123456789ABCDEF0123456789ABCDEF'", "kernel.image_md5=" + kMd5},
-    {eNoDigest, "script_hash=''", "script_hash=''|steps=kernel rootfs"},
-    {eLimitZero, "kernel.dlsize=0", "kernel.dlsize=1"},
-    {eLimitTooSmall, "kernel.dlsize=10239", "kernel.dlsize=10240"},
-    {eNegativeSize, "kernel.imsize=-1", "clone_overlay=-1"},
-    {eVolumeTooSmall, "kernel.imsize=2999", "kernel.imsize=3000"},
-    {eVersionNumber, "kernel.version=3.10", "kernel.version='3.10'"},
-    {eNameEmpty, "kernel.image=''", "kernel.preinst=''"},
-    {eNameQuote, "kernel.preinst=\"a'b\"", "kernel.preinst='a\"b'"},
-    {eNameNewline, "kernel.preinst='a\\nb'", "kernel.preinst='a\\\\nb'"},
-    {eNameHyphen, "kernel.image='-kernel'", "kernel.image='kernel-'"},
-    {eNameCollides, "kernel.preinst='img1'", "kernel.preinst='img2'"},
-    {eCommandTooLong, "kernel.image='x" + kLong + "'", "kernel.image='" + kLong + "'"},
-    {eTwoOfAKind, "rootfs.type='kernel'", ""},
-    {eNoMandatoryImage, "steps=before", "steps=before exit_success"},
-    {eBehindExitSuccess, "steps=exit_success kernel", "steps=kernel exit_success"},
-    {eNoSwitch, "steps=kernel exit_success", "steps=exit_success kernel"},
-    {eDepNotTable, "kernel.dep={'rootfs','1','9'}", "kernel.dep={{'rootfs','1','9'}}"},
-    {eDepWrongKind, "kernel.dep={{'!kernel','8','9'}}", "kernel.dep={{'!rootfs','8','9'}}"},
-    {eDepUnsatisfiable, "kernel.dep={{'rootfs','1','2'},{'!rootfs','1','2'}}",
-     "kernel.dep={{'rootfs','1','2'},{'!rootfs','1','1.65535.65535.65535'}}"},
-    {eDepImagesDisagree, "kernel.dep={{'rootfs','8','9'}}", "kernel.dep={{'rootfs','3.0.7','9'}}"},
-    {eTarMissing, "@sh=mkdir v && mv kernel v", "@sh=mkdir u && mv kernel u"},
-    {eTarNotOpened, "encrypt=|encr_key_offset=0", "encrypt=|encr_key_offset=0|@secrets="},
-    {eNotATar, "@sh=printf xyz >kernel", "@sh=gzip kernel && mv kernel.gz kernel"},
-    {eCompressedTar, "@sh=gzip kernel && mv kernel.gz kernel", ""},
-    {eMemberMissing, "kernel.image='kernel'", "kernel.image='kernel.img'"},
-    {eScriptMissing, "kernel.postinst='Post'", "kernel.postinst='post'"},
-    {eMemberLink, "@sh=ln -s /etc x && tar -rf kernel x", "@sh=touch x && tar -rf kernel x"},
-    {eMemberClimbs, "kernel.preinst='../pre'", "kernel.preinst='..pre'"},
-    {eDigestMismatch, "kernel.image_md5=" + kMd5, "@nofiles=|kernel.image_md5=" + kMd5},
-    {eKeyWithoutEncryption, "encr_key_offset=0", "encr_key_offset=-1"},
-    {eEncryptedWithoutKey, "encrypt=", "encrypt=|encr_key_offset=0"},
-    {eDecryptionFails, "encrypt=|encr_key_offset=1|@secrets=", "encrypt=|encr_key_offset=0|@secrets="},
-    {eRoomNeeded, "", "steps=exit_success|script_url=''"},
+    Edits provoked;
+    Edits missed;
+};
+
+const FindingRow kFindingRows[] = {
+    {eDeviceRefuses, {field("version", "2")}, {field("version", "1.9")}},
+    {eSpecTooLarge, {size(8193)}, {size(8192)}},
+    {eSpecNearLimit, {size(7373)}, {size(7372)}},
+    {eFunctionWord, {kernel("postinst", "'my_function'")}, {kernel("postinst", "'functions'")}},
+    {eCommentAsMarker, {kUnsigned, tail("-- the end\n")}, {kUnsigned, head("-- RV-20\n")}},
+    {eSignatureUnverified, {kWithoutKey}, {}},
+    {eRepeatedKey, {head("hardware='RV-21',")}, {head("Hardware='RV-21',")}},
+    {eUnreadKey, {field("clone_overley", "1")}, {field("clone_overlay", "1")}},
+    {eBehindGap, {last("nil, 'before'")}, {last("'before', nil")}},
+    {eNilValue, {kernel("postinst", "post")}, {kernel("postinst", "'post'")}},
+    {eHardwareToken, {field("hardware", "'RV-20, RV-21'")}, {field("hardware", "'RV-20,RV-21'")}},
+    {eBadDigest, {kernel("image_md5", "'0123456789ABCDEF0123456789ABCDEF'")}, {kernel("image_md5", kMd5)}},
+    {eNoDigest, {field("script_hash", "''")}, {field("script_hash", "''"), steps({"kernel", "rootfs"})}},
+    {eLimitZero, {kernel("dlsize", "0")}, {kernel("dlsize", "1")}},
+    {eLimitTooSmall, {kernel("dlsize", "10239")}, {kernel("dlsize", "10240")}},
+    {eNegativeSize, {kernel("imsize", "-1")}, {field("clone_overlay", "-1")}},
+    {eVolumeTooSmall, {kernel("imsize", "2999")}, {kernel("imsize", "3000")}},
+    {eVersionNumber, {kernel("version", "3.10")}, {kernel("version", "'3.10'")}},
+    {eNameEmpty, {kernel("image", "''")}, {kernel("preinst", "''")}},
+    {eNameQuote, {kernel("preinst", "\"a'b\"")}, {kernel("preinst", "'a\"b'")}},
+    {eNameNewline, {kernel("preinst", "'a\\nb'")}, {kernel("preinst", "'a\\\\nb'")}},
+    {eNameHyphen, {kernel("image", "'-kernel'")}, {kernel("image", "'kernel-'")}},
+    {eNameCollides, {kernel("preinst", "'img1'")}, {kernel("preinst", "'img2'")}},
+    {eCommandTooLong, {kernel("image", "'x" + kLong + "'")}, {kernel("image", "'" + kLong + "'")}},
+    {eTwoOfAKind, {rootfs("type", "'kernel'")}, {}},
+    {eNoMandatoryImage, {steps({"before"})}, {steps({"before", "exit_success"})}},
+    {eBehindExitSuccess, {steps({"exit_success", "kernel"})}, {steps({"kernel", "exit_success"})}},
+    {eNoSwitch, {steps({"kernel", "exit_success"})}, {steps({"exit_success", "kernel"})}},
+    {eDepNotTable, {kernel("dep", "{'rootfs','1','9'}")}, {kernel("dep", "{{'rootfs','1','9'}}")}},
+    {eDepWrongKind, {kernel("dep", "{{'!kernel','8','9'}}")}, {kernel("dep", "{{'!rootfs','8','9'}}")}},
+    {eDepUnsatisfiable,
+     {kernel("dep", "{{'rootfs','1','2'},{'!rootfs','1','2'}}")},
+     {kernel("dep", "{{'rootfs','1','2'},{'!rootfs','1','1.65535.65535.65535'}}")}},
+    {eDepImagesDisagree,
+     {kernel("dep", "{{'rootfs','8','9'}}")},
+     {kernel("dep", "{{'rootfs','3.0.7','9'}}")}},
+    {eTarMissing, {shell("mkdir v && mv kernel v")}, {shell("mkdir u && mv kernel u")}},
+    {eTarNotOpened,
+     {kEncrypted, field("encr_key_offset", "0")},
+     {kEncrypted, field("encr_key_offset", "0"), kWithSecrets}},
+    {eNotATar, {shell("printf xyz >kernel")}, {shell("gzip kernel && mv kernel.gz kernel")}},
+    {eCompressedTar, {shell("gzip kernel && mv kernel.gz kernel")}, {}},
+    {eMemberMissing, {kernel("image", "'kernel'")}, {kernel("image", "'kernel.img'")}},
+    {eScriptMissing, {kernel("postinst", "'Post'")}, {kernel("postinst", "'post'")}},
+    {eMemberLink, {shell("ln -s /etc x && tar -rf kernel x")}, {shell("touch x && tar -rf kernel x")}},
+    {eMemberClimbs, {kernel("preinst", "'../pre'")}, {kernel("preinst", "'..pre'")}},
+    {eDigestMismatch, {kernel("image_md5", kMd5)}, {kWithoutFiles, kernel("image_md5", kMd5)}},
+    {eKeyWithoutEncryption, {field("encr_key_offset", "0")}, {field("encr_key_offset", "-1")}},
+    {eEncryptedWithoutKey, {kEncrypted}, {kEncrypted, field("encr_key_offset", "0")}},
+    {eDecryptionFails,
+     {kEncrypted, field("encr_key_offset", "1"), kWithSecrets},
+     {kEncrypted, field("encr_key_offset", "0"), kWithSecrets}},
+    {eRoomNeeded, {}, {steps({"exit_success"}), field("script_url", "''")}},
 };
 
 TEST(PackCheck, EveryFindingHasASpecThatProvokesItAndANearMiss) {
     std::set<FindingCode> covered;
-    for (const auto& row : kFindingRows) {
-        const std::string code = std::string(" ") + findingCodeText(row.code) + " ";
+    for (const FindingRow& row : kFindingRows) {
+        const std::string code = findingCodeText(row.code);
+        SCOPED_TRACE(code);
         covered.insert(row.code);
-        EXPECT_NE(std::string::npos, codesOf(row.provoked).find(code)) << code;
-        EXPECT_EQ(std::string::npos, codesOf(row.missed).find(code)) << code;
+        const Strings provoked = codesOf(row.provoked);
+        const Strings missed = codesOf(row.missed);
+        EXPECT_NE(std::count(provoked.begin(), provoked.end(), code), 0);
+        EXPECT_EQ(std::count(missed.begin(), missed.end(), code), 0);
     }
-    EXPECT_EQ(static_cast<size_t>(eFindingCodeCount), covered.size());
-    EXPECT_EQ(" room-needed ", codesOf("")) << "a good update";
-    EXPECT_EQ(" room-needed ", codesOf("encrypt=|encr_key_offset=0|@secrets="));
-    EXPECT_EQ(" decryption-fails room-needed ", codesOf("encrypt=|encr_key_offset=2|@secrets="));
-    EXPECT_EQ(" nil-value behind-gap ", codesOf("@head=first,|steps=kernel"));
+    EXPECT_EQ(covered.size(), static_cast<size_t>(eFindingCodeCount));
 }
 
-const struct {
-    std::string changes, key;
-} kRefusalRows[] = {
-    {"version=2", "version"},
-    {"hardware=true", "hardware"},
-    {"script_url=true", "script_url"},
-    {"@last=true", "5"},
-    {"@last='" + std::string(64, 'x') + "'", "5"},
-    {"rootfs.type='roofts'", "4.type"},
-    {"rootfs.update='Mandatory'|steps=rootfs", "1.update"},
-    {"rootfs.imsize='x'", "4.imsize"},
-    {"rootfs.imsize='x'|kernel.imsize='x'", "2.imsize"},
-    {"kernel.url=true", "2.url"},
-    {"kernel.hash=true", "2.hash"},
-    {"kernel.image=true", "2.image"},
-    {"kernel.image_md5=true", "2.image_md5"},
-    {"kernel.postinst='" + std::string(32, 'x') + "'", "2.postinst"},
-    {"kernel.dep={{'rootfs','1','9'},{'rotfs','1','9'}}", "2.dep.2"},
+struct WholeRow {
+    const char* name;
+    Edits edits;
+    Strings codes;
 };
 
-TEST(PackCheck, RefusalNamesItsValueAndNothingIsSaidThatOnlyFollows) {
-    for (const auto& row : kRefusalRows) {
-        SCOPED_TRACE(row.changes);
-        const Sample sample(row.changes + "|@nofiles=");
-        const CheckResult result = check(sample.options);
-        const Finding& finding = result.findings.all.front();
-        EXPECT_EQ(eDeviceRefuses, finding.code);
-        EXPECT_EQ(row.key, finding.place.key);
-        EXPECT_NE(0, finding.place.line);
-        EXPECT_EQ(1U, result.findings.count(eError) + result.findings.count(eWarning));
+const WholeRow kWholeRows[] = {
+    {"a good update", {}, {"room-needed"}},
+    {"an encrypted one", {kEncrypted, field("encr_key_offset", "0"), kWithSecrets}, {"room-needed"}},
+    {"another key",
+     {kEncrypted, field("encr_key_offset", "2"), kWithSecrets},
+     {"decryption-fails", "room-needed"}},
+    {"nil at its beginning", {head("first,"), steps({"kernel"})}, {"nil-value", "behind-gap"}},
+};
+
+TEST(PackCheck, NothingIsReportedThatOnlyFollows) {
+    for (const WholeRow& row : kWholeRows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(codesOf(row.edits), row.codes);
     }
 }
 
-TEST(PackCheck, FindingsNameTheLineTheNearestKeyAndTheDevicesWords) {
-    const CheckResult result = check(Sample("kernel.versoin='1'|kernel.version='1.x'|steps=kernel").options);
+struct RefusalRow {
+    const char* key;  // at which the finding stands
+    Edits edits;
+};
+
+const RefusalRow kRefusalRows[] = {
+    {"version", {field("version", "2")}},
+    {"hardware", {field("hardware", "true")}},
+    {"script_url", {field("script_url", "true")}},
+    {"5", {last("true")}},
+    {"5", {last("'" + std::string(64, 'x') + "'")}},
+    {"4.type", {rootfs("type", "'roofts'")}},
+    {"1.update", {rootfs("update", "'Mandatory'"), steps({"rootfs"})}},
+    {"4.imsize", {rootfs("imsize", "'x'")}},
+    {"2.imsize", {rootfs("imsize", "'x'"), kernel("imsize", "'x'")}},
+    {"2.url", {kernel("url", "true")}},
+    {"2.hash", {kernel("hash", "true")}},
+    {"2.image", {kernel("image", "true")}},
+    {"2.image_md5", {kernel("image_md5", "true")}},
+    {"2.postinst", {kernel("postinst", "'" + std::string(32, 'x') + "'")}},
+    {"2.dep.2", {kernel("dep", "{{'rootfs','1','9'},{'rotfs','1','9'}}")}},
+};
+
+TEST(PackCheck, RefusalNamesItsValueAndIsReportedAlone) {
+    for (const RefusalRow& row : kRefusalRows) {
+        SCOPED_TRACE(row.key);
+        Edits edits = row.edits;
+        edits.push_back(kWithoutFiles);
+        const Sample sample(edits);
+        const CheckResult result = check(sample.options);
+        const Finding& finding = result.findings.all.front();
+        EXPECT_EQ(finding.code, eDeviceRefuses);
+        EXPECT_EQ(finding.place.key, row.key);
+        EXPECT_NE(finding.place.line, 0);
+        EXPECT_EQ(result.findings.count(eError) + result.findings.count(eWarning), 1U);
+    }
+}
+
+TEST(PackCheck, FindingsNameTheLineTheNearestKeyAndTheMessage) {
+    const CheckResult result =
+        check(Sample({kernel("versoin", "'1'"), kernel("version", "'1.x'"), steps({"kernel"})}).options);
     const std::string refusal = result.findings.all.front().why;
-    EXPECT_NE(std::string::npos, refusal.find(": LUA parsing failed: Bad version string: 1.x; "));
+    EXPECT_NE(refusal.find(": LUA parsing failed: Bad version string: 1.x; "), std::string::npos);
     const Finding& finding = result.findings.all.at(1);
     const Strings lines = split(result.spec.text, '\n');
-    EXPECT_NE(std::string::npos, lines.at(static_cast<size_t>(finding.place.line) - 1).find("versoin"));
-    EXPECT_NE(std::string::npos, finding.advice.find("\"version\""));
+    EXPECT_NE(lines.at(static_cast<size_t>(finding.place.line) - 1).find("versoin"), std::string::npos);
+    EXPECT_NE(finding.advice.find("\"version\""), std::string::npos);
 
-    const Sample grown("@sh=printf x >>kernel");
+    const Sample grown({shell("printf x >>kernel")});
     const Finding limit = check(grown.options).findings.all.front();
-    EXPECT_EQ(grown.options.spec, limit.place.file);
-    EXPECT_EQ(0U, limit.why.find(grown.options.files.folder + "/kernel has 10241 bytes, "));
+    EXPECT_EQ(limit.place.file, grown.options.spec);
+    EXPECT_EQ(limit.why.find(grown.options.files.folder + "/kernel has 10241 bytes, "), 0U);
 }
 
 TEST(PackCheck, SizesAreThoseThatTheDeviceTakes) {
-    EXPECT_EQ(2147483647U, check(Sample("kernel.imsize=3e9|@nofiles=").options).room.extracted);
+    EXPECT_EQ(check(Sample({kernel("imsize", "3e9"), kWithoutFiles}).options).room.extracted, 2147483647U);
 }
 
 TEST(PackCheck, ExitStatusTellsCleanFromFindingsFromTrouble) {
-    const Sample good, warned("kernel.dlsize=0");
-    EXPECT_EQ(0, good.run("spec --pub key.pem --files files --strict"));
-    EXPECT_EQ(1, good.run("spec --pub preshared"));
-    EXPECT_EQ(1, good.run("spec --device model=RV-20,kernel=3,rootfs=2 --device model=X,kernel=3,rootfs=2"));
-    EXPECT_EQ(2, good.run("none"));
-    EXPECT_EQ(2, good.run("spec --pub key.pem --unsigned"));
-    EXPECT_EQ(2, good.run("spec --device model=RV-20"));
-    EXPECT_EQ(2, good.run("spec --model '' --kernel 3 --rootfs 2"));
-    EXPECT_EQ(2, good.run("spec --pub key.pem --files files --secrets files"));
-    EXPECT_EQ(0, warned.run("spec"));
-    EXPECT_EQ(1, warned.run("spec --strict --json"));
+    const struct {
+        const char* arguments;
+        int status;
+    } kRows[] = {
+        {"spec --pub key.pem --files files --strict", 0},
+        {"spec --pub preshared", 1},
+        {"spec --device model=RV-20,kernel=3,rootfs=2 --device model=X,kernel=3,rootfs=2", 1},
+        {"none", 2},
+        {"spec --pub key.pem --unsigned", 2},
+        {"spec --device model=RV-20", 2},
+        {"spec --model '' --kernel 3 --rootfs 2", 2},
+        {"spec --pub key.pem --files files --secrets files", 2},
+    };
+    const Sample good;
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.arguments);
+        EXPECT_EQ(good.run(row.arguments), row.status);
+    }
+    const Sample warned({kernel("dlsize", "0")});
+    EXPECT_EQ(warned.run("spec"), 0);
+    EXPECT_EQ(warned.run("spec --strict --json"), 1);
 }
 
-const struct {
-    const char *name, *steps, *changes;
-    const char* choice;  // of the images, in their order
+struct PlanRow {
+    const char* name;
+    const char* steps;
+    Edits edits;
+    Strings choices;  // of the images, in their order
     const char* model = "RV-20";
     uint32_t activeSet = 0;
-} kPlanRows[] = {
-    {"encrypted, cloned", "_prepare before kernel between rootfs", "", "kept kept"},
-    {"from set 1", "_prepare before kernel between rootfs", "", "kept kept", "RV-20", 1},
-    {"plain", "rootfs kernel", "encrypt=no|encr_key_offset=-1|clone_overlay=0", "kept kept"},
-    {"dropped", "kernel rootfs", "kernel.update='optional'|rootfs.dep=nil", "dropped kept"},
-    {"dropped", "before kernel rootfs", "rootfs.update='optional'", "kept dropped"},
-    {"promoted", "kernel rootfs", "rootfs.update='optional'|kernel.dep={{'rootfs','3','9'}}",
-     "kept promoted"},
-    {"promoted", "kernel rootfs", "kernel.update='optional'", "promoted kept"},
-    {"no version fits", "kernel rootfs", "kernel.dep={{'rootfs','9','9'}}", "refused refused"},
-    {"two of a kind", "kernel rootfs", "rootfs.type='kernel'", "refused refused"},
-    {"another model", "before kernel", "", "", "RV-19"},
-    {"an early end", "_prepare kernel exit_success rootfs", "", "kept kept"},
-    {"scripts only", "_prepare sub/_more before", "", ""},
-    {"preparation only", "_prepare", "script_hash=''", ""},
-    {"nothing at all", "", "", ""},
-    {"optional only", "before kernel", "kernel.update='optional'", "dropped"},
-    {"a spec of the future", "before", "version=2", ""},
 };
 
-// The commands as the stand-in device records them: without folders of programs, with ids and sizes.
+const PlanRow kPlanRows[] = {
+    {"encrypted, cloned", "_prepare before kernel between rootfs", {}, {"kept", "kept"}},
+    {"from set 1", "_prepare before kernel between rootfs", {}, {"kept", "kept"}, "RV-20", 1},
+    {"plain",
+     "rootfs kernel",
+     {kPlain, field("encr_key_offset", "-1"), field("clone_overlay", "0")},
+     {"kept", "kept"}},
+    {"dropped", "kernel rootfs", {kernel("update", "'optional'"), rootfs("dep", "nil")}, {"dropped", "kept"}},
+    {"dropped", "before kernel rootfs", {rootfs("update", "'optional'")}, {"kept", "dropped"}},
+    {"promoted",
+     "kernel rootfs",
+     {rootfs("update", "'optional'"), kernel("dep", "{{'rootfs','3','9'}}")},
+     {"kept", "promoted"}},
+    {"promoted", "kernel rootfs", {kernel("update", "'optional'")}, {"promoted", "kept"}},
+    {"no version fits", "kernel rootfs", {kernel("dep", "{{'rootfs','9','9'}}")}, {"refused", "refused"}},
+    {"two of a kind", "kernel rootfs", {rootfs("type", "'kernel'")}, {"refused", "refused"}},
+    {"another model", "before kernel", {}, {}, "RV-19"},
+    {"an early end", "_prepare kernel exit_success rootfs", {}, {"kept", "kept"}},
+    {"scripts only", "_prepare sub/_more before", {}, {}},
+    {"preparation only", "_prepare", {field("script_hash", "''")}, {}},
+    {"nothing at all", "", {}, {}},
+    {"optional only", "before kernel", {kernel("update", "'optional'")}, {"dropped"}},
+    {"a spec of the future", "before", {field("version", "2")}, {}},
+};
+
+// The commands as the simulator records them: without folders of programs, with ids and sizes.
 Strings commandsOf(const Plan& plan) {
-    const Strings kVolumes = {"k0", "k0_root", "k0_data", "k1", "k1_root", "k1_data"};
+    const Strings volumes = {"k0", "k0_root", "k0_data", "k1", "k1_root", "k1_data"};
     Strings lines;
     for (const PlanStep& step : plan.steps) {
         std::string line = step.words.front().substr(step.words.front().rfind('/') + 1);
         for (size_t i = 1; i < step.words.size(); ++i)
             line += " " + std::regex_replace(step.words[i], std::regex("\\{size of k._data\\}"), "380928");
-        for (size_t id = 0; id < kVolumes.size(); ++id)
-            line = std::regex_replace(line, std::regex(".id of " + kVolumes[id] + "\\}"), std::to_string(id));
+        for (size_t id = 0; id < volumes.size(); ++id)
+            line = std::regex_replace(line, std::regex(".id of " + volumes[id] + "\\}"), std::to_string(id));
         lines.push_back(stateText(step.state) + (": " + line));
     }
     return lines;
 }
 
+// What check() says of the world's device and update.
+FleetRow planFor(const World& world, const rovusim::DeviceOptions& device) {
+    const std::string files = world.web.directory();
+    const SignatureUse key = {world.device.pathOf("/etc/ssh/rovu_pub.pem"), false};
+    const FileOptions tars = {files, world.device.pathOf("/app0/secrets/rovu/preshared")};
+    const DeviceKind kind = {device.model, device.kernelRelease, device.rootfsVersion};
+    CheckResult result = check({files + "/spec", key, tars, {kind}});
+    return std::move(result.fleet.front());
+}
+
+void applyTo(Update* update, const Edits& edits) {
+    Draft draft;
+    draft.update = *update;
+    for (const Edit& edit : edits)
+        edit(&draft);
+    *update = draft.update;
+}
+
+// Bytes that the web has served, but for its first `before` characters of requests.
+uint64_t served(const World& world, size_t before) {
+    uint64_t bytes = 0;
+    for (const std::string& request : split(world.web.requests().substr(before), '\n'))
+        bytes += readWholeFile(world.web.directory() + split(request, ' ').front()).size();
+    return bytes;
+}
+
+void expectPlanned(const PlanRow& row, const FleetRow& planned, const Outcome& outcome, const World& world) {
+    const Plan& plan = planned.plans[row.activeSet];
+    Strings choices;
+    for (const ImageChoice& image : planned.selection.images)
+        choices.emplace_back(outcomeText(image.outcome));
+    EXPECT_EQ(choices, row.choices);
+    EXPECT_EQ(world.device.commands(), commandsOf(plan));
+    EXPECT_EQ(outcome.status, planned.accepts() ? 0 : 1);
+    EXPECT_EQ(world.device.state(), stateText(plan.stages.back().state));
+    EXPECT_EQ(rovusim::rebootRequested(world.device.directory), plan.switches);
+    const bool isChoiceRefused = planned.selection.refusedIn == eStateCheckingDependencies;
+    EXPECT_TRUE(!isChoiceRefused || outcome.said(planned.selection.refusal));
+}
+
 TEST(PackPlan, IsWhatTheRunThenDoes) {
-    for (const auto& row : kPlanRows) {
+    for (const PlanRow& row : kPlanRows) {
         SCOPED_TRACE(row.name);
         rovusim::DeviceOptions device;
         device.model = row.model;
         World world(split(row.steps, ' '), device);
-        change(&world.update, row.changes);
+        applyTo(&world.update, row.edits);
         world.publish();
         if (row.activeSet == 1) {
-            ASSERT_EQ(0, world.run().status);
-            ASSERT_EQ(0, rovusim::restartDevice(world.device.directory, nullptr));
+            ASSERT_EQ(world.run().status, 0);
+            ASSERT_EQ(rovusim::restartDevice(world.device.directory, nullptr), 0);
             device = {row.model, "4.1", "3.0.7", device.totalLebs};
         }
         const size_t before = world.web.requests().size();
-        const std::string files = world.web.directory();
-        const SignatureUse key = {world.device.pathOf("/etc/ssh/rovu_pub.pem"), false};
-        const FileOptions tars = {files, world.device.pathOf("/app0/secrets/rovu/preshared")};
-        const DeviceKind kind = {row.model, device.kernelRelease, device.rootfsVersion};
-        const CheckResult result = check({files + "/spec", key, tars, {kind}});
-        const FleetRow& planned = result.fleet.front();
-        const Plan& plan = planned.plans[row.activeSet];
-        const Selection& selection = planned.selection;
+        const FleetRow planned = planFor(world, device);
         const Outcome outcome = world.run({"-v"});
-        std::string choice;
-        for (const ImageChoice& image : selection.images)
-            choice += (choice.empty() ? "" : " ") + std::string(outcomeText(image.outcome));
-        EXPECT_EQ(row.choice, choice);
-        EXPECT_EQ(commandsOf(plan), world.device.commands());
-        EXPECT_EQ(planned.accepts() ? 0 : 1, outcome.status);
-        EXPECT_EQ(stateText(plan.stages.back().state), world.device.state());
-        EXPECT_EQ(plan.switches, rovusim::rebootRequested(world.device.directory));
-        uint64_t served = 0;
-        for (const std::string& request : split(world.web.requests().substr(before), '\n'))
-            served += readWholeFile(files + split(request, ' ').front()).size();
-        EXPECT_EQ(planned.room.download, served);
-        EXPECT_TRUE(selection.refusedIn != eStateCheckingDependencies || outcome.said(selection.refusal));
+        expectPlanned(row, planned, outcome, world);
+        EXPECT_EQ(served(world, before), planned.room.download);
     }
 }
 

@@ -1,20 +1,17 @@
-// URLs of an update's files: a folder's URL and a plain name, so that a name also fits into a folder.
-
 #include "base_url.h"
 
 #include <cerrno>
 #include <cstring>
 
-int normaliseBaseUrl(std::string* url, std::string* error) {
+Fault normaliseBaseUrl(std::string* url) {
     while (!url->empty() && url->back() == '/')
         url->pop_back();
     const size_t scheme = url->find("://");
     bool good = scheme != std::string::npos && scheme > 0 && url->size() > scheme + 3;
     for (const char c : *url)
         good = good && static_cast<unsigned char>(c) > 0x20 && c != '\'' && c != '"' && c != 0x7F;
-    if (good) return 0;
-    *error = "--base-url: \"" + *url + "\" is not a URL such as http://updates.example/2.5";
-    return EINVAL;
+    if (good) return {};
+    return {EINVAL, "--base-url: \"" + *url + "\" is not a URL such as http://updates.example/2.5"};
 }
 
 std::string fileNameBelow(const std::string& baseUrl, const std::string& url) {

@@ -1,5 +1,3 @@
-// Writes a spec for two readers, a device and a person: one key a line, in the order of the manual.
-
 #include "spec_writer.h"
 
 #include <cstdio>
@@ -8,9 +6,9 @@ namespace {
 
 class Lines {
 public:
-    explicit Lines(std::string* out, const char* lead) : text(out), indent(lead) {}
+    explicit Lines(std::string* out, const char* lead) : text_(out), indent_(lead) {}
 
-    void line(const std::string& content) { *text += indent + content + "\n"; }
+    void line(const std::string& content) { *text_ += indent_ + content + "\n"; }
     void field(const char* key, const std::string& value) { line(key + (" = " + luaQuoted(value) + ",")); }
     void field(const char* key, uint32_t value) { line(key + (" = " + std::to_string(value) + ",")); }
     void optional(const char* key, const std::string& value) {
@@ -18,8 +16,8 @@ public:
     }
 
 private:
-    std::string* text;
-    std::string indent;
+    std::string* text_;
+    std::string indent_;
 };
 
 std::string depText(const ManifestDep& dep) {
@@ -66,7 +64,7 @@ std::string luaQuoted(const std::string& text) {
         } else if (c == '\n') {
             quoted += "\\n";
         } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-            char escape[8];  // three digits, so that a digit behind it stays one
+            char escape[8];  // three digits, so that a digit after it stays one
             snprintf(escape, sizeof escape, "\\%03d", c);
             quoted += escape;
         } else {

@@ -1,4 +1,4 @@
-// The text of a spec.
+// The text of a spec, for two readers, a device and a person: one key a line, in the order of the manual.
 
 #pragma once
 

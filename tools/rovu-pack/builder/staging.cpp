@@ -1,8 +1,7 @@
-// The hidden folder lies in the target, so that a rename never crosses file systems.
-
 #include "staging.h"
 
 #include "files.h"
+#include "handles.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -17,60 +16,57 @@ constexpr mode_t kFolderMode = 0777;  // the mask narrows it
 constexpr char kFolderTemplate[] = "/.rovu-pack.XXXXXX";
 constexpr char kScratchName[] = "/.scratch";  // not a name that pathOf() is asked for
 
-int syncFile(const std::string& path, std::string* error) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return fileError(path, errno, error);
-    const int rc = fsync(fd) == 0 ? 0 : errno;
-    close(fd);
-    return rc == 0 ? 0 : fileError(path, rc, error);
+Fault syncFile(const std::string& path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0 || fsync(file.get()) != 0) return fileFault(path, errno);
+    return {};
 }
 
 }  // namespace
 
 UpdateStaging::~UpdateStaging() {
-    if (!folder.empty()) {
-        for (const std::string& name : names)
-            unlink((folder + "/" + name).c_str());
+    if (!folder_.empty()) {
+        for (const std::string& name : names_)
+            unlink((folder_ + "/" + name).c_str());
         unlink(scratchPath().c_str());
-        rmdir(folder.c_str());
+        rmdir(folder_.c_str());
     }
-    if (madeTarget) rmdir(targetFolder.c_str());  // fails once it holds anything, as it should
+    if (madeTarget_) rmdir(targetFolder_.c_str());  // fails once it holds anything, as it should
 }
 
-int UpdateStaging::open(const std::string& target, std::string* error) {
-    targetFolder = target;
-    madeTarget = mkdir(target.c_str(), kFolderMode) == 0;
-    if (!madeTarget && errno != EEXIST) return fileError(target, errno, error);
+Fault UpdateStaging::prepare(const std::string& target) {
+    targetFolder_ = target;
+    madeTarget_ = mkdir(target.c_str(), kFolderMode) == 0;
+    if (!madeTarget_ && errno != EEXIST) return fileFault(target, errno);
     std::string path = target + kFolderTemplate;
-    if (mkdtemp(path.data()) == nullptr) return fileError(target, errno, error);
-    folder = path;
-    return 0;
+    if (mkdtemp(path.data()) == nullptr) return fileFault(target, errno);
+    folder_ = path;
+    return {};
 }
 
 std::string UpdateStaging::pathOf(const std::string& name) {
-    if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
-    return folder + "/" + name;
+    if (std::find(names_.begin(), names_.end(), name) == names_.end()) names_.push_back(name);
+    return folder_ + "/" + name;
 }
 
 bool UpdateStaging::replaces(const std::string& name, const std::string& path) const {
     struct stat target;
     struct stat other;
-    return lstat((targetFolder + "/" + name).c_str(), &target) == 0 && stat(path.c_str(), &other) == 0 &&
+    return lstat((targetFolder_ + "/" + name).c_str(), &target) == 0 && stat(path.c_str(), &other) == 0 &&
            target.st_dev == other.st_dev && target.st_ino == other.st_ino;
 }
 
 std::string UpdateStaging::scratchPath() {
-    return folder + kScratchName;
+    return folder_ + kScratchName;
 }
 
-int UpdateStaging::publish(std::string* error) {
-    for (const std::string& name : names) {
-        if (int rc = syncFile(folder + "/" + name, error); rc != 0) return rc;
+Fault UpdateStaging::publish() {
+    for (const std::string& name : names_) {
+        if (Fault fault = syncFile(folder_ + "/" + name)) return fault;
     }
-    for (const std::string& name : names) {
-        const std::string target = targetFolder + "/" + name;
-        if (rename((folder + "/" + name).c_str(), target.c_str()) != 0)
-            return fileError(target, errno, error);
+    for (const std::string& name : names_) {
+        const std::string target = targetFolder_ + "/" + name;
+        if (rename((folder_ + "/" + name).c_str(), target.c_str()) != 0) return fileFault(target, errno);
     }
-    return 0;
+    return {};
 }

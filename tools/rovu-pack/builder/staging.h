@@ -2,21 +2,23 @@
 
 #pragma once
 
+#include "fault.h"
+
 #include <string>
 #include <vector>
 
-/// Files are made in a hidden folder inside the target, and move to their names at the end.
+/// Files are made in a hidden folder inside the target, so that a rename never crosses file systems, and move to
+/// their names at the end.
 class UpdateStaging {
 public:
     UpdateStaging() = default;
-    /// Removes what has not been published, and the target folder if open() made it and nothing is in it.
+    /// Removes what has not been published, and the target folder if prepare() made it and nothing is in it.
     ~UpdateStaging();
     UpdateStaging(const UpdateStaging&) = delete;
     UpdateStaging& operator=(const UpdateStaging&) = delete;
 
-    /// Makes the target folder, whose parent must exist, if there is none.
-    /// \return 0, or a positive errno value with a sentence in `*error`.
-    int open(const std::string& target, std::string* error);
+    /// Makes the hidden folder, and the target folder if there is none; its parent must exist.
+    Fault prepare(const std::string& target);
 
     /// \return the path of a file that may be made; publish() moves it.
     std::string pathOf(const std::string& name);
@@ -28,12 +30,12 @@ public:
     std::string scratchPath();
 
     /// Syncs all files and moves them into the target, over files of the same names, in the order in which
-    /// pathOf() was first asked for them. \return 0, or a positive errno value with a sentence in `*error`.
-    int publish(std::string* error);
+    /// pathOf() was first asked for them.
+    Fault publish();
 
 private:
-    std::string targetFolder;
-    std::string folder;
-    bool madeTarget = false;
-    std::vector<std::string> names;
+    std::string targetFolder_;
+    std::string folder_;
+    bool madeTarget_ = false;
+    std::vector<std::string> names_;
 };

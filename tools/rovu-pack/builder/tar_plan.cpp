@@ -1,8 +1,7 @@
-// A script is packed once, however often it runs; a word of the format never.
-
 #include "tar_plan.h"
 
 #include "files.h"
+#include "spec_words.h"
 
 #include <cerrno>
 #include <sys/stat.h>
@@ -14,7 +13,7 @@ void addInput(const Manifest& manifest, const ManifestImage* image, const std::s
     for (const TarInput& input : *inputs) {
         if (input.member == member) return;
     }
-    inputs->push_back({member, localFileOf(manifest, image, member), isScript});
+    inputs->push_back({member, manifest.localFileOf(image, member), isScript});
 }
 
 TarJob imageJob(const Manifest& manifest, size_t entry) {
@@ -44,7 +43,7 @@ std::vector<TarJob> planTars(const Manifest& manifest) {
         const ManifestStep& step = manifest.steps[entry - 1];
         if (step.image) {
             jobs.push_back(imageJob(manifest, entry));
-        } else if (step.script != kExitSuccess) {
+        } else if (step.script != kEndOfRun) {
             addInput(manifest, nullptr, step.script, true, &scripts.inputs);
         }
     }
@@ -52,20 +51,17 @@ std::vector<TarJob> planTars(const Manifest& manifest) {
     return jobs;
 }
 
-int measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes,
-                  std::string* error) {
+Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes) {
     *bytes = 0;
     for (const TarJob& job : jobs) {
         for (const TarInput& input : job.inputs) {
             struct stat status;
             if (stat(input.source.c_str(), &status) != 0) {
-                std::string reason;
-                const int code = fileError(input.source, errno, &reason);
-                manifestFault(manifest, entryOf(manifest, job, input.member), "", reason, error);
-                return code;
+                const Fault fault = fileFault(input.source, errno);
+                return manifest.located(entryOf(manifest, job, input.member), {"", fault.message()});
             }
             *bytes += static_cast<uint64_t>(status.st_size);
         }
     }
-    return 0;
+    return {};
 }

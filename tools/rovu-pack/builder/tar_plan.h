@@ -1,4 +1,5 @@
-// Which tars an update consists of, and what goes into each.
+// Which tars an update consists of, and what goes into each. A script is packed once, however often it runs; the
+// end of the run never.
 
 #pragma once
 
@@ -20,6 +21,5 @@ struct TarJob {
 std::vector<TarJob> planTars(const Manifest& manifest);
 
 /// Adds up the bytes of all inputs.
-/// \return 0; or a positive errno value with a sentence in `*error`, about the entry whose file is missing.
-int measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes,
-                  std::string* error);
+/// \return a fault of the entry whose file is missing.
+Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes);

@@ -83,16 +83,18 @@ struct DependencyRule {
 
 }  // namespace
 
-void checkDependencies(const SpecView& spec, Findings* findings) {
-    const DependencyRule rule = {spec, findings};
+Findings checkDependencies(const SpecView& spec) {
+    Findings findings;
+    const DependencyRule rule = {spec, &findings};
     for (const ImageView& image : spec.images) {
         const Ranges ranges = rule.read(image);
         if (!isSatisfiable(ranges)) {
-            findings->add(eDepUnsatisfiable, spec.at(image.key("dep")),
-                          "No version satisfies the whole list.");
+            findings.add(eDepUnsatisfiable, spec.at(image.key("dep")),
+                         "No version satisfies the whole list.");
             continue;
         }
         for (const ImageView& other : spec.images)
             rule.compare(image, ranges, other);
     }
+    return findings;
 }

@@ -3,7 +3,7 @@
 
 #include "nearest_word.h"
 #include "rules.h"
-#include "spec_keys.h"
+#include "spec_words.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -102,8 +102,9 @@ const LuaValue* valueAt(const LuaValue& table, const std::string& path) {
 
 }  // namespace
 
-void checkKeys(const SpecView& spec, Findings* findings) {
-    const KeyRule rule = {spec, findings};
+Findings checkKeys(const SpecView& spec) {
+    Findings findings;
+    const KeyRule rule = {spec, &findings};
     rule.table(spec.file.table, "", kSpecKeys);
     for (const ImageView& image : spec.images) {
         rule.table(image.table, image.key(""), kImageKeys);
@@ -114,4 +115,5 @@ void checkKeys(const SpecView& spec, Findings* findings) {
         if (valueAt(spec.file.table, line.first) != nullptr) continue;
         rule.nil(line.first);
     }
+    return findings;
 }

@@ -3,6 +3,7 @@
 
 #include "rules.h"
 #include "shell_lines.h"
+#include "tars.h"
 
 #include <algorithm>
 
@@ -20,10 +21,6 @@ constexpr char kLongestVolumeId[] = "127";  // UBI has 128 volumes
 
 bool hasControl(const std::string& name) {
     return std::any_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; });
-}
-
-bool climbs(const std::string& name) {
-    return name[0] == '/' || ("/" + name + "/").find("/../") != std::string::npos;
 }
 
 std::string firstStep(std::string name) {
@@ -87,11 +84,13 @@ struct NameRule {
 
 }  // namespace
 
-void checkNames(const SpecView& spec, Findings* findings) {
-    const NameRule rule = {spec, findings};
+Findings checkNames(const SpecView& spec) {
+    Findings findings;
+    const NameRule rule = {spec, &findings};
     for (const ScriptView& script : spec.scripts) {
         if (!script.endsRun()) rule.check({script.key(), script.name, "scriptTar", false});
     }
     for (const ImageView& image : spec.images)
         rule.image(image);
+    return findings;
 }

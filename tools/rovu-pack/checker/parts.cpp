@@ -18,13 +18,19 @@ void checkKinds(const SpecView& spec, Findings* findings) {
     }
 }
 
-// Everything of the list from its end of run on.
-void checkBehind(const SpecView& spec, const ScriptView& end, Findings* findings) {
+// What the list has after its end of run, and what it has flashed before.
+void checkEnd(const SpecView& spec, const ScriptView& end, Findings* findings) {
     for (size_t entry = end.entry + 1; entry <= spec.file.table.items.size(); ++entry) {
         const bool isImage = spec.file.table.items[entry - 1].kind == LuaValue::eTable;
         findings->add(eBehindExitSuccess, spec.at(std::to_string(entry)),
                       isImage ? "The image behind \"exit_success\" is downloaded and never flashed."
                               : "What stands behind \"exit_success\" never runs.");
+    }
+    for (const ImageView& image : spec.images) {
+        if (image.entry > end.entry || !image.isMandatory()) continue;
+        findings->add(eNoSwitch, spec.at(end.key()),
+                      "Images are flashed, and the run ends without switching to them.");
+        return;
     }
 }
 
@@ -54,23 +60,18 @@ bool flashesNothing(const SpecView& spec) {
 
 }  // namespace
 
-void checkParts(const SpecView& spec, Findings* findings) {
-    checkKinds(spec, findings);
-    checkScriptSource(spec, findings);
-    checkKeyUse(spec, findings);
+Findings checkParts(const SpecView& spec) {
+    Findings findings;
+    checkKinds(spec, &findings);
+    checkScriptSource(spec, &findings);
+    checkKeyUse(spec, &findings);
     const auto end = std::find_if(spec.scripts.begin(), spec.scripts.end(),
                                   [](const ScriptView& script) { return script.endsRun(); });
-    if (end == spec.scripts.end()) {
-        if (!flashesNothing(spec)) return;
-        findings->add(eNoMandatoryImage, spec.at(""),
-                      "Nothing is flashed, and the device switches to a set that nobody wrote.");
-        return;
+    if (end != spec.scripts.end()) {
+        checkEnd(spec, *end, &findings);
+    } else if (flashesNothing(spec)) {
+        findings.add(eNoMandatoryImage, spec.at(""),
+                     "Nothing is flashed, and the device switches to a set that nobody wrote.");
     }
-    checkBehind(spec, *end, findings);
-    for (const ImageView& image : spec.images) {
-        if (image.entry > end->entry || !image.isMandatory()) continue;
-        findings->add(eNoSwitch, spec.at(end->key()),
-                      "Images are flashed, and the run ends without switching to them.");
-        return;
-    }
+    return findings;
 }

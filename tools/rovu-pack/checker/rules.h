@@ -1,23 +1,25 @@
-// The rules by which `check` judges what the device does not: each function is one subject.
+// The rules by which `check` judges what the device does not. Each function is one subject, and returns what it
+// found.
 
 #pragma once
 
+#include "device_verdict.h"
 #include "spec_view.h"
 
 /// The file and its text, before anything is evaluated: size, marker, words.
-void checkText(const SpecFile& file, Findings* findings);
+Findings checkText(const SpecFile& file, const SignatureUse& use);
 
-/// Keys that nothing reads, values that are nil, entries behind a gap.
-void checkKeys(const SpecView& spec, Findings* findings);
+/// Keys that nothing reads, values that are nil, entries after a gap.
+Findings checkKeys(const SpecView& spec);
 
 /// Digests, sizes, versions, models.
-void checkValues(const SpecView& spec, Findings* findings);
+Findings checkValues(const SpecView& spec);
 
 /// Names that reach a shell, tar or the work directory.
-void checkNames(const SpecView& spec, Findings* findings);
+Findings checkNames(const SpecView& spec);
 
 /// Dependency lists: what they test, and whether anything can pass.
-void checkDependencies(const SpecView& spec, Findings* findings);
+Findings checkDependencies(const SpecView& spec);
 
 /// The list as a whole: what is flashed, and how the run ends.
-void checkParts(const SpecView& spec, Findings* findings);
+Findings checkParts(const SpecView& spec);

@@ -33,10 +33,6 @@ struct PlainFolder {
     PlainFolder& operator=(const PlainFolder&) = delete;
 };
 
-bool climbs(const std::string& name) {
-    return name.compare(0, 1, "/") == 0 || ("/" + name + "/").find("/../") != std::string::npos;
-}
-
 // The file of `folder` that is served as `url`: the longest end of the URL's path that is there, so that two
 // files of one name may stand in folders of their own. What is not there has the URL's last step.
 std::string servedFile(const std::string& folder, const std::string& url) {
@@ -55,8 +51,8 @@ std::string servedFile(const std::string& folder, const std::string& url) {
 
 // Whatever the spec says of its volume, which may be wrong.
 bool hasImage(const TarFacts& tar) {
-    return std::any_of(tar.wanted.begin(), tar.wanted.end(),
-                       [](const WantedMember& wanted) { return wanted.isImage; });
+    return std::any_of(tar.required.begin(), tar.required.end(),
+                       [](const RequiredMember& required) { return required.isImage; });
 }
 
 bool isLink(const TarMember& member) {
@@ -81,13 +77,13 @@ struct FileRule {
     }
 
     // Once for all tars.
-    int loadKey(std::string* error) {
-        if (options.secrets.empty() || spec.keyOffset() < 0) return 0;
-        const int rc = readSecret(options.secrets, static_cast<int64_t>(spec.keyOffset()), &key, error);
-        if (rc != EINVAL) return rc;
-        add(eDecryptionFails, "encr_key_offset", "The key file is too short: " + *error + ".").advice =
-            "Mend the offset, or give the devices' key file.";
-        return 0;
+    Fault loadKey() {
+        if (options.secrets.empty() || spec.keyOffset() < 0) return {};
+        Fault fault = readSecret(options.secrets, static_cast<int64_t>(spec.keyOffset()), &key);
+        if (fault.code() != EINVAL) return fault;
+        add(eDecryptionFails, "encr_key_offset", "The key file is too short: " + fault.message() + ".")
+            .advice = "Mend the offset, or give the devices' key file.";
+        return {};
     }
 
     void checkSize(FindingCode code, const std::string& at, const std::string& what, uint64_t size,
@@ -118,12 +114,29 @@ struct FileRule {
         bar->expect(bytes);
     }
 
+    void check(TarFacts* tar) const {
+        bar->begin(tar->path);
+        if (!find(tar)) return;
+        std::string plain = tar->path;
+        if (spec.keyOffset() < 0) {
+            openPlain(tar);
+        } else {
+            openEncrypted(tar, &plain);
+        }
+        if (!tar->opened) return;
+        checkMembers(*tar);
+        for (const RequiredMember& required : tar->required)
+            checkRequired(*tar, required, plain);
+    }
+
     // The file as it travels.
     bool find(TarFacts* tar) const {
         FileDigests digests = {};
-        std::string fault = "its URL names no file";
-        if (tar->path.empty() || digestFile(tar->path, bar->progress(), &digests, &fault) != 0) {
-            add(eTarMissing, tar->keyPrefix + "url", "The tar is not among the files: " + fault + ".");
+        Fault fault = tar->path.empty() ? Fault(ENOENT, "its URL names no file")
+                                        : digestFile(tar->path, bar->progress(), &digests);
+        if (fault) {
+            add(eTarMissing, tar->keyPrefix + "url",
+                "The tar is not among the files: " + fault.message() + ".");
             return false;
         }
         tar->found = true;
@@ -135,8 +148,7 @@ struct FileRule {
 
     bool list(TarFacts* tar, const std::string& path) const {
         std::string compression;
-        std::string unwanted;
-        tar->opened = tar->size > 0 && listTar(path, &tar->members, &compression, &unwanted) == 0;
+        tar->opened = tar->size > 0 && !listTar(path, &tar->members, &compression);
         if (tar->opened && !compression.empty())
             add(eCompressedTar, tar->keyPrefix + "url",
                 tar->path + " is compressed by " + compression + ", which not every tar detects.");
@@ -163,10 +175,9 @@ struct FileRule {
         if (options.secrets.empty())
             add(eTarNotOpened, "encr_key_offset", tar->path + " is encrypted, and was not opened.");
         if (!key.present) return;
-        std::string fault;
         *path = folder.path + "/" + tar->localName;
-        if (decryptFileTo(tar->path, *path, key, bar->progress(), &fault) != 0) {
-            add(eDecryptionFails, "encr_key_offset", "A tar does not decrypt: " + fault + ".");
+        if (Fault fault = decryptFileTo(tar->path, *path, key, bar->progress())) {
+            add(eDecryptionFails, "encr_key_offset", "A tar does not decrypt: " + fault.message() + ".");
         } else if (!list(tar, *path)) {
             add(eDecryptionFails, "encr_key_offset", "What the key makes of " + tar->path + " is no tar.");
         }
@@ -175,11 +186,11 @@ struct FileRule {
     void checkMembers(const TarFacts& tar) const {
         for (const TarMember& member : tar.members) {
             std::string at = tar.keyPrefix + "url";
-            bool wanted = false;
-            for (const WantedMember& candidate : tar.wanted) {
+            bool required = false;
+            for (const RequiredMember& candidate : tar.required) {
                 if (candidate.name != member.name) continue;
                 at = candidate.key;
-                wanted = true;
+                required = true;
             }
             FindingCode code = eMemberLink;
             std::string fault = " is a link.";
@@ -189,64 +200,51 @@ struct FileRule {
                 fault = " leads out of the directory that it is extracted to.";
             }
             Finding& finding = add(code, at, nameOf(tar, member.name) + fault);
-            if (!wanted) finding.severity = eWarning;  // nothing extracts it
+            if (!required) finding.severity = eWarning;  // nothing extracts it
         }
     }
 
-    void missing(const WantedMember& wanted, const std::string& why) const {
-        add(wanted.isImage ? eMemberMissing : eScriptMissing, wanted.key, why);
+    void missing(const RequiredMember& required, const std::string& why) const {
+        add(required.isImage ? eMemberMissing : eScriptMissing, required.key, why);
     }
 
-    void checkWanted(const TarFacts& tar, const WantedMember& wanted, const std::string& plain) const {
-        const TarMember* member = tar.member(wanted.name);
+    void checkRequired(const TarFacts& tar, const RequiredMember& required, const std::string& plain) const {
+        const TarMember* member = tar.member(required.name);
         if (member == nullptr) {
-            const std::string dotted = "./" + wanted.name;
-            return missing(wanted, tar.path + (tar.member(dotted) != nullptr
-                                                   ? " has it as \"" + dotted + "\", which is another name."
-                                                   : " has no member \"" + wanted.name + "\"."));
+            const std::string dotted = "./" + required.name;
+            return missing(required, tar.path + (tar.member(dotted) != nullptr
+                                                     ? " has it as \"" + dotted + "\", which is another name."
+                                                     : " has no member \"" + required.name + "\"."));
         }
         if (member->type == TarMember::eDirectory || member->type == TarMember::eOther)
-            return missing(wanted, nameOf(tar, wanted.name) + " is no file.");
-        if (wanted.isImage && member->type == TarMember::eFile) checkImage(tar, wanted, *member, plain);
+            return missing(required, nameOf(tar, required.name) + " is no file.");
+        if (required.isImage && member->type == TarMember::eFile) checkImage(tar, required, *member, plain);
     }
 
-    void checkImage(const TarFacts& tar, const WantedMember& wanted, const TarMember& member,
+    void checkImage(const TarFacts& tar, const RequiredMember& required, const TarMember& member,
                     const std::string& plain) const {
-        const std::string what = nameOf(tar, wanted.name);
+        const std::string what = nameOf(tar, required.name);
         checkSize(eVolumeTooSmall, tar.keyPrefix + "imsize", what, member.size, "volume", tar.volumeSize);
         std::string digest;
-        std::string fault;
-        if (digestTarMember(plain, wanted.name, bar->progress(), &digest, &fault) != 0)
-            return missing(wanted, what + " cannot be read: " + fault + ".");
+        if (Fault fault = digestTarMember(plain, required.name, bar->progress(), &digest))
+            return missing(required, what + " cannot be read: " + fault.message() + ".");
         checkDigest(tar.keyPrefix + "image_md5", what, digest, tar.imageMd5);
     }
 };
 
 }  // namespace
 
-int checkFiles(const SpecView& spec, const FileOptions& options, Tars* tars, Findings* findings,
-               std::string* error) {
+Fault checkServedFiles(const SpecView& spec, const FileOptions& options, ServedFiles* files) {
     const PlainFolder folder;
-    if (folder.path.empty()) return fileError("a folder for decrypted tars", errno, error);
+    if (folder.path.empty()) return fileFault("a folder for decrypted tars", errno);
     ProgressBar bar;
-    FileRule rule = {spec, options, folder, &bar, findings};
-    if (int rc = rule.loadKey(error); rc != 0) return rc;
-    for (TarFacts& tar : *tars)
+    FileRule rule = {spec, options, folder, &bar, &files->findings};
+    if (Fault fault = rule.loadKey()) return fault;
+    files->tars = tarsOf(spec);
+    for (TarFacts& tar : files->tars)
         tar.path = servedFile(options.folder, tar.url);
-    rule.expectWork(*tars);
-    for (TarFacts& tar : *tars) {
-        bar.begin(tar.path);
-        if (!rule.find(&tar)) continue;
-        std::string plain = tar.path;
-        if (spec.keyOffset() < 0) {
-            rule.openPlain(&tar);
-        } else {
-            rule.openEncrypted(&tar, &plain);
-        }
-        if (!tar.opened) continue;
-        rule.checkMembers(tar);
-        for (const WantedMember& wanted : tar.wanted)
-            rule.checkWanted(tar, wanted, plain);
-    }
-    return 0;
+    rule.expectWork(files->tars);
+    for (TarFacts& tar : files->tars)
+        rule.check(&tar);
+    return {};
 }

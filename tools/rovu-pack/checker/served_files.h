@@ -2,14 +2,21 @@
 
 #pragma once
 
+#include "finding.h"
 #include "tars.h"
+
+#include <string>
 
 struct FileOptions {
     std::string folder;   // where the files are, each under the last step of its URL
     std::string secrets;  // key file as the device holds it; empty: not given
 };
 
-/// Opens the tars, decrypted if the spec says so, and fills in what they are.
-/// \return 0, or a positive errno value with a sentence in `*error` if there is no room to decrypt in.
-int checkFiles(const SpecView& spec, const FileOptions& options, Tars* tars, Findings* findings,
-               std::string* error);
+struct ServedFiles {
+    Tars tars;  // the spec's, with what their files are
+    Findings findings;
+};
+
+/// Opens the tars of the spec, decrypted if it says so.
+/// \return a fault if the key file cannot be read, or there is no room to decrypt in.
+Fault checkServedFiles(const SpecView& spec, const FileOptions& options, ServedFiles* files);

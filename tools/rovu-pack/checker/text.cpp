@@ -2,6 +2,7 @@
 // and so does this.
 
 #include "rules.h"
+#include "signing.h"
 #include "spec_text.h"
 
 #include <cctype>
@@ -10,7 +11,6 @@
 namespace {
 
 constexpr size_t kNearLimit = kMaxSpecSize * 9 / 10 + 1;  // 90 per cent, rounded up
-constexpr size_t kSignatureTextSize = 344;
 constexpr char kWord[] = "function";
 constexpr size_t kWordSize = sizeof kWord - 1;
 
@@ -54,25 +54,28 @@ bool isSignature(const std::string& text) {
     return text.size() == kSignatureTextSize && text.find_first_of(" \t\r\n") == std::string::npos;
 }
 
-void checkMarker(const SpecFile& file, Findings* findings) {
+void checkMarker(const SpecFile& file, const SignatureUse& use, Findings* findings) {
     if (!file.hasMarker) return;
     const FindingPlace place = file.atByte(file.text.size());
     if (!isSignature(file.signature)) {
         findings->add(
             eCommentAsMarker, place,
             "The last two hyphens are taken for the marker of a signature, and the text is cut there.");
-    } else if (file.signatureUse.publicKey.empty()) {
+    } else if (use.publicKey.empty()) {
         findings->add(eSignatureUnverified, place, "There is a signature, and nothing to verify it with.");
     }
 }
 
 }  // namespace
 
-void checkText(const SpecFile& file, Findings* findings) {
-    checkSize(file, findings);
-    checkWord(file, findings);
-    checkMarker(file, findings);
-    if (file.repeatedKey.empty()) return;
-    findings->add(eRepeatedKey, file.at(file.repeatedKey),
-                  "\"" + file.repeatedKey + "\" is there twice, and the last one counts.");
+Findings checkText(const SpecFile& file, const SignatureUse& use) {
+    Findings findings;
+    checkSize(file, &findings);
+    checkWord(file, &findings);
+    checkMarker(file, use, &findings);
+    if (!file.repeatedKey.empty()) {
+        findings.add(eRepeatedKey, file.at(file.repeatedKey),
+                     "\"" + file.repeatedKey + "\" is there twice, and the last one counts.");
+    }
+    return findings;
 }

@@ -1,5 +1,3 @@
-// The order of a check: first the device's own word, then the rules, then files and devices.
-
 #include "update_check.h"
 
 #include "files.h"
@@ -11,44 +9,55 @@
 
 namespace {
 
-int require(const std::string& path, bool isFolder, std::string* error) {
+Fault require(const std::string& path, bool isFolder) {
     struct stat status;
-    if (path.empty()) return 0;
-    if (access(path.c_str(), R_OK) != 0 || stat(path.c_str(), &status) != 0)
-        return fileError(path, errno, error);
-    if (S_ISDIR(status.st_mode) == isFolder) return 0;
-    return fileError(path, isFolder ? ENOTDIR : EISDIR, error);
+    if (path.empty()) return {};
+    if (access(path.c_str(), R_OK) != 0 || stat(path.c_str(), &status) != 0) return fileFault(path, errno);
+    if (S_ISDIR(status.st_mode) == isFolder) return {};
+    return fileFault(path, isFolder ? ENOTDIR : EISDIR);
 }
 
-int requireInputs(const CheckOptions& options, std::string* error) {
-    if (int rc = require(options.signatureUse.publicKey, false, error); rc != 0) return rc;
-    if (int rc = require(options.files.secrets, false, error); rc != 0) return rc;
-    return require(options.files.folder, true, error);
+Fault requireInputs(const CheckOptions& options) {
+    if (Fault fault = require(options.signatureUse.publicKey, false)) return fault;
+    if (Fault fault = require(options.files.secrets, false)) return fault;
+    return require(options.files.folder, true);
+}
+
+Findings applyRules(const SpecView& spec) {
+    Findings findings;
+    for (const auto rule : {checkKeys, checkValues, checkNames, checkDependencies, checkParts})
+        findings.append(rule(spec));
+    return findings;
+}
+
+// The tars with what their files are, if those are to be looked at, else as the spec names them.
+Fault gatherTars(const SpecView& spec, const FileOptions& options, ServedFiles* files) {
+    if (!options.folder.empty()) return checkServedFiles(spec, options, files);
+    files->tars = tarsOf(spec);
+    return {};
 }
 
 }  // namespace
 
-int checkUpdate(const CheckOptions& options, CheckResult* result, std::string* error) {
-    SpecFile* file = &result->spec;
+Fault checkUpdate(const CheckOptions& options, CheckResult* result) {
+    if (Fault fault = requireInputs(options)) return fault;
+    if (Fault fault = loadSpecFile(options.spec, &result->spec)) return fault;
+    const DeviceVerdict verdict = judge(result->spec, options.signatureUse);
     Findings* findings = &result->findings;
-    if (int rc = requireInputs(options, error); rc != 0) return rc;
-    if (int rc = loadSpecFile(options.spec, options.signatureUse, file, findings, error); rc != 0) return rc;
-    checkText(*file, findings);
-    const SpecView spec = viewOf(*file);
-    if (file->hasTable) {
-        checkKeys(spec, findings);
-        checkValues(spec, findings);
-        checkNames(spec, findings);
-        checkDependencies(spec, findings);
-        checkParts(spec, findings);
-        result->tars = tarsOf(spec);
-        if (!options.files.folder.empty()) {
-            if (int rc = checkFiles(spec, options.files, &result->tars, findings, error); rc != 0) return rc;
-        }
-        result->room = roomForAll(spec, result->tars);
-        reportRoom(spec, result->room, findings);
+    findings->append(verdict.findings);
+    findings->append(checkText(result->spec, options.signatureUse));
+
+    const SpecView spec = viewOf(result->spec);
+    ServedFiles files;
+    if (result->spec.hasTable) {
+        findings->append(applyRules(spec));
+        if (Fault fault = gatherTars(spec, options.files, &files)) return fault;
+        findings->append(files.findings);
+        result->room = roomForAll(spec, files.tars);
+        findings->append(reportRoom(spec, result->room));
     }
-    result->fleet = planFleet(spec, options.devices, result->tars, findings);
+    result->fleet = planFleet(spec, verdict.refusedIn, options.devices, files.tars);
+    if (verdict.refusedIn == eStateInvalid) findings->append(reportRefusals(spec, result->fleet));
     findings->sort();
-    return 0;
+    return {};
 }

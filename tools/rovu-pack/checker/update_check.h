@@ -1,7 +1,8 @@
-// The whole check of one spec.
+// The whole check of one spec: first the device's own verdict, then the rules, then files and devices.
 
 #pragma once
 
+#include "device_verdict.h"
 #include "fleet.h"
 #include "served_files.h"
 
@@ -15,11 +16,10 @@ struct CheckOptions {
 struct CheckResult {
     SpecFile spec;
     Findings findings;  // sorted
-    Tars tars;
     RoomNeed room;
     std::vector<FleetRow> fleet;  // a row for each device of the options
 };
 
-/// \return 0, whatever was found; or a positive errno value with a sentence in `*error` if a file of the
-///         options cannot be read.
-int checkUpdate(const CheckOptions& options, CheckResult* result, std::string* error);
+/// Faults of the update are findings in `*result`.
+/// \return a fault if a file of the options cannot be read.
+Fault checkUpdate(const CheckOptions& options, CheckResult* result);

@@ -97,10 +97,12 @@ struct ValueRule {
 
 }  // namespace
 
-void checkValues(const SpecView& spec, Findings* findings) {
-    const ValueRule rule = {spec, findings};
+Findings checkValues(const SpecView& spec) {
+    Findings findings;
+    const ValueRule rule = {spec, &findings};
     rule.hardware();
     rule.scriptTar();
     for (const ImageView& image : spec.images)
         rule.image(image);
+    return findings;
 }

@@ -1,4 +1,4 @@
-// Makes an update out of a manifest.
+// The subcommand "build".
 
 #include "commands.h"
 #include "progress_bar.h"
@@ -27,20 +27,17 @@ void printReport(const std::vector<BuiltFile>& made, FILE* out) {
     }
 }
 
+// Its own function, so that the bar is gone from the screen before anything else is printed.
+Fault build(const BuildOptions& options, std::vector<BuiltFile>* made) {
+    ProgressBar bar;
+    return buildUpdate(options, &bar, made);
+}
+
 }  // namespace
 
 int runBuild(const BuildOptions& options) {
     std::vector<BuiltFile> made;
-    std::string error;
-    int rc = 0;
-    {
-        ProgressBar bar;  // gone from the screen before anything else is printed
-        rc = buildUpdate(options, &bar, &made, &error);
-    }
-    if (rc != 0) {
-        fprintf(stderr, "rovu-pack build: %s\n", error.c_str());
-        return kExitTrouble;
-    }
+    if (Fault fault = build(options, &made)) return reportFault("build", fault);
     printReport(made, stdout);
     return kExitClean;
 }

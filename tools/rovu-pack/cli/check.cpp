@@ -1,4 +1,4 @@
-// Says what devices will do with a spec, and what its owner will regret.
+// The subcommand "check".
 
 #include "commands.h"
 #include "reports.h"
@@ -7,14 +7,14 @@
 
 namespace {
 
-int gatherDevices(CheckCommandOptions* options, std::string* error) {
+Fault gatherDevices(CheckCommandOptions* options) {
     if (!options->device.model.empty()) options->check.devices.push_back(options->device);
     for (const std::string& text : options->devices) {
         DeviceKind device;
-        if (int rc = parseDeviceKind(text, &device, error); rc != 0) return rc;
+        if (Fault fault = parseDeviceKind(text, &device)) return fault;
         options->check.devices.push_back(device);
     }
-    return 0;
+    return {};
 }
 
 void print(const CheckResult& result) {
@@ -30,13 +30,9 @@ void print(const CheckResult& result) {
 
 int runCheck(CheckCommandOptions options) {
     CheckResult result;
-    std::string error;
-    int rc = gatherDevices(&options, &error);
-    if (rc == 0) rc = checkUpdate(options.check, &result, &error);
-    if (rc != 0) {
-        fprintf(stderr, "rovu-pack check: %s\n", error.c_str());
-        return kExitTrouble;
-    }
+    Fault fault = gatherDevices(&options);
+    if (!fault) fault = checkUpdate(options.check, &result);
+    if (fault) return reportFault("check", fault);
     if (options.json) {
         fputs(checkJson(result).c_str(), stdout);
     } else {

@@ -2,9 +2,11 @@
 
 #pragma once
 
+#include "fault.h"
 #include "update_builder.h"
 #include "update_check.h"
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,13 @@ struct CheckCommandOptions {
     bool strict = false;               ///< warnings count for the exit status too
     bool json = false;
 };
+
+/// Prints "rovu-pack COMMAND: MESSAGE" to stderr.
+/// \return kExitTrouble.
+inline int reportFault(const char* command, const Fault& fault) {
+    fprintf(stderr, "rovu-pack %s: %s\n", command, fault.message().c_str());
+    return kExitTrouble;
+}
 
 /// Makes a key pair in `folder`, which is made if there is none; overwrites nothing.
 int runKeygen(const std::string& folder);

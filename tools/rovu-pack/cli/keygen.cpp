@@ -1,4 +1,4 @@
-// Makes the key pair that signs specs.
+// The subcommand "keygen".
 
 #include "commands.h"
 #include "files.h"
@@ -22,31 +22,29 @@ bool exists(const std::string& path) {
     return lstat(path.c_str(), &status) == 0;
 }
 
-int makePair(const std::string& folder, std::string* error) {
-    if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) return fileError(folder, errno, error);
+Fault makePair(const std::string& folder) {
+    if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) return fileFault(folder, errno);
     const std::string privatePath = folder + kPrivateName;
     const std::string publicPath = folder + kPublicName;
     for (const std::string& path : {privatePath, publicPath}) {
-        if (exists(path)) return fileError(path, EEXIST, error);
+        if (exists(path)) return fileFault(path, EEXIST);
     }
     std::string privatePem;
     std::string publicPem;
-    if (int rc = makeKeyPair(&privatePem, &publicPem, error); rc != 0) return rc;
-    if (int rc = createFile(privatePath, privatePem, kPrivateMode, error); rc != 0) return rc;
-    if (int rc = createFile(publicPath, publicPem, kPublicMode, error); rc != 0) {
+    if (Fault fault = makeKeyPair(&privatePem, &publicPem)) return fault;
+    if (Fault fault = createFile(privatePath, privatePem, kPrivateMode)) return fault;
+    if (Fault fault = createFile(publicPath, publicPem, kPublicMode)) {
         unlink(privatePath.c_str());
-        return rc;
+        return fault;
     }
     printf("%s  private key: keep it secret, it signs updates\n%s  public key: for the devices\n",
            privatePath.c_str(), publicPath.c_str());
-    return 0;
+    return {};
 }
 
 }  // namespace
 
 int runKeygen(const std::string& folder) {
-    std::string error;
-    if (makePair(folder, &error) == 0) return kExitClean;
-    fprintf(stderr, "rovu-pack keygen: %s\n", error.c_str());
-    return kExitTrouble;
+    if (Fault fault = makePair(folder)) return reportFault("keygen", fault);
+    return kExitClean;
 }

@@ -1,8 +1,9 @@
-// Appends a secret to a key file. The device finds it by its offset, so nothing in front of it may ever move.
+// The subcommand "secret". The device finds a secret by its offset, so nothing before it may ever move.
 
 #include "commands.h"
 #include "encryption.h"
 #include "files.h"
+#include "handles.h"
 #include "util/file.h"
 
 #include <cerrno>
@@ -18,44 +19,32 @@ namespace {
 
 constexpr mode_t kSecretMode = 0600;
 
-struct Descriptor {  // closes on every way out
-    int fd;
-    ~Descriptor() {
-        if (fd >= 0) close(fd);
-    }
-};
-
-int appendSecret(const std::string& path, int64_t* offset, std::string* error) {
-    const Descriptor file = {open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kSecretMode)};
-    if (file.fd < 0) return fileError(path, errno, error);
+Fault appendSecret(const std::string& path, int64_t* offset) {
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kSecretMode));
+    if (file.get() < 0) return fileFault(path, errno);
     // Locked: of two at the same time, each must print its own offset.
-    if (flock(file.fd, LOCK_EX) != 0) return fileError(path, errno, error);
+    if (flock(file.get(), LOCK_EX) != 0) return fileFault(path, errno);
     struct stat status;
-    if (fstat(file.fd, &status) != 0) return fileError(path, errno, error);
+    if (fstat(file.get(), &status) != 0) return fileFault(path, errno);
     unsigned char secret[kSecretSize];
     if (!S_ISREG(status.st_mode) || status.st_size > INT32_MAX ||
         RAND_bytes(secret, static_cast<int>(sizeof secret)) != 1) {
-        *error = path + ": not a regular file, too large for an offset, or no random bytes to be had";
-        return EINVAL;
+        return {EINVAL, path + ": not a regular file, too large for an offset, or no random bytes to be had"};
     }
-    if (int rc = writeFd(file.fd, secret, sizeof secret, false, true); rc != 0) {
-        fileError(path, rc, error);
-        if (ftruncate(file.fd, status.st_size) != 0) *error += ", and half a secret is left at its end";
-        return rc;
+    if (int rc = writeFd(file.get(), secret, sizeof secret, false, true); rc != 0) {
+        Fault fault = fileFault(path, rc);
+        if (ftruncate(file.get(), status.st_size) == 0) return fault;
+        return {rc, fault.message() + ", and half a secret is left at its end"};
     }
     *offset = status.st_size;
-    return 0;
+    return {};
 }
 
 }  // namespace
 
 int runSecret(const std::string& path) {
     int64_t offset = 0;
-    std::string error;
-    if (appendSecret(path, &offset, &error) != 0) {
-        fprintf(stderr, "rovu-pack secret: %s\n", error.c_str());
-        return kExitTrouble;
-    }
+    if (Fault fault = appendSecret(path, &offset)) return reportFault("secret", fault);
     printf("%s\n", std::to_string(offset).c_str());
     return kExitClean;
 }

@@ -1,9 +1,9 @@
-// Signs a spec's text that was written by hand, where it lies.
+// The subcommand "sign".
 
 #include "commands.h"
+#include "device_verdict.h"
 #include "files.h"
 #include "signing.h"
-#include "spec_trial.h"
 
 #include <cerrno>
 #include <climits>
@@ -16,42 +16,40 @@ namespace {
 constexpr mode_t kPermissions = 07777;
 
 // Where a link leads: it is the file that is replaced, not the link.
-int resolve(const std::string& path, std::string* real, mode_t* mode, std::string* error) {
+Fault resolve(const std::string& path, std::string* real, mode_t* mode) {
     char resolved[PATH_MAX];
     struct stat status;
     if (realpath(path.c_str(), resolved) == nullptr || stat(resolved, &status) != 0)
-        return fileError(path, errno, error);
+        return fileFault(path, errno);
     *real = resolved;
     *mode = status.st_mode & kPermissions;
-    return 0;
+    return {};
 }
 
-int signFile(const SignOptions& options, std::string* error) {
+// Replaces the signature of a spec's bytes.
+Fault signBytes(const std::string& old, const SigningKey& key, std::string* spec) {
+    std::string text;
+    if (Fault fault = unsignedTextOf(old, &text)) return fault;
+    if (Fault fault = signText(text, key, spec)) return fault;
+    return tryOnDevice(*spec, publicPemOf(key));
+}
+
+Fault signFile(const SignOptions& options) {
     std::string path;
     mode_t mode = 0;
     std::string old;
-    SigningKey key(nullptr, EVP_PKEY_free);
-    if (int rc = resolve(options.spec, &path, &mode, error); rc != 0) return rc;
-    if (int rc = readWholeFile(path, &old, error); rc != 0) return rc;
-    if (int rc = readSigningKey(options.key, &key, error); rc != 0) return rc;
-
-    std::string text;
+    SigningKey key;
     std::string spec;
-    int rc = unsignedTextOf(old, &text, error);
-    if (rc == 0) rc = signText(text, key.get(), &spec, error);
-    if (rc == 0) rc = tryOnDevice(spec, publicPemOf(key.get()), error);
-    if (rc != 0) {
-        *error = options.spec + ": " + *error;
-        return rc;
-    }
-    return replaceFile(path, spec, mode, error);
+    if (Fault fault = resolve(options.spec, &path, &mode)) return fault;
+    if (Fault fault = readWholeFile(path, &old)) return fault;
+    if (Fault fault = readSigningKey(options.key, &key)) return fault;
+    if (Fault fault = signBytes(old, key, &spec)) return fault.of(options.spec);
+    return replaceFile(path, spec, mode);
 }
 
 }  // namespace
 
 int runSign(const SignOptions& options) {
-    std::string error;
-    if (signFile(options, &error) == 0) return kExitClean;
-    fprintf(stderr, "rovu-pack sign: %s\n", error.c_str());
-    return kExitTrouble;
+    if (Fault fault = signFile(options)) return reportFault("sign", fault);
+    return kExitClean;
 }

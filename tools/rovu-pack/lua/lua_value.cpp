@@ -3,13 +3,12 @@
 
 #include "lua_value.h"
 
+#include "lua_state.h"
 #include "lua_util/sandbox.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <lua.hpp>
-#include <memory>
 
 namespace {
 
@@ -97,35 +96,33 @@ void copyValue(lua_State* L, LuaValue* value) {
 
 // Lua names a chunk by its beginning; the reader wants the file.
 std::string withFileName(const std::string& name, const std::string& message) {
-    const std::string behindChunk = "\"]:";
-    const size_t at = message.find(behindChunk);
+    const std::string afterChunk = "\"]:";
+    const size_t at = message.find(afterChunk);
     if (message.compare(0, 8, "[string ") != 0 || at == std::string::npos) return name + ": " + message;
-    return name + ":" + message.substr(at + behindChunk.size());
+    return name + ":" + message.substr(at + afterChunk.size());
 }
 
 }  // namespace
 
-int evaluateLua(const std::string& name, const std::string& text, LuaValue* value, std::string* error) {
-    const std::unique_ptr<lua_State, void (*)(lua_State*)> state(luaL_newstate(), lua_close);
+Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value) {
+    const LuaState state(luaL_newstate());
     if (state == nullptr) {
-        *error = name + ": no memory for Lua";
-        return EINVAL;
+        return {EINVAL, name + ": no memory for Lua"};
     }
     std::string buffer = text + "\n";  // ends a comment on the last line
     const size_t length = buffer.size();
     buffer.resize(length + kWrapSize);
     const int rc = loadDataChunk(state.get(), buffer.data(), length, buffer.size());
     if (rc == EBADRQC) {
-        *error = withFileName(name, textAt(state.get(), -1));
-        return EINVAL;
+        return {EINVAL, withFileName(name, textAt(state.get(), -1))};
     }
     if (rc != 0) {
-        *error = name + ": not a plain text, or the word \"function\" stands in it, which no device accepts";
-        return EINVAL;
+        return {EINVAL,
+                name + ": not a plain text, or the word \"function\" stands in it, which no device accepts"};
     }
     lua_getfield(state.get(), LUA_REGISTRYINDEX, kChunkValueKey);
     copyValue(state.get(), value);
-    return 0;
+    return {};
 }
 
 const LuaValue* findField(const LuaValue& table, const std::string& name) {

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include "fault.h"
+
 #include <string>
 #include <vector>
 
@@ -23,8 +25,8 @@ struct LuaField {
 
 /// Evaluates a text as the device does, as one expression that can reach nothing.
 /// \param name the text's file, for messages.
-/// \return 0, or EINVAL with a sentence in `*error` that names file and line.
-int evaluateLua(const std::string& name, const std::string& text, LuaValue* value, std::string* error);
+/// \return EINVAL with a message that names file and line.
+Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value);
 
 /// \return the field's value; null if there is none.
 const LuaValue* findField(const LuaValue& table, const std::string& name);

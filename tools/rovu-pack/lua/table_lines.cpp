@@ -17,48 +17,48 @@ struct Token {
 
 class Scanner {
 public:
-    explicit Scanner(const std::string& source) : text(source) { advance(); }
+    explicit Scanner(const std::string& source) : text_(source) { advance(); }
 
-    const Token& peek() const { return token; }
-    bool at(char sign) const { return token.kind == Token::eSign && token.text[0] == sign; }
+    const Token& peek() const { return token_; }
+    bool at(char sign) const { return token_.kind == Token::eSign && token_.text[0] == sign; }
 
     void advance() {
         skipBlanks();
-        token = Token();
-        token.line = line;
-        if (position >= text.size()) return;
-        const char c = text[position];
+        token_ = Token();
+        token_.line = line_;
+        if (position_ >= text_.size()) return;
+        const char c = text_[position_];
         if (isalpha(static_cast<unsigned char>(c)) != 0 || c == '_') return takeWord(Token::eName);
         if (isdigit(static_cast<unsigned char>(c)) != 0) return takeWord(Token::eNumber);
         if (c == '\'' || c == '"') return takeQuoted(c);
-        if (c == '[' && longBracket(position) > 0) {
-            token.kind = Token::eText;
-            return skipLong(longBracket(position));
+        if (c == '[' && longBracket(position_) > 0) {
+            token_.kind = Token::eText;
+            return skipLong(longBracket(position_));
         }
-        token.kind = Token::eSign;
-        token.text = c;
-        ++position;
-        if (c == '=' && position < text.size() && text[position] == '=') ++position, token.text = "~";
+        token_.kind = Token::eSign;
+        token_.text = c;
+        ++position_;
+        if (c == '=' && position_ < text_.size() && text_[position_] == '=') ++position_, token_.text = "~";
     }
 
 private:
     void step() {
-        if (text[position] == '\n') ++line;
-        ++position;
+        if (text_[position_] == '\n') ++line_;
+        ++position_;
     }
 
     void skipBlanks() {
-        while (position < text.size()) {
-            if (isspace(static_cast<unsigned char>(text[position])) != 0) {
+        while (position_ < text_.size()) {
+            if (isspace(static_cast<unsigned char>(text_[position_])) != 0) {
                 step();
-            } else if (text.compare(position, 2, "--") == 0) {
-                position += 2;
-                const size_t bracket = position < text.size() ? longBracket(position) : 0;
+            } else if (text_.compare(position_, 2, "--") == 0) {
+                position_ += 2;
+                const size_t bracket = position_ < text_.size() ? longBracket(position_) : 0;
                 if (bracket > 0) {
                     skipLong(bracket);
                 } else {
-                    while (position < text.size() && text[position] != '\n')
-                        ++position;
+                    while (position_ < text_.size() && text_[position_] != '\n')
+                        ++position_;
                 }
             } else {
                 return;
@@ -67,87 +67,87 @@ private:
     }
 
     void takeWord(Token::Kind kind) {
-        token.kind = kind;
-        while (position < text.size()) {
-            const char c = text[position];
+        token_.kind = kind;
+        while (position_ < text_.size()) {
+            const char c = text_[position_];
             if (isalnum(static_cast<unsigned char>(c)) == 0 && c != '_' &&
                 (c != '.' || kind != Token::eNumber))
                 return;
-            token.text += c;
-            ++position;
+            token_.text += c;
+            ++position_;
         }
     }
 
     void takeQuoted(char quote) {
-        token.kind = Token::eText;
-        for (++position; position < text.size() && text[position] != quote; step()) {
-            if (text[position] == '\\' && position + 1 < text.size()) step();
-            token.text += text[position];
+        token_.kind = Token::eText;
+        for (++position_; position_ < text_.size() && text_[position_] != quote; step()) {
+            if (text_[position_] == '\\' && position_ + 1 < text_.size()) step();
+            token_.text += text_[position_];
         }
-        ++position;
+        ++position_;
     }
 
     // The length of the long bracket that opens at `from`; 0 if none does.
     size_t longBracket(size_t from) const {
         size_t end = from + 1;
-        while (end < text.size() && text[end] == '=')
+        while (end < text_.size() && text_[end] == '=')
             ++end;
-        return text[from] == '[' && end < text.size() && text[end] == '[' ? end + 1 - from : 0;
+        return text_[from] == '[' && end < text_.size() && text_[end] == '[' ? end + 1 - from : 0;
     }
 
     void skipLong(size_t length) {
         const std::string closing = "]" + std::string(length - 2, '=') + "]";
-        const size_t end = text.find(closing, position + length);
-        const size_t behind = end == std::string::npos ? text.size() : end + closing.size();
-        while (position < behind)
+        const size_t end = text_.find(closing, position_ + length);
+        const size_t behind = end == std::string::npos ? text_.size() : end + closing.size();
+        while (position_ < behind)
             step();
     }
 
-    const std::string& text;
-    size_t position = 0;
-    int line = 1;
-    Token token;
+    const std::string& text_;
+    size_t position_ = 0;
+    int line_ = 1;
+    Token token_;
 };
 
 class Walk {
 public:
     Walk(const std::string& text, TableLines* found, std::string* twice)
-        : scanner(text), lines(found), repeated(twice) {}
+        : scanner_(text), lines_(found), repeated_(twice) {}
 
     void run() {
-        while (scanner.at('('))
-            scanner.advance();
-        if (scanner.at('{')) table("");
+        while (scanner_.at('('))
+            scanner_.advance();
+        if (scanner_.at('{')) table("");
     }
 
 private:
-    // At the opening brace; leaves the scanner behind the closing one.
+    // At the opening brace; leaves the scanner after the closing one.
     void table(const std::string& prefix) {
-        scanner.advance();
+        scanner_.advance();
         int count = 0;
-        while (scanner.peek().kind != Token::eEnd && !scanner.at('}')) {
-            if (scanner.at(',') || scanner.at(';')) {
-                scanner.advance();
+        while (scanner_.peek().kind != Token::eEnd && !scanner_.at('}')) {
+            if (scanner_.at(',') || scanner_.at(';')) {
+                scanner_.advance();
                 continue;
             }
             entry(prefix, &count);
         }
-        scanner.advance();
+        scanner_.advance();
     }
 
     void entry(const std::string& prefix, int* count) {
-        const int line = scanner.peek().line;
+        const int line = scanner_.peek().line;
         std::string key;
-        if (scanner.at('[')) {
+        if (scanner_.at('[')) {
             key = bracketedKey();
-        } else if (scanner.peek().kind == Token::eName) {
-            key = scanner.peek().text;
-            scanner.advance();
-            if (!scanner.at('=')) {  // not a key but the beginning of an expression
+        } else if (scanner_.peek().kind == Token::eName) {
+            key = scanner_.peek().text;
+            scanner_.advance();
+            if (!scanner_.at('=')) {  // not a key but the beginning of an expression
                 note(prefix + std::to_string(++*count), line);
                 return expression("");
             }
-            scanner.advance();
+            scanner_.advance();
         } else {
             key = std::to_string(++*count);
         }
@@ -157,40 +157,40 @@ private:
     }
 
     void note(const std::string& path, int line) {
-        if (!lines->insert({path, line}).second) {
-            *repeated = path;
-            (*lines)[path] = line;
+        if (!lines_->insert({path, line}).second) {
+            *repeated_ = path;
+            (*lines_)[path] = line;
         }
     }
 
-    // At the opening bracket; leaves the scanner behind the equals sign.
+    // At the opening bracket; leaves the scanner after the equals sign.
     std::string bracketedKey() {
-        scanner.advance();
-        const Token key = scanner.peek();
-        scanner.advance();
-        const bool plain = (key.kind == Token::eText || key.kind == Token::eNumber) && scanner.at(']');
-        while (scanner.peek().kind != Token::eEnd && !scanner.at('='))
-            scanner.advance();
-        scanner.advance();
+        scanner_.advance();
+        const Token key = scanner_.peek();
+        scanner_.advance();
+        const bool plain = (key.kind == Token::eText || key.kind == Token::eNumber) && scanner_.at(']');
+        while (scanner_.peek().kind != Token::eEnd && !scanner_.at('='))
+            scanner_.advance();
+        scanner_.advance();
         return plain ? key.text : "";
     }
 
     // Up to the separator that ends it. A table is walked if it is all of the expression.
     void expression(const std::string& prefix) {
-        if (scanner.at('{') && !prefix.empty()) table(prefix);
+        if (scanner_.at('{') && !prefix.empty()) table(prefix);
         int depth = 0;
-        while (scanner.peek().kind != Token::eEnd) {
-            const bool closes = scanner.at('}') || scanner.at(')') || scanner.at(']');
-            if (depth == 0 && (closes || scanner.at(',') || scanner.at(';'))) return;
-            if (scanner.at('{') || scanner.at('(') || scanner.at('[')) ++depth;
+        while (scanner_.peek().kind != Token::eEnd) {
+            const bool closes = scanner_.at('}') || scanner_.at(')') || scanner_.at(']');
+            if (depth == 0 && (closes || scanner_.at(',') || scanner_.at(';'))) return;
+            if (scanner_.at('{') || scanner_.at('(') || scanner_.at('[')) ++depth;
             if (closes) --depth;
-            scanner.advance();
+            scanner_.advance();
         }
     }
 
-    Scanner scanner;
-    TableLines* lines;
-    std::string* repeated;
+    Scanner scanner_;
+    TableLines* lines_;
+    std::string* repeated_;
 };
 
 }  // namespace

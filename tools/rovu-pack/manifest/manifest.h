@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include "fault.h"
 #include "table_lines.h"
 
 #include <cstddef>
@@ -13,9 +14,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-/// Ends a run early. A word of the format, and no file.
-constexpr char kExitSuccess[] = "exit_success";
 
 using LocalFiles = std::map<std::string, std::string>;  // local file by member
 
@@ -47,6 +45,17 @@ struct ManifestStep {
     std::optional<ManifestImage> image;  // of a script: none
 };
 
+/// What is wrong with a value, before it is known where in the file that stands.
+struct [[nodiscard]] Complaint {
+    std::string key;   // empty: the entry itself
+    std::string text;  // empty: no complaint
+
+    explicit operator bool() const { return !text.empty(); }
+};
+
+/// The manifest as a whole, in place of an entry.
+constexpr size_t kWholeManifest = 0;
+
 struct Manifest {
     std::string file;    // as it was named on the command line
     std::string folder;  // in which it lies
@@ -59,19 +68,11 @@ struct Manifest {
     std::optional<uint32_t> scriptDlsize;
     std::vector<ManifestStep> steps;
     LocalFiles files;
+
+    /// \param entry counted from 1 as Lua does; kWholeManifest.
+    /// \return the complaint as a fault (EINVAL) that names file, line, entry and key; none if there is none.
+    Fault located(size_t entry, const Complaint& complaint) const;
+
+    /// \return the path of a member's local file. `image`: in whose tar it is; null: the script tar.
+    std::string localFileOf(const ManifestImage* image, const std::string& member) const;
 };
-
-/// The manifest as a whole, in place of an entry.
-constexpr size_t kWholeManifest = 0;
-
-/// Reads and checks the manifest at `path`.
-/// \return 0, or a positive errno value with a sentence in `*error`: EINVAL for a fault in it.
-int readManifest(const std::string& path, Manifest* manifest, std::string* error);
-
-/// Stores a complaint about `key` of entry `entry`, counted from 1 as Lua does, in `*error`, with file and
-/// line. An empty key: about the entry. \return EINVAL.
-int manifestFault(const Manifest& manifest, size_t entry, const std::string& key, const std::string& text,
-                  std::string* error);
-
-/// \return the path of the local file behind a member. `image`: in whose tar it is; null: the script tar.
-std::string localFileOf(const Manifest& manifest, const ManifestImage* image, const std::string& member);

@@ -1,6 +1,3 @@
-// Faults that can be told from the manifest alone, each where its author can find it. The device's own reader
-// has the last word, but knows no lines.
-
 #include "manifest_rules.h"
 
 #include "lua_util/field_readers.h"
@@ -20,56 +17,49 @@ bool isVersion(const std::string& text, PackedVersion* version) {
     return parseVersion(version, text.c_str()) == 0;
 }
 
-int checkMember(const Manifest& manifest, size_t entry, const char* key, const std::string& member,
-                std::string* error) {
+Complaint checkMember(const char* key, const std::string& member) {
     const std::string fault = memberNameFault(member);
-    if (fault.empty()) return 0;
-    return manifestFault(manifest, entry, key, "the name \"" + member + "\" " + fault, error);
+    if (fault.empty()) return {};
+    return {key, "the name \"" + member + "\" " + fault};
 }
 
-int checkDep(const Manifest& manifest, size_t entry, const ManifestDep& dep, std::string* error) {
+Complaint checkDep(const ManifestDep& dep) {
     const std::string kind = dep.kind.substr(dep.kind.compare(0, 1, "!") == 0 ? 1 : 0);
     if (!isWord(kind, "kernel,rootfs")) {
-        return manifestFault(manifest, entry, "dep",
-                             "\"" + dep.kind + "\" is neither kernel nor rootfs, with or without a !", error);
+        return {"dep", "\"" + dep.kind + "\" is neither kernel nor rootfs, with or without a !"};
     }
     PackedVersion low = 0;
     PackedVersion high = 0;
-    if (isVersion(dep.low, &low) && isVersion(dep.high, &high) && low <= high) return 0;
-    return manifestFault(manifest, entry, "dep",
-                         "\"" + dep.low + "\" to \"" + dep.high + "\" is not a range of versions", error);
+    if (isVersion(dep.low, &low) && isVersion(dep.high, &high) && low <= high) return {};
+    return {"dep", "\"" + dep.low + "\" to \"" + dep.high + "\" is not a range of versions"};
 }
 
-int checkWords(const Manifest& manifest, size_t entry, const ManifestImage& image, std::string* error) {
+Complaint checkWords(const ManifestImage& image) {
     PackedVersion version = 0;
-    if (!isWord(image.type, "kernel,rootfs"))
-        return manifestFault(manifest, entry, "type", "kernel or rootfs is wanted", error);
-    if (!isWord(image.update, "optional,mandatory"))
-        return manifestFault(manifest, entry, "update", "mandatory or optional is wanted", error);
-    if (!isVersion(image.version, &version))
-        return manifestFault(manifest, entry, "version", "up to four numbers with dots are wanted", error);
+    if (!isWord(image.type, "kernel,rootfs")) return {"type", "kernel or rootfs is wanted"};
+    if (!isWord(image.update, "optional,mandatory")) return {"update", "mandatory or optional is wanted"};
+    if (!isVersion(image.version, &version)) return {"version", "up to four numbers with dots are wanted"};
     for (const ManifestDep& dep : image.deps) {
-        if (int rc = checkDep(manifest, entry, dep, error); rc != 0) return rc;
+        if (Complaint complaint = checkDep(dep)) return complaint;
     }
-    return 0;
+    return {};
 }
 
-int checkMembers(const Manifest& manifest, size_t entry, const ManifestImage& image, std::string* error) {
-    if (int rc = checkMember(manifest, entry, "image", image.image, error); rc != 0) return rc;
+Complaint checkMembers(const ManifestImage& image) {
+    if (Complaint complaint = checkMember("image", image.image)) return complaint;
     const std::pair<const char*, const std::string&> scripts[] = {{"preinst", image.preinst},
                                                                   {"postinst", image.postinst}};
     for (const auto& script : scripts) {
         if (script.second.empty()) continue;
-        if (int rc = checkMember(manifest, entry, script.first, script.second, error); rc != 0) return rc;
-        if (script.second == image.image)
-            return manifestFault(manifest, entry, script.first, "the image is no script", error);
+        if (Complaint complaint = checkMember(script.first, script.second)) return complaint;
+        if (script.second == image.image) return {script.first, "the image is no script"};
     }
     for (const auto& file : image.files) {
         if (file.first == image.image || file.first == image.preinst || file.first == image.postinst)
             continue;
-        return manifestFault(manifest, entry, "files", "nothing uses \"" + file.first + "\"", error);
+        return {"files", "nothing uses \"" + file.first + "\""};
     }
-    return 0;
+    return {};
 }
 
 // The members of all tars, to which a file of the whole manifest can belong.
@@ -82,29 +72,27 @@ std::set<std::string> allMembers(const Manifest& manifest) {
     return members;
 }
 
-int checkImage(const Manifest& manifest, size_t entry, std::set<std::string>* types, std::string* error) {
-    const ManifestImage& image = *manifest.steps[entry - 1].image;
-    if (int rc = checkWords(manifest, entry, image, error); rc != 0) return rc;
-    if (int rc = checkMembers(manifest, entry, image, error); rc != 0) return rc;
-    if (types->insert(image.type).second) return 0;
-    return manifestFault(manifest, entry, "type", "a second image of this kind, which the device refuses",
-                         error);
+Complaint checkImage(const ManifestImage& image, std::set<std::string>* types) {
+    if (Complaint complaint = checkWords(image)) return complaint;
+    if (Complaint complaint = checkMembers(image)) return complaint;
+    if (types->insert(image.type).second) return {};
+    return {"type", "a second image of this kind, which the device refuses"};
 }
 
 }  // namespace
 
-int checkManifest(const Manifest& manifest, std::string* error) {
+Fault checkManifest(const Manifest& manifest) {
     std::set<std::string> types;
     for (size_t entry = 1; entry <= manifest.steps.size(); ++entry) {
         const ManifestStep& step = manifest.steps[entry - 1];
-        const int rc = step.image ? checkImage(manifest, entry, &types, error)
-                                  : checkMember(manifest, entry, "", step.script, error);
-        if (rc != 0) return rc;
+        const Complaint complaint =
+            step.image ? checkImage(*step.image, &types) : checkMember("", step.script);
+        if (complaint) return manifest.located(entry, complaint);
     }
     const std::set<std::string> members = allMembers(manifest);
     for (const auto& file : manifest.files) {
         if (members.count(file.first) != 0) continue;
-        return manifestFault(manifest, kWholeManifest, "files", "nothing uses \"" + file.first + "\"", error);
+        return manifest.located(kWholeManifest, {"files", "nothing uses \"" + file.first + "\""});
     }
-    return 0;
+    return {};
 }

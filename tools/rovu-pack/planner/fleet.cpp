@@ -1,5 +1,3 @@
-// One plan for each kind of device and each active set.
-
 #include "fleet.h"
 
 #include "device_log.h"
@@ -16,9 +14,8 @@ std::string* fieldOf(DeviceKind* device, const std::string& name) {
     return nullptr;
 }
 
-int refuseText(const std::string& text, std::string* error) {
-    *error = "\"" + text + "\" is no device: model=...,kernel=...,rootfs=... is wanted";
-    return EINVAL;
+Fault refuseText(const std::string& text) {
+    return {EINVAL, "\"" + text + "\" is no device: model=...,kernel=...,rootfs=... is wanted"};
 }
 
 // The tars that the device fetches, by their local names.
@@ -39,34 +36,41 @@ RoomNeed roomOn(const SpecView& spec, const Tars& tars, const FleetRow& row) {
 
 }  // namespace
 
-int parseDeviceKind(const std::string& text, DeviceKind* device, std::string* error) {
+Fault parseDeviceKind(const std::string& text, DeviceKind* device) {
     std::istringstream stream(text);
     size_t count = 0;
     for (std::string piece; std::getline(stream, piece, ','); ++count) {
         const size_t equals = piece.find('=');
         std::string* field = equals == std::string::npos ? nullptr : fieldOf(device, piece.substr(0, equals));
-        if (field == nullptr || !field->empty()) return refuseText(text, error);
+        if (field == nullptr || !field->empty()) return refuseText(text);
         *field = piece.substr(equals + 1);
-        if (field->empty()) return refuseText(text, error);
+        if (field->empty()) return refuseText(text);
     }
-    return count == 3 ? 0 : refuseText(text, error);
+    return count == 3 ? Fault() : refuseText(text);
 }
 
-std::vector<FleetRow> planFleet(const SpecView& spec, const std::vector<DeviceKind>& devices,
-                                const Tars& tars, Findings* findings) {
+std::vector<FleetRow> planFleet(const SpecView& spec, UpdateState refusedIn,
+                                const std::vector<DeviceKind>& devices, const Tars& tars) {
     std::vector<FleetRow> fleet;
     for (const DeviceKind& device : devices) {
-        FleetRow row = {device, selectOn(spec.file, device), {}, {}};
+        FleetRow row = {device, selectOn(spec.file, refusedIn, device), {}, {}};
         for (uint32_t set : {0U, 1U})
             row.plans[set] = planRun(row.selection, set);
         row.room = roomOn(spec, tars, row);
-        if (!row.accepts() && spec.file.refusedIn == eStateInvalid) {
-            findings->add(eDeviceRefuses, spec.at(row.selection.refusedKey),
-                          withFullStop("The device " + device.model + " with kernel " + device.kernel +
-                                       " and rootfs " + device.rootfs +
-                                       " refuses the update: " + row.selection.refusal));
-        }
         fleet.push_back(std::move(row));
     }
     return fleet;
+}
+
+Findings reportRefusals(const SpecView& spec, const std::vector<FleetRow>& fleet) {
+    Findings findings;
+    for (const FleetRow& row : fleet) {
+        if (row.accepts()) continue;
+        const DeviceKind& device = row.device;
+        findings.add(eDeviceRefuses, spec.at(row.selection.refusedKey),
+                     withFullStop("The device " + device.model + " with kernel " + device.kernel +
+                                  " and rootfs " + device.rootfs +
+                                  " refuses the update: " + row.selection.refusal));
+    }
+    return findings;
 }

@@ -1,4 +1,4 @@
-// What an update does on each kind of device of a fleet.
+// What an update does on each kind of device of a fleet: one plan for each active set.
 
 #pragma once
 
@@ -15,9 +15,12 @@ struct FleetRow {
 };
 
 /// Reads "model=RV-20,kernel=3.10.49-2,rootfs=2.4.1", in any order.
-/// \return 0, or EINVAL with a sentence in `*error`.
-int parseDeviceKind(const std::string& text, DeviceKind* device, std::string* error);
+Fault parseDeviceKind(const std::string& text, DeviceKind* device);
 
-/// Adds a finding for each kind of device that refuses a spec which is good in itself.
-std::vector<FleetRow> planFleet(const SpecView& spec, const std::vector<DeviceKind>& devices,
-                                const Tars& tars, Findings* findings);
+/// \param refusedIn the state in which every device refuses the spec; eStateInvalid: none.
+/// \return a row for each of `devices`, in their order.
+std::vector<FleetRow> planFleet(const SpecView& spec, UpdateState refusedIn,
+                                const std::vector<DeviceKind>& devices, const Tars& tars);
+
+/// A finding for each kind of device that refuses a spec which not every device refuses.
+Findings reportRefusals(const SpecView& spec, const std::vector<FleetRow>& fleet);

@@ -5,8 +5,8 @@
 
 #pragma once
 
+#include "device_verdict.h"
 #include "progress.h"
-#include "spec_file.h"
 
 #include <string>
 #include <vector>
@@ -56,15 +56,12 @@ struct Plan {
     std::vector<std::string> volumes;  // that are written, in order
 };
 
-/// Lets the device's code choose. `spec` must outlive the result.
-Selection selectOn(const SpecFile& spec, const DeviceKind& device);
+/// Lets the device's code choose.
+/// \param refusedIn the state in which every device refuses the spec; eStateInvalid: none.
+Selection selectOn(const SpecFile& spec, UpdateState refusedIn, const DeviceKind& device);
 
 /// \param selection its record is only read. What the device alone knows stands in braces in the commands:
 ///        "{id of k1}", "{size of k0_data}".
 Plan planRun(const Selection& selection, uint32_t activeSet);
 
 const char* outcomeText(ImageChoice::Outcome outcome);
-
-/// The words that a shell makes of one of the device's lines; redirections are none. Braces hold a word
-/// together.
-std::vector<std::string> wordsOfLine(const std::string& line);

@@ -1,5 +1,3 @@
-// All tars lie in the work directory at the same time, and one extracted member beside them.
-
 #include "room.h"
 
 #include <algorithm>
@@ -12,8 +10,8 @@ uint64_t largestMember(const TarFacts& tar, RoomNeed* room) {
         room->isExact = false;
         return tar.volumeSize > 0 ? static_cast<uint64_t>(tar.volumeSize) : 0;
     }
-    for (const WantedMember& wanted : tar.wanted) {
-        const TarMember* member = tar.member(wanted.name);
+    for (const RequiredMember& required : tar.required) {
+        const TarMember* member = tar.member(required.name);
         if (member != nullptr) largest = std::max(largest, member->size);
     }
     return largest;
@@ -45,13 +43,15 @@ RoomNeed roomForAll(const SpecView& spec, const Tars& tars) {
     return roomFor(spec, tars, names, !spec.images.empty());
 }
 
-void reportRoom(const SpecView& spec, const RoomNeed& room, Findings* findings) {
-    if (room.tars == spec.file.bytes.size()) return;
+Findings reportRoom(const SpecView& spec, const RoomNeed& room) {
+    Findings findings;
+    if (room.tars == spec.file.bytes.size()) return findings;
     std::string why = "The work directory holds up to " + std::to_string(room.peak()) +
                       " bytes: " + std::to_string(room.tars) + " of spec and tars, " +
                       std::to_string(room.extracted) + " of the largest member";
     if (!room.isExact) why += ", by the spec's own numbers";
     if (!room.isKnown) why += ", and what a tar without a limit brings";
     if (room.clonesOverlay) why += "; a copy of the overlay, if larger, takes that member's place";
-    findings->add(eRoomNeeded, spec.at(""), why + ".");
+    findings.add(eRoomNeeded, spec.at(""), why + ".");
+    return findings;
 }

@@ -1,4 +1,5 @@
-// How much an update brings over the network, and how much room it takes in the device's work directory.
+// How much an update brings over the network, and how much room it takes in the device's work directory: all tars
+// lie there at the same time, and one extracted member beside them.
 
 #pragma once
 
@@ -22,5 +23,5 @@ RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::
 /// The same for all tars of the spec.
 RoomNeed roomForAll(const SpecView& spec, const Tars& tars);
 
-/// Puts the need into words, for all tars of the spec.
-void reportRoom(const SpecView& spec, const RoomNeed& room, Findings* findings);
+/// Puts the need into words, for all tars of the spec; no finding if there are none.
+Findings reportRoom(const SpecView& spec, const RoomNeed& room);

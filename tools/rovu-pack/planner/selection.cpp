@@ -20,10 +20,6 @@ std::string versionText(PackedVersion version) {
     return formatVersion(version, text, sizeof text);
 }
 
-bool isMandatory(const Part& part) {
-    return part.img.update == UpdateSpecVer1::eUpdateMandatory;
-}
-
 const char* kindOf(const Part& part) {
     return part.type == UpdateSpecVer1::eTypeKernel ? "kernel" : "rootfs";
 }
@@ -39,13 +35,9 @@ struct TestedVersion {
 
 // "its dependencies accept the installed kernel 3.10.49.2"
 std::string testOf(const Part& part, const TestedVersion& tested) {
-    const bool good = checkDeps(part.img.depCount, part.img.deps, tested.version);
+    const bool good = acceptsVersion(part, tested.version);
     return std::string("its dependencies ") + (good ? "accept" : "refuse") + " the " + tested.whose + " " +
            counterpartOf(part) + " " + versionText(tested.version);
-}
-
-bool accepts(const Part& part, PackedVersion version) {
-    return checkDeps(part.img.depCount, part.img.deps, version);
 }
 
 std::string testOfFirst(const Part& first, const Part* second, PackedVersion installed) {
@@ -53,8 +45,8 @@ std::string testOfFirst(const Part& first, const Part* second, PackedVersion ins
     if (second == nullptr) return testOf(first, old);
     const TestedVersion fresh = {"new", second->img.version};
     if (isMandatory(*second)) return testOf(first, fresh);
-    if (accepts(first, installed)) return testOf(first, old);
-    return testOf(first, old) + " and " + (accepts(first, fresh.version) ? "accept" : "refuse") +
+    if (acceptsVersion(first, installed)) return testOf(first, old);
+    return testOf(first, old) + " and " + (acceptsVersion(first, fresh.version) ? "accept" : "refuse") +
            " the new " + versionText(fresh.version);
 }
 
@@ -62,8 +54,8 @@ std::string testOfSecond(const Part& first, const Part& second, PackedVersion in
     std::string own = testOf(second, {"new", first.img.version});
     if (isMandatory(second)) return own;
     const std::string need = std::string("the ") + kindOf(first) + " image ";
-    if (accepts(first, installed)) return need + "does without it";
-    if (!accepts(first, second.img.version)) return need + "is not helped by it";
+    if (acceptsVersion(first, installed)) return need + "does without it";
+    if (!acceptsVersion(first, second.img.version)) return need + "is not helped by it";
     return need + "needs it, and " + own;
 }
 
@@ -129,9 +121,9 @@ bool decide(const DeviceKind& device, Selection* selection) {
     if (!isModelSupported(*spec, device.model.c_str())) return false;
     selection->refusedKey.clear();
     std::string release = device.kernel;
-    if (!isReleaseKnown("kernel", parseKernelRelease(&installed.kernel, release.data()))) return false;
+    if (!isKernelReleaseKnown(parseKernelRelease(&installed.kernel, release.data()))) return false;
     selection->readsRootfs = true;
-    if (!isReleaseKnown("rootfs", parseVersion(&installed.rootfs, device.rootfs.c_str()))) return false;
+    if (!isRootfsReleaseKnown(parseVersion(&installed.rootfs, device.rootfs.c_str()))) return false;
 
     Chooser chooser = {installed, spec, &selection->images, {}};
     chooser.describe();
@@ -142,10 +134,15 @@ bool decide(const DeviceKind& device, Selection* selection) {
 
 }  // namespace
 
-Selection selectOn(const SpecFile& spec, const DeviceKind& device) {
+const char* outcomeText(ImageChoice::Outcome outcome) {
+    constexpr const char* kTexts[] = {"kept", "dropped", "promoted", "refused"};
+    return kTexts[outcome];
+}
+
+Selection selectOn(const SpecFile& spec, UpdateState refusedIn, const DeviceKind& device) {
     Selection selection;
-    selection.refusedIn = spec.refusedIn;
-    if (spec.refusedIn == eStateInvalid) selection.record = readRecord(spec);
+    selection.refusedIn = refusedIn;
+    if (refusedIn == eStateInvalid) selection.record = readRecord(spec);
     if (selection.record == nullptr) {
         selection.refusal = "the spec itself is refused";
         return selection;

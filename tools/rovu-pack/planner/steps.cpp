@@ -1,5 +1,5 @@
-// The road of a run, told as states and commands instead of walked. Its order is that of the device's
-// program, and the tests hold the two together.
+// The update sequence as states and commands. Its order is that of the device's program, and the tests hold the two
+// together.
 
 #include "install.h"
 #include "plan.h"
@@ -31,10 +31,10 @@ struct VolumeRequest {
     std::string size;
 };
 
-class Road {
+class Sequence {
 public:
-    Road(Plan* planned, const Selection& chosen) : plan(planned), selection(chosen) {
-        spec = chosen.record.get();
+    Sequence(Plan* planned, const Selection& chosen) : plan_(planned), selection_(chosen) {
+        spec_ = chosen.record.get();
     }
 
     void walk() {
@@ -44,11 +44,12 @@ public:
 
 private:
     void enter(UpdateState state, const std::string& subject = "") {
-        plan->stages.push_back({state, subject});
+        plan_->stages.push_back({state, subject});
     }
 
     void run(const std::string& line) {
-        plan->steps.push_back({plan->stages.size() - 1, plan->stages.back().state, line, wordsOfLine(line)});
+        plan_->steps.push_back(
+            {plan_->stages.size() - 1, plan_->stages.back().state, line, wordsOfLine(line)});
     }
 
     // Up to the choice of images. Returns whether the device goes on.
@@ -61,18 +62,18 @@ private:
         if (refusedIn(eStateParsingSpec)) return false;
         enter(eStateCheckingDependencies);
         run("/usr/local/bin/readplatform.sh model");
-        if (selection.readsRootfs) run("/usr/local/bin/readplatform.sh rootfsrev");
+        if (selection_.readsRootfs) run("/usr/local/bin/readplatform.sh rootfsrev");
         return !refusedIn(eStateCheckingDependencies);
     }
 
     bool refusedIn(UpdateState stage) {
-        if (selection.refusedIn != stage) return false;
+        if (selection_.refusedIn != stage) return false;
         enter(eStateError);
         return true;
     }
 
     void carryOut() {
-        if (spec->script_url[0] != '\0') fetch(eStateDownloadingScripts, kScriptTar, spec->script_hash);
+        if (spec_->script_url[0] != '\0') fetch(eStateDownloadingScripts, kScriptTar, spec_->script_hash);
         const Part* position = runPreparationScripts();
         fetchImages(position);
         if (!walkParts(position)) return enter(eStateComplete);
@@ -84,10 +85,10 @@ private:
         if (!hash.empty()) run(digestLine(name));
     }
 
-    const Part* next(const Part* part) const { return nextPart(spec, const_cast<Part*>(part)); }
+    const Part* next(const Part* part) const { return nextPart(spec_, const_cast<Part*>(part)); }
 
     const Part* runPreparationScripts() {
-        const Part* part = firstPart(spec);
+        const Part* part = firstPart(spec_);
         for (; part != nullptr && isPreparationScript(*part); part = next(part)) {
             enter(eStateRunningPreparationScripts, part->name);
             runScript(kScriptTar, part->name);
@@ -108,7 +109,7 @@ private:
 
     // Returns whether a switch follows.
     bool walkParts(const Part* position) {
-        bool clonePending = spec->clone_overlay;
+        bool clonePending = spec_->clone_overlay;
         for (const Part* part = position; part != nullptr; part = next(part)) {
             if (endsRun(*part)) return false;
             if (isScript(*part)) {
@@ -123,7 +124,7 @@ private:
         return true;
     }
 
-    uint32_t inactiveSet() const { return plan->activeSet ^ 1; }
+    uint32_t inactiveSet() const { return plan_->activeSet ^ 1; }
 
     void look(const std::string& volume) { run("ubinfo " + kDevice + "' -N '" + volume + "' 2>&-"); }
 
@@ -133,11 +134,11 @@ private:
         run("ubimkvol " + kDevice + "' -N '" + request.volume + "' -t " + request.kind + " -s " +
             request.size);
         look(request.volume);
-        plan->volumes.push_back(request.volume);
+        plan_->volumes.push_back(request.volume);
     }
 
     void cloneOverlay() {
-        const std::string source = "k" + std::to_string(plan->activeSet) + "_data";
+        const std::string source = "k" + std::to_string(plan_->activeSet) + "_data";
         const std::string target = "k" + std::to_string(inactiveSet()) + "_data";
         enter(eStateFlashingOverlay, source + " -> " + target);
         look(source);
@@ -163,7 +164,7 @@ private:
     }
 
     void switchOver() {
-        plan->switches = true;
+        plan_->switches = true;
         enter(eStateSwitchingVolume, "to set " + std::to_string(inactiveSet()));
         char value[8];
         snprintf(value, sizeof value, "0A0A%02X", inactiveSet());
@@ -173,15 +174,15 @@ private:
             run(line);
     }
 
-    Plan* plan;
-    const Selection& selection;
-    UpdateSpecVer1* spec;
+    Plan* plan_;
+    const Selection& selection_;
+    UpdateSpecVer1* spec_;
 };
 
 }  // namespace
 
 Plan planRun(const Selection& selection, uint32_t activeSet) {
     Plan plan = {activeSet, false, {}, {}, {}};
-    Road(&plan, selection).walk();
+    Sequence(&plan, selection).walk();
     return plan;
 }

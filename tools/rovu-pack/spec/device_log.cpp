@@ -24,23 +24,24 @@ bool splitHead(const std::string& line, std::string* message) {
 
 }  // namespace
 
-DeviceLog::DeviceLog() : stream(open_memstream(&bytes, &size)), channel(LOG_channel_new(stream, "check")) {
-    if (channel == nullptr) return;
-    LOG_channel_set_levels(channel, LOG_LVL_ERROR | LOG_LVL_WARNING);
-    LOG_channel_apply(channel);
+DeviceLog::DeviceLog()
+    : stream_(open_memstream(&bytes_, &size_)), channel_(LOG_channel_new(stream_, "pack")) {
+    if (channel_ == nullptr) return;
+    LOG_channel_set_levels(channel_, LOG_LVL_ERROR | LOG_LVL_WARNING);
+    LOG_channel_apply(channel_);
 }
 
 DeviceLog::~DeviceLog() {
-    LOG_channel_free(channel);
-    if (stream != nullptr) fclose(stream);
-    free(bytes);
+    LOG_channel_free(channel_);
+    if (stream_ != nullptr) fclose(stream_);
+    free(bytes_);
 }
 
 std::vector<std::string> DeviceLog::take() {
     std::vector<std::string> messages;
-    if (stream == nullptr || fflush(stream) != 0) return messages;
-    std::istringstream fresh(std::string(bytes + taken, size - taken));
-    taken = size;
+    if (stream_ == nullptr || fflush(stream_) != 0) return messages;
+    std::istringstream fresh(std::string(bytes_ + taken_, size_ - taken_));
+    taken_ = size_;
     for (std::string line, message; std::getline(fresh, line);) {
         if (splitHead(line, &message)) {
             messages.push_back(message);
@@ -58,6 +59,11 @@ std::string DeviceLog::takeText() {
         text += (text.empty() ? "" : "; ") + message;
     }
     return text;
+}
+
+std::string DeviceLog::takeFirstLine() {
+    const std::vector<std::string> messages = take();
+    return messages.empty() ? "" : messages.front().substr(0, messages.front().find('\n'));
 }
 
 std::string withFullStop(const std::string& text) {

@@ -19,15 +19,18 @@ public:
     /// \return the messages since the last call, without the heads of their lines.
     std::vector<std::string> take();
 
-    /// The same, as one text. The last message stays as it is.
+    /// The same, joined to one string.
     std::string takeText();
 
+    /// The first line of the first of them; empty if there is none.
+    std::string takeFirstLine();
+
 private:
-    char* bytes = nullptr;
-    size_t size = 0;
-    size_t taken = 0;
-    FILE* stream;
-    LOG_Channel* channel;
+    char* bytes_ = nullptr;
+    size_t size_ = 0;
+    size_t taken_ = 0;
+    FILE* stream_;
+    LOG_Channel* channel_;
 };
 
 /// Ends a sentence with a message: some of them have a full stop of their own.

@@ -66,7 +66,7 @@ constexpr CatalogueEntry kCatalogue[] = {
 };
 static_assert(sizeof kCatalogue / sizeof kCatalogue[0] == eFindingCodeCount, "one entry for each code");
 
-// What has no line goes behind what has one.
+// What has no line comes after what has one.
 int lineOrder(const Finding& finding) {
     return finding.place.line == 0 ? INT_MAX : finding.place.line;
 }
@@ -83,6 +83,10 @@ void Findings::sort() {
     std::stable_sort(all.begin(), all.end(), [](const Finding& a, const Finding& b) {
         return a.severity != b.severity ? a.severity > b.severity : lineOrder(a) < lineOrder(b);
     });
+}
+
+void Findings::append(const Findings& more) {
+    all.insert(all.end(), more.all.begin(), more.all.end());
 }
 
 size_t Findings::count(Severity severity) const {

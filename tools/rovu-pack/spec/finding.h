@@ -81,6 +81,9 @@ public:
     /// Errors first, then by line, those without one last; what is equal in both stays in its order.
     void sort();
 
+    /// Adds what another part of the check found.
+    void append(const Findings& more);
+
     size_t count(Severity severity) const;
 
     std::vector<Finding> all;

@@ -4,10 +4,8 @@
 #include "refused_key.h"
 
 #include "lua_util/sandbox.h"
-#include "spec_keys.h"
+#include "spec_words.h"
 #include "spec_reader.h"
-
-#include <memory>
 
 namespace {
 
@@ -80,8 +78,9 @@ struct Search {
 
 }  // namespace
 
-std::string refusedKey(lua_State* L) {
-    const std::unique_ptr<lua_State, void (*)(lua_State*)> state(L, lua_close);
+std::string refusedKey(LuaState state) {
+    if (state == nullptr) return "";
+    lua_State* L = state.get();
     const Search search = {L, complaintOf(L)};
     lua_getfield(L, LUA_REGISTRYINDEX, kChunkValueKey);
     return search.complaint.empty() || !lua_istable(L, -1) ? "" : search.path();

@@ -2,10 +2,11 @@
 
 #pragma once
 
-#include <lua.hpp>
+#include "lua_state.h"
+
 #include <string>
 
-/// \param L as evaluateSpec() made it; it is closed.
+/// \param state as evaluateSpec() made it; null is refused as a whole.
 /// \return the path of the value at which the reader stops, as "3.url", also if it is not there at all; empty
 ///         if there is none.
-std::string refusedKey(lua_State* L);
+std::string refusedKey(LuaState state);

@@ -6,13 +6,11 @@
 #pragma once
 
 #include "spec_file.h"
+#include "spec_words.h"
 
 #include <optional>
 #include <string>
 #include <vector>
-
-/// Name of the step that ends a run with success; no script.
-constexpr char kEndOfRun[] = "exit_success";
 
 struct ScriptView {
     size_t entry;  // from 1, as Lua counts
@@ -51,7 +49,7 @@ struct SpecView {
 /// The file must outlive the view.
 SpecView viewOf(const SpecFile& file);
 
-/// Whether the device takes the value, if it is there, for a text. It refuses a spec in which one is wanted
+/// Whether the device takes the value, if it is there, for a string. It refuses a spec in which one is required
 /// and is none.
 bool isText(const LuaValue* value);
 

@@ -15,7 +15,7 @@ TarFacts scriptTarOf(const SpecView& spec) {
     tar.limit = spec.number("script_dlsize").value_or(0);
     for (const ScriptView& script : spec.scripts) {
         if (!script.endsRun() && !script.name.empty())
-            tar.wanted.push_back({script.key(), script.name, false});
+            tar.required.push_back({script.key(), script.name, false});
     }
     return tar;
 }
@@ -31,7 +31,7 @@ TarFacts imageTarOf(const ImageView& image) {
     tar.imageMd5 = image.text("image_md5");
     for (const std::string field : {"image", "preinst", "postinst"}) {
         const std::string name = image.text(field);
-        if (!name.empty()) tar.wanted.push_back({image.key(field), name, field == "image"});
+        if (!name.empty()) tar.required.push_back({image.key(field), name, field == "image"});
     }
     return tar;
 }
@@ -47,6 +47,10 @@ const TarMember* TarFacts::member(const std::string& name) const {
     const auto last = std::find_if(members.rbegin(), members.rend(),
                                    [&name](const TarMember& candidate) { return candidate.name == name; });
     return last == members.rend() ? nullptr : &*last;
+}
+
+bool climbs(const std::string& name) {
+    return name.compare(0, 1, "/") == 0 || ("/" + name + "/").find("/../") != std::string::npos;
 }
 
 Tars tarsOf(const SpecView& spec) {

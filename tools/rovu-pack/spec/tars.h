@@ -8,7 +8,7 @@
 #include <cstdint>
 
 /// A member for which the device will ask.
-struct WantedMember {
+struct RequiredMember {
     std::string key;  // where the spec names it
     std::string name;
     bool isImage;
@@ -20,7 +20,7 @@ struct TarFacts {
     std::string url;
     std::string hash;
     double limit;  // bytes; 0: none
-    std::vector<WantedMember> wanted;
+    std::vector<RequiredMember> required;
     double volumeSize;     // bytes that the spec gives the image's volume; 0: the script tar
     std::string imageMd5;  // that the spec gives; empty: the script tar
     std::string path;      // where the file should be; empty: nowhere
@@ -40,6 +40,9 @@ using Tars = std::vector<TarFacts>;
 /// Those that have a URL: the script tar first, if the device fetches one, then the images' in the spec's
 /// order.
 Tars tarsOf(const SpecView& spec);
+
+/// Whether a member of that name is extracted outside the directory it is to be extracted to.
+bool climbs(const std::string& name);
 
 /// \return the tar of that local name; null if there is none.
 const TarFacts* findTar(const Tars& tars, const std::string& localName);

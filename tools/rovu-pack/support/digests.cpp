@@ -1,5 +1,3 @@
-// Digests with libcrypto, in pieces: an image need not fit into memory.
-
 #include "digests.h"
 
 #include "files.h"
@@ -21,38 +19,34 @@ std::string hexOf(const EVP_MD* kind, const std::string& bytes) {
 
 }  // namespace
 
-Digest::Digest(const EVP_MD* kind) : context(EVP_MD_CTX_new()) {
-    good = context != nullptr && EVP_DigestInit_ex(context, kind, nullptr) == 1;
-}
-
-Digest::~Digest() {
-    EVP_MD_CTX_free(context);
+Digest::Digest(const EVP_MD* kind) : context_(EVP_MD_CTX_new()) {
+    good_ = context_ != nullptr && EVP_DigestInit_ex(context_.get(), kind, nullptr) == 1;
 }
 
 void Digest::add(const void* bytes, size_t size) {
-    good = good && EVP_DigestUpdate(context, bytes, size) == 1;
+    good_ = good_ && EVP_DigestUpdate(context_.get(), bytes, size) == 1;
 }
 
 std::string Digest::hex() {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
-    if (!good || EVP_DigestFinal_ex(context, digest, &length) != 1) return "";
-    constexpr char kDigits[] = "0123456789abcdef";
+    if (!good_ || EVP_DigestFinal_ex(context_.get(), digest, &length) != 1) return "";
+    constexpr char kHexDigits[] = "0123456789abcdef";
     std::string text;
     for (unsigned int i = 0; i < length; ++i) {
-        text += kDigits[digest[i] >> 4];
-        text += kDigits[digest[i] & 0xF];
+        text += kHexDigits[digest[i] >> 4];
+        text += kHexDigits[digest[i] & 0xF];
     }
     return text;
 }
 
-std::string sha256Digits(const std::string& bytes) {
+std::string hexSha256(const std::string& bytes) {
     return hexOf(EVP_sha256(), bytes);
 }
 
-int digestFile(const std::string& path, WorkProgress* progress, FileDigests* digests, std::string* error) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "rbe"), fclose);
-    if (file == nullptr) return fileError(path, errno, error);
+Fault digestFile(const std::string& path, WorkProgress* progress, FileDigests* digests) {
+    const File file(fopen(path.c_str(), "rbe"));
+    if (file == nullptr) return fileFault(path, errno);
     Digest md5(EVP_md5());
     Digest sha256(EVP_sha256());
     uint64_t size = 0;
@@ -63,12 +57,11 @@ int digestFile(const std::string& path, WorkProgress* progress, FileDigests* dig
         size += got;
         reportWork(progress, got);
     }
-    if (ferror(file.get()) != 0) return fileError(path, errno, error);
+    if (ferror(file.get()) != 0) return fileFault(path, errno);
     FileDigests result = {size, md5.hex(), sha256.hex()};
     if (result.md5.empty() || result.sha256.empty()) {
-        *error = path + ": libcrypto refuses to compute its digests";
-        return ENOMEM;
+        return {ENOMEM, path + ": libcrypto refuses to compute its digests"};
     }
     *digests = std::move(result);
-    return 0;
+    return {};
 }

@@ -1,35 +1,37 @@
-// MD5 and SHA-256, as the lower-case hexadecimal digits that a spec holds.
+// MD5 and SHA-256 as the lower-case hex digests that a spec holds. Files are read in pieces: an image need not
+// fit into memory.
 
 #pragma once
 
+#include "fault.h"
+#include "handles.h"
 #include "work_progress.h"
 
 #include <cstdint>
 #include <openssl/evp.h>
 #include <string>
 
+using DigestContext = Handle<EVP_MD_CTX, EVP_MD_CTX_free>;
+
 /// A digest of bytes that come in pieces.
 class Digest {
 public:
     /// \param kind EVP_md5() or EVP_sha256().
     explicit Digest(const EVP_MD* kind);
-    ~Digest();
-    Digest(const Digest&) = delete;
-    Digest& operator=(const Digest&) = delete;
 
     void add(const void* bytes, size_t size);
 
-    /// The end: nothing may be added behind it. Empty if libcrypto refused something, which it does only
-    /// without memory.
+    /// Ends the digest: nothing may be added afterwards.
+    /// \return the hex digest; empty if libcrypto refused something, which it does only without memory.
     std::string hex();
 
 private:
-    EVP_MD_CTX* context;
-    bool good;
+    DigestContext context_;
+    bool good_;
 };
 
-/// The digest of bytes in memory; empty if libcrypto fails.
-std::string sha256Digits(const std::string& bytes);
+/// \return the hex digest of bytes in memory; empty if libcrypto fails.
+std::string hexSha256(const std::string& bytes);
 
 /// What a spec says about a file.
 struct FileDigests {
@@ -39,5 +41,4 @@ struct FileDigests {
 };
 
 /// Reads the file at `path` once for all of it. `*digests` is written on success only.
-/// \return 0, or a positive errno value with a sentence in `*error`.
-int digestFile(const std::string& path, WorkProgress* progress, FileDigests* digests, std::string* error);
+Fault digestFile(const std::string& path, WorkProgress* progress, FileDigests* digests);

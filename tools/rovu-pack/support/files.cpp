@@ -1,12 +1,12 @@
-// Reads and writes of whole files. The order in replaceFile() is the promise: write, sync, then rename.
+// The order in replaceFile() is the promise: write, sync, then rename.
 
 #include "files.h"
 
+#include "handles.h"
 #include "util/file.h"
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -17,13 +17,7 @@ namespace {
 
 constexpr size_t kReadChunk = 65536;
 
-struct Descriptor {  // closes on every way out
-    int fd;
-    ~Descriptor() {
-        if (fd >= 0) close(fd);
-    }
-};
-
+// Returns 0 or an errno value.
 int readToEnd(int fd, std::string* bytes) {
     char chunk[kReadChunk];
     for (;;) {
@@ -35,53 +29,49 @@ int readToEnd(int fd, std::string* bytes) {
     }
 }
 
-// Closes `fd` on every way.
+// Syncs, and closes `fd` on every exit path. Returns 0 or an errno value.
 int writeAll(int fd, const std::string& bytes) {
     return writeFd(fd, bytes.data(), static_cast<uint32_t>(bytes.size()), true, true);
 }
 
 }  // namespace
 
-int fileError(const std::string& path, int code, std::string* error) {
-    *error = path + ": " + strerror(code);
-    return code;
+Fault fileFault(const std::string& path, int code) {
+    return {code, path + ": " + strerror(code)};
 }
 
-int readWholeFile(const std::string& path, std::string* bytes, std::string* error) {
-    const Descriptor file = {open(path.c_str(), O_RDONLY | O_CLOEXEC)};
-    if (file.fd < 0) return fileError(path, errno, error);
+Fault readWholeFile(const std::string& path, std::string* bytes) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0) return fileFault(path, errno);
     struct stat status;
-    if (fstat(file.fd, &status) != 0) return fileError(path, errno, error);
-    if (!S_ISREG(status.st_mode)) {
-        *error = path + ": not a regular file";
-        return EINVAL;
-    }
+    if (fstat(file.get(), &status) != 0) return fileFault(path, errno);
+    if (!S_ISREG(status.st_mode)) return {EINVAL, path + ": not a regular file"};
     std::string read;
-    if (int rc = readToEnd(file.fd, &read); rc != 0) return fileError(path, rc, error);
+    if (int rc = readToEnd(file.get(), &read); rc != 0) return fileFault(path, rc);
     bytes->swap(read);
-    return 0;
+    return {};
 }
 
-int replaceFile(const std::string& path, const std::string& bytes, mode_t mode, std::string* error) {
+Fault replaceFile(const std::string& path, const std::string& bytes, mode_t mode) {
     std::string temporary = path + ".XXXXXX";
     const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) return fileError(temporary, errno, error);
+    if (fd < 0) return fileFault(temporary, errno);
     const mode_t mask = umask(0);
     umask(mask);
     int rc = fchmod(fd, mode & ~mask) == 0 ? 0 : errno;
     if (int written = writeAll(fd, bytes); rc == 0) rc = written;
     if (rc == 0 && rename(temporary.c_str(), path.c_str()) != 0) rc = errno;
-    if (rc == 0) return 0;
+    if (rc == 0) return {};
     unlink(temporary.c_str());
-    return fileError(path, rc, error);
+    return fileFault(path, rc);
 }
 
-int createFile(const std::string& path, const std::string& bytes, mode_t mode, std::string* error) {
+Fault createFile(const std::string& path, const std::string& bytes, mode_t mode) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (fd < 0) return fileError(path, errno, error);
+    if (fd < 0) return fileFault(path, errno);
     if (int rc = writeAll(fd, bytes); rc != 0) {
         unlink(path.c_str());
-        return fileError(path, rc, error);
+        return fileFault(path, rc);
     }
-    return 0;
+    return {};
 }

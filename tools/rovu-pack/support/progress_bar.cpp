@@ -1,5 +1,3 @@
-// Redrawn ten times a second at most, on one line that it takes away again.
-
 #include "progress_bar.h"
 
 #include <algorithm>
@@ -21,37 +19,37 @@ double secondsSince(const struct timespec& then) {
 }  // namespace
 
 ProgressBar::ProgressBar()
-    : visible(isatty(STDOUT_FILENO) == 1), sink([this](uint64_t bytes) { advance(bytes); }) {
-    clock_gettime(CLOCK_MONOTONIC, &last);
+    : visible_(isatty(STDOUT_FILENO) == 1), sink_([this](uint64_t bytes) { advance(bytes); }) {
+    clock_gettime(CLOCK_MONOTONIC, &last_);
 }
 
 ProgressBar::~ProgressBar() {
-    if (!drawn) return;
+    if (!drawn_) return;
     printf("\r\033[K");
     fflush(stdout);
 }
 
 void ProgressBar::expect(uint64_t bytes) {
-    total = bytes;
+    total_ = bytes;
 }
 
 void ProgressBar::begin(const std::string& what) {
-    label = what;
+    label_ = what;
 }
 
 void ProgressBar::advance(uint64_t bytes) {
-    done += bytes;
-    if (!visible || total == 0 || secondsSince(last) < kRedrawSeconds) return;
-    clock_gettime(CLOCK_MONOTONIC, &last);
+    done_ += bytes;
+    if (!visible_ || total_ == 0 || secondsSince(last_) < kRedrawSeconds) return;
+    clock_gettime(CLOCK_MONOTONIC, &last_);
     draw();
 }
 
 void ProgressBar::draw() {
-    const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
+    const double share = std::min(1.0, static_cast<double>(done_) / static_cast<double>(total_));
     const int filled = static_cast<int>(share * kWidth);
     const std::string bar = std::string(static_cast<size_t>(filled), '#') +
                             std::string(static_cast<size_t>(kWidth - filled), '.');
-    printf("\r[%s] %3d%%  %s\033[K", bar.c_str(), static_cast<int>(share * 100), label.c_str());
+    printf("\r[%s] %3d%%  %s\033[K", bar.c_str(), static_cast<int>(share * 100), label_.c_str());
     fflush(stdout);
-    drawn = true;
+    drawn_ = true;
 }

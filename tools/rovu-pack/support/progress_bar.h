@@ -1,4 +1,5 @@
-// A bar on a terminal for work that takes a while.
+// A bar on a terminal for work that takes a while: redrawn ten times a second at most, on one line that it takes
+// away again.
 
 #pragma once
 
@@ -22,17 +23,17 @@ public:
     /// Says what is being done.
     void begin(const std::string& what);
     /// For the work itself; valid as long as the bar.
-    WorkProgress* progress() { return &sink; }
+    WorkProgress* progress() { return &sink_; }
 
 private:
     void advance(uint64_t bytes);
     void draw();
 
-    bool visible;
-    bool drawn = false;
-    uint64_t total = 0;
-    uint64_t done = 0;
-    struct timespec last = {};
-    std::string label;
-    WorkProgress sink;
+    bool visible_;
+    bool drawn_ = false;
+    uint64_t total_ = 0;
+    uint64_t done_ = 0;
+    struct timespec last_ = {};
+    std::string label_;
+    WorkProgress sink_;
 };

@@ -1,17 +1,17 @@
-// Tars through libarchive. The writer fixes every header field that differs between machines; the format is
-// plain ustar, which has no extended headers that could carry more.
+// The writer fixes every header field that differs between workstations; the format is plain ustar, which has no
+// extended headers that could carry more.
 
 #include "tar_archive.h"
 
 #include "digests.h"
 #include "files.h"
+#include "handles.h"
 
 #include <archive.h>
 #include <archive_entry.h>
 #include <cerrno>
 #include <cstdio>
 #include <functional>
-#include <memory>
 #include <sys/stat.h>
 
 namespace {
@@ -22,34 +22,31 @@ constexpr int kTarBlock = 10240;  // bytes to a multiple of which a tar is fille
 constexpr mode_t kPlainMode = 0644;
 constexpr mode_t kExecutableMode = 0755;
 
-using File = std::unique_ptr<FILE, int (*)(FILE*)>;
-using Archive = std::unique_ptr<archive, int (*)(archive*)>;
-using Entry = std::unique_ptr<archive_entry, void (*)(archive_entry*)>;
+using Reader = Handle<archive, archive_read_free>;
+using Writer = Handle<archive, archive_write_free>;
+using Entry = Handle<archive_entry, archive_entry_free>;
 
-int archiveError(const std::string& path, archive* handle, std::string* error) {
+Fault archiveFault(const std::string& path, archive* handle) {
     const char* text = archive_error_string(handle);
-    *error = path + ": " + (text == nullptr ? "libarchive gives no reason" : text);
     const int code = archive_errno(handle);
-    return code > 0 ? code : EIO;
+    return {code > 0 ? code : EIO, path + ": " + (text == nullptr ? "libarchive gives no reason" : text)};
 }
 
-int openRegular(const std::string& path, File* file, uint64_t* size, std::string* error) {
+Fault openRegular(const std::string& path, File* file, uint64_t* size) {
     file->reset(fopen(path.c_str(), "rbe"));
-    if (*file == nullptr) return fileError(path, errno, error);
+    if (*file == nullptr) return fileFault(path, errno);
     struct stat status;
-    if (fstat(fileno(file->get()), &status) != 0) return fileError(path, errno, error);
+    if (fstat(fileno(file->get()), &status) != 0) return fileFault(path, errno);
     if (!S_ISREG(status.st_mode)) {
-        *error = path + ": not a regular file";
-        return EINVAL;
+        return {EINVAL, path + ": not a regular file"};
     }
     *size = static_cast<uint64_t>(status.st_size);
-    return 0;
+    return {};
 }
 
-int writeHeader(archive* tar, const std::string& path, const TarInput& input, uint64_t size, time_t mtime,
-                std::string* error) {
-    const Entry entry(archive_entry_new(), archive_entry_free);
-    if (entry == nullptr) return fileError(path, ENOMEM, error);
+Fault writeHeader(archive* tar, const std::string& path, const TarInput& input, uint64_t size, time_t mtime) {
+    const Entry entry(archive_entry_new());
+    if (entry == nullptr) return fileFault(path, ENOMEM);
     archive_entry_set_pathname(entry.get(), input.member.c_str());
     archive_entry_set_filetype(entry.get(), AE_IFREG);
     archive_entry_set_perm(entry.get(), input.executable ? kExecutableMode : kPlainMode);
@@ -57,36 +54,35 @@ int writeHeader(archive* tar, const std::string& path, const TarInput& input, ui
     archive_entry_set_mtime(entry.get(), mtime, 0);
     archive_entry_set_uid(entry.get(), 0);
     archive_entry_set_gid(entry.get(), 0);
-    if (archive_write_header(tar, entry.get()) == ARCHIVE_OK) return 0;
-    return archiveError(path, tar, error);
+    if (archive_write_header(tar, entry.get()) == ARCHIVE_OK) return {};
+    return archiveFault(path, tar);
 }
 
-int writeMember(archive* tar, const std::string& path, const TarInput& input, time_t mtime,
-                WorkProgress* progress, std::string* error) {
-    File file(nullptr, fclose);
+Fault writeMember(archive* tar, const std::string& path, const TarInput& input, time_t mtime,
+                  WorkProgress* progress) {
+    File file;
     uint64_t left = 0;
-    if (int rc = openRegular(input.source, &file, &left, error); rc != 0) return rc;
-    if (int rc = writeHeader(tar, path, input, left, mtime, error); rc != 0) return rc;
+    if (Fault fault = openRegular(input.source, &file, &left)) return fault;
+    if (Fault fault = writeHeader(tar, path, input, left, mtime)) return fault;
     std::vector<char> chunk(kChunk);
     while (const size_t got = fread(chunk.data(), 1, chunk.size(), file.get())) {
         if (got > left) break;  // it has grown since the header was written
         if (archive_write_data(tar, chunk.data(), got) != static_cast<la_ssize_t>(got))
-            return archiveError(path, tar, error);
+            return archiveFault(path, tar);
         left -= got;
         reportWork(progress, got);
     }
-    if (ferror(file.get()) != 0) return fileError(input.source, errno, error);
-    if (left == 0 && feof(file.get()) != 0) return 0;
-    *error = input.source + ": its size changed while it was read";
-    return EAGAIN;
+    if (ferror(file.get()) != 0) return fileFault(input.source, errno);
+    if (left == 0 && feof(file.get()) != 0) return {};
+    return {EAGAIN, input.source + ": its size changed while it was read"};
 }
 
 // Opens the tar at `path` for reading, whatever compressed it.
-int openTar(const std::string& path, archive* tar, std::string* error) {
+Fault openTar(const std::string& path, archive* tar) {
     archive_read_support_filter_all(tar);
     archive_read_support_format_tar(tar);
-    if (archive_read_open_filename(tar, path.c_str(), kReadBlock) == ARCHIVE_OK) return 0;
-    return archiveError(path, tar, error);
+    if (archive_read_open_filename(tar, path.c_str(), kReadBlock) == ARCHIVE_OK) return {};
+    return archiveFault(path, tar);
 }
 
 TarMember::Type typeOf(archive_entry* entry) {
@@ -112,30 +108,29 @@ TarMember describe(archive_entry* entry) {
     return member;
 }
 
-using TakeMember = std::function<int(const TarMember&, archive*)>;
+using TakeMember = std::function<Fault(const TarMember&, archive*)>;
 
 // Calls `take` for each member, with the archive at its data.
-int walkTar(const std::string& path, const TakeMember& take, std::string* error) {
-    const Archive tar(archive_read_new(), archive_read_free);
-    if (tar == nullptr) return fileError(path, ENOMEM, error);
-    if (int rc = openTar(path, tar.get(), error); rc != 0) return rc;
+Fault walkTar(const std::string& path, const TakeMember& take) {
+    const Reader tar(archive_read_new());
+    if (tar == nullptr) return fileFault(path, ENOMEM);
+    if (Fault fault = openTar(path, tar.get())) return fault;
     archive_entry* entry = nullptr;
     for (;;) {
         const int rc = archive_read_next_header(tar.get(), &entry);
-        if (rc == ARCHIVE_EOF) return 0;
-        if (rc != ARCHIVE_OK && rc != ARCHIVE_WARN) return archiveError(path, tar.get(), error);
-        if (int taken = take(describe(entry), tar.get()); taken != 0) return taken;
+        if (rc == ARCHIVE_EOF) return {};
+        if (rc != ARCHIVE_OK && rc != ARCHIVE_WARN) return archiveFault(path, tar.get());
+        if (Fault fault = take(describe(entry), tar.get())) return fault;
     }
 }
 
 // The data of the member at which the archive stands.
-int digestMember(const std::string& path, archive* tar, WorkProgress* progress, Digest* digest,
-                 std::string* error) {
+Fault digestMember(const std::string& path, archive* tar, WorkProgress* progress, Digest* digest) {
     std::vector<char> chunk(kChunk);
     for (;;) {
         const la_ssize_t got = archive_read_data(tar, chunk.data(), chunk.size());
-        if (got < 0) return archiveError(path, tar, error);
-        if (got == 0) return 0;
+        if (got < 0) return archiveFault(path, tar);
+        if (got == 0) return {};
         digest->add(chunk.data(), static_cast<size_t>(got));
         reportWork(progress, static_cast<uint64_t>(got));
     }
@@ -143,47 +138,45 @@ int digestMember(const std::string& path, archive* tar, WorkProgress* progress, 
 
 }  // namespace
 
-int writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_t mtime,
-             WorkProgress* progress, std::string* error) {
-    const Archive tar(archive_write_new(), archive_write_free);
-    if (tar == nullptr) return fileError(path, ENOMEM, error);
+Fault writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_t mtime,
+               WorkProgress* progress) {
+    const Writer tar(archive_write_new());
+    if (tar == nullptr) return fileFault(path, ENOMEM);
     archive_write_set_format_ustar(tar.get());
     archive_write_add_filter_none(tar.get());
     archive_write_set_bytes_per_block(tar.get(), kTarBlock);
     archive_write_set_bytes_in_last_block(tar.get(), kTarBlock);
     if (archive_write_open_filename(tar.get(), path.c_str()) != ARCHIVE_OK)
-        return archiveError(path, tar.get(), error);
+        return archiveFault(path, tar.get());
     for (const TarInput& input : inputs) {
-        if (int rc = writeMember(tar.get(), path, input, mtime, progress, error); rc != 0) return rc;
+        if (Fault fault = writeMember(tar.get(), path, input, mtime, progress)) return fault;
     }
-    return archive_write_close(tar.get()) == ARCHIVE_OK ? 0 : archiveError(path, tar.get(), error);
+    return archive_write_close(tar.get()) == ARCHIVE_OK ? Fault() : archiveFault(path, tar.get());
 }
 
-int listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression,
-            std::string* error) {
+Fault listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression) {
     members->clear();
     compression->clear();
-    const TakeMember take = [members, compression](const TarMember& member, archive* tar) {
+    const TakeMember take = [members, compression](const TarMember& member, archive* tar) -> Fault {
         members->push_back(member);
         if (archive_filter_code(tar, 0) != ARCHIVE_FILTER_NONE) *compression = archive_filter_name(tar, 0);
-        return 0;
+        return {};
     };
-    return walkTar(path, take, error);
+    return walkTar(path, take);
 }
 
-int digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
-                    std::string* md5, std::string* error) {
+Fault digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
+                      std::string* md5) {
     bool found = false;
-    const TakeMember take = [&](const TarMember& member, archive* tar) {
-        if (member.name != name || member.type != TarMember::eFile) return 0;
+    const TakeMember take = [&](const TarMember& member, archive* tar) -> Fault {
+        if (member.name != name || member.type != TarMember::eFile) return {};
         found = true;
         Digest digest(EVP_md5());
-        const int rc = digestMember(path, tar, progress, &digest, error);
+        Fault fault = digestMember(path, tar, progress, &digest);
         *md5 = digest.hex();
-        return rc;
+        return fault;
     };
-    if (int rc = walkTar(path, take, error); rc != 0) return rc;
-    if (found) return 0;
-    *error = path + ": no file \"" + name + "\" in it";
-    return ENOENT;
+    if (Fault fault = walkTar(path, take)) return fault;
+    if (found) return {};
+    return {ENOENT, path + ": no file \"" + name + "\" in it"};
 }

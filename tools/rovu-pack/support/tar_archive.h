@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "fault.h"
 #include "work_progress.h"
 
 #include <cstdint>
@@ -18,9 +19,8 @@ struct TarInput {
 
 /// Makes or truncates the tar at `path`, with the members in the order given. Nothing of the local files but
 /// their bytes gets in: owner and group are 0 and have no names, and every time is `mtime`.
-/// \return 0, or a positive errno value with a sentence in `*error`.
-int writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_t mtime,
-             WorkProgress* progress, std::string* error);
+Fault writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_t mtime,
+               WorkProgress* progress);
 
 struct TarMember {
     enum Type { eFile, eDirectory, eSymbolicLink, eHardLink, eOther };
@@ -32,11 +32,9 @@ struct TarMember {
 
 /// Lists the tar at `path`, compressed or not, in its own order. A name that is there twice is listed twice.
 /// \param compression receives the name of the outermost one; empty: none.
-/// \return 0, or a positive errno value with a sentence in `*error`.
-int listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression,
-            std::string* error);
+Fault listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression);
 
 /// The MD5 digest of one regular file of a tar; the last of several of one name is what an extraction leaves.
-/// \return 0, or a positive errno value with a sentence in `*error`: ENOENT if it is not there.
-int digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
-                    std::string* md5, std::string* error);
+/// \return ENOENT if it is not there.
+Fault digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
+                      std::string* md5);

@@ -1,9 +1,12 @@
-// The keys that the device's reader reads.
+// The keys that the device's reader reads, and the one word that it knows among the scripts.
 
 #pragma once
 
 #include <string>
 #include <vector>
+
+/// In place of a script's name: ends a run with success.
+constexpr char kEndOfRun[] = "exit_success";
 
 /// Of the spec itself, and of an image.
 inline const std::vector<std::string> kSpecKeys = {

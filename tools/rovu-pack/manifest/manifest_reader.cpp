@@ -1,0 +1,167 @@
+// Which keys there are, and what is asked of each.
+
+#include "manifest_reader.h"
+
+#include "files.h"
+#include "lua_value.h"
+#include "manifest_fields.h"
+#include "manifest_rules.h"
+#include "spec.h"
+#include "spec_words.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace {
+
+constexpr double kFormatVersion = 1;
+constexpr size_t kDepTextLimit = 31;  // bytes of each string of a dependency
+constexpr size_t kDepSize = 3;        // strings
+
+// The most bytes that a string of the device's record holds.
+template <size_t size>
+constexpr size_t limitOf(const char (&)[size]) {
+    return size - 1;
+}
+const UpdateSpecVer1 kSpec = {};
+const UpdateSpecVer1::Image kImage = {};
+
+// What a manifest has beyond the keys of a spec.
+std::vector<std::string> withFiles(std::vector<std::string> keys) {
+    keys.emplace_back("files");
+    return keys;
+}
+
+Complaint takeDep(const LuaValue& value, ManifestDep* dep) {
+    if (value.kind != LuaValue::eTable || value.items.size() != kDepSize || !value.fields.empty())
+        return {"dep", "each entry is { 'kernel' or 'rootfs', lowest version, highest version }"};
+    std::string* const texts[kDepSize] = {&dep->kind, &dep->low, &dep->high};
+    for (size_t i = 0; i < kDepSize; ++i) {
+        const LuaValue& item = value.items[i];
+        if (item.kind != LuaValue::eText || item.text.size() > kDepTextLimit)
+            return {"dep", "kind and versions are texts in quotes (as a number, 3.10 is 3.1)"};
+        *texts[i] = item.text;
+    }
+    return {};
+}
+
+Complaint takeDeps(const LuaValue& image, std::vector<ManifestDep>* deps) {
+    const LuaValue* value = findField(image, "dep");
+    if (value == nullptr) return {};
+    if (value->kind != LuaValue::eTable || !value->fields.empty())
+        return {"dep", "a list of dependencies is wanted"};
+    for (const LuaValue& item : value->items) {
+        deps->emplace_back();
+        if (Complaint complaint = takeDep(item, &deps->back())) return complaint;
+    }
+    return {};
+}
+
+Complaint takeImage(const LuaValue& value, ManifestImage* image) {
+    if (Complaint complaint = refuseUnknownKeys(value, withFiles(kImageKeys))) return complaint;
+    FieldTaker take(value);
+    take.text("type", limitOf(kImage.preinst), &image->type);
+    take.text("update", limitOf(kImage.preinst), &image->update);
+    take.text("version", limitOf(kImage.preinst), &image->version);
+    take.text("image", limitOf(kImage.image), &image->image);
+    take.text("preinst", limitOf(kImage.preinst), &image->preinst, false);
+    take.text("postinst", limitOf(kImage.postinst), &image->postinst, false);
+    take.given("url", limitOf(kImage.url), &image->url);
+    take.given("hash", limitOf(kImage.hash), &image->hash);
+    take.given("image_md5", limitOf(kImage.image_md5), &image->imageMd5);
+    take.given("dlsize", &image->dlsize);
+    take.given("imsize", &image->imsize);
+    take.files("files", &image->files);
+    if (take.complaint()) return take.complaint();
+    return takeDeps(value, &image->deps);
+}
+
+Complaint takeStep(const LuaValue& value, ManifestStep* step) {
+    if (value.kind == LuaValue::eText) {
+        if (value.text.size() > limitOf(kImage.preinst)) return {"", "a script's name has at most 31 bytes"};
+        step->script = value.text;
+        return {};
+    }
+    if (value.kind != LuaValue::eTable) return {"", "neither a script's name nor an image's table"};
+    step->image.emplace();
+    return takeImage(value, &*step->image);
+}
+
+Complaint takeTop(const LuaValue& value, Manifest* manifest) {
+    if (Complaint complaint = refuseUnknownKeys(value, withFiles(kSpecKeys))) return complaint;
+    FieldTaker take(value);
+    double version = 0;
+    double clone = 0;
+    double offset = -1;
+    take.number("version", &version, true);
+    take.text("hardware", limitOf(kSpec.hardware), &manifest->hardware);
+    take.number("clone_overlay", &clone, false);
+    take.number("encr_key_offset", &offset, false);
+    take.given("script_url", limitOf(kSpec.script_url), &manifest->scriptUrl);
+    take.given("script_hash", limitOf(kSpec.script_hash), &manifest->scriptHash);
+    take.given("script_dlsize", &manifest->scriptDlsize);
+    take.files("files", &manifest->files);
+    if (take.complaint()) return take.complaint();
+    if (version != kFormatVersion) return {"version", "the only version is 1"};
+    manifest->cloneOverlay = clone != 0;
+    manifest->keyOffset = offset < 0 ? -1 : static_cast<int32_t>(offset);
+    return {};
+}
+
+size_t indexOf(const std::string& number) {
+    return strtoul(number.c_str(), nullptr, 10);
+}
+
+// A word without quotes is nil to Lua, and is gone without a trace.
+Fault refuseVanished(const LuaValue& table, const Manifest& manifest, size_t entry) {
+    const std::string prefix = entry == kWholeManifest ? "" : std::to_string(entry) + ".";
+    for (const auto& line : manifest.lines) {
+        if (line.first.compare(0, prefix.size(), prefix) != 0) continue;
+        const std::string key = line.first.substr(prefix.size());
+        if (key.empty() || key.find('.') != std::string::npos) continue;
+        const bool isItem = key.find_first_not_of("0123456789") == std::string::npos;
+        const bool isThere = isItem ? indexOf(key) <= table.items.size() || findField(table, "[" + key + "]")
+                                    : findField(table, key) != nullptr;
+        if (isThere) continue;
+        const char* text = "its value is nil: a word without quotes?";
+        if (isItem && entry == kWholeManifest) return manifest.located(indexOf(key), {"", text});
+        return manifest.located(entry, {key, text});
+    }
+    return {};
+}
+
+Fault takeManifest(const LuaValue& value, Manifest* manifest) {
+    if (value.kind != LuaValue::eTable) return {EINVAL, manifest->file + ": not a Lua table"};
+    if (Fault fault = refuseVanished(value, *manifest, kWholeManifest)) return fault;
+    if (Fault fault = manifest->located(kWholeManifest, takeTop(value, manifest))) return fault;
+    for (size_t entry = 1; entry <= value.items.size(); ++entry) {
+        const LuaValue& item = value.items[entry - 1];
+        if (Fault fault = refuseVanished(item, *manifest, entry)) return fault;
+        manifest->steps.emplace_back();
+        if (Fault fault = manifest->located(entry, takeStep(item, &manifest->steps.back()))) return fault;
+    }
+    return {};
+}
+
+std::string folderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+}  // namespace
+
+Fault readManifest(const std::string& path, Manifest* manifest) {
+    std::string text;
+    if (Fault fault = readWholeFile(path, &text)) return fault;
+    LuaValue value;
+    if (Fault fault = evaluateLua(path, text, &value)) return fault;
+    manifest->file = path;
+    manifest->folder = folderOf(path);
+    std::string repeated;
+    manifest->lines = findTableLines(text, &repeated);
+    if (!repeated.empty()) {
+        return manifest->located(kWholeManifest, {repeated, "is there twice, and only the last would count"});
+    }
+    if (Fault fault = takeManifest(value, manifest)) return fault;
+    return checkManifest(*manifest);
+}

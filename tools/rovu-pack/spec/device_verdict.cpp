@@ -1,0 +1,143 @@
+#include "device_verdict.h"
+
+#include "device_log.h"
+#include "handles.h"
+#include "lua_state.h"
+#include "lua_util/sandbox.h"
+#include "refused_key.h"
+#include "spec_reader.h"
+#include "spec_signature.h"
+#include "spec_text.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char kAfterChunkName[] = "\"]:";
+constexpr char kTrialName[] = "update.lua";  // in the device's messages
+
+bool fill(SpecBuffer* buffer, const std::string& bytes) {
+    buffer->fileSize = bytes.size();
+    buffer->textLength = bytes.size();
+    buffer->capacity = bytes.size() + kWrapSize;
+    buffer->bytes = static_cast<char*>(malloc(buffer->capacity));
+    if (buffer->bytes == nullptr) return false;
+    memcpy(buffer->bytes, bytes.data(), bytes.size());
+    return true;
+}
+
+// Without a key a signature that is there cannot be judged; one that is not there still can.
+bool authenticate(const SpecFile& spec, const SignatureUse& use) {
+    if (spec.hasMarker && use.publicKey.empty()) return true;
+    SpecBuffer buffer;
+    return fill(&buffer, spec.bytes) &&
+           authenticateSpec(use.isUnsigned ? nullptr : use.publicKey.c_str(), spec.path, &buffer);
+}
+
+LuaState evaluate(const SpecFile& spec) {
+    SpecBuffer buffer;
+    return LuaState(fill(&buffer, spec.text) ? evaluateSpec(&buffer) : nullptr);
+}
+
+SpecRecord recordOf(LuaState state) {
+    return SpecRecord(state == nullptr ? nullptr : readSpec(state.release()), freeSpec);
+}
+
+// Lua names the chunk by its first line, and then the line.
+int lineInMessage(const std::string& message) {
+    const size_t at = message.find(kAfterChunkName);
+    return at == std::string::npos ? 0 : atoi(message.c_str() + at + sizeof kAfterChunkName - 1);
+}
+
+std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
+    if (!spec.hasMarker) return "Sign the text, or give --unsigned if the devices run with \"-k NONE\".";
+    const std::string& signature = spec.signature;
+    if (verifySpecSignature(key.c_str(), "", 0, signature.data(), signature.size()) == ENOMEM)
+        return key + " is no public key: give the one that the devices hold.";
+    return "Sign the text as it is now, with the private key that belongs to " + key + ".";
+}
+
+Finding& refuse(UpdateState state, const FindingPlace& place, const std::string& message,
+                DeviceVerdict* verdict) {
+    if (verdict->refusedIn == eStateInvalid) verdict->refusedIn = state;
+    return verdict->findings.add(eDeviceRefuses, place,
+                                 withFullStop("Every device refuses the spec: " + message));
+}
+
+void judgeSignature(const SpecFile& spec, const SignatureUse& use, DeviceLog* log, DeviceVerdict* verdict) {
+    if (authenticate(spec, use)) return;
+    const FindingPlace place = spec.hasMarker ? spec.atByte(spec.text.size()) : spec.at("");
+    refuse(eStateDownloadingSpec, place, log->takeText(), verdict).advice =
+        adviceOnSignature(spec, use.publicKey);
+}
+
+void judgeTable(const SpecFile& spec, DeviceLog* log, DeviceVerdict* verdict) {
+    LuaState state = evaluate(spec);
+    if (state == nullptr) {
+        const std::string message = log->takeText();
+        refuse(eStateDownloadingSpec, {spec.path, "", lineInMessage(message)}, message, verdict);
+        return;
+    }
+    if (recordOf(std::move(state)) != nullptr) return;
+    const std::string message = log->takeText();
+    const bool isSmall = spec.bytes.size() <= kMaxSpecSize;  // a larger one would take too long
+    const std::string key = isSmall ? refusedKey(evaluate(spec)) : "";
+    refuse(eStateParsingSpec, spec.at(key), message, verdict);
+}
+
+// The public key as a file for the device's code, which opens it by its path. It lies in memory.
+class KeyInMemory {
+public:
+    explicit KeyInMemory(const std::string& pem) : file_(memfd_create("key", MFD_CLOEXEC)) {
+        const ssize_t size = static_cast<ssize_t>(pem.size());
+        if (file_.get() >= 0 && write(file_.get(), pem.data(), pem.size()) == size)
+            path_ = "/proc/self/fd/" + std::to_string(file_.get());
+    }
+
+    // Empty if there is no memory for the file.
+    const std::string& path() const { return path_; }
+
+private:
+    Descriptor file_;
+    std::string path_;
+};
+
+bool isAccepted(const std::string& spec, const std::string& publicPem) {
+    SpecBuffer buffer;
+    const KeyInMemory key(publicPem);
+    if (key.path().empty() || !fill(&buffer, spec)) return false;
+    if (!authenticateSpec(key.path().c_str(), kTrialName, &buffer)) return false;
+    return recordOf(LuaState(evaluateSpec(&buffer))) != nullptr;
+}
+
+}  // namespace
+
+DeviceVerdict judge(const SpecFile& spec, const SignatureUse& use) {
+    DeviceVerdict verdict;
+    DeviceLog log;
+    if (spec.bytes.size() > kMaxSpecSize) verdict.refusedIn = eStateDownloadingSpec;
+    judgeSignature(spec, use, &log, &verdict);
+    judgeTable(spec, &log, &verdict);
+    return verdict;
+}
+
+SpecRecord readRecord(const SpecFile& spec) {
+    return recordOf(evaluate(spec));
+}
+
+Fault tryOnDevice(const std::string& spec, const std::string& publicPem) {
+    if (spec.size() > kMaxSpecSize) {
+        return {EINVAL, "the spec has " + std::to_string(spec.size()) +
+                            " bytes with its signature, and a device takes " + std::to_string(kMaxSpecSize)};
+    }
+    DeviceLog log;
+    if (isAccepted(spec, publicPem)) return {};
+    // The first message names the cause.
+    std::string message = "the device refuses the spec: " + log.takeFirstLine();
+    if (spec.find("function") != std::string::npos) message += " (the word \"function\" stands in it)";
+    return {EINVAL, message};
+}

@@ -1,0 +1,39 @@
+// The device's verdict on a spec, from the device's own code: it runs on bytes that were read once, with its log
+// caught.
+
+#pragma once
+
+#include "finding.h"
+#include "progress.h"
+#include "spec.h"
+#include "spec_file.h"
+
+#include <memory>
+#include <string>
+
+/// What is known of the key that the device holds.
+struct SignatureUse {
+    std::string publicKey;    // path; empty: not given
+    bool isUnsigned = false;  // the device is told not to verify
+};
+
+struct DeviceVerdict {
+    UpdateState refusedIn = eStateInvalid;  // the state in which every device refuses; eStateInvalid: none
+    Findings findings;                      // what the device's code complains of
+};
+
+/// Lets the device's code verify, evaluate and read a spec. The device stops at its first complaint; here the
+/// next stage is tried all the same, so that one check shows as much as it can.
+DeviceVerdict judge(const SpecFile& spec, const SignatureUse& use);
+
+using SpecRecord = std::unique_ptr<UpdateSpecVer1, void (*)(UpdateSpecVer1*)>;
+
+/// Lets the device's code read a record of its own from the spec: the choice of images changes it. Logs
+/// nothing but what the device's code logs.
+/// \return null if the device refuses the spec.
+SpecRecord readRecord(const SpecFile& spec);
+
+/// Whether a device that holds the key `publicPem` takes a spec that has just been made.
+/// \param spec the bytes of its file.
+/// \return EINVAL with a message that quotes the device.
+Fault tryOnDevice(const std::string& spec, const std::string& publicPem);

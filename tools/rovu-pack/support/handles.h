@@ -1,0 +1,42 @@
+// Owners of what the system and libraries hand out, each released on every exit path.
+
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <unistd.h>
+#include <utility>
+
+/// Calls `release` in place of delete.
+template <auto release>
+struct Releaser {
+    template <typename Resource>
+    void operator()(Resource* resource) const {
+        release(resource);
+    }
+};
+
+template <typename Resource, auto release>
+using Handle = std::unique_ptr<Resource, Releaser<release>>;
+
+using File = Handle<FILE, fclose>;
+
+/// A file descriptor; negative: none.
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    ~Descriptor() {
+        if (fd_ >= 0) close(fd_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    Descriptor& operator=(Descriptor&&) = delete;
+
+    int get() const { return fd_; }
+    /// Hands the descriptor over to the caller.
+    int release() { return std::exchange(fd_, -1); }
+
+private:
+    int fd_;
+};
