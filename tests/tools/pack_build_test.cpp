@@ -142,14 +142,15 @@ TEST_F(PackBuild, FaultsAreNamedAndNothingIsMade) {
         {"script_hash = 'abc',", "", "m.lua:2: \"script_hash\": \"abc\" is given, but it is \""},
         {"script_dlsize = 7,", "", "m.lua:2: \"script_dlsize\": 7 is given, but there are 10240 bytes"},
         {"script_url = 'http://h/v/s.tar',", "", "m.lua:2: \"script_url\": "},
-        {"clone_overley = 1,", "", "\"clone_overley\": nothing reads this key; \"clone_overlay\" is meant?"},
+        {"clone_overley = 1,", "",
+         "\"clone_overley\": nothing reads this key; did you mean \"clone_overlay\"?"},
         {"'nothere.sh',", "", "m.lua:2: entry 2: parts/nothere.sh: "},
         {"finish, 'before.sh',", "", "m.lua:2: entry 2: its value is nil"},
         {"'../keys/private.pem',", "", "m.lua:2: entry 2: "},
         {"encr_key_offset = 0,", "", "m.lua:2: \"encr_key_offset\": asks for encryption"},
         {"encr_key_offset = 0,", " --secrets parts/pre.sh", "parts/pre.sh: no 48 bytes at offset 0"},
         {"{ type = 'kernel', update = 'mandatory', version = 3.10, image = 'k.img' },", "",
-         "\"version\": a text"},
+         "\"version\": a string"},
         {"hardware = 'RV-21',", "", "m.lua:2: \"hardware\": is there twice"},
     };
     for (const auto& row : kRows) {

@@ -14,7 +14,7 @@ Complaint settleUrl(const char* key, const std::string& baseUrl, std::string* fi
     if (*url) {
         *fileName = fileNameBelow(baseUrl, **url);
         if (!memberNameFault(*fileName).empty() || (*fileName)[0] == '.')
-            return {key, "is not a file's name behind " + baseUrl + "/, for which the update is built"};
+            return {key, "is not a file name after " + baseUrl + "/, for which the update is built"};
     }
     *url = baseUrl + "/" + *fileName;
     return {};

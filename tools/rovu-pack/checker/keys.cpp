@@ -24,7 +24,7 @@ bool isNumber(const std::string& text) {
     return text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-// "[7]" is the key of an entry behind a gap; its path is that of any entry.
+// "[7]" is the key of an entry after a gap; its path is that of any entry.
 bool isEntryKey(const std::string& name, std::string* number) {
     if (name.size() < 3 || name.front() != '[' || name.back() != ']') return false;
     *number = name.substr(1, name.size() - 2);
@@ -48,14 +48,14 @@ struct KeyRule {
 
     void gap(const std::string& prefix, const std::string& number) const {
         findings->add(eBehindGap, spec.at(prefix + number),
-                      "Entry " + number + " stands behind an entry that is nil, and is never read.");
+                      "Entry " + number + " stands after an entry that is nil, and is never read.");
     }
 
     void unread(const std::string& prefix, const std::string& name, const Words& known) const {
         Finding& finding =
             findings->add(eUnreadKey, spec.at(prefix + name), "Nothing reads the key " + quoted(name) + ".");
-        const std::string meant = nearestWord(name, known);
-        if (!meant.empty()) finding.advice = "Write " + quoted(meant) + " if that is meant, or take it out.";
+        const std::string nearest = nearestWord(name, known);
+        if (!nearest.empty()) finding.advice = "Did you mean " + quoted(nearest) + "? If not, take it out.";
     }
 
     void nil(const std::string& path) const {

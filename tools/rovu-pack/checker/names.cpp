@@ -2,6 +2,7 @@
 // of the work directory beside the device's own.
 
 #include "rules.h"
+#include "scripts.h"
 #include "shell_lines.h"
 #include "tars.h"
 
@@ -44,7 +45,7 @@ struct NameRule {
     }
 
     bool isOwnFile(const std::string& name) const {
-        for (const char* own : {"rovu.lua", "scriptTar", "progress.tmp", "_img.tmp"}) {
+        for (const char* own : kDeviceFiles) {
             if (name == own) return true;
         }
         return std::any_of(spec.images.begin(), spec.images.end(),
@@ -88,7 +89,7 @@ Findings checkNames(const SpecView& spec) {
     Findings findings;
     const NameRule rule = {spec, &findings};
     for (const ScriptView& script : spec.scripts) {
-        if (!script.endsRun()) rule.check({script.key(), script.name, "scriptTar", false});
+        if (!script.endsRun()) rule.check({script.key(), script.name, kScriptTar, false});
     }
     for (const ImageView& image : spec.images)
         rule.image(image);

@@ -23,8 +23,8 @@ void checkEnd(const SpecView& spec, const ScriptView& end, Findings* findings) {
     for (size_t entry = end.entry + 1; entry <= spec.file.table.items.size(); ++entry) {
         const bool isImage = spec.file.table.items[entry - 1].kind == LuaValue::eTable;
         findings->add(eBehindExitSuccess, spec.at(std::to_string(entry)),
-                      isImage ? "The image behind \"exit_success\" is downloaded and never flashed."
-                              : "What stands behind \"exit_success\" never runs.");
+                      isImage ? "The image after \"exit_success\" is downloaded and never flashed."
+                              : "What stands after \"exit_success\" never runs.");
     }
     for (const ImageView& image : spec.images) {
         if (image.entry > end.entry || !image.isMandatory()) continue;
@@ -47,7 +47,7 @@ void checkKeyUse(const SpecView& spec, Findings* findings) {
     findings->add(eKeyWithoutEncryption, spec.at("encr_key_offset"), "The spec has no tar to decrypt.");
 }
 
-// What is hidden behind a gap, or has an unknown word for its update, has a finding of its own.
+// What is hidden after a gap, or has an unknown word for its update, has a finding of its own.
 bool flashesNothing(const SpecView& spec) {
     const std::vector<LuaField>& fields = spec.file.table.fields;
     const bool hides = std::any_of(fields.begin(), fields.end(), [](const LuaField& field) {

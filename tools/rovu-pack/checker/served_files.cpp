@@ -82,7 +82,7 @@ struct FileRule {
         Fault fault = readSecret(options.secrets, static_cast<int64_t>(spec.keyOffset()), &key);
         if (fault.code() != EINVAL) return fault;
         add(eDecryptionFails, "encr_key_offset", "The key file is too short: " + fault.message() + ".")
-            .advice = "Mend the offset, or give the devices' key file.";
+            .advice = "Fix the offset, or give the devices' key file.";
         return {};
     }
 

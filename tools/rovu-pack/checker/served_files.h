@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "fault.h"
 #include "finding.h"
 #include "tars.h"
 

@@ -60,7 +60,7 @@ void checkMarker(const SpecFile& file, const SignatureUse& use, Findings* findin
     if (!isSignature(file.signature)) {
         findings->add(
             eCommentAsMarker, place,
-            "The last two hyphens are taken for the marker of a signature, and the text is cut there.");
+            "The last two hyphens are taken for the marker of a signature, and the spec is cut there.");
     } else if (use.publicKey.empty()) {
         findings->add(eSignatureUnverified, place, "There is a signature, and nothing to verify it with.");
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "device_verdict.h"
+#include "fault.h"
 #include "fleet.h"
 #include "served_files.h"
 

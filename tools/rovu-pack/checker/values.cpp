@@ -1,4 +1,4 @@
-// Values that the device takes as they stand and that then fail, or weaken, the update.
+// Values that the device takes unchanged and that then fail, or weaken, the update.
 
 #include "rules.h"
 
@@ -6,22 +6,22 @@
 
 namespace {
 
-constexpr size_t kSha256Digits = 64;
-constexpr size_t kMd5Digits = 32;
+constexpr size_t kSha256Length = 64;
+constexpr size_t kMd5Length = 32;
 
-bool isDigest(const std::string& text, size_t digits) {
-    return text.size() == digits && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+bool isDigest(const std::string& text, size_t length) {
+    return text.size() == length && text.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
 struct ValueRule {
     const SpecView& spec;
     Findings* findings;
 
-    void digest(const std::string& key, const std::string& text, size_t digits) const {
-        if (isDigest(text, digits)) return;
+    void digest(const std::string& key, const std::string& text, size_t length) const {
+        if (isDigest(text, length)) return;
         findings->add(eBadDigest, spec.at(key),
-                      "The device compares with " + std::to_string(digits) +
-                          " lower-case hexadecimal digits, which \"" + text + "\" never matches.");
+                      "The device compares with a lower-case hex digest of " + std::to_string(length) +
+                          " characters, which \"" + text + "\" never matches.");
     }
 
     void hash(const std::string& key, const LuaValue* value) const {
@@ -30,7 +30,7 @@ struct ValueRule {
         if (text.empty()) {
             findings->add(eNoDigest, spec.at(key), "Without a digest the file is accepted unchecked.");
         } else {
-            digest(key, text, kSha256Digits);
+            digest(key, text, kSha256Length);
         }
     }
 
@@ -54,7 +54,7 @@ struct ValueRule {
 
     void image(const ImageView& image) const {
         hash(image.key("hash"), findField(image.table, "hash"));
-        if (image.hasText("image_md5")) digest(image.key("image_md5"), image.text("image_md5"), kMd5Digits);
+        if (image.hasText("image_md5")) digest(image.key("image_md5"), image.text("image_md5"), kMd5Length);
         limit(image.key("dlsize"), image.number("dlsize"));
         size(image.key("imsize"), image.number("imsize"));
         if (image.number("imsize") == 0)
@@ -90,7 +90,7 @@ struct ValueRule {
             if (!model.empty() && model.front() != ' ' && model.back() != ' ') continue;
             findings->add(eHardwareToken, spec.at("hardware"),
                           model.empty() ? "The list, or a model in it, is empty."
-                                        : "The blanks of \"" + model + "\" count as part of the model.");
+                                        : "The spaces of \"" + model + "\" count as part of the model.");
         }
     }
 };

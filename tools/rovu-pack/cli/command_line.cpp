@@ -39,7 +39,7 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
     command->add_option("MANIFEST", options->manifest, "The spec's table, with local files")
         ->required()
         ->type_name("FILE");
-    command->add_option("--out", options->out, "Folder for what is made")->required()->type_name("DIR");
+    command->add_option("--out", options->out, "Folder for the output")->required()->type_name("DIR");
     command->add_option("--key", options->key, "Private key that signs the spec")
         ->required()
         ->type_name("PEM");
@@ -53,7 +53,7 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
 
 CLI::App* addSign(CLI::App* app, SignOptions* options) {
     CLI::App* command = app->add_subcommand("sign", "Sign a spec in place; replaces an old signature");
-    command->add_option("SPEC", options->spec, "Text written by hand, signed or not")
+    command->add_option("SPEC", options->spec, "Spec written by hand, signed or not")
         ->required()
         ->type_name("FILE");
     command->add_option("--key", options->key, "Private key that signs")->required()->type_name("PEM");

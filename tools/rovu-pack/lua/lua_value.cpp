@@ -118,7 +118,7 @@ Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* va
     }
     if (rc != 0) {
         return {EINVAL,
-                name + ": not a plain text, or the word \"function\" stands in it, which no device accepts"};
+                name + ": not plain text, or the word \"function\" stands in it, which no device accepts"};
     }
     lua_getfield(state.get(), LUA_REGISTRYINDEX, kChunkValueKey);
     copyValue(state.get(), value);

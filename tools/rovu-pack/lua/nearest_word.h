@@ -1,4 +1,4 @@
-// What a mistyped word was probably meant to be.
+// The word that a mistyped one is nearest to.
 
 #pragma once
 

@@ -98,8 +98,8 @@ private:
     void skipLong(size_t length) {
         const std::string closing = "]" + std::string(length - 2, '=') + "]";
         const size_t end = text_.find(closing, position_ + length);
-        const size_t behind = end == std::string::npos ? text_.size() : end + closing.size();
-        while (position_ < behind)
+        const size_t after = end == std::string::npos ? text_.size() : end + closing.size();
+        while (position_ < after)
             step();
     }
 

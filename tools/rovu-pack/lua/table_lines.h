@@ -1,4 +1,4 @@
-// On which line of a Lua text each key and each entry of its table stands. Lua forgets it; a message wants
+// On which line of a Lua text each key and each entry of its table stands. Lua forgets it; a message needs
 // it.
 
 #pragma once
@@ -11,7 +11,7 @@
 using TableLines = std::map<std::string, int>;
 
 /// Reads a table constructor without evaluating it. Keys that are computed, and tables that an expression
-/// makes, are left out. \param repeated receives the path of a key that is there twice, of which Lua takes
-/// the last without a word;
-///        empty if there is none.
+/// makes, are left out.
+/// \param repeated receives the path of a key that is there twice, of which Lua silently takes the last; empty if
+///        there is none.
 TableLines findTableLines(const std::string& text, std::string* repeated);

@@ -28,7 +28,7 @@ void FieldTaker::number(const char* key, double* value, bool required) {
         *value = number;
         return;
     }
-    complaint_ = {key, "a whole number is wanted"};
+    complaint_ = {key, "a whole number is required"};
 }
 
 void FieldTaker::given(const char* key, size_t limit, std::optional<std::string>* value) {
@@ -36,7 +36,7 @@ void FieldTaker::given(const char* key, size_t limit, std::optional<std::string>
     const LuaValue* field = findField(table_, key);
     if (field == nullptr) return;
     if (field->kind != LuaValue::eText) {
-        complaint_ = {key, "a text in quotes is wanted"};
+        complaint_ = {key, "a string in quotes is required"};
     } else if (field->text.size() > limit) {
         const std::string most = "has more than " + std::to_string(limit) + " bytes";
         complaint_ = {key, most};
@@ -67,16 +67,16 @@ void FieldTaker::files(const char* key, LocalFiles* value) {
         (*value)[file.name] = file.value.text;
     }
     if (good) return;
-    complaint_ = {key, "pairs such as ['before.sh'] = '../common/before.sh' are wanted"};
+    complaint_ = {key, "pairs such as ['before.sh'] = '../common/before.sh' are required"};
 }
 
 Complaint refuseUnknownKeys(const LuaValue& table, const std::vector<std::string>& known) {
     for (const LuaField& field : table.fields) {
         if (std::find(known.begin(), known.end(), field.name) != known.end()) continue;
         if (field.name.find_first_not_of("[0123456789]") == std::string::npos)
-            return {field.name, "stands behind a gap in the list, and would never be read"};
+            return {field.name, "stands after a gap in the list, and would never be read"};
         const std::string nearest = nearestWord(field.name, known);
-        const std::string hint = nearest.empty() ? "" : "; \"" + nearest + "\" is meant?";
+        const std::string hint = nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?";
         return {field.name, "nothing reads this key" + hint};
     }
     return {};

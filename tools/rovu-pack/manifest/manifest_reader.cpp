@@ -39,7 +39,7 @@ Complaint takeDep(const LuaValue& value, ManifestDep* dep) {
     for (size_t i = 0; i < kDepSize; ++i) {
         const LuaValue& item = value.items[i];
         if (item.kind != LuaValue::eText || item.text.size() > kDepTextLimit)
-            return {"dep", "kind and versions are texts in quotes (as a number, 3.10 is 3.1)"};
+            return {"dep", "kind and versions are strings in quotes (as a number, 3.10 is 3.1)"};
         *texts[i] = item.text;
     }
     return {};
@@ -49,7 +49,7 @@ Complaint takeDeps(const LuaValue& image, std::vector<ManifestDep>* deps) {
     const LuaValue* value = findField(image, "dep");
     if (value == nullptr) return {};
     if (value->kind != LuaValue::eTable || !value->fields.empty())
-        return {"dep", "a list of dependencies is wanted"};
+        return {"dep", "a list of dependencies is required"};
     for (const LuaValue& item : value->items) {
         deps->emplace_back();
         if (Complaint complaint = takeDep(item, &deps->back())) return complaint;

@@ -36,9 +36,9 @@ Complaint checkDep(const ManifestDep& dep) {
 
 Complaint checkWords(const ManifestImage& image) {
     PackedVersion version = 0;
-    if (!isWord(image.type, "kernel,rootfs")) return {"type", "kernel or rootfs is wanted"};
-    if (!isWord(image.update, "optional,mandatory")) return {"update", "mandatory or optional is wanted"};
-    if (!isVersion(image.version, &version)) return {"version", "up to four numbers with dots are wanted"};
+    if (!isWord(image.type, "kernel,rootfs")) return {"type", "kernel or rootfs is required"};
+    if (!isWord(image.update, "optional,mandatory")) return {"update", "mandatory or optional is required"};
+    if (!isVersion(image.version, &version)) return {"version", "up to four numbers with dots are required"};
     for (const ManifestDep& dep : image.deps) {
         if (Complaint complaint = checkDep(dep)) return complaint;
     }

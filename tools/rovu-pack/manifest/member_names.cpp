@@ -2,12 +2,20 @@
 
 #include "member_names.h"
 
-#include <array>
+#include "spec_words.h"
+
+#include <algorithm>
+#include <iterator>
 
 namespace {
 
-constexpr std::array<const char*, 6> kOwnNames = {"rovu.lua", "scriptTar",    "img0",
-                                                  "img1",     "progress.tmp", "_img.tmp"};
+constexpr const char* kImageTars[] = {"img0", "img1"};
+
+bool isDeviceFile(const std::string& name) {
+    const auto isName = [&name](const char* own) { return name == own; };
+    return std::any_of(std::begin(kDeviceFiles), std::end(kDeviceFiles), isName) ||
+           std::any_of(std::begin(kImageTars), std::end(kImageTars), isName);
+}
 
 bool hasBadStep(const std::string& name) {
     const std::string path = "/" + name + "/";
@@ -27,8 +35,5 @@ std::string memberNameFault(const std::string& name) {
         if (c == '\'') return "holds a single quote, which ends the quoting of a command";
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "holds a control character";
     }
-    for (const char* own : kOwnNames) {
-        if (name == own) return "is the name of a file of the device's own work directory";
-    }
-    return "";
+    return isDeviceFile(name) ? "is the name of a file of the device's own work directory" : "";
 }

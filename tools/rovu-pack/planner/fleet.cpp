@@ -1,6 +1,7 @@
 #include "fleet.h"
 
 #include "device_log.h"
+#include "scripts.h"
 
 #include <cerrno>
 #include <sstream>
@@ -15,12 +16,12 @@ std::string* fieldOf(DeviceKind* device, const std::string& name) {
 }
 
 Fault refuseText(const std::string& text) {
-    return {EINVAL, "\"" + text + "\" is no device: model=...,kernel=...,rootfs=... is wanted"};
+    return {EINVAL, "\"" + text + "\" is no device: model=...,kernel=...,rootfs=... is required"};
 }
 
 // The tars that the device fetches, by their local names.
 std::vector<std::string> fetchedTars(const Selection& selection) {
-    std::vector<std::string> names = {"scriptTar"};
+    std::vector<std::string> names = {kScriptTar};
     for (const ImageChoice& choice : selection.images) {
         if (choice.outcome == ImageChoice::eKept || choice.outcome == ImageChoice::ePromoted)
             names.push_back(choice.localName);

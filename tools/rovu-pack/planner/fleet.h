@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "fault.h"
 #include "plan.h"
 #include "room.h"
 

@@ -31,7 +31,7 @@ void printStages(const Plan& plan, FILE* out) {
 }
 
 // Every command stands below the stage in which it runs.
-void printRoad(const Plan& plan, FILE* out) {
+void printStates(const Plan& plan, FILE* out) {
     size_t step = 0;
     for (size_t i = 0; i < plan.stages.size(); ++i) {
         const PlanStage& stage = plan.stages[i];
@@ -52,6 +52,6 @@ void printPlan(const FleetRow& row, FILE* out) {
     printNeed(row.room, out);
     for (const Plan& plan : row.plans) {
         printStages(plan, out);
-        printRoad(plan, out);
+        printStates(plan, out);
     }
 }

@@ -54,11 +54,11 @@ int lineInMessage(const std::string& message) {
 }
 
 std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
-    if (!spec.hasMarker) return "Sign the text, or give --unsigned if the devices run with \"-k NONE\".";
+    if (!spec.hasMarker) return "Sign the spec, or give --unsigned if the devices run with \"-k NONE\".";
     const std::string& signature = spec.signature;
     if (verifySpecSignature(key.c_str(), "", 0, signature.data(), signature.size()) == ENOMEM)
         return key + " is no public key: give the one that the devices hold.";
-    return "Sign the text as it is now, with the private key that belongs to " + key + ".";
+    return "Sign the spec as it is now, with the private key that belongs to " + key + ".";
 }
 
 Finding& refuse(UpdateState state, const FindingPlace& place, const std::string& message,

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "fault.h"
 #include "finding.h"
 #include "progress.h"
 #include "spec.h"

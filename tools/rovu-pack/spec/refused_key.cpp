@@ -4,8 +4,8 @@
 #include "refused_key.h"
 
 #include "lua_util/sandbox.h"
-#include "spec_words.h"
 #include "spec_reader.h"
+#include "spec_words.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// The keys that the device's reader reads, and the one word that it knows among the scripts.
+// The keys that the device's reader reads, and names that have a meaning to the device.
 
 #pragma once
 
@@ -7,6 +7,9 @@
 
 /// In place of a script's name: ends a run with success.
 constexpr char kEndOfRun[] = "exit_success";
+
+/// The device's own files in its work directory, apart from the images' tars, which are "img0" and so on.
+constexpr const char* kDeviceFiles[] = {"rovu.lua", "scriptTar", "progress.tmp", "_img.tmp"};
 
 /// Of the spec itself, and of an image.
 inline const std::vector<std::string> kSpecKeys = {

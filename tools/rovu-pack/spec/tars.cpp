@@ -2,13 +2,15 @@
 
 #include "tars.h"
 
+#include "scripts.h"
+
 #include <algorithm>
 
 namespace {
 
 TarFacts scriptTarOf(const SpecView& spec) {
     TarFacts tar = {};
-    tar.localName = "scriptTar";
+    tar.localName = kScriptTar;
     tar.keyPrefix = "script_";
     tar.url = spec.text("script_url");
     tar.hash = spec.text("script_hash");

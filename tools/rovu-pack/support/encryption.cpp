@@ -30,7 +30,7 @@ Fault put(FILE* out, const std::vector<unsigned char>& bytes, int size, const Pa
 }
 
 Fault cipherFault(const Paths& paths) {
-    return {EBADMSG, paths.source + ": the key does not fit, or the file is not whole"};
+    return {EBADMSG, paths.source + ": the key is wrong, or the file is not whole"};
 }
 
 Fault run(EVP_CIPHER_CTX* cipher, FILE* in, FILE* out, const Paths& paths, WorkProgress* progress) {

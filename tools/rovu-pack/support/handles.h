@@ -34,8 +34,6 @@ public:
     Descriptor& operator=(Descriptor&&) = delete;
 
     int get() const { return fd_; }
-    /// Hands the descriptor over to the caller.
-    int release() { return std::exchange(fd_, -1); }
 
 private:
     int fd_;

@@ -119,10 +119,9 @@ Fault unsignedTextOf(const std::string& spec, std::string* text) {
         const size_t at = static_cast<size_t>(marker - spec.data());
         const Tail tail = judgeTail(spec.substr(at + sizeof kMarker - 1));
         if (tail == Tail::eUnclear) {
-            return {
-                EINVAL,
-                "what stands behind its last two hyphens may be a damaged signature: remove it, or, if it is a "
-                "comment, end its line and put a blank into it"};
+            return {EINVAL,
+                    "what follows its last two hyphens may be a damaged signature: remove it, or, if it is a "
+                    "comment, end its line and put a space into it"};
         }
         if (tail == Tail::eSignature) text->resize(at);
     }
