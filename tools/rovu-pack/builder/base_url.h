@@ -1,4 +1,5 @@
-// Where the files of an update will be served: a folder's URL and a plain name, so that a name also fits into a folder.
+// Where the files of an update will be served: a folder's URL and a plain name, so that a name also fits
+// into a folder.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// What a manifest may leave out: it is computed if absent, and checked if given. Given values are promises of the
-// manifest's author: a broken one stops the build.
+// What a manifest may leave out: it is computed if absent, and checked if given. Given values are promises
+// of the manifest's author: a broken one stops the build.
 
 #pragma once
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-/// Files are made in a hidden folder inside the target, so that a rename never crosses file systems, and move to
-/// their names at the end.
+/// Files are made in a hidden folder inside the target, so that a rename never crosses file systems, and
+/// move to their names at the end.
 class UpdateStaging {
 public:
     UpdateStaging() = default;

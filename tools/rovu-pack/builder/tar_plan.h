@@ -1,5 +1,5 @@
-// Which tars an update consists of, and what goes into each. A script is packed once, however often it runs; the
-// end of the run never.
+// Which tars an update consists of, and what goes into each. A script is packed once, however often it
+// runs; the end of the run never.
 
 #pragma once
 

@@ -1,8 +1,8 @@
 // From a manifest to a folder that a web server can serve.
 //
-// The tars are packed, encrypted and measured one by one; the manifest is completed with what was measured; the spec
-// is signed, and published only if the device's own code accepts it. The spec moves last: whoever fetches in between
-// gets an old spec whose digests do not match, and no device takes that.
+// The tars are packed, encrypted and measured one by one; the manifest is completed with what was measured;
+// the spec is signed, and published only if the device's own code accepts it. The spec moves last: whoever
+// fetches in between gets an old spec whose digests do not match, and no device takes that.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// The rules by which `check` judges what the device does not. Each function is one subject, and returns what it
-// found.
+// The rules by which `check` judges what the device does not. Each function is one subject, and returns
+// what it found.
 
 #pragma once
 

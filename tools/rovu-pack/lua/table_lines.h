@@ -12,6 +12,6 @@ using TableLines = std::map<std::string, int>;
 
 /// Reads a table constructor without evaluating it. Keys that are computed, and tables that an expression
 /// makes, are left out.
-/// \param repeated receives the path of a key that is there twice, of which Lua silently takes the last; empty if
-///        there is none.
+/// \param repeated receives the path of a key that is there twice, of which Lua silently takes the last;
+///        empty if there is none.
 TableLines findTableLines(const std::string& text, std::string* repeated);

@@ -1,13 +1,13 @@
-// Typed fields out of a manifest's tables. Stricter than the device, which takes a number for a string: 3.10 would be
-// 3.1.
+// Typed fields out of a manifest's tables. Stricter than the device, which takes a number for a string:
+// 3.10 would be 3.1.
 
 #pragma once
 
 #include "lua_value.h"
 #include "manifest.h"
 
-/// Takes fields one by one. After the first complaint the rest does nothing, so that a list of fields needs one
-/// test.
+/// Takes fields one by one. After the first complaint the rest does nothing, so that a list of fields needs
+/// one test.
 class FieldTaker {
 public:
     /// \param table must outlive the object.

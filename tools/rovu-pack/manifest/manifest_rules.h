@@ -1,5 +1,5 @@
-// Faults that can be told from the manifest alone, each where its author can find it. The device's own reader has the
-// last word, but knows no lines.
+// Faults that can be told from the manifest alone, each where its author can find it. The device's own
+// reader has the last word, but knows no lines.
 
 #pragma once
 

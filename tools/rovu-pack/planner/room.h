@@ -1,5 +1,5 @@
-// How much an update brings over the network, and how much room it takes in the device's work directory: all tars
-// lie there at the same time, and one extracted member beside them.
+// How much an update brings over the network, and how much room it takes in the device's work directory:
+// all tars lie there at the same time, and one extracted member beside them.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// The shell lines in which names of a spec stand, exactly as the device forms them: one function for each of its
-// formats.
+// The shell lines in which names of a spec stand, exactly as the device forms them: one function for each
+// of its formats.
 
 #pragma once
 
@@ -19,5 +19,6 @@ std::string digestLine(const std::string& name);
 /// \param id the volume's number, or a placeholder.
 std::string flashLine(const std::string& id, const std::string& name);
 
-/// The words that a shell makes of one of the device's lines, without redirections. Braces hold a word together.
+/// The words that a shell makes of one of the device's lines, without redirections. Braces hold a word
+/// together.
 std::vector<std::string> wordsOfLine(const std::string& line);

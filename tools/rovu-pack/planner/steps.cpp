@@ -1,5 +1,5 @@
-// The update sequence as states and commands. Its order is that of the device's program, and the tests hold the two
-// together.
+// The update sequence as states and commands. Its order is that of the device's program, and the tests hold
+// the two together.
 
 #include "install.h"
 #include "plan.h"

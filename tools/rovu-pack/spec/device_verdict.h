@@ -1,5 +1,5 @@
-// The device's verdict on a spec, from the device's own code: it runs on bytes that were read once, with its log
-// caught.
+// The device's verdict on a spec, from the device's own code: it runs on bytes that were read once, with
+// its log caught.
 
 #pragma once
 

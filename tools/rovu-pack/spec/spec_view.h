@@ -49,8 +49,8 @@ struct SpecView {
 /// The file must outlive the view.
 SpecView viewOf(const SpecFile& file);
 
-/// Whether the device takes the value, if it is there, for a string. It refuses a spec in which one is required
-/// and is none.
+/// Whether the device takes the value, if it is there, for a string. It refuses a spec in which one is
+/// required and is none.
 bool isText(const LuaValue* value);
 
 /// The text of a string or a number, as the device takes it; empty for anything else.

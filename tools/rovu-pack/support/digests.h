@@ -1,5 +1,5 @@
-// MD5 and SHA-256 as the lower-case hex digests that a spec holds. Files are read in pieces: an image need not
-// fit into memory.
+// MD5 and SHA-256 as the lower-case hex digests that a spec holds. Files are read in pieces: an image need
+// not fit into memory.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// A bar on a terminal for work that takes a while: redrawn ten times a second at most, on one line that it takes
-// away again.
+// A bar on a terminal for work that takes a while: redrawn ten times a second at most, on one line that it
+// takes away again.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// The writer fixes every header field that differs between workstations; the format is plain ustar, which has no
-// extended headers that could carry more.
+// The writer fixes every header field that differs between workstations; the format is plain ustar, which
+// has no extended headers that could carry more.
 
 #include "tar_archive.h"
 
