@@ -25,7 +25,7 @@ class PackBuild : public ::testing::Test {
 protected:
     PackBuild() {
         writeParts(path("parts"));
-        EXPECT_EQ(0, run("keygen keys"));
+        EXPECT_EQ(run("keygen keys"), 0);
     }
 
     std::string path(const std::string& name) const { return scratch.path + "/" + name; }
@@ -60,84 +60,89 @@ protected:
     const ScratchDir scratch;
 };
 
-TEST_F(PackBuild, SameInputGivesTheSameBytesInAnyFolderUnderAnyMaskAtAnyTime) {
-    ASSERT_EQ(0, build(manifest(kImage)));
+TEST_F(PackBuild, SameInputGivesTheSameBytesAnywhereAtAnyTime) {
+    ASSERT_EQ(build(manifest(kImage)), 0);
     writeParts(path("elsewhere/deep"));
     writeWholeFile(path("elsewhere/deep/m.lua"), manifest(kImage));
-    ASSERT_EQ(0,
-              shell("cd elsewhere/deep && touch -d 2001-02-03 * && chmod 0700 before.sh && umask 077 && '" +
+    ASSERT_EQ(shell("cd elsewhere/deep && touch -d 2001-02-03 * && chmod 0700 before.sh && umask 077 && '" +
                     std::string(kPack) +
-                    "' build m.lua --out ../../other --base-url http://h/u/ --key ../../keys/private.pem"));
-    EXPECT_EQ(0, shell("diff -r out other"));
-    EXPECT_EQ(0, shell("SOURCE_DATE_EPOCH=86400 " + std::string(kPack) +
-                       " build parts/m.lua --out dated --base-url http://h/u --key keys/private.pem"));
-    EXPECT_EQ(0, shell("tar -tvf dated/kernel.tar --utc | grep -c '0/0 .* 1970-01-02 00:00 ' | grep -qx 2"));
+                    "' build m.lua --out ../../other --base-url http://h/u/ --key ../../keys/private.pem"),
+              0);
+    EXPECT_EQ(shell("diff -r out other"), 0);
+    EXPECT_EQ(shell("SOURCE_DATE_EPOCH=86400 " + std::string(kPack) +
+                    " build parts/m.lua --out dated --base-url http://h/u --key keys/private.pem"),
+              0);
+    EXPECT_EQ(shell("tar -tvf dated/kernel.tar --utc | grep -c '0/0 .* 1970-01-02 00:00 ' | grep -qx 2"), 0);
 }
 
 TEST_F(PackBuild, OpensslAloneVerifiesTheSignature) {
-    ASSERT_EQ(0, build(manifest(kImage)));
-    EXPECT_EQ(0, verify("out/update.lua"));
+    ASSERT_EQ(build(manifest(kImage)), 0);
+    EXPECT_EQ(verify("out/update.lua"), 0);
     EXPECT_EQ(
-        0, shell("head -c -346 out/update.lua >text && tail -c 344 out/update.lua | base64 -d >signature && "
-                 "openssl dgst -sha256 -verify keys/rovu_pub.pem -signature signature text"));
+        shell("head -c -346 out/update.lua >text && tail -c 344 out/update.lua | base64 -d >signature && "
+              "openssl dgst -sha256 -verify keys/rovu_pub.pem -signature signature text"),
+        0);
 }
 
 TEST_F(PackBuild, SignMakesWhatOpensslAloneMakes) {
-    ASSERT_EQ(0, build(manifest(kImage)));
-    ASSERT_EQ(0, shell("head -c -346 out/update.lua >text && { cat text; printf -- --; "
-                       "openssl dgst -sha256 -sign keys/private.pem text | base64 -w0; } >by-openssl.lua"));
-    EXPECT_EQ(0, verify("by-openssl.lua"));
-    ASSERT_EQ(0, run("sign text --key keys/private.pem"));
-    EXPECT_EQ(content("by-openssl.lua"), content("text"));
+    ASSERT_EQ(build(manifest(kImage)), 0);
+    ASSERT_EQ(shell("head -c -346 out/update.lua >text && { cat text; printf -- --; "
+                    "openssl dgst -sha256 -sign keys/private.pem text | base64 -w0; } >by-openssl.lua"),
+              0);
+    EXPECT_EQ(verify("by-openssl.lua"), 0);
+    ASSERT_EQ(run("sign text --key keys/private.pem"), 0);
+    EXPECT_EQ(content("text"), content("by-openssl.lua"));
 }
 
 TEST_F(PackBuild, SignReplacesASignatureAndEndsALine) {
     writeWholeFile(path("spec"), "{ version = 1, hardware = 'a' } -- no line feed");
-    ASSERT_EQ(0, run("sign spec --key keys/private.pem"));
-    EXPECT_EQ(0, verify("spec"));
+    ASSERT_EQ(run("sign spec --key keys/private.pem"), 0);
+    EXPECT_EQ(verify("spec"), 0);
     const std::string once = content("spec");
-    ASSERT_EQ(0, run("sign spec --key keys/private.pem"));
-    EXPECT_EQ(once, content("spec"));
+    ASSERT_EQ(run("sign spec --key keys/private.pem"), 0);
+    EXPECT_EQ(content("spec"), once);
 
     writeWholeFile(path("spec"), once.substr(0, once.size() - 5));
-    EXPECT_EQ(2, run("sign spec --key keys/private.pem")) << "a damaged signature must not be signed over";
-    EXPECT_EQ(once.substr(0, once.size() - 5), content("spec"));
+    EXPECT_EQ(run("sign spec --key keys/private.pem"), 2) << "a damaged signature must not be signed over";
+    EXPECT_EQ(content("spec"), once.substr(0, once.size() - 5));
 }
 
 TEST_F(PackBuild, EncryptedTarsAreWhatTheDeviceDecrypts) {
-    ASSERT_EQ(0, run("secret preshared"));
-    ASSERT_EQ(0, build(manifest(kImage), "--out plain"));
-    ASSERT_EQ(0,
-              build(manifest(std::string("encr_key_offset = 0,") + kImage), "--out out --secrets preshared"));
+    ASSERT_EQ(run("secret preshared"), 0);
+    ASSERT_EQ(build(manifest(kImage), "--out plain"), 0);
+    const std::string encrypted = manifest(std::string("encr_key_offset = 0,") + kImage);
+    ASSERT_EQ(build(encrypted, "--out out --secrets preshared"), 0);
     const std::string secret = content("preshared");
     const uint8_t* key = reinterpret_cast<const uint8_t*>(secret.data());
-    ASSERT_EQ(0, decryptFile(path("out/kernel.tar").c_str(), key, key + 32));
-    EXPECT_EQ(content("plain/kernel.tar"), content("out/kernel.tar"));
+    ASSERT_EQ(decryptFile(path("out/kernel.tar").c_str(), key, key + 32), 0);
+    EXPECT_EQ(content("out/kernel.tar"), content("plain/kernel.tar"));
 }
 
 TEST_F(PackBuild, SecretsAreAppendedAndTheirOffsetsPrinted) {
-    EXPECT_EQ(0, shell("'" + std::string(kPack) + "' secret preshared >first"));
+    EXPECT_EQ(shell("'" + std::string(kPack) + "' secret preshared >first"), 0);
     const std::string before = content("preshared");
-    EXPECT_EQ(0, shell("'" + std::string(kPack) + "' secret preshared >second"));
-    EXPECT_EQ("0\n", content("first"));
-    EXPECT_EQ("48\n", content("second"));
-    EXPECT_EQ(96U, content("preshared").size());
-    EXPECT_EQ(before, content("preshared").substr(0, 48));
+    EXPECT_EQ(shell("'" + std::string(kPack) + "' secret preshared >second"), 0);
+    EXPECT_EQ(content("first"), "0\n");
+    EXPECT_EQ(content("second"), "48\n");
+    EXPECT_EQ(content("preshared").size(), 96U);
+    EXPECT_EQ(content("preshared").substr(0, 48), before);
 }
 
 TEST_F(PackBuild, KeysAreNeverOverwritten) {
     const std::string before = content("keys/private.pem");
-    EXPECT_EQ(2, run("keygen keys"));
+    EXPECT_EQ(run("keygen keys"), 2);
     fs::remove(path("keys/rovu_pub.pem"));
-    EXPECT_EQ(2, run("keygen keys"));
-    EXPECT_EQ(before, content("keys/private.pem"));
-    EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write,
-              fs::status(path("keys/private.pem")).permissions());
+    EXPECT_EQ(run("keygen keys"), 2);
+    EXPECT_EQ(content("keys/private.pem"), before);
+    EXPECT_EQ(fs::status(path("keys/private.pem")).permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
 }
 
 TEST_F(PackBuild, FaultsAreNamedAndNothingIsMade) {
     const struct {
-        const char *more, *options, *said;
+        const char* more;     // in the manifest
+        const char* options;  // of the command line
+        const char* said;
     } kRows[] = {
         {"script_hash = 'abc',", "", "m.lua:2: \"script_hash\": \"abc\" is given, but it is \""},
         {"script_dlsize = 7,", "", "m.lua:2: \"script_dlsize\": 7 is given, but there are 10240 bytes"},
@@ -156,16 +161,16 @@ TEST_F(PackBuild, FaultsAreNamedAndNothingIsMade) {
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.more);
         fs::remove(path("said"));
-        EXPECT_EQ(2, build(manifest(row.more), std::string("--out out") + row.options));
-        EXPECT_NE(std::string::npos, content("said").find(row.said)) << content("said");
+        EXPECT_EQ(build(manifest(row.more), std::string("--out out") + row.options), 2);
+        EXPECT_NE(content("said").find(row.said), std::string::npos) << content("said");
         EXPECT_FALSE(fs::exists(path("out")));
     }
 }
 
 TEST_F(PackBuild, ExitSuccessIsNeverPacked) {
     writeWholeFile(path("parts/m.lua"), "{ version = 1, hardware = 'a', 'exit_success' }");
-    ASSERT_EQ(0, run("build parts/m.lua --out out --key keys/private.pem --base-url http://h/u"));
-    EXPECT_EQ(0, shell("test \"$(ls -A out)\" = update.lua"));
+    ASSERT_EQ(run("build parts/m.lua --out out --key keys/private.pem --base-url http://h/u"), 0);
+    EXPECT_EQ(shell("test \"$(ls -A out)\" = update.lua"), 0);
 }
 
 }  // namespace
