@@ -26,34 +26,9 @@ bool isKnownTool(const std::string& name) {
     return name == kShellTool;
 }
 
-bool parseNumber(const std::string& text, unsigned long limit, unsigned* number) {
-    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) return false;
-    errno = 0;
-    const unsigned long value = std::strtoul(text.c_str(), nullptr, 10);
-    if (errno != 0 || value > limit) return false;
-    *number = static_cast<unsigned>(value);
-    return true;
-}
-
-bool parseSignal(const std::string& text, int* value) {
-    unsigned number = 0;
-    if (parseNumber(text, 64, &number) && number > 0) {
-        *value = static_cast<int>(number);
-        return true;
-    }
-    const std::string name = text.compare(0, 3, "SIG") == 0 ? text.substr(3) : text;
-    for (int candidate = 1; candidate < 32; ++candidate) {
-        const char* abbreviation = sigabbrev_np(candidate);
-        if (abbreviation == nullptr || name != abbreviation) continue;
-        *value = candidate;
-        return true;
-    }
-    return false;
-}
-
 bool parseWhich(const std::string& text, FaultRule* rule, std::string* why) {
     constexpr unsigned long kMostCalls = 1000000;
-    if (parseNumber(text, kMostCalls, &rule->number)) {
+    if (parseCount(text, kMostCalls, &rule->number)) {
         if (rule->number == 0) *why = "calls are counted from 1";
         return rule->number > 0;
     }
@@ -64,7 +39,7 @@ bool parseWhich(const std::string& text, FaultRule* rule, std::string* why) {
         return false;
     }
     if (colon == std::string::npos) return true;
-    if (parseNumber(text.substr(colon + 1), kMostCalls, &rule->number) && rule->number > 0) return true;
+    if (parseCount(text.substr(colon + 1), kMostCalls, &rule->number) && rule->number > 0) return true;
     *why = "a number from 1 is expected after the colon";
     return false;
 }
@@ -80,7 +55,7 @@ bool parseHow(const std::string& text, FaultRule* rule, std::string* why) {
     if (how == "exit" || how == "half") {
         rule->kind = how == "exit" ? FaultKind::eExit : FaultKind::eHalf;
         unsigned status = 0;
-        if (!parseNumber(value, 255, &status)) {
+        if (!parseCount(value, 255, &status)) {
             *why = "an exit status from 0 to 255 is expected after \"" + how + ":\"";
             return false;
         }
@@ -98,6 +73,31 @@ bool parseHow(const std::string& text, FaultRule* rule, std::string* why) {
 }
 
 }  // namespace
+
+bool parseCount(const std::string& text, unsigned long limit, unsigned* number) {
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) return false;
+    errno = 0;
+    const unsigned long value = std::strtoul(text.c_str(), nullptr, 10);
+    if (errno != 0 || value > limit) return false;
+    *number = static_cast<unsigned>(value);
+    return true;
+}
+
+bool parseSignal(const std::string& text, int* signal) {
+    unsigned number = 0;
+    if (parseCount(text, 64, &number) && number > 0) {
+        *signal = static_cast<int>(number);
+        return true;
+    }
+    const std::string name = text.compare(0, 3, "SIG") == 0 ? text.substr(3) : text;
+    for (int candidate = 1; candidate < 32; ++candidate) {
+        const char* abbreviation = sigabbrev_np(candidate);
+        if (abbreviation == nullptr || name != abbreviation) continue;
+        *signal = candidate;
+        return true;
+    }
+    return false;
+}
 
 int parseFaultRule(const std::string& text, FaultRule* rule, std::string* why) {
     FaultRule parsed;

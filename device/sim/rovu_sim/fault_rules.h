@@ -26,6 +26,14 @@ struct FaultRule {
     int value = 0;  // exit status or signal number
 };
 
+/// Parses a decimal number without a sign.
+/// \return whether it is one of at most `limit`; `number` is written only then.
+[[nodiscard]] bool parseCount(const std::string& text, unsigned long limit, unsigned* number);
+
+/// Parses a signal: its number, or its name with or without SIG.
+/// \return whether it is one; `signal` is written only then.
+[[nodiscard]] bool parseSignal(const std::string& text, int* signal);
+
 /// Parses one rule. `rule` is written on success only.
 /// \return 0, or EINVAL with the reason in `why`.
 [[nodiscard]] int parseFaultRule(const std::string& text, FaultRule* rule, std::string* why);

@@ -33,8 +33,25 @@ const option kOptions[] = {
     {"bind", required_argument, nullptr, 'b'},
     {"cmdline", required_argument, nullptr, 'c'},
     {"fresh-log", no_argument, nullptr, 'r'},
+    {"fail-syscall", required_argument, nullptr, 's'},
+    {"kill-at", required_argument, nullptr, 'k'},
+    {"count-syscalls", required_argument, nullptr, 't'},
     {nullptr, 0, nullptr, 0},
 };
+
+using SyscallRuleParser = int (*)(const std::string& text, SyscallRule* rule, std::string* why);
+
+// Adds a rule on system calls; -1 if it is valid, else an exit status.
+int addSyscallRule(const char* option, const char* text, SyscallRuleParser parse, RunOptions* options) {
+    SyscallRule rule;
+    std::string why;
+    if (parse(text, &rule, &why) != 0) {
+        complain(std::string(option) + " " + text + ": " + why);
+        return kExitUsage;
+    }
+    options->syscallRules.push_back(rule);
+    return -1;
+}
 
 // Applies one option; -1 if it is valid, else an exit status.
 int applyRunOption(int c, const char* value, RunOptions* options) {
@@ -61,6 +78,13 @@ int applyRunOption(int c, const char* value, RunOptions* options) {
         return -1;
     case 'r':
         options->freshLog = true;
+        return -1;
+    case 's':
+        return addSyscallRule("--fail-syscall", value, parseFailRule, options);
+    case 'k':
+        return addSyscallRule("--kill-at", value, parseKillRule, options);
+    case 't':
+        options->countFile = value;
         return -1;
     case 1:
         if (!options->stateDir.empty()) return misuse(kRunUsage);

@@ -48,6 +48,12 @@ and /dev, its tools, kernel release and kernel command line. The network is the 
   --bind PATH        show a host path below /tmp or /run inside, read-only; repeatable
   --cmdline LINE     kernel command line instead of that of the active set
   --fresh-log        empty the call log first
+  --fail-syscall NAME:N=ERRNO, NAME:N+=ERRNO
+                     make the program's N-th system call NAME fail, or each from the N-th on; repeatable
+  --kill-at NAME:N=SIGNAL
+                     send the signal to the program before its N-th system call NAME; repeatable
+  --count-syscalls FILE
+                     write "NAME COUNT" lines for the program's system calls
 
 RULE is WHICH=HOW. WHICH is K, the K-th call of the run (as numbered by "rovu-sim calls"); TOOL, each call of
 the tool; or TOOL:N, its N-th call. HOW is one of:
@@ -57,7 +63,10 @@ the tool; or TOOL:N, its N-th call. HOW is one of:
   half:STATUS        the tool does its work (a volume update: half of it), then exits with STATUS
   hang               the tool never exits
 
-Exit status: the command's; 128+N if signal N killed it; 125 if the device could not be set up; 126 or 127
+The program's system calls are those of every process that runs the executable of COMMAND's process: of its
+threads, and of its children until they execute another program. Names and numbers are the host's.
+
+Exit status: the command's; 2 for wrong arguments; 128+N if signal N killed it; 125 if the device could not be set up; 126 or 127
 if the command could not be run or found. SIGTERM and SIGINT are forwarded to the command.
 )";
 

@@ -36,6 +36,7 @@ namespace rovusim {
 namespace {
 
 constexpr int kRedrawMilliseconds = 200;
+constexpr int kSocketNumber = 250;  // lowest descriptor number for the end of process 1
 
 // What a run holds on the host until its end.
 struct Run {
@@ -149,10 +150,21 @@ void keepNameResolution(SandboxPlan* sandbox) {
     if (isHiddenInside(resolved)) sandbox->binds.emplace_back(resolved);
 }
 
+// Without options nothing but uname is passed on, since each call that is costs a switch to the launcher.
+void planFilter(const RunOptions& options, FilterPlan* filter) {
+    filter->all = !options.countFile.empty();
+    filter->calls = {SYS_uname};
+    if (options.noWait) filter->calls.insert(filter->calls.end(), {SYS_nanosleep, SYS_clock_nanosleep});
+    if (options.syscallRules.empty()) return;
+    filter->calls.push_back(SYS_execve);  // by which the supervisor recognises the command's process
+    for (const SyscallRule& rule : options.syscallRules)
+        filter->calls.push_back(rule.number);
+}
+
 int planInside(const RunOptions& options, Run* run) {
     InitPlan& plan = run->plan;
     plan.command = options.command;
-    plan.interceptWaits = options.noWait;
+    planFilter(options, &plan.filter);
     if (int rc = findToolProgram(&plan.sandbox.toolProgram); rc != 0) return rc;
     for (const std::string& given : options.binds) {
         std::string path;
@@ -180,8 +192,12 @@ int openChannels(Run* run) {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
         return cannot("make", "a socket pair", errno);
     run->ourEnd = Descriptor(ends[0]);
-    run->theirEnd = Descriptor(ends[1]);
-    run->plan.socket = ends[1];
+    // A number that no program inside uses, for the filter exempts it also from the program's calls.
+    run->theirEnd.reset(fcntl(ends[1], F_DUPFD_CLOEXEC, kSocketNumber));
+    close(ends[1]);
+    if (!run->theirEnd.isOpen()) return cannot("make", "a socket pair", errno);
+    run->plan.socket = run->theirEnd.get();
+    run->plan.filter.exemptSocket = run->plan.socket;
     sigset_t awaited;
     sigemptyset(&awaited);
     for (int signal : {SIGCHLD, SIGTERM, SIGINT})
@@ -206,7 +222,7 @@ int startInit(Run* run) {
 }
 
 // Process 1 sends the listener once the device is set up. If its setup fails, it exits instead.
-int takeOverSyscalls(Run* run) {
+int takeOverSyscalls(const RunOptions& options, Run* run) {
     if (receiveDescriptor(run->ourEnd.get(), &run->listener) != 0) return 0;
     std::string release;
     if (int rc = kernelReleaseInUse(run->plan.sandbox.stateDir, &release); rc != 0)
@@ -214,6 +230,9 @@ int takeOverSyscalls(Run* run) {
     if (int rc = startSupervisor(run->listener.get(), run->plan.sandbox.stateDir, release, &run->supervisor);
         rc != 0)
         return rc;
+    run->supervisor.skipWaits = options.noWait;
+    run->supervisor.watchesProgram = !options.syscallRules.empty() || !options.countFile.empty();
+    run->supervisor.program.watch(run->init, options.syscallRules);
     return writeFully(run->ourEnd.get(), "r", 1);
 }
 
@@ -276,8 +295,12 @@ int runInDevice(const RunOptions& options) {
     Run run;
     if (prepareRun(options, &run) != 0) return kExitSetupFailed;
     if (startInit(&run) != 0) return kExitSetupFailed;
-    if (takeOverSyscalls(&run) != 0) kill(run.init, SIGKILL);
+    if (takeOverSyscalls(options, &run) != 0) kill(run.init, SIGKILL);
     const int exitStatus = superviseUntilEnd(&run);
+    if (!options.countFile.empty()) {
+        if (int rc = replaceTextFile(options.countFile, run.supervisor.program.counts()); rc != 0)
+            cannot("write", options.countFile, rc);
+    }
     if (options.watch) {
         finishWatch(&run.watch);
         printOutcome(options, exitStatus);

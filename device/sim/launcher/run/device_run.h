@@ -4,6 +4,8 @@
 // on, forwards signals, and draws the progress. One poll loop does it all.
 #pragma once
 
+#include "launcher/syscalls/syscall_rules.h"
+
 #include <string>
 #include <vector>
 
@@ -18,7 +20,9 @@ struct RunOptions {
     std::string commandLine;            // the kernel's; empty: that of the running set
     bool noWait = false;                // waits of a second or more are recorded and skipped
     bool watch = false;
-    bool freshLog = false;  // empties the call log first
+    std::vector<SyscallRule> syscallRules;  // on the program's own system calls
+    std::string countFile;                  // for the number of the program's system calls; empty: none
+    bool freshLog = false;                  // empties the call log first
 };
 
 /// Runs the command and waits for it.

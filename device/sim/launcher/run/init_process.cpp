@@ -3,7 +3,6 @@
 #include "launcher/message.h"
 #include "launcher/run/descriptor_passing.h"
 #include "launcher/sandbox/privileges.h"
-#include "launcher/syscalls/syscall_filter.h"
 #include "rovu_sim/descriptor.h"
 #include "rovu_sim/sandbox_paths.h"
 
@@ -16,11 +15,11 @@
 namespace rovusim {
 namespace {
 
-// Between the installation of the filter and the byte from the launcher, a call that the filter names would
-// block for ever.
+// Between the installation of the filter and the byte from the launcher, a call that the filter passes on
+// would block for ever; so the two calls on the socket are exempt.
 int handOverSyscalls(const InitPlan& plan) {
     Descriptor listener;
-    if (int rc = installSyscallFilter(plan.interceptWaits, &listener); rc != 0) return rc;
+    if (int rc = installSyscallFilter(plan.filter, &listener); rc != 0) return rc;
     if (int rc = sendDescriptor(plan.socket, listener.get()); rc != 0) return rc;
     char ready = 0;
     return read(plan.socket, &ready, 1) == 1 ? 0 : EPIPE;

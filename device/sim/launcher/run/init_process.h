@@ -5,6 +5,7 @@
 #pragma once
 
 #include "launcher/sandbox/sandbox_root.h"
+#include "launcher/syscalls/syscall_filter.h"
 
 #include <csignal>
 #include <string>
@@ -23,10 +24,10 @@ struct InitPlan {
     std::vector<std::string> command;  // argv
     std::string program;               // absolute path to run, or a name to look up inside
     std::string workingDirectory;      // entered if it exists inside, else /
-    bool interceptWaits = false;
-    int socket = -1;           // to the launcher: sends the filter's listener, receives one byte
-    int output = -1;           // for the command's output; -1: the launcher's own
-    sigset_t signalMask = {};  // the command's
+    FilterPlan filter;                 // its exempt socket is `socket`
+    int socket = -1;                   // to the launcher: sends the filter's listener, receives one byte
+    int output = -1;                   // for the command's output; -1: the launcher's own
+    sigset_t signalMask = {};          // the command's
 };
 
 /// Sets up the device, runs the command and exits with its status, which also ends all processes that are

@@ -19,6 +19,7 @@ namespace {
 
 constexpr long kNanosecondsPerSecond = 1000000000L;
 constexpr long kNanosecondsPerMillisecond = 1000000L;
+constexpr int kRestartCall = 513;  // the kernel's ERESTARTNOINTR, which its headers do not export
 
 size_t wordsFor(size_t reported, size_t known) {
     return (std::max(reported, known) + sizeof(uint64_t) - 1) / sizeof(uint64_t);
@@ -103,6 +104,33 @@ void answerWait(const Supervisor& supervisor, const seccomp_notif& call, seccomp
     if (int rc = recordWait(supervisor.stateDir, secondsText(wait)); rc != 0) cannot("record", "a wait", rc);
 }
 
+// What the device does with a call that no rule names.
+void answerAsDevice(const Supervisor& supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
+    const bool waits = call.data.nr == SYS_nanosleep || call.data.nr == SYS_clock_nanosleep;
+    if (call.data.nr == SYS_uname) {
+        answerUname(supervisor, call, answer);
+    } else if (waits && supervisor.skipWaits) {
+        answerWait(supervisor, call, answer);
+    } else {
+        answer->flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+    }
+}
+
+// Counts a call of the program; true if a rule answers it.
+bool answerByRule(Supervisor* supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
+    switch (supervisor->program.take(call)) {
+    case ProgramCalls::Verdict::eCarryOut:
+        return false;
+    case ProgramCalls::Verdict::eFail:
+        answer->error = -supervisor->program.error();
+        return true;
+    case ProgramCalls::Verdict::eRestart:
+        answer->error = -kRestartCall;
+        return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 int startSupervisor(int listener, const std::string& stateDir, const std::string& kernelRelease,
@@ -126,12 +154,9 @@ void answerSyscall(Supervisor* supervisor) {
     // ENOENT: the caller has died meanwhile.
     if (ioctl(supervisor->listener, SECCOMP_IOCTL_NOTIF_RECV, call) != 0) return;
     answer->id = call->id;
+    const bool watched = supervisor->watchesProgram && supervisor->program.isOfProgram(*call);
     if (!isPending(*supervisor, *call)) return;
-    if (call->data.nr == SYS_uname) {
-        answerUname(*supervisor, *call, answer);
-    } else {
-        answerWait(*supervisor, *call, answer);
-    }
+    if (!watched || !answerByRule(supervisor, *call, answer)) answerAsDevice(*supervisor, *call, answer);
     ioctl(supervisor->listener, SECCOMP_IOCTL_NOTIF_SEND, answer);
 }
 

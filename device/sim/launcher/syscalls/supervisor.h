@@ -1,8 +1,11 @@
-// Answers the system calls that the filter passes on: uname with the device's kernel release, waits at once.
+// Answers the system calls that the filter passes on: uname with the device's kernel release, waits at once,
+// those that a rule names with its errno value; all others are carried out.
 //
 // The caller is blocked meanwhile, but it can be killed at any moment and its process id reused. So before
 // its memory is used, the kernel is asked whether the call is still pending.
 #pragma once
+
+#include "launcher/syscalls/program_calls.h"
 
 #include <cstdint>
 #include <string>
@@ -14,6 +17,9 @@ struct Supervisor {
     int listener = -1;
     std::string stateDir;
     std::string kernelRelease;
+    bool skipWaits = false;
+    bool watchesProgram = false;  // counts the program's calls and applies rules to them
+    ProgramCalls program;
     std::vector<uint64_t> request;  // room for the kernel's structures, whose sizes the kernel reports
     std::vector<uint64_t> response;
 };

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -39,23 +40,33 @@ sock_filter ifEqualSkip(unsigned value) {
     return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, 1, 0);
 }
 
-std::vector<sock_filter> filterProgram(bool interceptWaits) {
-    std::vector<unsigned> calls = {SYS_uname};
-    if (interceptWaits) {
-        calls.push_back(SYS_clock_nanosleep);
-        calls.push_back(SYS_nanosleep);
-    }
+// Expects the call's number in the accumulator, and leaves it there.
+void allowOnSocket(unsigned call, unsigned socket, std::vector<sock_filter>* program) {
+    // The low half of the first argument: both architectures are little-endian.
+    const sock_filter rule[] = {
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 4),
+        load(offsetof(seccomp_data, args)),
+        unlessEqualSkip(socket),
+        give(SECCOMP_RET_ALLOW),
+        load(offsetof(seccomp_data, nr)),
+    };
+    program->insert(program->end(), std::begin(rule), std::end(rule));
+}
+
+std::vector<sock_filter> filterProgram(const FilterPlan& plan) {
     std::vector<sock_filter> program = {
         load(offsetof(seccomp_data, arch)),
         ifEqualSkip(kArchitecture),
         give(SECCOMP_RET_ALLOW),  // other architectures number their calls differently
         load(offsetof(seccomp_data, nr)),
     };
-    for (unsigned call : calls) {
-        program.push_back(unlessEqualSkip(call));
+    for (int call : {SYS_sendmsg, SYS_read})
+        allowOnSocket(static_cast<unsigned>(call), static_cast<unsigned>(plan.exemptSocket), &program);
+    for (int call : plan.calls) {
+        program.push_back(unlessEqualSkip(static_cast<unsigned>(call)));
         program.push_back(give(SECCOMP_RET_USER_NOTIF));
     }
-    program.push_back(give(SECCOMP_RET_ALLOW));
+    program.push_back(give(plan.all ? SECCOMP_RET_USER_NOTIF : SECCOMP_RET_ALLOW));
     return program;
 }
 
@@ -65,8 +76,8 @@ int install(const sock_fprog& program, unsigned flags) {
 
 }  // namespace
 
-int installSyscallFilter(bool interceptWaits, Descriptor* listener) {
-    std::vector<sock_filter> instructions = filterProgram(interceptWaits);
+int installSyscallFilter(const FilterPlan& plan, Descriptor* listener) {
+    std::vector<sock_filter> instructions = filterProgram(plan);
     const sock_fprog program = {static_cast<unsigned short>(instructions.size()), instructions.data()};
     // With the second flag a signal does not interrupt a call that the launcher has already received. Older
     // kernels lack it: there an interrupted wait is recorded twice.

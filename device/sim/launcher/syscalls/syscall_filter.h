@@ -3,11 +3,19 @@
 
 #include "rovu_sim/descriptor.h"
 
+#include <vector>
+
 namespace rovusim {
 
-/// Installs the filter in this process and its future children: for uname, and with `interceptWaits` also
-/// for the sleeping calls. Such a call blocks until `listener`, which is close-on-exec, is served.
+struct FilterPlan {
+    std::vector<int> calls;  // the system calls to pass on, by number
+    bool all = false;        // passes on every call
+    int exemptSocket = -1;   // sendmsg and read on this descriptor are never passed on
+};
+
+/// Installs the filter in this process and its future children. A call that is passed on blocks until
+/// `listener`, which is close-on-exec, is served.
 /// \return 0, or a positive errno value after a message.
-[[nodiscard]] int installSyscallFilter(bool interceptWaits, Descriptor* listener);
+[[nodiscard]] int installSyscallFilter(const FilterPlan& plan, Descriptor* listener);
 
 }  // namespace rovusim

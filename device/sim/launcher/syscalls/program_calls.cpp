@@ -1,0 +1,102 @@
+#include "launcher/syscalls/program_calls.h"
+
+#include "launcher/syscalls/syscall_names.h"
+#include "rovu_sim/text_files.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <utility>
+
+namespace rovusim {
+namespace {
+
+std::string procPath(pid_t process, const char* file) {
+    return "/proc/" + std::to_string(process) + "/" + file;
+}
+
+// A field of /proc/PID/status; empty if the process is gone.
+std::string statusField(pid_t process, const std::string& name) {
+    std::string text;
+    if (readTextFile(procPath(process, "status"), &text) != 0) return "";
+    for (const std::string& line : splitLines(text)) {
+        if (line.compare(0, name.size() + 2, name + ":\t") == 0) return line.substr(name.size() + 2);
+    }
+    return "";
+}
+
+pid_t statusNumber(pid_t process, const char* name) {
+    return static_cast<pid_t>(std::strtol(statusField(process, name).c_str(), nullptr, 10));
+}
+
+// Whether a signal set of /proc/PID/status, such as SigBlk, holds the signal.
+bool hasSignal(pid_t process, const char* set, int signal) {
+    const unsigned long long mask = std::strtoull(statusField(process, set).c_str(), nullptr, 16);
+    return (mask >> static_cast<unsigned>(signal - 1) & 1) != 0;
+}
+
+}  // namespace
+
+void ProgramCalls::watch(pid_t init, std::vector<SyscallRule> rules) {
+    init_ = init;
+    rules_ = std::move(rules);
+}
+
+bool ProgramCalls::isOfProgram(const seccomp_notif& call) {
+    const pid_t thread = static_cast<pid_t>(call.pid);
+    if (command_ < 0) {
+        if (call.data.nr == SYS_execve && statusNumber(thread, "PPid") == init_) command_ = thread;
+        return false;
+    }
+    struct stat caller;
+    struct stat command;
+    struct stat launcher;
+    if (stat(procPath(thread, "exe").c_str(), &caller) != 0) return false;
+    if (stat(procPath(command_, "exe").c_str(), &command) != 0) return false;
+    if (stat("/proc/self/exe", &launcher) != 0) return false;
+    const auto same = [](const struct stat& a, const struct stat& b) {
+        return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+    };
+    return same(caller, command) && !same(caller, launcher);
+}
+
+ProgramCalls::Verdict ProgramCalls::take(const seccomp_notif& call) {
+    const pid_t thread = static_cast<pid_t>(call.pid);
+    const Restarted before = std::exchange(restarted_, Restarted());
+    if (before.thread == thread && before.address == call.data.instruction_pointer) return Verdict::eCarryOut;
+    const unsigned count = ++counts_[call.data.nr];
+    for (const SyscallRule& rule : rules_) {
+        if (rule.number != call.data.nr) continue;
+        if (rule.onwards ? count < rule.first : count != rule.first) continue;
+        if (rule.signal != 0) return deliver(call, rule.signal);
+        error_ = rule.error;
+        return Verdict::eFail;
+    }
+    return Verdict::eCarryOut;
+}
+
+// The kernel restarts the call only after a signal that interrupts it. Without one, the caller would see the
+// restart as an unknown errno value.
+ProgramCalls::Verdict ProgramCalls::deliver(const seccomp_notif& call, int signal) {
+    const pid_t thread = static_cast<pid_t>(call.pid);
+    const bool interrupts =
+        thread == command_ && !hasSignal(thread, "SigBlk", signal) && !hasSignal(thread, "SigIgn", signal);
+    if (kill(command_, signal) != 0 || !interrupts) return Verdict::eCarryOut;
+    restarted_ = {thread, call.data.instruction_pointer};
+    return Verdict::eRestart;
+}
+
+std::string ProgramCalls::counts() const {
+    std::vector<std::string> lines;
+    for (const auto& [number, count] : counts_)
+        lines.push_back(syscallName(number) + " " + std::to_string(count) + "\n");
+    std::sort(lines.begin(), lines.end());
+    std::string text;
+    for (const std::string& line : lines)
+        text += line;
+    return text;
+}
+
+}  // namespace rovusim

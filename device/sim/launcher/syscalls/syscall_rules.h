@@ -1,0 +1,26 @@
+// Which system calls of the program fail in a run, or are preceded by a signal.
+//
+// A rule reads NAME:N=WHAT, for the N-th call of NAME, or NAME:N+=WHAT, for each call from the N-th on.
+#pragma once
+
+#include <string>
+
+namespace rovusim {
+
+struct SyscallRule {
+    int number = 0;        // of the system call
+    unsigned first = 1;    // counted among the program's calls of that number
+    bool onwards = false;  // also applies to every later call
+    int error = 0;         // errno value that the call fails with; 0: it is carried out
+    int signal = 0;        // sent to the program before the call; 0: none
+};
+
+/// Parses a rule whose WHAT is the name of an errno value. `rule` is written on success only.
+/// \return 0, or EINVAL with the reason in `why`.
+[[nodiscard]] int parseFailRule(const std::string& text, SyscallRule* rule, std::string* why);
+
+/// Parses a rule whose WHAT is a signal. `rule` is written on success only.
+/// \return 0, or EINVAL with the reason in `why`.
+[[nodiscard]] int parseKillRule(const std::string& text, SyscallRule* rule, std::string* why);
+
+}  // namespace rovusim
