@@ -1,7 +1,7 @@
 // ubimkvol, ubirmvol and ubiupdatevol: the tools that change volumes.
 //
-// They also maintain the device's nodes: ubirmvol removes the volume's node, ubimkvol makes one that is a link
-// to the volume's bytes, and ubiupdatevol drops the cached blocks of a node that is a block device.
+// They also maintain the device's nodes: ubirmvol removes the volume's node, ubimkvol makes one that is a
+// link to the volume's bytes, and ubiupdatevol drops the cached blocks of a node that is a block device.
 
 #include "rovu_sim/descriptor.h"
 #include "rovu_sim/sandbox_paths.h"

@@ -1,7 +1,7 @@
 // Counts the system calls of the program and applies the rules on them.
 //
-// The program is every process and thread that runs the executable of the command's process. A child belongs to
-// it until it executes another program, so what system() and popen() do between fork and exec counts; the
+// The program is every process and thread that runs the executable of the command's process. A child belongs
+// to it until it executes another program, so what system() and popen() do between fork and exec counts; the
 // commands that they start do not. Calls before the command's exec are the launcher's and do not count.
 #pragma once
 
@@ -28,8 +28,8 @@ public:
     /// \param init process 1 of the device, whose first child to call execve is the command's process
     void watch(pid_t init, std::vector<SyscallRule> rules);
 
-    /// Whether the call is one of the program's. Reads /proc, so the caller checks afterwards that the call is
-    /// still pending and its process id not reused.
+    /// Whether the call is one of the program's. Reads /proc, so the caller checks afterwards that the call
+    /// is still pending and its process id not reused.
     [[nodiscard]] bool isOfProgram(const seccomp_notif& call);
 
     /// Counts a call of the program and applies the first rule that matches; sends the signal if it has one.

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <linux/seccomp.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -116,14 +117,36 @@ void answerAsDevice(const Supervisor& supervisor, const seccomp_notif& call, sec
     }
 }
 
+// A close that fails releases the file nevertheless. Left open, the end of a pipe would keep its reader
+// waiting.
+void releaseFile(const Supervisor& supervisor, const seccomp_notif& call) {
+    seccomp_notif_addfd replacement = {};
+    replacement.id = call.id;
+    replacement.flags = SECCOMP_ADDFD_FLAG_SETFD;
+    replacement.srcfd = static_cast<__u32>(supervisor.null.get());
+    replacement.newfd = static_cast<__u32>(call.data.args[0]);
+    replacement.newfd_flags = O_CLOEXEC;
+    ioctl(supervisor.listener, SECCOMP_IOCTL_NOTIF_ADDFD, &replacement);
+}
+
+// Answers as the kernel does if the call fails; false if it cannot fail.
+bool failCall(const Supervisor& supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
+    if (call.data.nr == SYS_close) releaseFile(supervisor, call);
+    if (call.data.nr != SYS_brk) {
+        answer->error = -supervisor.program.error();
+        return true;
+    }
+    // brk returns no errno value: a result below the requested address means failure. Address 0 is a query.
+    return call.data.args[0] != 0;
+}
+
 // Counts a call of the program; true if a rule answers it.
 bool answerByRule(Supervisor* supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
     switch (supervisor->program.take(call)) {
     case ProgramCalls::Verdict::eCarryOut:
         return false;
     case ProgramCalls::Verdict::eFail:
-        answer->error = -supervisor->program.error();
-        return true;
+        return failCall(*supervisor, call, answer);
     case ProgramCalls::Verdict::eRestart:
         answer->error = -kRestartCall;
         return true;
@@ -138,6 +161,8 @@ int startSupervisor(int listener, const std::string& stateDir, const std::string
     seccomp_notif_sizes sizes = {};
     if (syscall(SYS_seccomp, SECCOMP_GET_NOTIF_SIZES, 0, &sizes) != 0)
         return cannot("watch", "system calls", errno);
+    supervisor->null.reset(open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (!supervisor->null.isOpen()) return cannot("open", "/dev/null", errno);
     supervisor->listener = listener;
     supervisor->stateDir = stateDir;
     supervisor->kernelRelease = kernelRelease;

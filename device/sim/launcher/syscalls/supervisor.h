@@ -6,6 +6,7 @@
 #pragma once
 
 #include "launcher/syscalls/program_calls.h"
+#include "rovu_sim/descriptor.h"
 
 #include <cstdint>
 #include <string>
@@ -20,6 +21,7 @@ struct Supervisor {
     bool skipWaits = false;
     bool watchesProgram = false;  // counts the program's calls and applies rules to them
     ProgramCalls program;
+    Descriptor null;                // open on /dev/null, for descriptors whose close fails
     std::vector<uint64_t> request;  // room for the kernel's structures, whose sizes the kernel reports
     std::vector<uint64_t> response;
 };
