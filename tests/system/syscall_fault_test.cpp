@@ -1,0 +1,342 @@
+// The system calls of the program fail, one per run, during a complete update.
+//
+// A normal run of the tests takes a sample. ROVU_SYSCALL_FAULTS=N/K takes the N-th of K shares of all cases
+// instead; `tests/system/every-syscall-fault` takes all shares.
+
+#include "rovu_sim/volume_store.h"
+#include "support/crypto.h"
+#include "world.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace {
+
+constexpr unsigned kSampleShares = 151;
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+struct CallErrors {
+    const char* call;
+    Strings errors;  // empty: the call cannot fail with valid arguments
+};
+
+// What the kernel can answer to a correct program on a device that is short of memory, space or descriptors,
+// whose storage fails, or that gets a signal.
+const CallErrors kCallErrors[] = {
+    {"access", {"EACCES", "EIO"}},
+    {"arch_prctl", {}},
+    {"brk", {"ENOMEM"}},
+    {"clock_nanosleep", {"EINTR"}},
+    {"clone3", {"EAGAIN", "ENOMEM"}},
+    {"close", {"EIO", "EINTR"}},
+    {"connect", {"ECONNREFUSED", "EINTR", "ENETUNREACH"}},
+    {"dup2", {"EMFILE", "EINTR"}},
+    {"execve", {"ENOMEM", "EACCES", "EIO"}},
+    {"exit_group", {}},
+    {"fcntl", {"EMFILE"}},
+    {"fstat", {"EIO", "ENOMEM"}},
+    {"fsync", {"EIO", "ENOSPC"}},
+    {"ftruncate", {"EIO", "EINTR"}},
+    {"futex", {"EINTR"}},
+    {"getpeername", {"ENOTCONN"}},
+    {"getpid", {}},
+    {"getrandom", {"EINTR"}},
+    {"getsockname", {"ENOBUFS"}},
+    {"getsockopt", {"ENOMEM"}},
+    {"gettid", {}},
+    {"ioctl", {"ENOTTY"}},
+    {"lseek", {"EIO"}},
+    {"madvise", {"ENOMEM"}},
+    {"mkdir", {"ENOSPC", "EACCES", "EIO"}},
+    {"mmap", {"ENOMEM"}},
+    {"mprotect", {"ENOMEM"}},
+    {"mremap", {"ENOMEM"}},
+    {"munmap", {"ENOMEM"}},
+    {"newfstatat", {"EIO", "ENOMEM", "EACCES"}},
+    {"openat", {"EIO", "ENOMEM", "EMFILE", "EACCES", "ENOSPC"}},
+    {"pipe2", {"EMFILE", "ENFILE"}},
+    {"poll", {"EINTR", "ENOMEM"}},
+    {"pread64", {"EIO", "EINTR"}},
+    {"prlimit64", {}},
+    {"read", {"EIO", "EINTR"}},
+    {"readlink", {"EIO", "EACCES"}},
+    {"recvfrom", {"ECONNRESET", "EINTR"}},
+    {"rename", {"EIO", "ENOSPC", "EACCES"}},
+    {"rseq", {}},
+    {"rt_sigaction", {}},
+    {"rt_sigpending", {}},
+    {"rt_sigprocmask", {}},
+    {"rt_sigreturn", {}},
+    {"sendto", {"ECONNRESET", "EINTR"}},
+    {"set_robust_list", {}},
+    {"set_tid_address", {}},
+    {"setsockopt", {"ENOMEM"}},
+    {"socket", {"EMFILE", "ENOMEM"}},
+    {"socketpair", {"EMFILE", "ENOMEM"}},
+    {"statfs", {"EIO"}},
+    {"sysinfo", {}},
+    {"uname", {}},
+    {"unlink", {"EIO", "EACCES"}},
+    {"wait4", {"EINTR"}},
+    {"write", {"EIO", "ENOSPC", "EINTR"}},
+};
+
+// Their number depends on how a transfer's bytes arrive.
+const Strings kTimedCalls = {"poll", "recvfrom", "rt_sigaction", "futex"};
+
+struct SyscallCount {
+    std::string call;
+    unsigned long count = 0;
+
+    bool operator==(const SyscallCount& other) const { return call == other.call && count == other.count; }
+};
+
+std::vector<SyscallCount> parseCounts(const std::string& text) {
+    std::vector<SyscallCount> counts;
+    for (const std::string& line : split(text, '\n')) {
+        const size_t space = line.find(' ');
+        counts.push_back({line.substr(0, space), std::stoul(line.substr(space + 1))});
+    }
+    return counts;
+}
+
+// The sample that the environment or the default asks for.
+struct Sample {
+    unsigned share = 1;
+    unsigned shares = kSampleShares;
+};
+
+Sample chosenSample() {
+    Sample sample;
+    const char* choice = std::getenv("ROVU_SYSCALL_FAULTS");
+    if (choice != nullptr && sscanf(choice, "%u/%u", &sample.share, &sample.shares) != 2)
+        throw std::runtime_error("ROVU_SYSCALL_FAULTS is not N/K");
+    return sample;
+}
+
+// By the rule itself, not by its place in a list that differs by the timed calls.
+bool isInSample(const Sample& sample, const std::string& rule) {
+    unsigned hash = 2166136261U;  // FNV-1a
+    for (const char c : rule)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+    return hash % sample.shares == sample.share - 1;
+}
+
+const Strings& errorsOf(const std::string& call) {
+    static const Strings none;
+    for (const CallErrors& row : kCallErrors) {
+        if (call == row.call) return row.errors;
+    }
+    EXPECT_TRUE(kSanitized) << "no row for the system call " << call;
+    return none;
+}
+
+// The sanitizers' runtime ends the program if its memory cannot be mapped or a call of its start fails.
+unsigned long firstFault(const SyscallCount& made, const std::vector<SyscallCount>& atStart) {
+    if (!kSanitized) return 1;
+    if (made.call == "mmap" || made.call == "munmap" || made.call == "mprotect") return made.count + 1;
+    for (const SyscallCount& other : atStart) {
+        if (other.call == made.call) return other.count + 1;
+    }
+    return 1;
+}
+
+// A rule for each call and each of its errors. `atStart` are the calls of a program that does nothing.
+Strings allFaults(const std::vector<SyscallCount>& counts, const std::vector<SyscallCount>& atStart) {
+    Strings rules;
+    for (const SyscallCount& made : counts) {
+        const Strings& errors = errorsOf(made.call);
+        for (unsigned long number = firstFault(made, atStart); number <= made.count; ++number) {
+            for (const std::string& error : errors)
+                rules.push_back(made.call + ":" + std::to_string(number) + "=" + error);
+        }
+    }
+    return rules;
+}
+
+// One update and one device, which is put back to its first state before each run.
+class SyscallFaults : public testing::Test {
+protected:
+    SyscallFaults() {
+        args_ = world_.args("");
+        std::filesystem::copy(device_.directory, pristine(), std::filesystem::copy_options::recursive);
+        active_ = activeSet();
+        oldFirst_ = device_.get("/app0/.ubiRefChk1");
+        oldSecond_ = device_.get("/app0/.ubiRefChk2");
+        const std::string newSet = md5Hex(world_.kernel) + " k1\n" + md5Hex(world_.rootfs) + " k1_root\n";
+        merged_ = referenceText("0123456789abcdef0123456789abcdef k0\n" + newSet);
+    }
+
+    // Runs the update with one more option of the simulator.
+    int run(const std::string& option, const std::string& value) { return run(option, value, args_); }
+
+    int run(const std::string& option, const std::string& value, const Strings& args) {
+        std::filesystem::remove_all(device_.directory);
+        std::filesystem::copy(pristine(), device_.directory, std::filesystem::copy_options::recursive);
+        Strings command = {
+            "timeout", "--signal=KILL", kTimeLimit, ROVU_SIM_PROGRAM, "run", device_.directory, "--no-wait",
+            option,    value,           "--",       ROVU_PROGRAM};
+        command.insert(command.end(), args.begin(), args.end());
+        writeWholeFile(out(), "");
+        writeWholeFile(err(), "");
+        return Program(command, out(), err()).wait();
+    }
+
+    std::vector<SyscallCount> count() { return count(args_); }
+
+    std::vector<SyscallCount> count(const Strings& args) {
+        const std::string file = scratch_.path + "/counts";
+        EXPECT_EQ(run("--count-syscalls", file, args), 0);
+        return parseCounts(readWholeFile(file));
+    }
+
+    // What no fault may do to a device, however often it comes.
+    Strings dangers() const {
+        Strings found;
+        if (activeSet() != active_) found.push_back("active set changed");
+        if (!isSwitched() && device_.bootswitcher() != "0A0A00")
+            found.push_back("bootswitcher is " + device_.bootswitcher());
+        if (isSwitched() && !isNewSetComplete()) found.push_back("switched to an incomplete set");
+        return found;
+    }
+
+    // What is wrong after a run with one fault that ended with `status`.
+    Strings violations(int status) const {
+        Strings found = dangers();
+        const bool started = device_.has("/tmp/rovu.progress");
+        const std::string end = "status " + std::to_string(status);
+        // Before the work directory exists, the dynamic loader can end the process with a status of its own.
+        if (status != 0 && status != 1 && (started || status != kLoaderFailed)) found.push_back(end);
+        if (readWholeFile(err()).find("Sanitizer") != std::string::npos) found.push_back("sanitizer report");
+        if (device_.has("/tmp/rovu")) found.push_back("work directory left");
+        if (started && device_.get("/tmp/rovu.progress") != progressText(status == 0 ? "complete" : "error"))
+            found.push_back(end + " with state \"" + device_.state() + "\"");
+        const std::string side = isSwitched() ? " after the switch" : " without the switch";
+        if (isSwitched() != (status == 0)) found.push_back(end + side);
+        const std::string first = device_.get("/app0/.ubiRefChk1"), second = device_.get("/app0/.ubiRefChk2");
+        const bool right =
+            isSwitched() ? first == merged_ && second == merged_ : first == oldFirst_ && second == oldSecond_;
+        if (!right) found.push_back("reference files " + nameOf(first) + "," + nameOf(second) + side);
+        return found;
+    }
+
+    std::string out() const { return scratch_.path + "/out"; }
+    std::string err() const { return scratch_.path + "/err"; }
+
+private:
+    static constexpr const char* kTimeLimit = "120";  // seconds
+    static constexpr int kLoaderFailed = 127;
+
+    std::string pristine() const { return scratch_.path + "/pristine"; }
+
+    Strings activeSet() const {
+        return {device_.volume("k0"), device_.volume("k0_root"), device_.volume("k0_data")};
+    }
+
+    bool isSwitched() const { return device_.bootswitcher() == "0A0A01"; }
+
+    bool isNewSetComplete() const {
+        for (const char* name : {"k1", "k1_root", "k1_data"}) {
+            rovusim::Volume volume;
+            if (rovusim::findVolume(device_.directory, name, &volume) != 0 || volume.updating) return false;
+        }
+        return device_.volume("k1") == world_.kernel && device_.volume("k1_root") == world_.rootfs &&
+               device_.volume("k1_data") == device_.volume("k0_data");
+    }
+
+    std::string nameOf(const std::string& reference) const {
+        if (reference.empty()) return "none";
+        if (reference == merged_) return "new";
+        return reference == oldFirst_ || reference == oldSecond_ ? "old" : "damaged";
+    }
+
+    const ScratchDir scratch_;
+    World world_;
+    const Device& device_ = world_.device;
+    Strings args_, active_;
+    std::string oldFirst_, oldSecond_, merged_;
+};
+
+TEST_F(SyscallFaults, MeetTheSameCallsInEachRun) {
+    const auto steady = [this] {
+        std::vector<SyscallCount> counts = count();
+        const auto timed = [](const SyscallCount& made) {
+            return std::find(kTimedCalls.begin(), kTimedCalls.end(), made.call) != kTimedCalls.end();
+        };
+        counts.erase(std::remove_if(counts.begin(), counts.end(), timed), counts.end());
+        return counts;
+    };
+    // A transfer that crosses a full second writes the progress file once more, so one run can differ.
+    const std::vector<SyscallCount> first = steady(), second = steady();
+    if (first != second) {
+        const std::vector<SyscallCount> third = steady();
+        EXPECT_TRUE(third == first || third == second);
+    }
+}
+
+TEST_F(SyscallFaults, LeaveADeviceThatBootsAsBeforeOrAsUpdated) {
+    const Sample sample = chosenSample();
+    const std::vector<SyscallCount> atStart = count({"-h"});
+    const Strings faults = allFaults(count(), atStart);
+    EXPECT_EQ(violations(0), Strings());
+    ASSERT_GE(faults.size(), 1000U);
+    unsigned runs = 0;
+    for (const std::string& fault : faults) {
+        if (!isInSample(sample, fault)) continue;
+        ++runs;
+        const int status = run("--fail-syscall", fault);
+        for (const std::string& violation : violations(status)) {
+            ADD_FAILURE() << fault << readWholeFile(out()) << readWholeFile(err());
+            // On a line of its own, for the script that adds them up.
+            printf("VIOLATION %s: %s\n", fault.c_str(), violation.c_str());
+        }
+    }
+    printf("%u runs of %zu\n", runs, faults.size());
+}
+
+TEST_F(SyscallFaults, ThatLastNeverSwitchToAnIncompleteSet) {
+    for (const char* rule : {"write:30+=ENOSPC", "openat:40+=EMFILE", "mmap:150+=ENOMEM", "rename:16+=EIO",
+                             "fsync:2+=EIO", "clone3:30+=EAGAIN", "read:40+=EIO"}) {
+        SCOPED_TRACE(rule);
+        run("--fail-syscall", rule);
+        EXPECT_EQ(dangers(), Strings());
+    }
+}
+
+TEST_F(SyscallFaults, GiveWayToASignalBeforeTheCall) {
+    for (const char* rule : {"clone3:20=TERM", "fsync:1=INT", "rename:5=TERM"}) {
+        SCOPED_TRACE(rule);
+        EXPECT_EQ(run("--kill-at", rule), 0);
+        EXPECT_NE(readWholeFile(out()).find("Caught signal"), std::string::npos);
+        EXPECT_EQ(dangers(), Strings());
+    }
+}
+
+TEST_F(SyscallFaults, AreRefusedIfTheirRuleIsWrong) {
+    struct Row {
+        const char *option, *rule;
+    };
+    const Row rows[] = {{"--fail-syscall", "frobnicate:1=EIO"},
+                        {"--fail-syscall", "read:1=EFOO"},
+                        {"--fail-syscall", "read:0=EIO"},
+                        {"--fail-syscall", "read=EIO"},
+                        {"--fail-syscall", "read:1"},
+                        {"--fail-syscall", "exit_group:1=EIO"},
+                        {"--kill-at", "read:1=EIO"},
+                        {"--kill-at", "read:x=TERM"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.rule);
+        EXPECT_EQ(run(row.option, row.rule), 2);
+        EXPECT_NE(readWholeFile(err()).find(std::string(row.option) + " " + row.rule + ": "),
+                  std::string::npos);
+    }
+}
+
+}  // namespace
