@@ -5,6 +5,7 @@
 
 #include "rovu_sim/volume_store.h"
 #include "support/crypto.h"
+#include "support/reference_file.h"
 #include "world.h"
 
 #include <algorithm>
@@ -165,13 +166,13 @@ Strings allFaults(const std::vector<SyscallCount>& counts, const std::vector<Sys
 class SyscallFaults : public testing::Test {
 protected:
     SyscallFaults() {
-        args_ = world_.args("");
+        args_ = world_.args({});
         std::filesystem::copy(device_.directory, pristine(), std::filesystem::copy_options::recursive);
         active_ = activeSet();
         oldFirst_ = device_.get("/app0/.ubiRefChk1");
         oldSecond_ = device_.get("/app0/.ubiRefChk2");
         const std::string newSet = md5Hex(world_.kernel) + " k1\n" + md5Hex(world_.rootfs) + " k1_root\n";
-        merged_ = referenceText("0123456789abcdef0123456789abcdef k0\n" + newSet);
+        merged_ = referenceFile("0123456789abcdef0123456789abcdef k0\n" + newSet);
     }
 
     // Runs the update with one more option of the simulator.
@@ -216,7 +217,7 @@ protected:
         if (status != 0 && status != 1 && (started || status != kLoaderFailed)) found.push_back(end);
         if (readWholeFile(err()).find("Sanitizer") != std::string::npos) found.push_back("sanitizer report");
         if (device_.has("/tmp/rovu")) found.push_back("work directory left");
-        if (started && device_.get("/tmp/rovu.progress") != progressText(status == 0 ? "complete" : "error"))
+        if (started && device_.get("/tmp/rovu.progress") != progressFile(status == 0 ? "complete" : "error"))
             found.push_back(end + " with state \"" + device_.state() + "\"");
         const std::string side = isSwitched() ? " after the switch" : " without the switch";
         if (isSwitched() != (status == 0)) found.push_back(end + side);

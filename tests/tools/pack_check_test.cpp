@@ -368,7 +368,7 @@ Strings commandsOf(const Plan& plan) {
             line += " " + std::regex_replace(step.words[i], std::regex("\\{size of k._data\\}"), "380928");
         for (size_t id = 0; id < volumes.size(); ++id)
             line = std::regex_replace(line, std::regex(".id of " + volumes[id] + "\\}"), std::to_string(id));
-        lines.push_back(stateText(step.state) + (": " + line));
+        lines.push_back(stateName(step.state) + (": " + line));
     }
     return lines;
 }
@@ -407,7 +407,7 @@ void expectPlanned(const PlanRow& row, const FleetRow& planned, const Outcome& o
     EXPECT_EQ(choices, row.choices);
     EXPECT_EQ(world.device.commands(), commandsOf(plan));
     EXPECT_EQ(outcome.status, planned.accepts() ? 0 : 1);
-    EXPECT_EQ(world.device.state(), stateText(plan.stages.back().state));
+    EXPECT_EQ(world.device.state(), stateName(plan.stages.back().state));
     EXPECT_EQ(rovusim::rebootRequested(world.device.directory), plan.switches);
     const bool isChoiceRefused = planned.selection.refusedIn == eStateCheckingDependencies;
     EXPECT_TRUE(!isChoiceRefused || outcome.said(planned.selection.refusal));

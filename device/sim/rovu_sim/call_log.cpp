@@ -1,9 +1,9 @@
 #include "rovu_sim/call_log.h"
 
-#include "rovu_sim/descriptor.h"
 #include "rovu_sim/progress_file.h"
 #include "rovu_sim/shell_words.h"
 #include "rovu_sim/text_files.h"
+#include "util/descriptor.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,10 +1,10 @@
 #include "rovu_sim/device_state.h"
 
 #include "rovu_sim/boot_env.h"
-#include "rovu_sim/descriptor.h"
 #include "rovu_sim/state_lock.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
+#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // The lock of a state directory, so that only one command at a time changes a device.
 #pragma once
 
-#include "rovu_sim/descriptor.h"
+#include "util/descriptor.h"
 
 #include <string>
 

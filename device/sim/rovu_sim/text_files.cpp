@@ -1,6 +1,6 @@
 #include "rovu_sim/text_files.h"
 
-#include "rovu_sim/descriptor.h"
+#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,8 +1,8 @@
 #include "rovu_sim/volume_store.h"
 
-#include "rovu_sim/descriptor.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/text_files.h"
+#include "util/descriptor.h"
 
 #include <algorithm>
 #include <cerrno>

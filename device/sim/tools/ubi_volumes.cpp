@@ -3,11 +3,11 @@
 // They also maintain the device's nodes: ubirmvol removes the volume's node, ubimkvol makes one that is a
 // link to the volume's bytes, and ubiupdatevol drops the cached blocks of a node that is a block device.
 
-#include "rovu_sim/descriptor.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
 #include "tools/simulated_tools.h"
 #include "tools/ubi_print.h"
+#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,7 +1,7 @@
 #include "staging.h"
 
 #include "files.h"
-#include "handles.h"
+#include "util/descriptor.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,7 @@
 #include "tar_plan.h"
 
 #include "files.h"
+#include "install.h"
 #include "spec_words.h"
 
 #include <cerrno>
@@ -43,7 +44,7 @@ std::vector<TarJob> planTars(const Manifest& manifest) {
         const ManifestStep& step = manifest.steps[entry - 1];
         if (step.image) {
             jobs.push_back(imageJob(manifest, entry));
-        } else if (step.script != kEndOfRun) {
+        } else if (step.script != kExitSuccess) {
             addInput(manifest, nullptr, step.script, true, &scripts.inputs);
         }
     }

@@ -2,9 +2,9 @@
 // of the work directory beside the device's own.
 
 #include "rules.h"
-#include "scripts.h"
 #include "shell_lines.h"
 #include "tars.h"
+#include "work_dir.h"
 
 #include <algorithm>
 

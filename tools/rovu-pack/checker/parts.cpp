@@ -1,5 +1,6 @@
 // The list of parts as a whole: what it leaves on the device.
 
+#include "install.h"
 #include "rules.h"
 
 #include <algorithm>
@@ -52,7 +53,7 @@ bool flashesNothing(const SpecView& spec) {
     const std::vector<LuaField>& fields = spec.file.table.fields;
     const bool hides = std::any_of(fields.begin(), fields.end(), [](const LuaField& field) {
         return field.name[0] == '[' &&
-               (field.value.kind == LuaValue::eTable || field.value.text == kEndOfRun);
+               (field.value.kind == LuaValue::eTable || field.value.text == kExitSuccess);
     });
     return !hides && std::all_of(spec.images.begin(), spec.images.end(),
                                  [](const ImageView& image) { return image.text("update") == "optional"; });

@@ -3,7 +3,7 @@
 #include "commands.h"
 #include "encryption.h"
 #include "files.h"
-#include "handles.h"
+#include "util/descriptor.h"
 #include "util/file.h"
 
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "fleet.h"
 
 #include "device_log.h"
-#include "scripts.h"
+#include "work_dir.h"
 
 #include <cerrno>
 #include <sstream>

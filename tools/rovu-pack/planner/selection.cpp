@@ -92,7 +92,8 @@ struct Chooser {
     }
 
     PackedVersion installedFor(const Part& part) const {
-        return part.type == UpdateSpecVer1::eTypeKernel ? installed.rootfs : installed.kernel;
+        return part.type == UpdateSpecVer1::eTypeKernel ? installed.installedRootfs
+                                                        : installed.installedKernel;
     }
 
     // The rootfs goes first if it is mandatory, else the kernel.
@@ -121,9 +122,9 @@ bool decide(const DeviceKind& device, Selection* selection) {
     if (!isModelSupported(*spec, device.model.c_str())) return false;
     selection->refusedKey.clear();
     std::string release = device.kernel;
-    if (!isKernelReleaseKnown(parseKernelRelease(&installed.kernel, release.data()))) return false;
+    if (!isKernelReleaseKnown(parseKernelRelease(&installed.installedKernel, release.data()))) return false;
     selection->readsRootfs = true;
-    if (!isRootfsReleaseKnown(parseVersion(&installed.rootfs, device.rootfs.c_str()))) return false;
+    if (!isRootfsReleaseKnown(parseVersion(&installed.installedRootfs, device.rootfs.c_str()))) return false;
 
     Chooser chooser = {installed, spec, &selection->images, {}};
     chooser.describe();

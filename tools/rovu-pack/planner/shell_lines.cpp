@@ -1,8 +1,8 @@
 #include "shell_lines.h"
 
-#include "settings.h"
 #include "ubi_tools/ubi_volume.h"
 #include "util/path.h"
+#include "work_dir.h"
 
 #include <algorithm>
 

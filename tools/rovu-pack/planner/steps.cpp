@@ -5,9 +5,9 @@
 #include "plan.h"
 #include "preparation.h"
 #include "scripts.h"
-#include "settings.h"
 #include "shell_lines.h"
 #include "ubi_tools/ubi_volume.h"
+#include "work_dir.h"
 
 #include <cstdio>
 
@@ -153,7 +153,8 @@ private:
     void installImage(const Part& part) {
         const UpdateSpecVer1::Image& image = part.img;
         char volume[kVolumeNameSize] = "";
-        make_ubiVolume(inactiveSet(), part, volume);
+        if (make_ubiVolume(inactiveSet(), part, volume) != 0)
+            return;  // a set has one digit, so the name fits
         enter(eStateFlashingImages, std::string(image.image) + " -> " + volume);
         if (image.preinst[0] != '\0') runScript(image.localName, image.preinst);
         run(extractLine(image.localName, image.image));

@@ -29,7 +29,7 @@ std::string statesText(const Plan& plan) {
             continue;
         }
         if (state > eStateCheckingDependencies) {
-            text += (text.empty() ? "" : ", ") + std::string(stateText(state));
+            text += (text.empty() ? "" : ", ") + std::string(stateName(state));
             if (repeated > 1) text += " x" + std::to_string(repeated);
         }
         repeated = 1;

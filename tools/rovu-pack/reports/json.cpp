@@ -33,13 +33,13 @@ Json roomJson(const RoomNeed& room) {
 Json planJson(const Plan& plan) {
     Json states = Json::array();
     for (const PlanStage& stage : plan.stages)
-        states.push_back({{"state", stateText(stage.state)}, {"subject", stage.subject}});
+        states.push_back({{"state", stateName(stage.state)}, {"subject", stage.subject}});
     Json steps = Json::array();
     for (const PlanStep& step : plan.steps) {
         Json words = Json::array();
         for (const std::string& word : step.words)
             words.push_back(word);
-        steps.push_back({{"state", stateText(step.state)}, {"command", step.line}, {"words", words}});
+        steps.push_back({{"state", stateName(step.state)}, {"command", step.line}, {"words", words}});
     }
     return {{"active_set", plan.activeSet},
             {"switches", plan.switches},

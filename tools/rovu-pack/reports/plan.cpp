@@ -36,9 +36,9 @@ void printStates(const Plan& plan, FILE* out) {
     for (size_t i = 0; i < plan.stages.size(); ++i) {
         const PlanStage& stage = plan.stages[i];
         if (stage.subject.empty()) {
-            fprintf(out, "    %s\n", stateText(stage.state));
+            fprintf(out, "    %s\n", stateName(stage.state));
         } else {
-            fprintf(out, "    %-29s %s\n", stateText(stage.state), stage.subject.c_str());
+            fprintf(out, "    %-29s %s\n", stateName(stage.state), stage.subject.c_str());
         }
         for (; step < plan.steps.size() && plan.steps[step].stage == i; ++step)
             fprintf(out, "      $ %s\n", plan.steps[step].line.c_str());

@@ -1,13 +1,13 @@
 #include "device_verdict.h"
 
 #include "device_log.h"
-#include "handles.h"
 #include "lua_state.h"
 #include "lua_util/sandbox.h"
 #include "refused_key.h"
 #include "spec_reader.h"
 #include "spec_signature.h"
 #include "spec_text.h"
+#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include "install.h"
 #include "spec_file.h"
 #include "spec_words.h"
 
@@ -16,7 +17,7 @@ struct ScriptView {
     size_t entry;  // from 1, as Lua counts
     std::string name;
 
-    bool endsRun() const { return name == kEndOfRun; }
+    bool endsRun() const { return name == kExitSuccess; }
     std::string key() const { return std::to_string(entry); }
 };
 

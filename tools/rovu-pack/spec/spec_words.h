@@ -2,14 +2,14 @@
 
 #pragma once
 
+#include "ubi_tools/ubi_volume.h"
+#include "work_dir.h"
+
 #include <string>
 #include <vector>
 
-/// In place of a script's name: ends a run with success.
-constexpr char kEndOfRun[] = "exit_success";
-
 /// The device's own files in its work directory, apart from the images' tars, which are "img0" and so on.
-constexpr const char* kDeviceFiles[] = {"rovu.lua", "scriptTar", "progress.tmp", "_img.tmp"};
+constexpr const char* kDeviceFiles[] = {kSpecName, kScriptTar, "progress.tmp", kStagingName};
 
 /// Of the spec itself, and of an image.
 inline const std::vector<std::string> kSpecKeys = {

@@ -2,7 +2,7 @@
 
 #include "tars.h"
 
-#include "scripts.h"
+#include "work_dir.h"
 
 #include <algorithm>
 

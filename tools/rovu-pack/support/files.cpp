@@ -2,7 +2,7 @@
 
 #include "files.h"
 
-#include "handles.h"
+#include "util/descriptor.h"
 #include "util/file.h"
 
 #include <cerrno>

@@ -4,11 +4,11 @@
 #include "launcher/command_line/commands.h"
 #include "launcher/command_line/usage.h"
 #include "launcher/message.h"
-#include "rovu_sim/descriptor.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/state_lock.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
+#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Passes an open descriptor from one process to another over a socket.
 #pragma once
 
-#include "rovu_sim/descriptor.h"
+#include "util/descriptor.h"
 
 namespace rovusim {
 

@@ -3,8 +3,8 @@
 #include "launcher/message.h"
 #include "launcher/run/descriptor_passing.h"
 #include "launcher/sandbox/privileges.h"
-#include "rovu_sim/descriptor.h"
 #include "rovu_sim/sandbox_paths.h"
+#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstdlib>

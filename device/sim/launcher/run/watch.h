@@ -1,7 +1,7 @@
 // Shows an update's progress while it runs: one line for each state that the progress file enters.
 #pragma once
 
-#include "rovu_sim/descriptor.h"
+#include "util/descriptor.h"
 
 #include <cstdint>
 #include <string>

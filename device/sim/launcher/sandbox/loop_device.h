@@ -1,7 +1,7 @@
 // Read-only block devices over files, for volumes that programs must see as a device.
 #pragma once
 
-#include "rovu_sim/descriptor.h"
+#include "util/descriptor.h"
 
 #include <string>
 #include <sys/types.h>

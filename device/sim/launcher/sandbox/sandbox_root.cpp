@@ -2,11 +2,11 @@
 
 #include "launcher/message.h"
 #include "launcher/sandbox/device_nodes.h"
-#include "rovu_sim/descriptor.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/tool_names.h"
+#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -6,7 +6,7 @@
 #pragma once
 
 #include "launcher/syscalls/program_calls.h"
-#include "rovu_sim/descriptor.h"
+#include "util/descriptor.h"
 
 #include <cstdint>
 #include <string>

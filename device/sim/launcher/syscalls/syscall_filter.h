@@ -1,7 +1,7 @@
 // The seccomp filter that passes a few system calls of all processes inside to the launcher.
 #pragma once
 
-#include "rovu_sim/descriptor.h"
+#include "util/descriptor.h"
 
 #include <vector>
 
