@@ -1,6 +1,6 @@
 // A simulated device as a directory: its description, its active set, and its restart.
 //
-// The directory holds: `device` (model, versions, running set), `uboot.env`, `ubi/` (the volumes), `tmp/`,
+// The directory holds: `device` (model, versions, active set), `uboot.env`, `ubi/` (the volumes), `tmp/`,
 // `app0/` and `ssh/` (the device's /tmp, /app0 and /etc/ssh), `calls.log`, `reboot-requested` after a
 // reboot, and `run/` (files of one run).
 #pragma once

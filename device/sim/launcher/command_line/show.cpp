@@ -47,7 +47,7 @@ void showVersions(const std::string& stateDir, const Device& device) {
     kernelReleaseInUse(stateDir, &kernel);
     rootfsVersionInUse(stateDir, &rootfs);
     printf("model         %s\n", device.model.c_str());
-    printf("running set   %u\n", device.runningSet);
+    printf("active set    %u\n", device.runningSet);
     printf("kernel        %s\n", kernel.c_str());
     printf("rootfs        %s\n", rootfs.c_str());
 }

@@ -17,7 +17,7 @@ struct RunOptions {
     std::vector<std::string> binds;     // host paths to show read-only at the same place
     std::vector<std::string> failures;  // fault rules, each of which parses
     std::string log;                    // file for the command's output; empty: the launcher's own
-    std::string commandLine;            // the kernel's; empty: that of the running set
+    std::string commandLine;            // the kernel's; empty: that of the active set
     bool noWait = false;                // waits of a second or more are recorded and skipped
     bool watch = false;
     std::vector<SyscallRule> syscallRules;  // on the program's own system calls
