@@ -32,12 +32,22 @@ uint32_t getSizeField(lua_State* L, int index, const char* name) {
     abort();  // never reached: Lua's declaration does not say that its error does not return
 }
 
+// Lua's own conversion of a number allocates: it would raise if memory ran out, and the list would be lost. The
+// format is the one that it converts with.
+void formatNumber(lua_State* L, char (&string)[kStringSize]) {
+    snprintf(string, sizeof string, LUA_NUMBER_FMT, lua_tonumber(L, -1));
+}
+
 void readTripleString(lua_State* L, Image* image, int entry, int position, char (&string)[kStringSize]) {
     lua_rawgeti(L, entry, position);
-    size_t length = 0;
-    const char* value = lua_tolstring(L, -1, &length);
-    if (value == nullptr || length >= sizeof string) raiseDepError(L, image, "Bad string in dependency");
-    memcpy(string, value, length + 1);
+    if (lua_type(L, -1) == LUA_TNUMBER) {
+        formatNumber(L, string);
+    } else {
+        size_t length = 0;
+        const char* value = lua_tolstring(L, -1, &length);
+        if (value == nullptr || length >= sizeof string) raiseDepError(L, image, "Bad string in dependency");
+        memcpy(string, value, length + 1);
+    }
     lua_pop(L, 1);
 }
 
