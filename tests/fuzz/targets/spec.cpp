@@ -7,6 +7,7 @@
 #include "fuzz_target.h"
 #include "image_selection.h"
 #include "lua_util/sandbox.h"
+#include "spec_input.h"
 #include "spec_reader.h"
 #include "spec_signature.h"
 #include "spec_text.h"
@@ -14,11 +15,6 @@
 #include <cstring>
 
 namespace {
-
-// The most that a device can be asked for at once. It also limits the work on a sparse list, whose length Lua
-// may take for any power of two.
-constexpr size_t kLargestBlock = 16U << 20;
-constexpr char kForbiddenWord[] = "function";
 
 struct Memory {
     bool limited = false;   // whether the code under test runs
@@ -33,12 +29,6 @@ void* allocateForLua(void*, void* block, size_t, size_t size) {
         return nullptr;
     }
     return memory.refuses(size) ? nullptr : realloc(block, size);
-}
-
-// The sandbox looks at the first occurrence alone, so a second one may be a function, which may run forever.
-bool mayHoldFunction(const std::string& text) {
-    const size_t first = text.find(kForbiddenWord);
-    return first != std::string::npos && text.find(kForbiddenWord, first + 1) != std::string::npos;
 }
 
 unsigned int numberAfterMarker(const std::string& file) {
