@@ -5,10 +5,10 @@
 #include <cstddef>
 #include <string>
 
-/// The most bytes that a device can be asked for at once. It also limits the work on a sparse list, whose length
-/// Lua may take for any power of two.
+/// The most bytes that a device can be asked for at once. It also limits the work on a sparse list, whose
+/// length Lua may take for any power of two.
 constexpr size_t kLargestBlock = 16U << 20;
 
-/// Whether `text` may get a function past the sandbox, which looks at the first occurrence of the word alone. A
-/// function may run forever.
+/// Whether `text` may get a function past the sandbox, which looks at the first occurrence of the word alone.
+/// A function may run forever.
 bool mayHoldFunction(const std::string& text);
