@@ -1,4 +1,4 @@
-# What the scripts beside this file share; they source it with their own folder in `here`.
+# What the scripts next to this file share; they source it with their own folder in `here`.
 # shellcheck shell=sh disable=SC2154,SC2034
 project=$(cd "$here/../.." && pwd)
 vm_host="" vm_sysroot="" vm_bin="" vm_kernel="" vm_applets="" vm_libc=""
@@ -17,30 +17,53 @@ fail() {
     exit 1
 }
 
+# Missing images are made, and those that another root file system was made from.
 require_images() {
-    if [ -e "$images/www.img" ] && [ -x "$host_build/rovu-vm-image" ]; then return; fi
+    if [ -e "$images/www.img" ] && [ -x "$host_build/rovu-vm-image" ] &&
+        [ -z "$(find "$here/root" -newer "$images/www.img")" ]; then return; fi
     "$here/make-images" >&2
 }
 
 # The emulator and its board, as the words of a command. It stays on the processor that this shell is on: the thread
 # of the emulated processor clears a bit of the cause register without the lock, though in one instruction. On two
-# processors, a disk's interrupt that is raised at that moment would be lost, and the machine would stand still.
+# processors, a disk's interrupt that is raised at that moment would be lost, and the target VM would hang.
 emulated_board() {
     echo "taskset -c $(cut -d' ' -f39 "/proc/$$/stat") qemu-system-mips" \
         "-M malta -m 128 -nodefaults -display none -no-reboot"
 }
 
-# Starts a machine that runs a shell command, in the background; the emulator's process is `emulator`, and what
+# The disk that all persistent storage of the target VM lies on, as options of the emulator. With a log, the emulator
+# records every write and flush there.
+storage_disk() { # storage_disk FILE [WRITE_LOG]
+    if [ -n "${2:-}" ]; then
+        : >"$2"
+        driver="driver=blklogwrites,file.driver=raw,file.file.driver=file,file.file.filename=$1"
+        driver="$driver,log.driver=file,log.filename=$2,log-sector-size=512,log-super-update-interval=1"
+    else
+        driver="format=raw,file=$1"
+    fi
+    echo "-drive if=none,id=storage,$driver -device virtio-blk-pci,drive=storage"
+}
+
+read_only_disk() { # read_only_disk FILE
+    id=disk$(printf '%s' "$1" | cksum | cut -d' ' -f1)
+    echo "-drive if=none,id=$id,format=raw,readonly=on,file=$1 -device virtio-blk-pci,drive=$id"
+}
+
+# Starts a target VM that runs a shell command, in the background; the emulator's process is `emulator`, and what
 # the command prints comes into FOLDER/output.
-start_machine() { # start_machine FOLDER COMMAND
-    printf '%s\n' "$2" >"$1/script"
-    : >"$1/output"
-    timeout --foreground -s KILL "$power_on_limit" "$here/boot" "$1" --command "$1/script" \
-        --files "${files:-$images/www.img}" --console "$1/console.log" --output "$1/output" </dev/null &
+start_vm() { # start_vm FOLDER COMMAND [BOOT_OPTION...]
+    started=$1
+    printf '%s\n' "$2" >"$started/script"
+    : >"$started/output"
+    shift 2
+    timeout --foreground -s KILL "$power_on_limit" "$here/boot" "$started" --command "$started/script" \
+        --files "${files:-$images/www.img}" --console "$started/console.log" --output "$started/output" "$@" \
+        </dev/null &
     emulator=$!
 }
 
-# How the machine ended: "exit N" with the command's status, "restart", or "nothing" if it just stopped.
+# How the target VM ended: "exit N" with the command's status, "restart", or "nothing" if it just stopped.
 how_it_ended() { # how_it_ended FOLDER
     status=$(tr -d '\r' <"$1/output" | sed -n 's/^rovu-vm: exit status //p')
     # The command may have ended before the restart that it asked for.
@@ -59,10 +82,10 @@ printed() { # printed FOLDER
 }
 
 # One power-on from start to end; what the command printed is on standard output.
-power_on() { # power_on FOLDER COMMAND
-    start_machine "$1" "$2"
+power_on() { # power_on FOLDER COMMAND [BOOT_OPTION...]
+    start_vm "$@"
     if ! wait "$emulator"; then
-        echo "device/vm/${0##*/}: the machine was not done within $power_on_limit s, or its emulator failed" >&2
+        echo "device/vm/${0##*/}: the target VM was not done within $power_on_limit s, or its emulator failed" >&2
         for file in console.log output; do
             echo "the end of $1/$file:" >&2
             tail -n 20 "$1/$file" >&2

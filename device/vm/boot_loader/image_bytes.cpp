@@ -2,16 +2,19 @@
 
 #include "image_bytes.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr uint32_t kPolynomial = 0xEDB88320;  // reflected
+constexpr size_t kPiece = 4096;               // bytes, of which a hole is made
 
 std::array<uint32_t, 256> makeTable() {
     std::array<uint32_t, 256> table = {};
@@ -25,6 +28,10 @@ std::array<uint32_t, 256> makeTable() {
 }
 
 }  // namespace
+
+bool overlap(const ByteRange& a, const ByteRange& b) {
+    return a.offset < b.offset + b.size && b.offset < a.offset + a.size;
+}
 
 uint32_t word(const char* at) {
     unsigned char b[4];
@@ -40,11 +47,29 @@ uint32_t crc32(const char* bytes, size_t size) {
     return crc;
 }
 
-int readWhole(const std::string& path, std::string* bytes) {
+int readBytes(const std::string& path, const ByteRange& range, std::string* bytes) {
     const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "rbe"), fclose);
     if (file == nullptr) return errno;
     struct stat status;
     if (fstat(fileno(file.get()), &status) != 0) return errno;
-    bytes->resize(static_cast<size_t>(status.st_size));
-    return fread(&(*bytes)[0], 1, bytes->size(), file.get()) == bytes->size() ? 0 : EIO;
+    const auto fileSize = static_cast<size_t>(status.st_size);
+    if (range.offset > fileSize) return EIO;
+    bytes->resize(range.size == SIZE_MAX ? fileSize - range.offset : range.size);
+    if (fseek(file.get(), static_cast<long>(range.offset), SEEK_SET) != 0) return errno;
+    return fread(bytes->data(), 1, bytes->size(), file.get()) == bytes->size() ? 0 : EIO;
+}
+
+int writeSparse(const std::string& path, const std::string& bytes) {
+    std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "wbe"), fclose);
+    if (file == nullptr) return errno;
+    if (ftruncate(fileno(file.get()), static_cast<off_t>(bytes.size())) != 0) return errno;
+    static const char zeros[kPiece] = {};
+    for (size_t at = 0; at < bytes.size(); at += kPiece) {
+        const size_t size = std::min(kPiece, bytes.size() - at);
+        if (memcmp(bytes.data() + at, zeros, size) == 0) continue;
+        if (pwrite(fileno(file.get()), bytes.data() + at, size, static_cast<off_t>(at)) !=
+            static_cast<ssize_t>(size))
+            return errno == 0 ? EIO : errno;
+    }
+    return fclose(file.release()) == 0 ? 0 : errno;
 }

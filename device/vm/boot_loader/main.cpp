@@ -1,5 +1,7 @@
-// The eyes of what plays the boot loader: the variables in its environment, and the volumes on the flash.
+// The eyes of what acts as the boot loader: the variables in its environment, and the volumes on the flash. And what
+// makes the disk that both lie on.
 
+#include "disk.h"
 #include "environment.h"
 #include "ubi_image.h"
 
@@ -9,11 +11,9 @@
 
 namespace {
 
-constexpr size_t kBlockSize = 131072;  // bytes, of the virtual machine's flash
-
 int printVariable(const char* path, const char* name) {
     std::string value;
-    if (int rc = readVariable(path, name, &value); rc != 0) return rc;
+    if (int rc = readVariable(path, name, &value, kEnvironment); rc != 0) return rc;
     return puts(value.c_str()) < 0 ? EIO : 0;
 }
 
@@ -33,24 +33,30 @@ int printVolume(const UbiImage& image, const char* name) {
 }
 
 int run(int argc, char** argv) {
+    if (strcmp(argv[1], "create") == 0) return createDisk(argv[2], argv[3]);
     if (strcmp(argv[1], "variable") == 0) return printVariable(argv[2], argv[3]);
     UbiImage image;
-    if (int rc = readUbiImage(argv[2], kBlockSize, &image); rc != 0) return rc;
+    if (int rc = readUbiImage(argv[2], kFlashBlockSize, &image, kFlash); rc != 0) return rc;
     return argc == 3 ? listVolumes(image) : printVolume(image, argv[3]);
 }
 
 bool isUsage(int argc, char** argv) {
     if (argc == 3) return strcmp(argv[1], "volume") == 0;
-    return argc == 4 && (strcmp(argv[1], "volume") == 0 || strcmp(argv[1], "variable") == 0);
+    if (argc != 4) return false;
+    for (const char* command : {"create", "variable", "volume"}) {
+        if (strcmp(argv[1], command) == 0) return true;
+    }
+    return false;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     if (!isUsage(argc, argv)) {
-        fputs("usage: rovu-vm-image variable ENVIRONMENT_IMAGE NAME   prints a variable\n"
-              "       rovu-vm-image volume FLASH_IMAGE                lists the volumes\n"
-              "       rovu-vm-image volume FLASH_IMAGE NAME           prints what a static one holds\n",
+        fputs("usage: rovu-vm-image create DISK APP0_IMAGE   makes a disk with an empty flash\n"
+              "       rovu-vm-image variable DISK NAME       prints a variable of the environment\n"
+              "       rovu-vm-image volume DISK              lists the volumes on the flash\n"
+              "       rovu-vm-image volume DISK NAME         prints what a static one holds\n",
               stderr);
         return 2;
     }

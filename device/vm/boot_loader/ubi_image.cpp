@@ -2,15 +2,12 @@
 
 #include "ubi_image.h"
 
-#include "image_bytes.h"
-
 #include <cerrno>
 
 namespace {
 
 constexpr uint32_t kEraseMagic = 0x55424923;   // "UBI#"
 constexpr uint32_t kVolumeMagic = 0x55424921;  // "UBI!"
-constexpr uint32_t kLayoutVolume = 0x7FFFEFFF;
 constexpr size_t kHeaderSize = 64;
 constexpr size_t kHeaderCrcAt = 60;
 constexpr size_t kRecordSize = 172;
@@ -25,35 +22,26 @@ bool isHeader(const char* at, uint32_t magic) {
 
 using LebsOfVolumes = std::map<uint32_t, std::map<uint32_t, LebPlace>>;
 
-// A copy that wear-levelling made counts only if it is whole: the original is older, and still there.
-bool isWholeCopy(const UbiImage& image, const LebPlace& leb) {
-    return leb.dataSize <= image.lebSize &&
-           crc32(image.bytes.data() + leb.offset, leb.dataSize) == leb.dataCrc;
+bool isWhole(std::string_view flash, size_t lebSize, const LebPlace& leb) {
+    return leb.dataSize <= lebSize && crc32(flash.data() + leb.offset, leb.dataSize) == leb.dataCrc;
 }
 
-void takeBlock(size_t start, size_t blockSize, UbiImage* image, LebsOfVolumes* found) {
-    const char* block = image->bytes.data() + start;
-    if (!isHeader(block, kEraseMagic)) return;
-    const size_t headerAt = word(block + 16);
-    const size_t dataAt = word(block + 20);
-    if (headerAt + kHeaderSize > dataAt || dataAt >= blockSize) return;
-    image->lebSize = blockSize - dataAt;
-    const char* header = block + headerAt;
-    if (!isHeader(header, kVolumeMagic)) return;
-    const LebPlace leb = {uint64_t{word(header + 40)} << 32 | word(header + 44), start + dataAt,
-                          word(header + 20), word(header + 32), word(header + 24)};
-    const bool isCopy = header[6] != 0;
-    if (isCopy && !isWholeCopy(*image, leb)) return;
-    std::map<uint32_t, LebPlace>& lebs = (*found)[word(header + 8)];
-    const auto known = lebs.find(word(header + 12));
-    if (known == lebs.end() || known->second.sequence < leb.sequence) lebs[word(header + 12)] = leb;
+LebsOfVolumes newestLebs(const std::vector<std::optional<UbiBlock>>& blocks) {
+    LebsOfVolumes found;
+    for (const std::optional<UbiBlock>& block : blocks) {
+        if (!block) continue;
+        const auto [leb, isFirst] = found[block->volume].emplace(block->leb, block->place);
+        if (!isFirst && leb->second.sequence < block->place.sequence) leb->second = block->place;
+    }
+    return found;
 }
 
 // The volume table stands twice; either will do.
-bool takeTable(const LebPlace& leb, const LebsOfVolumes& found, UbiImage* image) {
-    image->volumes.clear();
-    for (uint32_t id = 0; id < kMostVolumes && (id + 1) * kRecordSize <= image->lebSize; ++id) {
-        const char* record = image->bytes.data() + leb.offset + id * kRecordSize;
+bool takeTable(std::string_view flash, size_t lebSize, size_t tableAt, const LebsOfVolumes& found,
+               std::vector<UbiVolume>* volumes) {
+    volumes->clear();
+    for (uint32_t id = 0; id < kMostVolumes && (id + 1) * kRecordSize <= lebSize; ++id) {
+        const char* record = flash.data() + tableAt + id * kRecordSize;
         if (word(record + kRecordCrcAt) != crc32(record, kRecordCrcAt)) return false;
         if (word(record) == 0) continue;
         const size_t nameLength = word(record + 12) & 0xFFFF;
@@ -65,29 +53,64 @@ bool takeTable(const LebPlace& leb, const LebsOfVolumes& found, UbiImage* image)
                             {}};
         const auto lebs = found.find(id);
         if (lebs != found.end()) volume.lebs = lebs->second;
-        image->volumes.push_back(volume);
+        volumes->push_back(volume);
     }
     return true;
 }
 
+size_t lebSizeOf(const std::vector<std::optional<UbiBlock>>& blocks) {
+    for (const std::optional<UbiBlock>& block : blocks) {
+        if (block) return block->lebSize;
+    }
+    return 0;
+}
+
 }  // namespace
 
-int readUbiImage(const std::string& path, size_t blockSize, UbiImage* image) {
-    if (int rc = readWhole(path, &image->bytes); rc != 0) return rc;
-    LebsOfVolumes found;
-    for (size_t start = 0; start + blockSize <= image->bytes.size(); start += blockSize)
-        takeBlock(start, blockSize, image, &found);
+std::optional<UbiBlock> readUbiBlock(std::string_view flash, size_t start, size_t blockSize) {
+    const char* block = flash.data() + start;
+    if (!isHeader(block, kEraseMagic)) return std::nullopt;
+    const size_t headerAt = word(block + 16);
+    const size_t dataAt = word(block + 20);
+    if (headerAt + kHeaderSize > dataAt || dataAt >= blockSize) return std::nullopt;
+    const char* header = block + headerAt;
+    if (!isHeader(header, kVolumeMagic)) return std::nullopt;
+    const LebPlace place = {uint64_t{word(header + 40)} << 32 | word(header + 44), start + dataAt,
+                            word(header + 20), word(header + 32), word(header + 24)};
+    const size_t lebSize = blockSize - dataAt;
+    // A copy that wear-levelling made counts only if it is whole: the original is older, and still there.
+    const bool isCopy = header[6] != 0;
+    if (isCopy && !isWhole(flash, lebSize, place)) return std::nullopt;
+    return UbiBlock{lebSize, word(header + 8), word(header + 12), place};
+}
+
+int findUbiVolumes(std::string_view flash, const std::vector<std::optional<UbiBlock>>& blocks,
+                   std::vector<UbiVolume>* volumes) {
+    LebsOfVolumes found = newestLebs(blocks);
     for (const auto& [number, leb] : found[kLayoutVolume]) {
-        if (number < 2 && takeTable(leb, found, image)) return 0;
+        if (number < 2 && takeTable(flash, lebSizeOf(blocks), leb.offset, found, volumes)) return 0;
     }
     return EILSEQ;
 }
 
-const UbiVolume* findUbiVolume(const UbiImage& image, const std::string& name) {
-    for (const UbiVolume& volume : image.volumes) {
+int readUbiImage(const std::string& path, size_t blockSize, UbiImage* image, const ByteRange& range) {
+    if (int rc = readBytes(path, range, &image->bytes); rc != 0) return rc;
+    std::vector<std::optional<UbiBlock>> blocks;
+    for (size_t start = 0; start + blockSize <= image->bytes.size(); start += blockSize)
+        blocks.push_back(readUbiBlock(image->bytes, start, blockSize));
+    image->lebSize = lebSizeOf(blocks);
+    return findUbiVolumes(image->bytes, blocks, &image->volumes);
+}
+
+const UbiVolume* findUbiVolume(const std::vector<UbiVolume>& volumes, const std::string& name) {
+    for (const UbiVolume& volume : volumes) {
         if (volume.name == name) return &volume;
     }
     return nullptr;
+}
+
+const UbiVolume* findUbiVolume(const UbiImage& image, const std::string& name) {
+    return findUbiVolume(image.volumes, name);
 }
 
 int readStaticVolume(const UbiImage& image, const UbiVolume& volume, std::string* data) {
@@ -96,7 +119,7 @@ int readStaticVolume(const UbiImage& image, const UbiVolume& volume, std::string
     const uint32_t used = volume.lebs.begin()->second.usedLebs;
     for (uint32_t number = 0; number < used; ++number) {
         const auto leb = volume.lebs.find(number);
-        if (leb == volume.lebs.end() || !isWholeCopy(image, leb->second)) return EILSEQ;
+        if (leb == volume.lebs.end() || !isWhole(image.bytes, image.lebSize, leb->second)) return EILSEQ;
         data->append(image.bytes, leb->second.offset, leb->second.dataSize);
     }
     return 0;
