@@ -1,0 +1,72 @@
+// Every state that a power cut during a recorded update can leave on the disk.
+
+#pragma once
+
+#include "recording/write_log.h"
+
+#include <functional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+enum class CutKind {
+    kBetween,  // after a write
+    kTorn,     // in the middle of a write, at a sector's boundary
+    kDropped,  // after a write, and the disk's cache had kept back others to /app0
+};
+
+struct Cut {
+    static constexpr size_t kAll = SIZE_MAX;
+
+    CutKind kind = CutKind::kBetween;
+    size_t entry = 0;   // of the log: the last write that reached the disk, wholly or in part
+    size_t detail = 0;  // torn: the bytes that did; dropped: the entry that did not, or kAll of the unflushed
+};
+
+/// The disk after a cut. Valid until the next state of the replay is visited.
+class CutState {
+public:
+    /// Names the contents of /app0: equal names, equal contents.
+    using App0Name = std::tuple<CutKind, size_t, size_t>;
+
+    Cut cut;
+    const std::string* prefix = nullptr;  // the disk without losses: flash and environment are valid
+    ByteRange changed;                    // where `prefix` differs from that of the state visited before
+    bool isDistinct = true;               // false after a write of what was there before
+    App0Name app0Name;
+
+    /// The contents of /app0's partition.
+    std::string app0() const;
+
+    /// The whole disk.
+    std::string disk() const;
+
+private:
+    friend class Replay;
+    const class Replay* replay_ = nullptr;
+};
+
+class Replay {
+public:
+    using Visitor = std::function<void(const CutState&)>;
+
+    /// \param disk the image before the first entry, of kDiskSize bytes.
+    Replay(std::string disk, const std::vector<LogEntry>& log);
+
+    /// Visits all states, in the order of the log. Throws std::runtime_error on a write beyond the disk.
+    void forEachState(const Visitor& visit);
+
+private:
+    friend class CutState;
+    void tear(const LogEntry& entry, size_t number, const Visitor& visit);
+    void drop(size_t number, const Visitor& visit) const;
+    void show(const Cut& cut, const ByteRange& changed, CutState::App0Name name, const Visitor& visit) const;
+    std::string app0Without(size_t entry) const;
+
+    std::string disk_;
+    const std::vector<LogEntry>& log_;
+    std::string flushedApp0_;        // what the last flush made durable
+    std::vector<size_t> unflushed_;  // the entries that have written to /app0 since
+    size_t lastApp0Entry_ = 0;
+    bool isDistinct_ = true;
+};
