@@ -2,7 +2,6 @@
 
 #include "tally.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <thread>
@@ -33,7 +32,8 @@ bool BootQueue::bootAll(const std::string& disk) {
 }
 
 void BootQueue::start(const CutState& state) {
-    if (running_.size() == std::max(1U, std::thread::hardware_concurrency())) finishOldest();
+    // A device waits for half of its time.
+    if (running_.size() > std::thread::hardware_concurrency()) finishOldest();
     const Candidate& candidate = chosen_[started_++];
     running_.push_back(std::async(std::launch::async, bootAndUpdate, std::cref(options_), std::cref(sets_),
                                   candidate.verdict, state.disk(), std::to_string(started_)));

@@ -1,4 +1,4 @@
-// Boots the chosen states of a replay, as many at a time as there are processors.
+// Boots the chosen states of a replay, one more at a time than there are processors.
 
 #pragma once
 
