@@ -10,7 +10,7 @@ target_build=$project/build/mips
 vm=$project/build/vm
 images=$vm/images
 url=http://127.0.0.1:8643
-power_on_limit=240 # seconds, several times what the longest takes on a busy workstation
+power_on_limit=600 # seconds, many times what the longest takes on an idle workstation
 
 fail() {
     echo "device/vm/${0##*/}: $*" >&2

@@ -1,5 +1,5 @@
-// The eyes of what acts as the boot loader: the variables in its environment, and the volumes on the flash. And what
-// makes the disk that both lie on.
+// For the boot script: makes the target VM's disk, and reads the variables in its environment and the volumes on its
+// flash.
 
 #include "disk.h"
 #include "environment.h"

@@ -74,8 +74,11 @@ Recording readRecording(const Options& options, const ExpectedSets& sets) {
     recording.logBytes = readFileOrThrow(options["log"]);
     recording.log = parseWriteLog(recording.logBytes);
     recording.switching = findSwitching(recording.log, sets.next);
-    printf("%zu writes and flushes; the volumes are switched from number %zu on\n\n", recording.log.size(),
-           recording.switching);
+    printf("%zu writes and flushes; ", recording.log.size());
+    if (recording.switching == recording.log.size())
+        printf("the volumes are never switched\n\n");
+    else
+        printf("the volumes are switched from number %zu on\n\n", recording.switching);
     return recording;
 }
 

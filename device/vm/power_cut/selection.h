@@ -13,20 +13,20 @@ struct Candidate {
     Verdict verdict;
 };
 
-/// Takes every state of the replay, and keeps those that a boot may be spent on: after the switching of the volumes
-/// began, each distinct state between two writes, and one of each kind and verdict of the others; before it, each
-/// distinct state between two writes.
+/// Takes every state of the replay, and keeps those that a boot may be spent on: each distinct state between two writes,
+/// and, after the switching of the volumes began, the first of each kind and verdict.
 class Selection {
 public:
     void add(const CutState& state, bool isSwitching, const Verdict& verdict);
 
-    /// \param most how many; SIZE_MAX for all of the switching, and `spread` of those before, evenly spread.
+    /// \param most about how many; SIZE_MAX for all of the switching, and `spread` of those before it. If it is not all,
+    ///        a fifth is from before, and half are the first ones of their kinds and verdicts.
     /// \return in the order of the log.
     [[nodiscard]] std::vector<Candidate> choose(size_t most, size_t spread) const;
 
 private:
     std::vector<Candidate> before_;
     std::vector<Candidate> switching_;
-    std::vector<Candidate> losses_;
+    std::vector<Candidate> firsts_;
     std::set<std::pair<CutKind, Verdict>> seen_;
 };

@@ -1,4 +1,4 @@
-// Says on a device what one of its reference files holds, by the program's own reader.
+// Prints on a device what one of its reference files holds, by the program's own reader.
 
 #include "ubi_tools/ref_checksums.h"
 
