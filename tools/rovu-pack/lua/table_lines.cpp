@@ -1,5 +1,5 @@
 // A scanner for Lua's tokens and a walk over nested table constructors. It never fails: what it does not
-// understand has no line. A text that Lua refuses never comes here.
+// understand has no line. What Lua refuses comes here too, so every token is consumed and nesting has a limit.
 
 #include "table_lines.h"
 
@@ -7,6 +7,8 @@
 #include <cstdint>
 
 namespace {
+
+constexpr int kMaxDepth = 200;  // of tables in tables; Lua's own limit
 
 struct Token {
     enum Kind { eEnd, eName, eText, eNumber, eSign };
@@ -123,16 +125,19 @@ public:
 private:
     // At the opening brace; leaves the scanner after the closing one.
     void table(const std::string& prefix) {
+        ++depth_;
         scanner_.advance();
         int count = 0;
         while (scanner_.peek().kind != Token::eEnd && !scanner_.at('}')) {
-            if (scanner_.at(',') || scanner_.at(';')) {
+            // A closing bracket without an opening one separates nothing, but an expression ends at it too.
+            if (scanner_.at(',') || scanner_.at(';') || scanner_.at(')') || scanner_.at(']')) {
                 scanner_.advance();
                 continue;
             }
             entry(prefix, &count);
         }
         scanner_.advance();
+        --depth_;
     }
 
     void entry(const std::string& prefix, int* count) {
@@ -177,7 +182,7 @@ private:
 
     // Up to the separator that ends it. A table is walked if it is all of the expression.
     void expression(const std::string& prefix) {
-        if (scanner_.at('{') && !prefix.empty()) table(prefix);
+        if (scanner_.at('{') && !prefix.empty() && depth_ < kMaxDepth) table(prefix);
         int depth = 0;
         while (scanner_.peek().kind != Token::eEnd) {
             const bool closes = scanner_.at('}') || scanner_.at(')') || scanner_.at(']');
@@ -191,6 +196,7 @@ private:
     Scanner scanner_;
     TableLines* lines_;
     std::string* repeated_;
+    int depth_ = 0;
 };
 
 }  // namespace
