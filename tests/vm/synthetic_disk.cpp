@@ -104,7 +104,7 @@ std::string syntheticApp0(const std::vector<NamedFile>& files) {
     for (const NamedFile& file : files)
         writeWholeFile(tree + "/" + file.name, file.contents);
     const std::string path = scratch.path + "/app0.img";
-    if (runProgram({"mke2fs", "-q", "-t", "ext4", "-O", "^metadata_csum", "-d", tree, path, "4M"},
+    if (runProgram({"/sbin/mke2fs", "-q", "-t", "ext4", "-O", "^metadata_csum", "-d", tree, path, "4M"},
                    scratch.path + "/log") != 0)
         throw std::runtime_error("mke2fs: " + readWholeFile(scratch.path + "/log"));
     return readWholeFile(path);

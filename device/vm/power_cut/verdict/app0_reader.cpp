@@ -10,6 +10,7 @@
 
 namespace {
 
+// The tools stand in /sbin, which is not in every user's PATH.
 constexpr int kCorrected = 1;  // e2fsck's exit status: the journal was replayed, or a count was corrected
 
 const char* const kRefFiles[] = {".ubiRefChk1",     ".ubiRefChk2",     ".ubiRefChk1.new",
@@ -36,13 +37,13 @@ App0 App0Reader::readImage(const std::string& image) const {
     const std::string copy = folder_ + "/app0.img";
     writeFileOrThrow(copy, image);
     App0 app0;
-    const int checked = runProgram({"e2fsck", "-f", "-p", copy}, folder_ + "/e2fsck.log");
+    const int checked = runProgram({"/sbin/e2fsck", "-f", "-p", copy}, folder_ + "/e2fsck.log");
     if (checked != 0 && checked != kCorrected) app0.fault = "e2fsck ends with " + std::to_string(checked);
 
     for (const char* name : kRefFiles)
         remove((folder_ + "/" + name).c_str());
     remove((folder_ + "/preshared").c_str());
-    if (runProgram({"debugfs", "-f", folder_ + "/commands", copy}, folder_ + "/debugfs.log") != 0)
+    if (runProgram({"/sbin/debugfs", "-f", folder_ + "/commands", copy}, folder_ + "/debugfs.log") != 0)
         app0.fault = "debugfs cannot read it";
     std::string keyFile;
     if (readBytes(folder_ + "/preshared", {}, &keyFile) != 0 || keyFile != keyFile_)
