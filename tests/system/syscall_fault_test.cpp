@@ -10,13 +10,18 @@
 #include "world.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <random>
 
 namespace {
 
-constexpr unsigned kFaultShares = 151;    // of about 2200 cases
-constexpr unsigned kSignalShares = 2003;  // of about 14000 cases
+constexpr unsigned kFaultShares = 151;   // of about 2200 cases
+constexpr unsigned kSignalShares = 503;  // of about 3000 cases
+constexpr unsigned kRandomCases = 10000;
+constexpr unsigned kRandomShares = 1999;
+constexpr double kMostInstructions = 50000;  // after a call
 
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool kSanitized = true;
@@ -98,6 +103,7 @@ const Strings kTimedCalls = {"poll",  "recvfrom", "rt_sigaction", "futex",      
 struct SyscallCount {
     std::string call;
     unsigned long count = 0;
+    unsigned long own = 0;  // of the process's main thread
 
     bool operator==(const SyscallCount& other) const { return call == other.call && count == other.count; }
 };
@@ -105,8 +111,8 @@ struct SyscallCount {
 std::vector<SyscallCount> parseCounts(const std::string& text) {
     std::vector<SyscallCount> counts;
     for (const std::string& line : split(text, '\n')) {
-        const size_t space = line.find(' ');
-        counts.push_back({line.substr(0, space), std::stoul(line.substr(space + 1))});
+        const Strings words = split(line, ' ');
+        counts.push_back({words[0], std::stoul(words[1]), std::stoul(words[2])});
     }
     return counts;
 }
@@ -251,7 +257,7 @@ protected:
     // that waits for a command ignores.
     Strings signalViolations(int status) const {
         const bool started = device_.has("/tmp/rovu.progress");
-        const bool caught = readWholeFile(out()).find("Caught signal") != std::string::npos;
+        const bool caught = wasCaught();
         if (!caught && started) return violations(status);
         Strings found = dangers();
         if (device_.has("/tmp/rovu")) found.push_back("work directory left");
@@ -260,6 +266,8 @@ protected:
         if (!caught && status == 0) found.push_back("nothing happened, with status 0");
         return found;
     }
+
+    bool wasCaught() const { return readWholeFile(out()).find("Caught signal") != std::string::npos; }
 
     // Reports the violations of one case, each on a line of its own, for the script that adds them up.
     void report(const std::string& rule, const Strings& violations) const {
@@ -350,7 +358,8 @@ TEST_F(SyscallFaults, ThatLastNeverSwitchToAnIncompleteSet) {
 }
 
 TEST_F(SyscallFaults, GiveWayToASignalBeforeTheCall) {
-    for (const char* rule : {"clone3:20=TERM", "fsync:1=INT", "rename:5=TERM"}) {
+    for (const char* rule :
+         {"clone3:20=TERM", "fsync:1=INT", "rename:5=TERM", "rename:5/1=TERM", "fsync:1/900=INT"}) {
         SCOPED_TRACE(rule);
         EXPECT_EQ(run("--kill-at", rule), 0);
         EXPECT_NE(readWholeFile(out()).find("Caught signal"), std::string::npos);
@@ -362,19 +371,56 @@ TEST_F(SyscallFaults, LeaveNoTraceIfASignalComesFirst) {
     const Sample sample = chosenSample(kSignalShares);
     unsigned runs = 0;
     unsigned cases = 0;
+    unsigned caught = 0;
     for (const SyscallCount& made : count()) {
         if (made.call == "exit_group" || made.call == "rt_sigreturn") continue;
-        for (unsigned long i = 1; i <= made.count; ++i) {
+        for (unsigned long i = 1; i <= made.own; ++i) {
             for (const char* signal : {"TERM", "INT"}) {
                 const std::string rule = made.call + ":" + std::to_string(i) + "=" + signal;
                 ++cases;
                 if (!isInSample(sample, rule)) continue;
                 ++runs;
                 report(rule, signalViolations(run("--kill-at", rule)));
+                if (wasCaught()) ++caught;
             }
         }
     }
-    printf("%u runs of %u\n", runs, cases);
+    printf("%u runs of %u, %u caught\n", runs, cases, caught);
+}
+
+// An instruction at a random distance, of any magnitude, from a random call; the same ones each time.
+std::string randomRule(const std::vector<SyscallCount>& counts, unsigned seed) {
+    std::minstd_rand random(seed + 1);
+    random.discard(3);  // the first numbers of near seeds are near each other
+    unsigned long calls = 0;
+    for (const SyscallCount& made : counts)
+        calls += made.own;
+    unsigned long call = random() % calls;
+    auto made = counts.begin();
+    for (; call >= made->own; ++made)
+        call -= made->own;
+    const double magnitude = static_cast<double>(random() % 1000) / 1000.0;
+    const auto instructions = static_cast<unsigned>(std::pow(kMostInstructions, magnitude));
+    const char* signal = random() % 2 == 0 ? "TERM" : "INT";
+    return made->call + ":" + std::to_string(call + 1) + "/" + std::to_string(instructions) + "=" + signal;
+}
+
+TEST_F(SyscallFaults, LeaveNoTraceIfASignalComesAtAnyInstruction) {
+    const Sample sample = chosenSample(kRandomShares);
+    std::vector<SyscallCount> counts = count();
+    counts.erase(std::remove_if(counts.begin(), counts.end(),
+                                [](const SyscallCount& made) { return made.call == "exit_group"; }),
+                 counts.end());
+    unsigned runs = 0;
+    unsigned caught = 0;
+    for (unsigned seed = 0; seed < kRandomCases; ++seed) {
+        const std::string rule = randomRule(counts, seed);
+        if (!isInSample(sample, rule)) continue;
+        ++runs;
+        report(rule, signalViolations(run("--kill-at", rule)));
+        if (wasCaught()) ++caught;
+    }
+    printf("%u runs of %u, %u caught\n", runs, kRandomCases, caught);
 }
 
 TEST_F(SyscallFaults, AreRefusedIfTheirRuleIsWrong) {
@@ -388,6 +434,8 @@ TEST_F(SyscallFaults, AreRefusedIfTheirRuleIsWrong) {
                         {"--fail-syscall", "read:1"},
                         {"--fail-syscall", "exit_group:1=EIO"},
                         {"--kill-at", "read:1=EIO"},
+                        {"--kill-at", "read:1/0=TERM"},
+                        {"--kill-at", "read:1/x=TERM"},
                         {"--kill-at", "read:x=TERM"}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.rule);

@@ -50,10 +50,12 @@ and /dev, its tools, kernel release and kernel command line. The network is the 
   --fresh-log        empty the call log first
   --fail-syscall NAME:N=ERRNO, NAME:N+=ERRNO
                      make the program's N-th system call NAME fail, or each from the N-th on; repeatable
-  --kill-at NAME:N=SIGNAL
-                     send the signal to the program before its N-th system call NAME; repeatable
+  --kill-at NAME:N=SIGNAL, NAME:N+=SIGNAL, NAME:N/INSTRUCTIONS=SIGNAL
+                     send the signal to COMMAND's process before the N-th system call NAME of its main thread,
+                     before each from the N-th on, or so many instructions after the N-th; repeatable
   --count-syscalls FILE
-                     write "NAME COUNT" lines for the program's system calls
+                     write lines "NAME COUNT OWN": the system calls of the program, and of the main thread of
+                     COMMAND's process
 
 RULE is WHICH=HOW. WHICH is K, the K-th call of the run (as numbered by "rovu-sim calls"); TOOL, each call of
 the tool; or TOOL:N, its N-th call. HOW is one of:

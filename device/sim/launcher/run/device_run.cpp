@@ -297,6 +297,7 @@ int runInDevice(const RunOptions& options) {
     if (startInit(&run) != 0) return kExitSetupFailed;
     if (takeOverSyscalls(options, &run) != 0) kill(run.init, SIGKILL);
     const int exitStatus = superviseUntilEnd(&run);
+    run.supervisor.program.finish();
     if (!options.countFile.empty()) {
         if (int rc = replaceTextFile(options.countFile, run.supervisor.program.counts()); rc != 0)
             cannot("write", options.countFile, rc);

@@ -1,5 +1,6 @@
 #include "launcher/syscalls/program_calls.h"
 
+#include "launcher/syscalls/stepper.h"
 #include "launcher/syscalls/syscall_names.h"
 #include "rovu_sim/text_files.h"
 
@@ -8,6 +9,7 @@
 #include <cstdlib>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <utility>
 
 namespace rovusim {
@@ -66,32 +68,51 @@ ProgramCalls::Verdict ProgramCalls::take(const seccomp_notif& call) {
     const pid_t thread = static_cast<pid_t>(call.pid);
     const Restarted before = std::exchange(restarted_, Restarted());
     if (before.thread == thread && before.address == call.data.instruction_pointer) return Verdict::eCarryOut;
-    const unsigned count = ++counts_[call.data.nr];
+    Count& count = counts_[call.data.nr];
+    ++count.all;
+    if (thread == command_) ++count.own;
+    const SyscallRule* rule = matchingRule(call);
+    if (rule == nullptr) return Verdict::eCarryOut;
+    if (rule->signal != 0) return deliver(call, *rule);
+    error_ = rule->error;
+    return Verdict::eFail;
+}
+
+const SyscallRule* ProgramCalls::matchingRule(const seccomp_notif& call) const {
+    const bool own = static_cast<pid_t>(call.pid) == command_;
+    const Count& count = counts_.at(call.data.nr);
     for (const SyscallRule& rule : rules_) {
-        if (rule.number != call.data.nr) continue;
-        if (rule.onwards ? count < rule.first : count != rule.first) continue;
-        if (rule.signal != 0) return deliver(call, rule.signal);
-        error_ = rule.error;
-        return Verdict::eFail;
+        if (rule.number != call.data.nr || (rule.signal != 0 && !own)) continue;
+        const unsigned number = rule.signal != 0 ? count.own : count.all;
+        if (rule.onwards ? number >= rule.first : number == rule.first) return &rule;
     }
-    return Verdict::eCarryOut;
+    return nullptr;
 }
 
 // The kernel restarts the call only after a signal that interrupts it. Without one, the caller would see the
 // restart as an unknown errno value.
-ProgramCalls::Verdict ProgramCalls::deliver(const seccomp_notif& call, int signal) {
-    const pid_t thread = static_cast<pid_t>(call.pid);
+ProgramCalls::Verdict ProgramCalls::deliver(const seccomp_notif& call, const SyscallRule& rule) {
+    if (rule.instructions != 0) {
+        if (stepper_ < 0) stepper_ = startStepper(command_, rule.instructions, rule.signal);
+        return Verdict::eCarryOut;
+    }
     const bool interrupts =
-        thread == command_ && !hasSignal(thread, "SigBlk", signal) && !hasSignal(thread, "SigIgn", signal);
-    if (kill(command_, signal) != 0 || !interrupts) return Verdict::eCarryOut;
-    restarted_ = {thread, call.data.instruction_pointer};
+        !hasSignal(command_, "SigBlk", rule.signal) && !hasSignal(command_, "SigIgn", rule.signal);
+    if (kill(command_, rule.signal) != 0 || !interrupts) return Verdict::eCarryOut;
+    restarted_ = {command_, call.data.instruction_pointer};
     return Verdict::eRestart;
+}
+
+void ProgramCalls::finish() {
+    if (stepper_ > 0) waitpid(stepper_, nullptr, 0);
+    stepper_ = -1;
 }
 
 std::string ProgramCalls::counts() const {
     std::vector<std::string> lines;
     for (const auto& [number, count] : counts_)
-        lines.push_back(syscallName(number) + " " + std::to_string(count) + "\n");
+        lines.push_back(syscallName(number) + " " + std::to_string(count.all) + " " +
+                        std::to_string(count.own) + "\n");
     std::sort(lines.begin(), lines.end());
     std::string text;
     for (const std::string& line : lines)

@@ -28,6 +28,9 @@ public:
     /// \param init process 1 of the device, whose first child to call execve is the command's process
     void watch(pid_t init, std::vector<SyscallRule> rules);
 
+    /// To be called once the command's process has ended.
+    void finish();
+
     /// Whether the call is one of the program's. Reads /proc, so the caller checks afterwards that the call
     /// is still pending and its process id not reused.
     [[nodiscard]] bool isOfProgram(const seccomp_notif& call);
@@ -38,11 +41,13 @@ public:
     /// The errno value of the last eFail.
     [[nodiscard]] int error() const { return error_; }
 
-    /// One line "name count" for each system call that the program made, sorted by name.
+    /// One line "name count own" for each system call that the program made, sorted by name: by all its processes and
+    /// threads, and by the main thread of the command's process.
     [[nodiscard]] std::string counts() const;
 
 private:
-    Verdict deliver(const seccomp_notif& call, int signal);
+    [[nodiscard]] const SyscallRule* matchingRule(const seccomp_notif& call) const;
+    Verdict deliver(const seccomp_notif& call, const SyscallRule& rule);
 
     struct Restarted {
         pid_t thread = -1;
@@ -52,8 +57,14 @@ private:
     pid_t init_ = -1;
     pid_t command_ = -1;
     std::vector<SyscallRule> rules_;
-    std::map<int, unsigned> counts_;  // by system call number
-    Restarted restarted_;             // the call that a signal preceded; it is not counted again
+    struct Count {
+        unsigned all = 0;
+        unsigned own = 0;  // of the main thread of the command's process
+    };
+
+    std::map<int, Count> counts_;  // by system call number
+    Restarted restarted_;          // the call that a signal preceded; it is not counted again
+    pid_t stepper_ = -1;
     int error_ = 0;
 };
 

@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kLastError = 133;  // the highest errno value that has a name
 constexpr unsigned kMostCalls = 1000000;
+constexpr unsigned kMostInstructions = 1000000000;
 
 bool parseError(const std::string& name, int* error) {
     for (int candidate = 1; candidate <= kLastError; ++candidate) {
@@ -43,23 +44,38 @@ bool returns(int number) {
     return number != SYS_exit && number != SYS_exit_group && number != SYS_rt_sigreturn;
 }
 
-// Splits a rule at its equals sign and parses the first part.
-bool parseRule(const std::string& text, SyscallRule* rule, std::string* what, std::string* why) {
+// Takes "/INSTRUCTIONS" off the end of the first part of a rule.
+bool parseInstructions(std::string* call, SyscallRule* rule, std::string* why) {
+    const size_t slash = call->find('/');
+    if (slash == std::string::npos) return true;
+    if (!parseCount(call->substr(slash + 1), kMostInstructions, &rule->instructions) ||
+        rule->instructions == 0) {
+        *why = "a number of instructions is expected after \"/\"";
+        return false;
+    }
+    call->resize(slash);
+    return true;
+}
+
+// Splits a rule at its equals sign.
+bool splitRule(const std::string& text, std::string* call, std::string* what, std::string* why) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos) {
         *why = "NAME:N=WHAT is expected";
         return false;
     }
+    *call = text.substr(0, equals);
     *what = text.substr(equals + 1);
-    return parseCall(text.substr(0, equals), rule, why);
+    return true;
 }
 
 }  // namespace
 
 int parseFailRule(const std::string& text, SyscallRule* rule, std::string* why) {
     SyscallRule parsed;
+    std::string call;
     std::string what;
-    if (!parseRule(text, &parsed, &what, why)) return EINVAL;
+    if (!splitRule(text, &call, &what, why) || !parseCall(call, &parsed, why)) return EINVAL;
     if (!returns(parsed.number)) {
         *why = syscallName(parsed.number) + " never returns";
         return EINVAL;
@@ -74,8 +90,10 @@ int parseFailRule(const std::string& text, SyscallRule* rule, std::string* why) 
 
 int parseKillRule(const std::string& text, SyscallRule* rule, std::string* why) {
     SyscallRule parsed;
+    std::string call;
     std::string what;
-    if (!parseRule(text, &parsed, &what, why)) return EINVAL;
+    if (!splitRule(text, &call, &what, why) || !parseInstructions(&call, &parsed, why)) return EINVAL;
+    if (!parseCall(call, &parsed, why)) return EINVAL;
     if (!parseSignal(what, &parsed.signal)) {
         *why = "\"" + what + "\" is not a signal";
         return EINVAL;

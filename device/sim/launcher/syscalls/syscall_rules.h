@@ -1,6 +1,7 @@
 // Which system calls of the program fail in a run, or are preceded by a signal.
 //
-// A rule reads NAME:N=WHAT, for the N-th call of NAME, or NAME:N+=WHAT, for each call from the N-th on.
+// A rule reads NAME:N=WHAT, for the N-th call of NAME, or NAME:N+=WHAT, for each call from the N-th on. A signal also
+// comes some instructions after the call: NAME:N/INSTRUCTIONS=SIGNAL.
 #pragma once
 
 #include <string>
@@ -8,11 +9,13 @@
 namespace rovusim {
 
 struct SyscallRule {
-    int number = 0;        // of the system call
-    unsigned first = 1;    // counted among the program's calls of that number
-    bool onwards = false;  // also applies to every later call
-    int error = 0;         // errno value that the call fails with; 0: it is carried out
-    int signal = 0;        // sent to the program before the call; 0: none
+    int number = 0;  // of the system call
+    unsigned first =
+        1;  // among the program's calls of that number; for a signal, among those of its main thread
+    bool onwards = false;       // also applies to every later call
+    int error = 0;              // errno value that the call fails with; 0: it is carried out
+    int signal = 0;             // sent to the program before the call; 0: none
+    unsigned instructions = 0;  // executed after the call, if the signal comes after it; 0: it comes before
 };
 
 /// Parses a rule whose WHAT is the name of an errno value. `rule` is written on success only.
