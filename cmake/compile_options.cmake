@@ -27,7 +27,4 @@ if(ROVU_COVERAGE)
   # atomic: some tests have threads.
   target_compile_options(rovu_product INTERFACE --coverage -fprofile-update=atomic)
   add_link_options(--coverage)
-  # _exit, by which a signal ends a run, writes no counters by itself.
-  rovu_library(counted_exit ${PROJECT_SOURCE_DIR}/tests/coverage/counted_exit.cpp)
-  target_link_libraries(rovu_product INTERFACE rovu::counted_exit -Wl,--wrap=_exit)
 endif()
