@@ -14,7 +14,6 @@ namespace {
 
 constexpr mode_t kFolderMode = 0777;  // the mask narrows it
 constexpr char kFolderTemplate[] = "/.rovu-pack.XXXXXX";
-constexpr char kScratchName[] = "/.scratch";  // not a name that pathOf() is asked for
 
 Fault syncFile(const std::string& path) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -28,7 +27,6 @@ UpdateStaging::~UpdateStaging() {
     if (!folder_.empty()) {
         for (const std::string& name : names_)
             unlink((folder_ + "/" + name).c_str());
-        unlink(scratchPath().c_str());
         rmdir(folder_.c_str());
     }
     if (madeTarget_) rmdir(targetFolder_.c_str());  // fails once it holds anything, as it should
@@ -54,10 +52,6 @@ bool UpdateStaging::replaces(const std::string& name, const std::string& path) c
     struct stat other;
     return lstat((targetFolder_ + "/" + name).c_str(), &target) == 0 && stat(path.c_str(), &other) == 0 &&
            target.st_dev == other.st_dev && target.st_ino == other.st_ino;
-}
-
-std::string UpdateStaging::scratchPath() {
-    return folder_ + kScratchName;
 }
 
 Fault UpdateStaging::publish() {

@@ -26,9 +26,6 @@ public:
     /// \return whether publish() of `name` would replace the file at `path`.
     bool replaces(const std::string& name, const std::string& path) const;
 
-    /// \return the path of a file that may be made for the time being.
-    std::string scratchPath();
-
     /// Syncs all files and moves them into the target, over files of the same names, in the order in which
     /// pathOf() was first asked for them.
     Fault publish();

@@ -7,6 +7,7 @@
 #include "encryption.h"
 #include "files.h"
 #include "manifest_reader.h"
+#include "output_file.h"
 #include "signing.h"
 #include "spec_writer.h"
 #include "staging.h"
@@ -23,7 +24,6 @@ namespace {
 
 constexpr char kSpecName[] = "update.lua";
 constexpr mode_t kFileMode = 0644;
-constexpr uint64_t kPlainPasses = 3;  // over all bytes: digest of the image, packing, digest of the tar
 constexpr long long kMaxTarTime = 077777777777LL;  // what a tar's header holds, in seconds
 
 struct Build {
@@ -62,18 +62,32 @@ Fault readFileKey(const std::string& secrets, Build* build) {
     return manifest.located(kWholeManifest, {"encr_key_offset", text});
 }
 
-Fault packTar(const TarJob& job, Build* build, FileDigests* digests) {
-    const std::string target = build->staging.pathOf(job.name);
-    const std::string plain = build->fileKey.present ? build->staging.scratchPath() : target;
+struct PackedTar {
+    uint64_t size = 0;  // bytes, encrypted if the update is
+    std::string sha256;
+    std::string imageMd5;
+    uint64_t imageSize = 0;
+};
+
+// In one pass over the files. `image` is the member whose digest the spec needs; null: none.
+Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedTar* packed) {
     WorkProgress* progress = build->bar->progress();
     build->bar->begin(job.name);
-    if (Fault fault = writeTar(plain, job.inputs, build->time, progress)) return fault;
-    if (build->fileKey.present) {
-        if (Fault fault = encryptFileTo(plain, target, build->fileKey, progress)) return fault;
-        unlink(plain.c_str());
-    }
-    if (Fault fault = digestFile(target, progress, digests)) return fault;
-    build->made->push_back({job.name, digests->size, "sha256", digests->sha256, false});
+    OutputFile file;
+    if (Fault fault = file.open(build->staging.pathOf(job.name), build->fileKey)) return fault;
+    Digest md5(EVP_md5());
+    const ByteSink add = [&file](const char* bytes, size_t size) { return file.add(bytes, size); };
+    const InputSink read = [&](const TarInput& input, const char* bytes, size_t size) {
+        reportWork(progress, size);
+        if (image == nullptr || input.member != *image) return;
+        md5.add(bytes, size);
+        packed->imageSize += size;
+    };
+    if (Fault fault = writeTar(job.inputs, build->time, add, read)) return fault;
+    if (Fault fault = file.finish(&packed->size, &packed->sha256)) return fault;
+    packed->imageMd5 = md5.hex();
+    if (packed->imageMd5.empty()) return fileFault(job.name, ENOMEM);
+    build->made->push_back({job.name, packed->size, "sha256", packed->sha256, false});
     return {};
 }
 
@@ -82,8 +96,8 @@ Fault makeScriptTar(TarJob* job, Build* build) {
     const auto located = [&](const Complaint& complaint) { return manifest.located(job->entry, complaint); };
     if (Fault fault = located(settleUrl("script_url", build->baseUrl, &job->name, &manifest.scriptUrl)))
         return fault;
-    FileDigests tar;
-    if (Fault fault = packTar(*job, build, &tar)) return fault;
+    PackedTar tar;
+    if (Fault fault = packTar(*job, nullptr, build, &tar)) return fault;
     if (Fault fault = located(settleText("script_hash", tar.sha256, &manifest.scriptHash))) return fault;
     return located(settleSize("script_dlsize", tar.size, &manifest.scriptDlsize));
 }
@@ -93,16 +107,13 @@ Fault makeImageTar(TarJob* job, Build* build) {
     ManifestImage& image = *build->manifest.steps[job->entry - 1].image;
     const auto located = [&](const Complaint& complaint) { return manifest.located(job->entry, complaint); };
     if (Fault fault = located(settleUrl("url", build->baseUrl, &job->name, &image.url))) return fault;
-    const std::string source = manifest.localFileOf(&image, image.image);
-    build->bar->begin(image.image);
-    FileDigests plain;
-    if (Fault fault = digestFile(source, build->bar->progress(), &plain)) return fault;
-    if (plain.size == 0) return located({"image", source + " is empty"});
-    if (Fault fault = located(settleText("image_md5", plain.md5, &image.imageMd5))) return fault;
-    if (Fault fault = located(settleSize("imsize", plain.size, &image.imsize))) return fault;
-    FileDigests tar;
-    if (Fault fault = packTar(*job, build, &tar)) return fault;
-    build->made->push_back({image.image, plain.size, "md5", plain.md5, true});
+    PackedTar tar;
+    if (Fault fault = packTar(*job, &image.image, build, &tar)) return fault;
+    if (tar.imageSize == 0)
+        return located({"image", manifest.localFileOf(&image, image.image) + " is empty"});
+    if (Fault fault = located(settleText("image_md5", tar.imageMd5, &image.imageMd5))) return fault;
+    if (Fault fault = located(settleSize("imsize", tar.imageSize, &image.imsize))) return fault;
+    build->made->push_back({image.image, tar.imageSize, "md5", tar.imageMd5, true});
     if (Fault fault = located(settleText("hash", tar.sha256, &image.hash))) return fault;
     return located(settleSize("dlsize", tar.size, &image.dlsize));
 }
@@ -169,7 +180,7 @@ Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, std::vector<Bui
     std::vector<TarJob> jobs = planTars(build.manifest);
     uint64_t bytes = 0;
     if (Fault fault = measureInputs(build.manifest, jobs, &bytes)) return fault;
-    bar->expect(bytes * (kPlainPasses + (build.fileKey.present ? 1 : 0)));
+    bar->expect(bytes);
     if (Fault fault = build.staging.prepare(options.out)) return fault;
     if (Fault fault = makeTars(&jobs, &build)) return fault;
     if (Fault fault = makeSpec(&build)) return fault;

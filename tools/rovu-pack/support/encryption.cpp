@@ -1,23 +1,15 @@
-// Both directions are one loop: only the cipher knows which it is.
-
 #include "encryption.h"
 
 #include "files.h"
-#include "handles.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <openssl/evp.h>
 #include <vector>
 
 namespace {
 
 constexpr size_t kChunk = 262144;
-constexpr int kEncrypt = 1;
-constexpr int kDecrypt = 0;
-
-using Cipher = Handle<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 struct Paths {
     const std::string& source;
@@ -33,32 +25,19 @@ Fault cipherFault(const Paths& paths) {
     return {EBADMSG, paths.source + ": the key is wrong, or the file is not whole"};
 }
 
-Fault run(EVP_CIPHER_CTX* cipher, FILE* in, FILE* out, const Paths& paths, WorkProgress* progress) {
-    std::vector<unsigned char> plain(kChunk);
-    std::vector<unsigned char> result(kChunk + EVP_MAX_BLOCK_LENGTH);
+Fault decrypt(EVP_CIPHER_CTX* cipher, FILE* in, FILE* out, const Paths& paths, WorkProgress* progress) {
+    std::vector<unsigned char> encrypted(kChunk);
+    std::vector<unsigned char> plain(kChunk + EVP_MAX_BLOCK_LENGTH);
     int size = 0;
-    while (const size_t got = fread(plain.data(), 1, plain.size(), in)) {
-        if (EVP_CipherUpdate(cipher, result.data(), &size, plain.data(), static_cast<int>(got)) != 1)
+    while (const size_t got = fread(encrypted.data(), 1, encrypted.size(), in)) {
+        if (EVP_DecryptUpdate(cipher, plain.data(), &size, encrypted.data(), static_cast<int>(got)) != 1)
             return cipherFault(paths);
-        if (Fault fault = put(out, result, size, paths)) return fault;
+        if (Fault fault = put(out, plain, size, paths)) return fault;
         reportWork(progress, got);
     }
     if (ferror(in) != 0) return fileFault(paths.source, errno);
-    if (EVP_CipherFinal_ex(cipher, result.data(), &size) != 1) return cipherFault(paths);
-    return put(out, result, size, paths);
-}
-
-Fault transform(int direction, const Paths& paths, const FileKey& key, WorkProgress* progress) {
-    const File in(fopen(paths.source.c_str(), "rbe"));
-    if (in == nullptr) return fileFault(paths.source, errno);
-    File out(fopen(paths.target.c_str(), "wbe"));
-    if (out == nullptr) return fileFault(paths.target, errno);
-    const Cipher cipher(EVP_CIPHER_CTX_new());
-    if (cipher == nullptr ||
-        EVP_CipherInit_ex(cipher.get(), EVP_aes_256_cbc(), nullptr, key.key, key.iv, direction) != 1)
-        return fileFault(paths.source, ENOMEM);
-    if (Fault fault = run(cipher.get(), in.get(), out.get(), paths, progress)) return fault;
-    return fclose(out.release()) == 0 ? Fault() : fileFault(paths.target, errno);
+    if (EVP_DecryptFinal_ex(cipher, plain.data(), &size) != 1) return cipherFault(paths);
+    return put(out, plain, size, paths);
 }
 
 }  // namespace
@@ -79,12 +58,24 @@ Fault readSecret(const std::string& path, int64_t offset, FileKey* key) {
     return {};
 }
 
-Fault encryptFileTo(const std::string& source, const std::string& target, const FileKey& key,
-                    WorkProgress* progress) {
-    return transform(kEncrypt, {source, target}, key, progress);
+Cipher encryptionWith(const FileKey& key) {
+    Cipher cipher(EVP_CIPHER_CTX_new());
+    if (cipher != nullptr &&
+        EVP_EncryptInit_ex(cipher.get(), EVP_aes_256_cbc(), nullptr, key.key, key.iv) != 1)
+        cipher.reset();
+    return cipher;
 }
 
 Fault decryptFileTo(const std::string& source, const std::string& target, const FileKey& key,
                     WorkProgress* progress) {
-    return transform(kDecrypt, {source, target}, key, progress);
+    const File in(fopen(source.c_str(), "rbe"));
+    if (in == nullptr) return fileFault(source, errno);
+    File out(fopen(target.c_str(), "wbe"));
+    if (out == nullptr) return fileFault(target, errno);
+    const Cipher cipher(EVP_CIPHER_CTX_new());
+    if (cipher == nullptr ||
+        EVP_DecryptInit_ex(cipher.get(), EVP_aes_256_cbc(), nullptr, key.key, key.iv) != 1)
+        return fileFault(source, ENOMEM);
+    if (Fault fault = decrypt(cipher.get(), in.get(), out.get(), {source, target}, progress)) return fault;
+    return fclose(out.release()) == 0 ? Fault() : fileFault(target, errno);
 }

@@ -5,10 +5,14 @@
 
 #include "fault.h"
 #include "file_key.h"
+#include "handles.h"
 #include "work_progress.h"
 
 #include <cstdint>
+#include <openssl/evp.h>
 #include <string>
+
+using Cipher = Handle<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 /// Bytes of a secret in a key file: 32 of key, then 16 of IV.
 constexpr size_t kSecretSize = 48;
@@ -17,11 +21,11 @@ constexpr size_t kSecretSize = 48;
 /// \return EINVAL if the file ends too early.
 Fault readSecret(const std::string& path, int64_t offset, FileKey* key);
 
-/// Makes or truncates the file at `target`, and writes the file at `source` to it encrypted.
-Fault encryptFileTo(const std::string& source, const std::string& target, const FileKey& key,
-                    WorkProgress* progress);
+/// \return a cipher that encrypts; null without memory.
+Cipher encryptionWith(const FileKey& key);
 
-/// The reverse. A wrong key shows in the padding only, and not always.
+/// Makes or truncates the file at `target`, and writes the file at `source` to it decrypted. A wrong key shows in the
+/// padding only, and not always.
 /// \return EBADMSG for bytes that another key encrypted, or that are not whole.
 Fault decryptFileTo(const std::string& source, const std::string& target, const FileKey& key,
                     WorkProgress* progress);

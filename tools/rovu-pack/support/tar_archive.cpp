@@ -19,6 +19,7 @@ namespace {
 constexpr size_t kChunk = 262144;
 constexpr size_t kReadBlock = 65536;
 constexpr int kTarBlock = 10240;  // bytes to a multiple of which a tar is filled up, as tar itself does
+constexpr int kWriteBlock = 25 * kTarBlock;
 constexpr mode_t kPlainMode = 0644;
 constexpr mode_t kExecutableMode = 0755;
 
@@ -44,9 +45,25 @@ Fault openRegular(const std::string& path, File* file, uint64_t* size) {
     return {};
 }
 
-Fault writeHeader(archive* tar, const std::string& path, const TarInput& input, uint64_t size, time_t mtime) {
+// Where a tar goes, and the first fault there: libarchive knows only that there was one.
+struct TarOutput {
+    const ByteSink& sink;
+    Fault fault;
+};
+
+la_ssize_t writeBlock(archive* /*tar*/, void* data, const void* bytes, size_t size) {
+    auto* output = static_cast<TarOutput*>(data);
+    output->fault = output->sink(static_cast<const char*>(bytes), size);
+    return output->fault ? -1 : static_cast<la_ssize_t>(size);
+}
+
+Fault outputFault(archive* tar, const TarOutput& output) {
+    return output.fault ? output.fault : archiveFault("tar", tar);
+}
+
+Fault writeHeader(archive* tar, const TarInput& input, uint64_t size, time_t mtime) {
     const Entry entry(archive_entry_new());
-    if (entry == nullptr) return fileFault(path, ENOMEM);
+    if (entry == nullptr) return fileFault(input.source, ENOMEM);
     archive_entry_set_pathname(entry.get(), input.member.c_str());
     archive_entry_set_filetype(entry.get(), AE_IFREG);
     archive_entry_set_perm(entry.get(), input.executable ? kExecutableMode : kPlainMode);
@@ -55,22 +72,22 @@ Fault writeHeader(archive* tar, const std::string& path, const TarInput& input, 
     archive_entry_set_uid(entry.get(), 0);
     archive_entry_set_gid(entry.get(), 0);
     if (archive_write_header(tar, entry.get()) == ARCHIVE_OK) return {};
-    return archiveFault(path, tar);
+    return archiveFault(input.source, tar);
 }
 
-Fault writeMember(archive* tar, const std::string& path, const TarInput& input, time_t mtime,
-                  WorkProgress* progress) {
+Fault writeMember(archive* tar, const TarOutput& output, const TarInput& input, time_t mtime,
+                  const InputSink& read) {
     File file;
     uint64_t left = 0;
     if (Fault fault = openRegular(input.source, &file, &left)) return fault;
-    if (Fault fault = writeHeader(tar, path, input, left, mtime)) return fault;
+    if (Fault fault = writeHeader(tar, input, left, mtime)) return output.fault ? output.fault : fault;
     std::vector<char> chunk(kChunk);
     while (const size_t got = fread(chunk.data(), 1, chunk.size(), file.get())) {
         if (got > left) break;  // it has grown since the header was written
         if (archive_write_data(tar, chunk.data(), got) != static_cast<la_ssize_t>(got))
-            return archiveFault(path, tar);
+            return outputFault(tar, output);
         left -= got;
-        reportWork(progress, got);
+        read(input, chunk.data(), got);
     }
     if (ferror(file.get()) != 0) return fileFault(input.source, errno);
     if (left == 0 && feof(file.get()) != 0) return {};
@@ -138,20 +155,21 @@ Fault digestMember(const std::string& path, archive* tar, WorkProgress* progress
 
 }  // namespace
 
-Fault writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_t mtime,
-               WorkProgress* progress) {
+Fault writeTar(const std::vector<TarInput>& inputs, time_t mtime, const ByteSink& sink,
+               const InputSink& read) {
     const Writer tar(archive_write_new());
-    if (tar == nullptr) return fileFault(path, ENOMEM);
+    if (tar == nullptr) return {ENOMEM, "no memory for a tar"};
     archive_write_set_format_ustar(tar.get());
     archive_write_add_filter_none(tar.get());
-    archive_write_set_bytes_per_block(tar.get(), kTarBlock);
+    archive_write_set_bytes_per_block(tar.get(), kWriteBlock);
     archive_write_set_bytes_in_last_block(tar.get(), kTarBlock);
-    if (archive_write_open_filename(tar.get(), path.c_str()) != ARCHIVE_OK)
-        return archiveFault(path, tar.get());
+    TarOutput output = {sink, {}};
+    if (archive_write_open(tar.get(), &output, nullptr, writeBlock, nullptr) != ARCHIVE_OK)
+        return outputFault(tar.get(), output);
     for (const TarInput& input : inputs) {
-        if (Fault fault = writeMember(tar.get(), path, input, mtime, progress)) return fault;
+        if (Fault fault = writeMember(tar.get(), output, input, mtime, read)) return fault;
     }
-    return archive_write_close(tar.get()) == ARCHIVE_OK ? Fault() : archiveFault(path, tar.get());
+    return archive_write_close(tar.get()) == ARCHIVE_OK ? Fault() : outputFault(tar.get(), output);
 }
 
 Fault listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,10 +18,16 @@ struct TarInput {
     bool executable;     // mode 0755 instead of 0644; the local file's mode is not looked at
 };
 
-/// Makes or truncates the tar at `path`, with the members in the order given. Nothing of the local files but
+/// Takes bytes in their order.
+using ByteSink = std::function<Fault(const char* bytes, size_t size)>;
+
+/// Takes the bytes of one of the local files.
+using InputSink = std::function<void(const TarInput& input, const char* bytes, size_t size)>;
+
+/// Makes a tar with the members in the order given, and passes it to `tar` in pieces. Nothing of the local files but
 /// their bytes gets in: owner and group are 0 and have no names, and every time is `mtime`.
-Fault writeTar(const std::string& path, const std::vector<TarInput>& inputs, time_t mtime,
-               WorkProgress* progress);
+/// \param read is called with the local files' bytes as they are read.
+Fault writeTar(const std::vector<TarInput>& inputs, time_t mtime, const ByteSink& tar, const InputSink& read);
 
 struct TarMember {
     enum Type { eFile, eDirectory, eSymbolicLink, eHardLink, eOther };
