@@ -206,6 +206,9 @@ TEST_F(Volumes, DigestMustHave32CharactersAndIsComparedCaseAndAll) {
     for (char& c : upper)
         c = static_cast<char>(toupper(c));
     EXPECT_EQ(make("k1", kImage, upper), EBADF);
+    std::string otherEnd = md5;
+    otherEnd.back() = md5.back() == '0' ? '1' : '0';
+    EXPECT_EQ(make("k1", kImage, otherEnd), EBADF);
 }
 
 TEST_F(Volumes, SourceAndDigestMayBeLeftOut) {

@@ -3,6 +3,7 @@
 
 #include "file_decryption.h"
 #include "spec_signature.h"
+#include "support/crypto.h"
 #include "support/program.h"
 #include "support/scratch.h"
 
@@ -57,8 +58,32 @@ protected:
                                    spec.size() - length - 2);
     }
 
+    // What the spec says of a tar must be true of the bytes that the device downloads.
+    void expectSpecDescribes(const std::string& tar, const std::string& hash, const std::string& size) const {
+        const std::string spec = content("out/update.lua"), bytes = content("out/" + tar);
+        EXPECT_NE(spec.find(" " + hash + " = '" + sha256Hex(bytes) + "'"), std::string::npos) << spec;
+        EXPECT_NE(spec.find(" " + size + " = " + std::to_string(bytes.size()) + ","), std::string::npos)
+            << spec;
+    }
+
     const ScratchDir scratch;
 };
+
+TEST_F(PackBuild, SpecHasTheDigestsOfTheFilesAsTheyAreDownloaded) {
+    ASSERT_EQ(run("secret preshared"), 0);
+    const struct {
+        const char *offset, *options;
+    } rows[] = {{"", "--out out"}, {"encr_key_offset = 0,", "--out out --secrets preshared"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.options);
+        ASSERT_EQ(build(manifest(std::string(row.offset) + kImage), row.options), 0);
+        expectSpecDescribes("kernel.tar", "hash", "dlsize");
+        expectSpecDescribes("scripts.tar", "script_hash", "script_dlsize");
+        const std::string image = md5Hex(content("parts/k.img"));
+        EXPECT_NE(content("out/update.lua").find(" image_md5 = '" + image + "'"), std::string::npos);
+        fs::remove_all(path("out"));
+    }
+}
 
 TEST_F(PackBuild, SameInputGivesTheSameBytesAnywhereAtAnyTime) {
     ASSERT_EQ(build(manifest(kImage)), 0);

@@ -4,8 +4,25 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <fcntl.h>
+#include <filesystem>
 
 Interposed interposed;
+
+namespace {
+
+void trace(const std::string& call) {
+    if (interposed.tracesFiles) interposed.fileCalls.push_back(call);
+}
+
+void traceDescriptor(const std::string& call, int fd) {
+    if (!interposed.tracesFiles) return;
+    std::error_code noLink;
+    const std::string path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), noLink);
+    trace(call + " " + path);
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -13,6 +30,7 @@ void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 FILE* __real_popen(const char* command, const char* mode);
 int __real_rename(const char* from, const char* to);
+int __real_fsync(int fd);
 int __real_close(int fd);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __real_write(int fd, const void* data, size_t size);
@@ -35,9 +53,15 @@ FILE* __wrap_popen(const char* command, const char* mode) {
 }
 
 int __wrap_rename(const char* from, const char* to) {
+    trace("rename "s + from + " " + to);
     if (interposed.refusedRename == 0 || --interposed.refusedRename != 0) return __real_rename(from, to);
     errno = EIO;
     return -1;
+}
+
+int __wrap_fsync(int fd) {
+    traceDescriptor("fsync", fd);
+    return __real_fsync(fd);
 }
 
 int __wrap_close(int fd) {
@@ -53,6 +77,7 @@ ssize_t __wrap_read(int fd, void* buffer, size_t size) {
 }
 
 ssize_t __wrap_write(int fd, const void* data, size_t size) {
+    traceDescriptor((fcntl(fd, F_GETFL) & O_DSYNC) != 0 ? "write-through" : "write", fd);
     if (interposed.interruptions == 0) return __real_write(fd, data, std::min(size, interposed.mostBytes));
     errno = EINTR;
     return interposed.interruptions-- == 0 ? 0 : -1;

@@ -42,6 +42,17 @@ struct RefChecksums : testing::Test {
         return std::regex_replace(log.messages(), std::regex(dir.path + "/|UBI: "), "");
     }
 
+    // The traced calls since the last time, where "." is the directory.
+    std::vector<std::string> fileCalls() const {
+        std::vector<std::string> traced;
+        traced.swap(interposed.fileCalls);
+        for (std::string& call : traced) {
+            call = std::regex_replace(call, std::regex(dir.path + "/"), "");
+            call = std::regex_replace(call, std::regex(dir.path), ".");
+        }
+        return traced;
+    }
+
     const ScratchDir dir;
     const Interposition calls;
 };
@@ -192,4 +203,28 @@ TEST_F(RefChecksums, AFailedRenameIsUndoneWithAllBeforeIt) {
             EXPECT_EQ(messages(log), "Failed to rename "s + kMessages[failing - 1] + "\n");
         }
     }
+}
+
+// A power cut between any two of these calls leaves a whole record, and the boot loader's variable, which is written
+// next, cannot reach the flash before them.
+TEST_F(RefChecksums, NewBytesAreOnDiskBeforeANameMovesAndNamesAfter) {
+    using Calls = std::vector<std::string>;
+    Calls traced = {"write-through 1.new", "fsync 1.new",    "write-through 2.new",
+                    "fsync 2.new",         "rename 1 1.bak", "rename 2 2.bak",
+                    "rename 1.new 1",      "rename 2.new 2", "fsync ."};
+    arrange({{"1", "a"}, {"2", "b"}});
+    interposed.tracesFiles = true;
+    EXPECT_EQ(update(kTwo), 0);
+    EXPECT_EQ(fileCalls(), traced);
+    EXPECT_EQ(restore(), 0);
+    EXPECT_EQ(fileCalls(), (Calls{"rename 1.bak 1", "rename 2.bak 2", "fsync ."}));
+    // The names that a failed rename has put back.
+    interposed.refusedRename = 3;
+    EXPECT_EQ(update(kTwo), EIO);
+    EXPECT_EQ(fileCalls().back(), "fsync .");
+    // Each folder, if there are two.
+    fs::create_directory(path("b"));
+    EXPECT_EQ(updateRefFiles(kOne, path("1"), path("b/2")), 0);
+    traced = fileCalls();
+    EXPECT_EQ(Calls(traced.end() - 2, traced.end()), (Calls{"fsync .", "fsync b"}));
 }
