@@ -5,7 +5,7 @@ _rovu_pack() {
     local command=${COMP_WORDS[1]} options=
     COMPREPLY=()
     if [[ $COMP_CWORD -eq 1 ]]; then
-        mapfile -t COMPREPLY < <(compgen -W 'keygen secret build sign check --help --version' -- "$current")
+        mapfile -t COMPREPLY < <(compgen -W 'keygen secret build sign check inspect --help --version' -- "$current")
         return
     fi
     # bash makes three words of "--option=value".
@@ -33,6 +33,7 @@ _rovu_pack() {
     case $command in
     build) options='--out --key --base-url --secrets --help' ;;
     sign) options='--key --help' ;;
+    inspect) options='--pub --json --help' ;;
     check)
         options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --strict --json --help'
         ;;

@@ -15,6 +15,7 @@ struct Options {
     BuildOptions build;
     SignOptions sign;
     CheckCommandOptions check;
+    InspectOptions inspect;
 };
 
 // An empty value is most often a variable that is not set, and must not count as an option that is not there.
@@ -105,6 +106,21 @@ CLI::App* addCheck(CLI::App* app, CheckCommandOptions* options) {
     return command;
 }
 
+CLI::App* addInspect(CLI::App* app, InspectOptions* options) {
+    CLI::App* command =
+        app->add_subcommand("inspect", "Say what a file is, and what is in the update if it is a spec");
+    command->add_option("SPEC", options->spec, "The spec's file, signed or not")
+        ->required()
+        ->type_name("FILE");
+    command
+        ->add_option("--pub", options->publicKeys, "Public key that may have signed it; again for each key")
+        ->type_name("PEM")
+        ->check(refuseEmpty)
+        ->allow_extra_args(false);
+    command->add_flag("--json", options->json, "Print everything as JSON");
+    return command;
+}
+
 }  // namespace
 
 int runCommandLine(int argc, char** argv) {
@@ -118,6 +134,7 @@ int runCommandLine(int argc, char** argv) {
     const CLI::App* build = addBuild(&app, &options.build);
     const CLI::App* sign = addSign(&app, &options.sign);
     addCheck(&app, &options.check);
+    const CLI::App* inspect = addInspect(&app, &options.inspect);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& usage) {
@@ -127,5 +144,6 @@ int runCommandLine(int argc, char** argv) {
     if (secret->parsed()) return runSecret(options.keyFile);
     if (build->parsed()) return runBuild(options.build);
     if (sign->parsed()) return runSign(options.sign);
+    if (inspect->parsed()) return runInspect(options.inspect);
     return runCheck(options.check);
 }

@@ -27,6 +27,12 @@ struct CheckCommandOptions {
     bool json = false;
 };
 
+struct InspectOptions {
+    std::string spec;                     ///< file of any kind
+    std::vector<std::string> publicKeys;  ///< of which one may have signed it
+    bool json = false;
+};
+
 /// Prints "rovu-pack COMMAND: MESSAGE" to stderr.
 /// \return kExitTrouble.
 inline int reportFault(const char* command, const Fault& fault) {
@@ -45,6 +51,9 @@ int runBuild(const BuildOptions& options);
 
 /// Signs a spec in place; replaces an old signature.
 int runSign(const SignOptions& options);
+
+/// Prints what a file is, and what is in the update if it is a spec.
+int runInspect(const InspectOptions& options);
 
 /// Prints what devices will do with a spec, and what its owner will regret.
 int runCheck(CheckCommandOptions options);

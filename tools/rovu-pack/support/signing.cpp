@@ -98,6 +98,18 @@ std::string publicPemOf(const SigningKey& key) {
     return contentOf(memory.get());
 }
 
+Fault readFingerprint(const std::string& path, std::string* hex) {
+    const File file(fopen(path.c_str(), "re"));
+    if (file == nullptr) return fileFault(path, errno);
+    const SigningKey key(PEM_read_PUBKEY(file.get(), nullptr, nullptr, nullptr));
+    unsigned char* der = nullptr;
+    const int size = key == nullptr ? -1 : i2d_PUBKEY(key.get(), &der);
+    if (size < 0) return cryptoFault(path + ": no public key in PEM", EINVAL);
+    *hex = hexSha256(std::string(der, der + size));
+    OPENSSL_free(der);
+    return {};
+}
+
 Fault signText(const std::string& text, const SigningKey& key, std::string* spec) {
     const DigestContext context(EVP_MD_CTX_new());
     unsigned char signature[kSignatureSize];

@@ -25,6 +25,10 @@ Fault readSigningKey(const std::string& path, SigningKey* key);
 /// \return the public half, as the device's key file holds it; empty if libcrypto fails.
 std::string publicPemOf(const SigningKey& key);
 
+/// Reads the public key (PEM, SubjectPublicKeyInfo) in the file at `path`.
+/// \param hex receives the SHA-256 digest of its DER encoding, in lower-case hex digits.
+Fault readFingerprint(const std::string& path, std::string* hex);
+
 /// Signs `text`. All of its comments must end before its last line feed.
 /// \param spec receives text, marker and signature.
 Fault signText(const std::string& text, const SigningKey& key, std::string* spec);

@@ -1,0 +1,127 @@
+#include "inspection.h"
+
+#include "files.h"
+#include "handles.h"
+#include "signing.h"
+#include "spec_signature.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+namespace {
+
+constexpr size_t kMostBytes = 65536;  // of a file that may be a spec, with room for one that is too large
+constexpr size_t kTarMagicPlace = 257;
+
+struct Magic {
+    size_t place;
+    std::string bytes;
+    const char* meaning;
+};
+
+const Magic kMagics[] = {
+    {kTarMagicPlace, "ustar", "a tar"},
+    {0, "-----BEGIN", "a key or certificate in PEM"},
+    {0,
+     "\x7f"
+     "ELF",
+     "a program"},
+    {0, "#!", "a script"},
+    {0, "<", "a page of HTML or XML"},
+    {0, "\x1f\x8b", "a file compressed with gzip"},
+    {0,
+     "\xfd"
+     "7zXZ",
+     "a file compressed with xz"},
+    {0, "hsqs", "a squashfs image"},
+    {0, "UBI#", "a UBI image"},
+    {0, "\x27\x05\x19\x56", "a uImage"},
+    {0, "\xd0\x0d\xfe\xed", "a device tree or FIT image"},
+};
+
+std::string meaningOf(const SpecFile& file) {
+    if (file.bytes.empty()) return "an empty file";
+    for (const Magic& magic : kMagics) {
+        if (file.bytes.compare(std::min(magic.place, file.bytes.size()), magic.bytes.size(), magic.bytes) ==
+            0)
+            return magic.meaning;
+    }
+    if (file.bytes.size() > kMostBytes) return "a file that is too large for one";
+    LuaValue value;
+    const Fault fault = evaluateLua(file.path, file.text, &value);
+    return fault ? "text that is no table: " + fault.message() : "text that is no table";
+}
+
+Fault readStart(const std::string& path, std::string* bytes) {
+    const File file(fopen(path.c_str(), "rbe"));
+    if (file == nullptr) return fileFault(path, errno);
+    std::string start(kMostBytes + 1, '\0');
+    start.resize(fread(start.data(), 1, start.size(), file.get()));
+    if (ferror(file.get()) != 0) return fileFault(path, errno);
+    bytes->swap(start);
+    return {};
+}
+
+// What `build` computes is not in a manifest.
+bool isManifest(const SpecView& view) {
+    const auto isLocal = [](const ImageView& image) {
+        return !image.hasText("hash") && !image.hasText("url");
+    };
+    return (!view.images.empty() && std::all_of(view.images.begin(), view.images.end(), isLocal)) ||
+           (view.hasRealScript() && !view.hasText("script_url"));
+}
+
+Fault findSigner(const std::vector<std::string>& publicKeys, Inspection* inspection) {
+    const SpecFile& file = inspection->file;
+    if (!file.hasMarker) return {};
+    inspection->signature = publicKeys.empty() ? Inspection::eNotVerified : Inspection::eOtherKey;
+    for (const std::string& key : publicKeys) {
+        std::string fingerprint;
+        if (Fault fault = readFingerprint(key, &fingerprint)) return fault;
+        if (verifySpecSignature(key.c_str(), file.text.data(), file.text.size(), file.signature.data(),
+                                file.signature.size()) != 0)
+            continue;
+        inspection->signature = Inspection::eVerified;
+        inspection->key = key;
+        inspection->fingerprint = fingerprint;
+    }
+    return {};
+}
+
+}  // namespace
+
+Fault inspectFile(const std::string& path, const std::vector<std::string>& publicKeys,
+                  Inspection* inspection) {
+    SpecFile& file = inspection->file;
+    file.path = path;
+    if (Fault fault = readStart(path, &file.bytes)) return fault;
+    if (file.bytes.size() <= kMostBytes) {
+        if (Fault fault = loadSpecFile(path, &file)) return fault;
+    }
+    if (!file.hasTable) {
+        inspection->foreign = meaningOf(file);
+        return {};
+    }
+    inspection->kind = isManifest(viewOf(file)) ? Inspection::eManifest : Inspection::eSpec;
+    return findSigner(publicKeys, inspection);
+}
+
+bool isSuspect(const Inspection& inspection) {
+    return inspection.kind != Inspection::eSpec || inspection.signature == Inspection::eOtherKey;
+}
+
+std::string dependenciesInWords(const ImageView& image) {
+    const LuaValue* list = findField(image.table, "dep");
+    std::string words;
+    if (list == nullptr) return words;
+    for (const LuaValue& entry : list->items) {
+        if (entry.items.size() != 3) continue;  // the device skips it too
+        std::string kind = textOfValue(entry.items[0]);
+        const bool negated = !kind.empty() && kind.front() == '!';
+        if (negated) kind.erase(0, 1);
+        words += std::string(words.empty() ? "" : ", ") + (negated ? "not " : "") + kind + " " +
+                 textOfValue(entry.items[1]) + " to " + textOfValue(entry.items[2]);
+    }
+    return words;
+}
