@@ -24,6 +24,7 @@ struct Draft {
     bool knowsKey = true;
     bool hasFiles = true;
     bool hasSecrets = false;
+    Strings devices;  // kinds, as --device takes them
 };
 
 using Edit = std::function<void(Draft*)>;
@@ -66,6 +67,10 @@ Edit shell(const std::string& script) {
     return [=](Draft* draft) { draft->script = script; };
 }
 
+Edit device(const std::string& inactive) {
+    return [=](Draft* draft) { draft->devices = {"model=RV-20,kernel=4.0,rootfs=3.0," + inactive}; };
+}
+
 const Edit kEncrypted = [](Draft* draft) { draft->update.fileKey = sampleFileKey(); };
 const Edit kPlain = [](Draft* draft) { draft->update.fileKey.clear(); };
 const Edit kUnsigned = [](Draft* draft) { draft->isUnsigned = true; };
@@ -76,7 +81,7 @@ const Edit kWithSecrets = [](Draft* draft) { draft->hasSecrets = true; };
 Draft goodDraft() {
     Draft draft;
     Update& update = draft.update;
-    update.fields = {{"version", "1"}, {"hardware", "'RV-20'"}};
+    update.fields = {{"version", "1"}, {"hardware", "'RV-20'"}, {"clone_overlay", "1"}};
     update.steps = {"before", "kernel", "between", "rootfs"};
     update.scripts = {{"before", "true\n"}, {"between", "true\n"}};
     update.images["kernel"] = {
@@ -108,6 +113,8 @@ struct Sample {
         options.signatureUse.isUnsigned = draft.isUnsigned;
         if (draft.knowsKey && !draft.isUnsigned) options.signatureUse.publicKey = at + "/key.pem";
         if (draft.hasFiles) options.files.folder = at + "/files";
+        for (const std::string& kind : draft.devices)
+            EXPECT_FALSE(parseDeviceKind(kind, &options.devices.emplace_back()));
         if (draft.hasSecrets) options.files.secrets = at + "/preshared";
     }
 
@@ -179,6 +186,12 @@ const FindingRow kFindingRows[] = {
     {eNoMandatoryImage, {steps({"before"})}, {steps({"before", "exit_success"})}},
     {eBehindExitSuccess, {steps({"exit_success", "kernel"})}, {steps({"kernel", "exit_success"})}},
     {eNoSwitch, {steps({"kernel", "exit_success"})}, {steps({"exit_success", "kernel"})}},
+    {eStaleVolume, {steps({"kernel"})}, {}},
+    {eStaleData, {field("clone_overlay", "0")}, {}},
+    {eBootsRefusedPair,
+     {steps({"rootfs"}), rootfs("dep", "{{'kernel','4','9'}}"), device("inactive-kernel=3.9")},
+     {steps({"rootfs"}), rootfs("dep", "{{'kernel','4','9'}}"), device("inactive-kernel=4")}},
+    {eBootsBlank, {steps({"rootfs"}), device("inactive-kernel=blank")}, {device("inactive-kernel=blank")}},
     {eDepNotTable, {kernel("dep", "{'rootfs','1','9'}")}, {kernel("dep", "{{'rootfs','1','9'}}")}},
     {eDepWrongKind, {kernel("dep", "{{'!kernel','8','9'}}")}, {kernel("dep", "{{'!rootfs','8','9'}}")}},
     {eDepUnsatisfiable,

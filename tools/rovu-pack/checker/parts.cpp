@@ -50,13 +50,9 @@ void checkKeyUse(const SpecView& spec, Findings* findings) {
 
 // What is hidden after a gap, or has an unknown word for its update, has a finding of its own.
 bool flashesNothing(const SpecView& spec) {
-    const std::vector<LuaField>& fields = spec.file.table.fields;
-    const bool hides = std::any_of(fields.begin(), fields.end(), [](const LuaField& field) {
-        return field.name[0] == '[' &&
-               (field.value.kind == LuaValue::eTable || field.value.text == kExitSuccess);
-    });
-    return !hides && std::all_of(spec.images.begin(), spec.images.end(),
-                                 [](const ImageView& image) { return image.text("update") == "optional"; });
+    return !spec.hidesParts() &&
+           std::all_of(spec.images.begin(), spec.images.end(),
+                       [](const ImageView& image) { return image.text("update") == "optional"; });
 }
 
 }  // namespace

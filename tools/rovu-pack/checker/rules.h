@@ -23,3 +23,7 @@ Findings checkDependencies(const SpecView& spec);
 
 /// The list as a whole: what is flashed, and how the run ends.
 Findings checkParts(const SpecView& spec);
+
+/// Volumes of the set that boots which the update, on some device, does not write. Nothing if every device
+/// refuses the spec, or stays on its set.
+Findings checkBootSet(const SpecView& spec);

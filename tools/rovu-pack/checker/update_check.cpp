@@ -25,7 +25,7 @@ Fault requireInputs(const CheckOptions& options) {
 
 Findings applyRules(const SpecView& spec) {
     Findings findings;
-    for (const auto rule : {checkKeys, checkValues, checkNames, checkDependencies, checkParts})
+    for (const auto rule : {checkKeys, checkValues, checkNames, checkDependencies, checkParts, checkBootSet})
         findings.append(rule(spec));
     return findings;
 }
@@ -42,6 +42,10 @@ Fault gatherTars(const SpecView& spec, const FileOptions& options, ServedFiles* 
 Fault checkUpdate(const CheckOptions& options, CheckResult* result) {
     if (Fault fault = requireInputs(options)) return fault;
     if (Fault fault = loadSpecFile(options.spec, &result->spec)) return fault;
+    return checkLoadedSpec(options, result);
+}
+
+Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
     const DeviceVerdict verdict = judge(result->spec, options.signatureUse);
     Findings* findings = &result->findings;
     findings->append(verdict.findings);
@@ -58,6 +62,7 @@ Fault checkUpdate(const CheckOptions& options, CheckResult* result) {
     }
     result->fleet = planFleet(spec, verdict.refusedIn, options.devices, files.tars);
     if (verdict.refusedIn == eStateInvalid) findings->append(reportRefusals(spec, result->fleet));
+    findings->append(reportBoots(spec, result->fleet));
     findings->sort();
     return {};
 }

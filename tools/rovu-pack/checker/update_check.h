@@ -24,3 +24,6 @@ struct CheckResult {
 /// Faults of the update are findings in `*result`.
 /// \return a fault if a file of the options cannot be read.
 Fault checkUpdate(const CheckOptions& options, CheckResult* result);
+
+/// The same for the spec that `result->spec` already holds.
+Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result);

@@ -19,6 +19,7 @@ Fault gatherDevices(CheckCommandOptions* options) {
 
 void print(const CheckResult& result) {
     printFindings(result.findings, stdout);
+    printCounts(result.findings, stdout);
     if (result.fleet.size() == 1) {
         printPlan(result.fleet.front(), stdout);
     } else if (!result.fleet.empty()) {

@@ -88,7 +88,9 @@ void addDeviceOptions(CLI::App* command, CheckCommandOptions* options) {
     rootfs->type_name("VERSION")->needs(model);
     command
         ->add_option("--device", options->devices,
-                     "model=...,kernel=...,rootfs=...; again for each kind of device")
+                     "model=...,kernel=...,rootfs=...; again for each kind of device.\n"
+                     "Also inactive-kernel=..., inactive-rootfs=..., or inactive=blank: what the\n"
+                     "inactive set holds")
         ->type_name("KIND")
         ->allow_extra_args(false);
 }

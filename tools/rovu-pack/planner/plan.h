@@ -7,15 +7,27 @@
 
 #include "device_verdict.h"
 #include "progress.h"
+#include "spec_view.h"
 
 #include <string>
 #include <vector>
 
+/// In place of a version: the volume holds nothing that boots.
+constexpr char kBlank[] = "blank";
+
+/// What the volumes of the inactive set hold before the update. Empty: not known.
+struct InactiveSet {
+    std::string kernel;  // release or version; kBlank
+    std::string rootfs;  // version; kBlank
+    std::string data;    // kBlank
+};
+
 /// A device, as far as it decides what an update does there.
 struct DeviceKind {
     std::string model;
-    std::string kernel;  // release of the running kernel, or its version
-    std::string rootfs;  // version of the installed root file system
+    std::string kernel;         // release of the running kernel, or its version
+    std::string rootfs;         // version of the installed root file system
+    InactiveSet inactive = {};  // decides nothing, but part of it may boot afterwards
 };
 
 struct ImageChoice {
@@ -48,12 +60,23 @@ struct PlanStep {
     std::vector<std::string> words;  // as the shell gives them to the command
 };
 
+/// A volume of the set that boots after the update.
+struct BootVolume {
+    enum Content { eNew, eCopied, eEarlier };
+    std::string volume;  // "k1_root"
+    std::string kind;    // "kernel", "rootfs" or "data"
+    Content content;
+    std::string version;    // as the spec or the device kind gives it; kBlank; empty: not known, or data
+    std::string refusedBy;  // kind of the new image whose dependencies refuse `version`; empty: none does
+};
+
 struct Plan {
     uint32_t activeSet;
     bool switches;                     // the device boots the other set afterwards
     std::vector<PlanStage> stages;     // in the order in which they are entered
     std::vector<PlanStep> steps;       // all commands, in order
     std::vector<std::string> volumes;  // that are written, in order
+    std::vector<BootVolume> boots;     // kernel, rootfs and data; none if the device stays on its set
 };
 
 /// Lets the device's code choose.
@@ -63,5 +86,12 @@ Selection selectOn(const SpecFile& spec, UpdateState refusedIn, const DeviceKind
 /// \param selection its record is only read. What the device alone knows stands in braces in the commands:
 ///        "{id of k1}", "{size of k0_data}".
 Plan planRun(const Selection& selection, uint32_t activeSet);
+
+/// \param plan without its `boots`, which is the result.
+std::vector<BootVolume> bootVolumes(const SpecView& spec, const Selection& selection,
+                                    const InactiveSet& inactive, const Plan& plan);
+
+/// "new", "copied" or "earlier": unchanged since an earlier update.
+const char* contentText(BootVolume::Content content);
 
 const char* outcomeText(ImageChoice::Outcome outcome);

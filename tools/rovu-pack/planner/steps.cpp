@@ -183,7 +183,7 @@ private:
 }  // namespace
 
 Plan planRun(const Selection& selection, uint32_t activeSet) {
-    Plan plan = {activeSet, false, {}, {}, {}};
+    Plan plan = {activeSet, false, {}, {}, {}, {}};
     Sequence(&plan, selection).walk();
     return plan;
 }

@@ -33,6 +33,9 @@ void printFindings(const Findings& findings, FILE* out) {
                 placeText(finding.place).c_str());
         fprintf(out, "         %s\n         %s\n", onOneLine(finding.why).c_str(), finding.advice.c_str());
     }
+}
+
+void printCounts(const Findings& findings, FILE* out) {
     fprintf(out, "%s, %s, %s\n", countText(findings.count(eError), "error").c_str(),
             countText(findings.count(eWarning), "warning").c_str(),
             countText(findings.count(eNote), "note").c_str());

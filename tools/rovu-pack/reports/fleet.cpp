@@ -1,4 +1,5 @@
-// A fleet as a table: every column as wide as its widest cell.
+// A fleet as two tables, which fit a terminal of 80 columns with usual names and versions: what each kind of device
+// boots afterwards, and what the update takes there.
 
 #include "reports.h"
 
@@ -8,7 +9,9 @@ namespace {
 
 using Cells = std::vector<std::string>;
 
-constexpr size_t kLongestRefusal = 60;
+constexpr size_t kLineWidth = 79;
+constexpr size_t kShortestRefusal = 24;
+constexpr size_t kBootColumns = 3;
 
 std::string imagesText(const FleetRow& row) {
     std::string text;
@@ -19,58 +22,106 @@ std::string imagesText(const FleetRow& row) {
     return text.empty() ? "-" : text;
 }
 
-std::string statesText(const Plan& plan) {
-    std::string text;
-    size_t repeated = 1;
-    for (size_t i = 0; i < plan.stages.size(); ++i) {
-        const UpdateState state = plan.stages[i].state;
-        if (i + 1 < plan.stages.size() && plan.stages[i + 1].state == state) {
-            ++repeated;
-            continue;
-        }
-        if (state > eStateCheckingDependencies) {
-            text += (text.empty() ? "" : ", ") + std::string(stateName(state));
-            if (repeated > 1) text += " x" + std::to_string(repeated);
-        }
-        repeated = 1;
-    }
-    return text;
-}
-
 // A cell's worth of a refusal; the finding has all of it.
-std::string shortText(const std::string& refusal) {
+std::string cutText(const std::string& refusal, size_t room) {
     const std::string first = refusal.substr(0, refusal.find("; "));
-    return first.size() <= kLongestRefusal ? first : first.substr(0, kLongestRefusal - 3) + "...";
+    const size_t longest = std::max(room, kShortestRefusal);
+    return first.size() <= longest ? first : first.substr(0, longest - 3) + "...";
 }
 
-Cells cellsOf(const FleetRow& row) {
-    const bool sure = row.room.isKnown;
-    return {row.device.model,
-            row.device.kernel,
-            row.device.rootfs,
-            row.accepts() ? (row.plans[0].switches ? "switches" : "stays") : "refuses",
+std::string verdictText(const FleetRow& row) {
+    if (!row.accepts()) return "refuses";
+    if (!row.plans[0].switches) return "stays";
+    if (row.bootsRefusedPair()) return "MISMATCH";
+    return row.bootsBlank() ? "BLANK" : "switches";
+}
+
+// "2.1 new", "? earlier", "copied", "blank"
+std::string bootText(const BootVolume& volume) {
+    if (volume.version == kBlank) return kBlank;
+    const std::string content = contentText(volume.content);
+    if (volume.kind == "data") return content;
+    return (volume.version.empty() ? "?" : volume.version) + " " + content;
+}
+
+bool bootsEarlier(const FleetRow& row) {
+    const std::vector<BootVolume>& boots = row.plans[0].boots;
+    return std::any_of(boots.begin(), boots.end(), [](const BootVolume& volume) {
+        return volume.content == BootVolume::eEarlier && volume.version != kBlank;
+    });
+}
+
+Cells bootCells(const FleetRow& row) {
+    const DeviceKind& device = row.device;
+    Cells cells = {device.model, device.kernel, device.rootfs, verdictText(row)};
+    for (const BootVolume& volume : row.plans[0].boots)
+        cells.push_back(bootText(volume));
+    return cells;
+}
+
+Cells needCells(const FleetRow& row) {
+    const DeviceKind& device = row.device;
+    const char* more = row.room.isKnown ? "" : ">";
+    return {device.model,
+            device.kernel,
+            device.rootfs,
             imagesText(row),
-            (sure ? "" : ">") + std::to_string(row.room.download),
-            (sure ? "" : ">") + std::to_string(row.room.peak()),
-            row.accepts() ? statesText(row.plans[0]) : shortText(row.selection.refusal)};
+            more + std::to_string(row.room.download),
+            more + std::to_string(row.room.peak())};
+}
+
+struct Table {
+    std::vector<Cells> rows;  // the first is the head
+
+    // The last cell of a row needs no width, and may be longer than its column.
+    size_t widthOf(size_t column) const {
+        size_t width = 0;
+        for (const Cells& cells : rows)
+            width = std::max(width, column + 1 < cells.size() ? cells[column].size() : 0);
+        return width;
+    }
+
+    // Columns before that one, with the space after each.
+    size_t offsetOf(size_t column) const {
+        size_t offset = 0;
+        for (size_t i = 0; i < column; ++i)
+            offset += widthOf(i) + 2;
+        return offset;
+    }
+
+    void print(FILE* out) const {
+        fputc('\n', out);
+        for (const Cells& cells : rows) {
+            for (size_t i = 0; i < cells.size(); ++i) {
+                const bool isLast = i + 1 == cells.size();
+                fprintf(out, "%-*s%s", isLast ? 0 : static_cast<int>(widthOf(i)), cells[i].c_str(),
+                        isLast ? "\n" : "  ");
+            }
+        }
+    }
+};
+
+void printBoots(const std::vector<FleetRow>& fleet, FILE* out) {
+    Table table = {{{"MODEL", "KERNEL", "ROOTFS", "VERDICT", "NEXT KERNEL", "NEXT ROOTFS", "NEXT DATA"}}};
+    for (const FleetRow& row : fleet)
+        table.rows.push_back(bootCells(row));
+    // Why not takes the place of what boots.
+    const size_t offset = table.offsetOf(table.rows[0].size() - kBootColumns);
+    const size_t room = offset < kLineWidth ? kLineWidth - offset : 0;
+    for (size_t i = 0; i < fleet.size(); ++i) {
+        if (!fleet[i].accepts()) table.rows[i + 1].push_back(cutText(fleet[i].selection.refusal, room));
+    }
+    table.print(out);
+    if (std::any_of(fleet.begin(), fleet.end(), bootsEarlier))
+        fputs("earlier: left on the inactive set by an earlier update, not written by this one\n", out);
 }
 
 }  // namespace
 
 void printFleet(const std::vector<FleetRow>& fleet, FILE* out) {
-    std::vector<Cells> table = {
-        {"MODEL", "KERNEL", "ROOTFS", "VERDICT", "IMAGES", "DOWNLOAD", "ROOM", "STATES, OR WHY NOT"}};
+    printBoots(fleet, out);
+    Table needs = {{{"MODEL", "KERNEL", "ROOTFS", "IMAGES", "DOWNLOAD", "ROOM"}}};
     for (const FleetRow& row : fleet)
-        table.push_back(cellsOf(row));
-    std::vector<size_t> widths(table.front().size());
-    for (const Cells& cells : table) {
-        for (size_t i = 0; i + 1 < cells.size(); ++i)
-            widths[i] = std::max(widths[i], cells[i].size());
-    }
-    fputc('\n', out);
-    for (const Cells& cells : table) {
-        for (size_t i = 0; i < cells.size(); ++i)
-            fprintf(out, "%s%-*s", i == 0 ? "" : "  ", static_cast<int>(widths[i]), cells[i].c_str());
-        fputc('\n', out);
-    }
+        needs.rows.push_back(needCells(row));
+    needs.print(out);
 }

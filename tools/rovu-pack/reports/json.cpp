@@ -10,6 +10,10 @@ using Json = nlohmann::ordered_json;
 
 constexpr int kIndent = 2;
 
+Json textOrNull(const std::string& text) {
+    return text.empty() ? Json(nullptr) : Json(text);
+}
+
 Json lineOf(const FindingPlace& place) {
     return place.line == 0 ? Json(nullptr) : Json(place.line);
 }
@@ -18,7 +22,7 @@ Json findingJson(const Finding& finding) {
     return {{"code", findingCodeText(finding.code)},
             {"severity", severityText(finding.severity)},
             {"file", finding.place.file},
-            {"key", finding.place.key.empty() ? Json(nullptr) : Json(finding.place.key)},
+            {"key", textOrNull(finding.place.key)},
             {"line", lineOf(finding.place)},
             {"why", finding.why},
             {"advice", finding.advice}};
@@ -28,6 +32,14 @@ Json roomJson(const RoomNeed& room) {
     return {{"download_bytes", room.download},     {"tar_bytes", room.tars}, {"member_bytes", room.extracted},
             {"peak_bytes", room.peak()},           {"exact", room.isExact},  {"known", room.isKnown},
             {"clones_overlay", room.clonesOverlay}};
+}
+
+Json bootJson(const BootVolume& volume) {
+    return {{"volume", volume.volume},
+            {"kind", volume.kind},
+            {"content", contentText(volume.content)},
+            {"version", textOrNull(volume.version)},
+            {"refused_by", textOrNull(volume.refusedBy)}};
 }
 
 Json planJson(const Plan& plan) {
@@ -41,9 +53,13 @@ Json planJson(const Plan& plan) {
             words.push_back(word);
         steps.push_back({{"state", stateName(step.state)}, {"command", step.line}, {"words", words}});
     }
+    Json boots = Json::array();
+    for (const BootVolume& volume : plan.boots)
+        boots.push_back(bootJson(volume));
     return {{"active_set", plan.activeSet},
             {"switches", plan.switches},
             {"volumes", plan.volumes},
+            {"boots", boots},
             {"states", states},
             {"steps", steps}};
 }
@@ -59,8 +75,10 @@ Json deviceJson(const FleetRow& row) {
     return {{"model", row.device.model},
             {"kernel", row.device.kernel},
             {"rootfs", row.device.rootfs},
+            {"inactive_kernel", textOrNull(row.device.inactive.kernel)},
+            {"inactive_rootfs", textOrNull(row.device.inactive.rootfs)},
             {"accepts", row.accepts()},
-            {"refusal", row.accepts() ? Json(nullptr) : Json(row.selection.refusal)},
+            {"refusal", textOrNull(row.selection.refusal)},
             {"images", images},
             {"room", roomJson(row.room)},
             {"plans", {planJson(row.plans[0]), planJson(row.plans[1])}}};

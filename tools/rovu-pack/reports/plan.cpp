@@ -2,6 +2,8 @@
 
 #include "reports.h"
 
+#include <algorithm>
+
 namespace {
 
 void printChoice(const FleetRow& row, FILE* out) {
@@ -27,7 +29,35 @@ void printStages(const Plan& plan, FILE* out) {
     if (plan.volumes.empty()) fprintf(out, ", no volume written");
     for (const std::string& volume : plan.volumes)
         fprintf(out, "%s%s", &volume == &plan.volumes.front() ? ", writes " : ", ", volume.c_str());
-    fprintf(out, plan.switches ? ", then boots set %u\n" : ", and stays\n", plan.activeSet ^ 1);
+    fprintf(out, plan.switches ? ", then boots set %u:\n" : ", and stays\n", plan.activeSet ^ 1);
+}
+
+// "kernel 2.1", "kernel, blank", "data"
+std::string holdsText(const BootVolume& volume) {
+    if (volume.version == kBlank) return volume.kind + ", blank";
+    return volume.version.empty() ? volume.kind : volume.kind + " " + volume.version;
+}
+
+std::string originText(const BootVolume& volume, uint32_t activeSet) {
+    if (volume.content == BootVolume::eNew) return "written by this update";
+    if (volume.content == BootVolume::eCopied) return "copy of k" + std::to_string(activeSet) + "_data";
+    if (!volume.refusedBy.empty()) return "left by an earlier update; REFUSED by the new " + volume.refusedBy;
+    if (volume.version == kBlank) return "not written by any update";
+    return volume.version.empty() && volume.kind != "data"
+               ? "left by an earlier update; which one is not known"
+               : "left by an earlier update";
+}
+
+void printBoots(const Plan& plan, FILE* out) {
+    if (plan.boots.empty()) return;
+    size_t width = 0;
+    for (const BootVolume& volume : plan.boots)
+        width = std::max(width, holdsText(volume).size());
+    for (const BootVolume& volume : plan.boots) {
+        fprintf(out, "    %-7s  %-*s  %s\n", volume.volume.c_str(), static_cast<int>(width),
+                holdsText(volume).c_str(), originText(volume, plan.activeSet).c_str());
+    }
+    fputc('\n', out);
 }
 
 // Every command stands below the stage in which it runs.
@@ -52,6 +82,7 @@ void printPlan(const FleetRow& row, FILE* out) {
     printNeed(row.room, out);
     for (const Plan& plan : row.plans) {
         printStages(plan, out);
+        printBoots(plan, out);
         printStates(plan, out);
     }
 }

@@ -6,13 +6,16 @@
 
 #include <cstdio>
 
-/// Prints the findings, errors first, and their numbers.
+/// Prints the findings, in their order.
 void printFindings(const Findings& findings, FILE* out);
+
+/// Prints how many there are of each severity.
+void printCounts(const Findings& findings, FILE* out);
 
 /// Prints the plan for one device, on either active set.
 void printPlan(const FleetRow& row, FILE* out);
 
-/// Prints a table with a row for each device.
+/// Prints two tables with a row for each device: what boots afterwards, and what the update takes.
 void printFleet(const std::vector<FleetRow>& fleet, FILE* out);
 
 /// \return JSON text of everything that the check found and planned. Names and their meanings are stable.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <utility>
 
 namespace {
 
@@ -42,13 +43,21 @@ FindingPlace SpecFile::atByte(size_t position) const {
 }
 
 Fault loadSpecFile(const std::string& path, SpecFile* spec) {
-    if (Fault fault = readWholeFile(path, &spec->bytes)) return fault;
-    if (spec->bytes.size() > UINT32_MAX / 2) return fileFault(path, EFBIG);
-    spec->path = path;
-    splitAtMarker(spec);
-    spec->lines = findTableLines(spec->text, &spec->repeatedKey);
-    // What does not evaluate is for the device's verdict to say.
-    const bool isGood = !evaluateLua(path, spec->text, &spec->table);
-    spec->hasTable = isGood && spec->table.kind == LuaValue::eTable;
+    std::string bytes;
+    if (Fault fault = readWholeFile(path, &bytes)) return fault;
+    if (bytes.size() > UINT32_MAX / 2) return fileFault(path, EFBIG);
+    *spec = specFileOf(path, std::move(bytes));
     return {};
+}
+
+SpecFile specFileOf(const std::string& path, std::string bytes) {
+    SpecFile spec;
+    spec.path = path;
+    spec.bytes = std::move(bytes);
+    splitAtMarker(&spec);
+    spec.lines = findTableLines(spec.text, &spec.repeatedKey);
+    // What does not evaluate is for the device's verdict to say.
+    const bool isGood = !evaluateLua(path, spec.text, &spec.table);
+    spec.hasTable = isGood && spec.table.kind == LuaValue::eTable;
+    return spec;
 }

@@ -28,3 +28,6 @@ struct SpecFile {
 
 /// Reads the file and its table. A text that does not evaluate to a table is no fault.
 Fault loadSpecFile(const std::string& path, SpecFile* spec);
+
+/// The same for bytes that are not in a file; `path` is what findings name.
+SpecFile specFileOf(const std::string& path, std::string bytes);

@@ -80,6 +80,14 @@ bool SpecView::fetchesScriptTar() const {
     return !scripts.empty() && !text("script_url").empty();
 }
 
+bool SpecView::hidesParts() const {
+    const std::vector<LuaField>& fields = file.table.fields;
+    return std::any_of(fields.begin(), fields.end(), [](const LuaField& field) {
+        return field.name[0] == '[' &&
+               (field.value.kind == LuaValue::eTable || field.value.text == kExitSuccess);
+    });
+}
+
 double SpecView::keyOffset() const {
     return number("encr_key_offset").value_or(-1);
 }

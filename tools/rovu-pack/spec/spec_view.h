@@ -43,6 +43,7 @@ struct SpecView {
     std::optional<double> number(const std::string& field) const;
     bool hasRealScript() const;     // one that must come from the script tar
     bool fetchesScriptTar() const;  // there are scripts and a URL
+    bool hidesParts() const;        // an image or the end of the run follows a gap, where nothing reads it
     double keyOffset() const;       // negative: nothing is encrypted
     FindingPlace at(const std::string& key) const { return file.at(key); }
 };
