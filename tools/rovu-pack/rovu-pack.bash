@@ -31,7 +31,7 @@ _rovu_pack() {
         ;;
     esac
     case $command in
-    build) options='--out --key --base-url --secrets --help' ;;
+    build) options='--out --key --base-url --secrets --force --help' ;;
     sign) options='--key --help' ;;
     inspect) options='--pub --json --help' ;;
     check)

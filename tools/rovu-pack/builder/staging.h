@@ -26,6 +26,9 @@ public:
     /// \return whether publish() of `name` would replace the file at `path`.
     bool replaces(const std::string& name, const std::string& path) const;
 
+    /// \return the hidden folder; empty before prepare().
+    const std::string& folder() const { return folder_; }
+
     /// Syncs all files and moves them into the target, over files of the same names, in the order in which
     /// pathOf() was first asked for them.
     Fault publish();

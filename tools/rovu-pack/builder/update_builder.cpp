@@ -1,6 +1,7 @@
 #include "update_builder.h"
 
 #include "base_url.h"
+#include "build_check.h"
 #include "computed_values.h"
 #include "device_verdict.h"
 #include "digests.h"
@@ -35,7 +36,7 @@ struct Build {
     SigningKey signingKey;
     UpdateStaging staging;
     ProgressBar* bar;
-    std::vector<BuiltFile>* made;
+    BuildResult* result;
 };
 
 Fault readTime(time_t* time) {
@@ -87,7 +88,7 @@ Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedT
     if (Fault fault = file.finish(&packed->size, &packed->sha256)) return fault;
     packed->imageMd5 = md5.hex();
     if (packed->imageMd5.empty()) return fileFault(job.name, ENOMEM);
-    build->made->push_back({job.name, packed->size, "sha256", packed->sha256, false});
+    build->result->files.push_back({job.name, packed->size, "sha256", packed->sha256, false});
     return {};
 }
 
@@ -113,7 +114,7 @@ Fault makeImageTar(TarJob* job, Build* build) {
         return located({"image", manifest.localFileOf(&image, image.image) + " is empty"});
     if (Fault fault = located(settleText("image_md5", tar.imageMd5, &image.imageMd5))) return fault;
     if (Fault fault = located(settleSize("imsize", tar.imageSize, &image.imsize))) return fault;
-    build->made->push_back({image.image, tar.imageSize, "md5", tar.imageMd5, true});
+    build->result->files.push_back({image.image, tar.imageSize, "md5", tar.imageMd5, true});
     if (Fault fault = located(settleText("hash", tar.sha256, &image.hash))) return fault;
     return located(settleSize("dlsize", tar.size, &image.dlsize));
 }
@@ -155,21 +156,26 @@ Fault makeTars(std::vector<TarJob>* jobs, Build* build) {
     return build->manifest.located(kWholeManifest, refuseScriptTar(build->manifest));
 }
 
-Fault makeSpec(Build* build) {
+Fault makeSpec(const BuildOptions& options, Build* build) {
     std::string spec;
     if (Fault fault = signText(composeSpec(build->manifest), build->signingKey, &spec)) return fault;
     if (Fault fault = tryOnDevice(spec, publicPemOf(build->signingKey)))
         return fault.of(build->manifest.file);
-    build->made->push_back({kSpecName, spec.size(), "sha256", hexSha256(spec), false});
+    BuildResult* result = build->result;
+    const BuiltSpec built = {spec, build->staging.folder(), options.out};
+    if (Fault fault = checkBuilt(built, build->manifest, build->bar, &result->findings)) return fault;
+    result->isRefused = result->findings.count(eError) != 0 && !options.force;
+    if (result->isRefused) return {};
+    result->files.push_back({kSpecName, spec.size(), "sha256", hexSha256(spec), false});
     return createFile(build->staging.pathOf(kSpecName), spec, kFileMode);
 }
 
 }  // namespace
 
-Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, std::vector<BuiltFile>* made) {
+Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, BuildResult* result) {
     Build build;
     build.bar = bar;
-    build.made = made;
+    build.result = result;
     build.commandFiles = {options.manifest, options.key, options.secrets};
     build.baseUrl = options.baseUrl;
     if (Fault fault = normaliseBaseUrl(&build.baseUrl)) return fault;
@@ -183,6 +189,6 @@ Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, std::vector<Bui
     bar->expect(bytes);
     if (Fault fault = build.staging.prepare(options.out)) return fault;
     if (Fault fault = makeTars(&jobs, &build)) return fault;
-    if (Fault fault = makeSpec(&build)) return fault;
-    return build.staging.publish();
+    if (Fault fault = makeSpec(options, &build)) return fault;
+    return result->isRefused ? Fault() : build.staging.publish();
 }

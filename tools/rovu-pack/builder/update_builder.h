@@ -1,12 +1,13 @@
 // From a manifest to a folder that a web server can serve.
 //
 // The tars are packed, encrypted and measured one by one; the manifest is completed with what was measured;
-// the spec is signed, and published only if the device's own code accepts it. The spec moves last: whoever
-// fetches in between gets an old spec whose digests do not match, and no device takes that.
+// the spec is signed, and published only if the device's own code accepts it and the check finds no error in it. The
+// spec moves last: whoever fetches in between gets an old spec whose digests do not match, and no device takes that.
 
 #pragma once
 
 #include "fault.h"
+#include "finding.h"
 #include "progress_bar.h"
 
 #include <cstdint>
@@ -20,6 +21,7 @@ struct BuildOptions {
     std::string key;
     std::string baseUrl;
     std::string secrets;  // empty: none
+    bool force = false;   // publish in spite of errors that the check finds
 };
 
 /// A file that was made, or the image in one.
@@ -31,6 +33,11 @@ struct BuiltFile {
     bool isMember;  // of the file before it
 };
 
+struct BuildResult {
+    std::vector<BuiltFile> files;  // the output, a file's image after the file
+    Findings findings;             // errors and warnings of the check, which name the manifest
+    bool isRefused = false;        // for these errors: nothing was made
+};
+
 /// Makes the update, all of it or nothing.
-/// \param made receives the output, a file's image after the file.
-Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, std::vector<BuiltFile>* made);
+Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, BuildResult* result);

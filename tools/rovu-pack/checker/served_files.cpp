@@ -20,7 +20,9 @@ constexpr uint64_t kCipherBlock = 16;
 struct PlainFolder {
     std::string path;
 
-    PlainFolder() {
+    // \param isNeeded false: nothing is made.
+    explicit PlainFolder(bool isNeeded) {
+        if (!isNeeded) return;
         const char* parent = getenv("TMPDIR");
         path = std::string(parent == nullptr ? "/tmp" : parent) + "/rovu-pack-XXXXXX";
         if (mkdtemp(path.data()) == nullptr) path.clear();
@@ -115,7 +117,7 @@ struct FileRule {
     }
 
     void check(TarFacts* tar) const {
-        bar->begin(tar->path);
+        bar->begin(std::filesystem::path(tar->path).filename());
         if (!find(tar)) return;
         std::string plain = tar->path;
         if (spec.keyOffset() < 0) {
@@ -235,15 +237,17 @@ struct FileRule {
 }  // namespace
 
 Fault checkServedFiles(const SpecView& spec, const FileOptions& options, ServedFiles* files) {
-    const PlainFolder folder;
-    if (folder.path.empty()) return fileFault("a folder for decrypted tars", errno);
-    ProgressBar bar;
-    FileRule rule = {spec, options, folder, &bar, &files->findings};
+    const PlainFolder folder(!options.secrets.empty());
+    if (folder.path.empty() && !options.secrets.empty())
+        return fileFault("a folder for decrypted tars", errno);
+    ProgressBar ownBar;
+    ProgressBar* bar = options.bar == nullptr ? &ownBar : options.bar;
+    FileRule rule = {spec, options, folder, bar, &files->findings};
     if (Fault fault = rule.loadKey()) return fault;
     files->tars = tarsOf(spec);
     for (TarFacts& tar : files->tars)
         tar.path = servedFile(options.folder, tar.url);
-    rule.expectWork(files->tars);
+    if (options.bar == nullptr) rule.expectWork(files->tars);
     for (TarFacts& tar : files->tars)
         rule.check(&tar);
     return {};

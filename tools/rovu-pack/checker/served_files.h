@@ -4,13 +4,15 @@
 
 #include "fault.h"
 #include "finding.h"
+#include "progress_bar.h"
 #include "tars.h"
 
 #include <string>
 
 struct FileOptions {
-    std::string folder;   // where the files are, each under the last step of its URL
-    std::string secrets;  // key file as the device holds it; empty: not given
+    std::string folder;          // where the files are, each under the last step of its URL
+    std::string secrets;         // key file as the device holds it; empty: not given
+    ProgressBar* bar = nullptr;  // that expects this work; null: one of the check's own
 };
 
 struct ServedFiles {

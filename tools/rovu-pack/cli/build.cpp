@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "progress_bar.h"
+#include "reports.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -28,16 +29,26 @@ void printReport(const std::vector<BuiltFile>& made, FILE* out) {
 }
 
 // Its own function, so that the bar is gone from the screen before anything else is printed.
-Fault build(const BuildOptions& options, std::vector<BuiltFile>* made) {
+Fault build(const BuildOptions& options, BuildResult* result) {
     ProgressBar bar;
-    return buildUpdate(options, &bar, made);
+    return buildUpdate(options, &bar, result);
+}
+
+void reportFindings(const BuildResult& result) {
+    printFindings(result.findings, stderr);
+    if (result.findings.count(eError) == 0) return;
+    fprintf(stderr, "rovu-pack build: %s\n",
+            result.isRefused ? "nothing is made: fix the errors, or give --force to sign all the same"
+                             : "signed in spite of the errors, because of --force");
 }
 
 }  // namespace
 
 int runBuild(const BuildOptions& options) {
-    std::vector<BuiltFile> made;
-    if (Fault fault = build(options, &made)) return reportFault("build", fault);
-    printReport(made, stdout);
+    BuildResult result;
+    if (Fault fault = build(options, &result)) return reportFault("build", fault);
+    reportFindings(result);
+    if (result.isRefused) return kExitFindings;
+    printReport(result.files, stdout);
     return kExitClean;
 }

@@ -49,6 +49,7 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
         ->type_name("URL");
     command->add_option("--secrets", options->secrets, "Key file as the device holds it, to encrypt the tars")
         ->type_name("FILE");
+    command->add_flag("--force", options->force, "Sign in spite of errors that \"check\" finds");
     return command;
 }
 

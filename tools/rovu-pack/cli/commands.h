@@ -11,7 +11,7 @@
 #include <vector>
 
 constexpr int kExitClean = 0;
-constexpr int kExitFindings = 1;  // what was checked has findings that count
+constexpr int kExitFindings = 1;  // what was checked, or built, has findings that count
 constexpr int kExitTrouble = 2;   // the work could not be done
 
 struct SignOptions {
@@ -46,7 +46,7 @@ int runKeygen(const std::string& folder);
 /// Appends a secret to the key file `path`, which is made if there is none, and prints its offset in bytes.
 int runSecret(const std::string& path);
 
-/// Makes an update out of a manifest, and prints a table of the output.
+/// Makes an update out of a manifest, and prints a table of the output; what the check says of it goes to stderr.
 int runBuild(const BuildOptions& options);
 
 /// Signs a spec in place; replaces an old signature.

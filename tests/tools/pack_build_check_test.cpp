@@ -1,0 +1,130 @@
+// `rovu-pack build` publishes nothing that `rovu-pack check` calls an error, unless it is told to.
+
+#include "support/program.h"
+#include "support/scratch.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kKernel = "{ type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img' },\n";
+const std::string kOptional = "{ type = 'kernel', update = 'optional', version = '2.0', image = 'k.img' },\n";
+const std::string kRootfs = "{ type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img' },\n";
+
+std::string rootfsWith(const std::string& dep) {
+    return "{ type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img',\n dep = { " + dep +
+           " } },\n";
+}
+
+class PackBuildCheck : public ::testing::Test {
+protected:
+    PackBuildCheck() {
+        writeWholeFile(path("parts/k.img"), "kernel");
+        writeWholeFile(path("parts/r.img"), "rootfs");
+        EXPECT_EQ(run("keygen keys"), 0);
+    }
+
+    std::string path(const std::string& name) const { return scratch.path + "/" + name; }
+    std::string said() const { return readWholeFile(path("err")); }
+
+    int run(const std::string& arguments) const {
+        for (const char* name : {"out", "err"})
+            fs::remove(path(name));
+        const std::string line = "cd '" + scratch.path + "' && '" ROVU_PACK_PROGRAM "' " + arguments;
+        return Program({"/bin/sh", "-c", line}, path("out"), path("err")).wait();
+    }
+
+    int build(const std::string& parts, const std::string& options = "",
+              const std::string& url = "http://h/u") const {
+        writeWholeFile(path("parts/m.lua"),
+                       "{ version = 1, hardware = 'RV-20', clone_overlay = 1,\n" + parts + "}\n");
+        return run("build parts/m.lua --out www --key keys/private.pem --base-url '" + url + "' " + options);
+    }
+
+    const ScratchDir scratch;
+};
+
+struct ErrorRow {
+    const char* name;
+    std::string provoked;
+    const char* said;  // severity, code and place
+    std::string missed;
+    const char* url = "http://h/u";  // of what is provoked
+};
+
+const ErrorRow kErrorRows[] = {
+    {"no parts", "", "error    no-mandatory-image      parts/m.lua\n", kKernel},
+    {"optional images only", kOptional, "error    no-mandatory-image      parts/m.lua\n",
+     kOptional + "'exit_success',"},
+    {"a list that nothing satisfies",
+     kKernel + rootfsWith("{ 'kernel', '2.0', '2.1' }, { '!kernel', '2.0', '2.1' }"),
+     "error    dep-unsatisfiable       parts/m.lua:4 2.dep\n",
+     kKernel + rootfsWith("{ 'kernel', '2.0', '2.1' }, { '!kernel', '2.0.1', '2.1' }")},
+    {"images that do not go together", kKernel + rootfsWith("{ 'kernel', '2.1', '3' }"),
+     "error    dep-images-disagree     parts/m.lua:4 2.dep\n",
+     kKernel + rootfsWith("{ 'kernel', '2.0', '3' }")},
+    {"a base URL with a query", kKernel + kRootfs, "error    tar-missing             parts/m.lua:2 1.url\n",
+     kKernel + kRootfs, "http://h/x?token=1"},
+};
+
+TEST_F(PackBuildCheck, NothingIsMadeThatCheckCallsAnError) {
+    for (const ErrorRow& row : kErrorRows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(build(row.provoked, "", row.url), 1);
+        EXPECT_NE(said().find(row.said), std::string::npos) << said();
+        EXPECT_NE(said().find("rovu-pack build: nothing is made"), std::string::npos) << said();
+        EXPECT_EQ(said().find(".rovu-pack."), std::string::npos) << "the hidden folder is nobody's business";
+        EXPECT_EQ(readWholeFile(path("out")), "");
+        EXPECT_FALSE(fs::exists(path("www")));
+
+        EXPECT_EQ(build(row.missed), 0);
+        EXPECT_EQ(said().find("error "), std::string::npos) << said();
+        fs::remove_all(path("www"));
+    }
+}
+
+TEST_F(PackBuildCheck, EarlierUpdateSurvivesARefusal) {
+    ASSERT_EQ(build(kKernel + kRootfs), 0);
+    const std::string before = readWholeFile(path("www/update.lua"));
+    writeWholeFile(path("parts/k.img"), "another kernel");
+    EXPECT_EQ(build(kOptional), 1);
+    EXPECT_EQ(readWholeFile(path("www/update.lua")), before);
+    EXPECT_EQ(std::distance(fs::directory_iterator(path("www")), fs::directory_iterator()), 3);
+    EXPECT_EQ(run("check www/update.lua --pub keys/rovu_pub.pem --files www --strict"), 0);
+}
+
+TEST_F(PackBuildCheck, ForceSignsAllTheSameAndSaysSo) {
+    EXPECT_EQ(build(kOptional, "--force"), 0);
+    EXPECT_NE(said().find("error    no-mandatory-image "), std::string::npos) << said();
+    EXPECT_NE(said().find("rovu-pack build: signed in spite of the errors"), std::string::npos) << said();
+    EXPECT_NE(readWholeFile(path("out")).find("update.lua"), std::string::npos);
+    EXPECT_EQ(run("check www/update.lua --pub keys/rovu_pub.pem --files www"), 1);
+}
+
+TEST_F(PackBuildCheck, WhatTheDeviceRefusesNoForceSigns) {
+    const std::string name(32, 'x');
+    writeWholeFile(path("parts/" + name), "true\n");
+    EXPECT_EQ(build("'" + name + "',", "--force"), 2);
+    EXPECT_FALSE(fs::exists(path("www")));
+}
+
+TEST_F(PackBuildCheck, WarningsArePrintedAndNotesAreNot) {
+    EXPECT_EQ(build(kKernel + kRootfs), 0);
+    EXPECT_EQ(said(), "");
+    EXPECT_EQ(build(kKernel), 0);
+    EXPECT_NE(said().find("warning  stale-volume "), std::string::npos) << said();
+    EXPECT_EQ(said().find("note "), std::string::npos) << said();
+}
+
+TEST_F(PackBuildCheck, EncryptedUpdateIsCheckedWithoutRoomForPlainTars) {
+    ASSERT_EQ(run("secret preshared"), 0);
+    setenv("TMPDIR", "/nowhere", 1);
+    EXPECT_EQ(build("encr_key_offset = 0," + kKernel + kRootfs, "--secrets preshared"), 0);
+    unsetenv("TMPDIR");
+    EXPECT_EQ(said(), "");
+}
+
+}  // namespace
