@@ -60,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CheckOptions options;
     options.spec = file->path();
     options.signatureUse.isUnsigned = true;
-    options.devices = {{"RV-20", "3.10.49-2", "2.4.1"}, {"RV-21", "4.1", "1.0"}};
+    options.devices = {{"RV-20", "3.10.49-2", "2.4.1"}, {"RV-21", "4.1", "1.0", {"4.0", kBlank, ""}}};
     CheckResult result;
     require(!checkUpdate(options, &result), "a spec that can be read can be checked");
     require(reportsRefusal(result) == (!deviceAccepts(bytes) || isRefusedByOne(result)),

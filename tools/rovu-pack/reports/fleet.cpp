@@ -39,9 +39,8 @@ std::string verdictText(const FleetRow& row) {
 // "2.1 new", "? earlier", "copied", "blank"
 std::string bootText(const BootVolume& volume) {
     if (volume.version == kBlank) return kBlank;
-    const std::string content = contentText(volume.content);
-    if (volume.kind == "data") return content;
-    return (volume.version.empty() ? "?" : volume.version) + " " + content;
+    if (volume.kind == "data") return contentText(volume.content);
+    return (volume.version.empty() ? "?" : volume.version) + " " + contentText(volume.content);
 }
 
 bool bootsEarlier(const FleetRow& row) {
