@@ -131,19 +131,24 @@ struct FileRule {
             checkRequired(*tar, required, plain);
     }
 
+    Fault measure(const TarFacts& tar, uint64_t* size, std::string* sha256) const {
+        if (tar.path.empty()) return {ENOENT, "its URL names no file"};
+        if (!options.justBuilt) return digestFile(tar.path, bar->progress(), size, sha256);
+        std::error_code fault;
+        *size = std::filesystem::file_size(tar.path, fault);
+        return fault ? fileFault(tar.path, fault.value()) : Fault();
+    }
+
     // The file as it travels.
     bool find(TarFacts* tar) const {
-        FileDigests digests = {};
-        Fault fault = tar->path.empty() ? Fault(ENOENT, "its URL names no file")
-                                        : digestFile(tar->path, bar->progress(), &digests);
-        if (fault) {
+        std::string sha256 = tar->hash;
+        if (Fault fault = measure(*tar, &tar->size, &sha256)) {
             add(eTarMissing, tar->keyPrefix + "url",
                 "The tar is not among the files: " + fault.message() + ".");
             return false;
         }
         tar->found = true;
-        tar->size = digests.size;
-        checkDigest(tar->keyPrefix + "hash", tar->path, digests.sha256, tar->hash);
+        checkDigest(tar->keyPrefix + "hash", tar->path, sha256, tar->hash);
         checkSize(eLimitTooSmall, tar->keyPrefix + "dlsize", tar->path, tar->size, "limit", tar->limit);
         return true;
     }
@@ -227,6 +232,7 @@ struct FileRule {
                     const std::string& plain) const {
         const std::string what = nameOf(tar, required.name);
         checkSize(eVolumeTooSmall, tar.keyPrefix + "imsize", what, member.size, "volume", tar.volumeSize);
+        if (options.justBuilt) return;
         std::string digest;
         if (Fault fault = digestTarMember(plain, required.name, bar->progress(), &digest))
             return missing(required, what + " cannot be read: " + fault.message() + ".");

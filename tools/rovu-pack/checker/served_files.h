@@ -13,6 +13,7 @@ struct FileOptions {
     std::string folder;          // where the files are, each under the last step of its URL
     std::string secrets;         // key file as the device holds it; empty: not given
     ProgressBar* bar = nullptr;  // that expects this work; null: one of the check's own
+    bool justBuilt = false;      // the spec's digests are those of these files: they are not read again
 };
 
 struct ServedFiles {

@@ -44,24 +44,21 @@ std::string hexSha256(const std::string& bytes) {
     return hexOf(EVP_sha256(), bytes);
 }
 
-Fault digestFile(const std::string& path, WorkProgress* progress, FileDigests* digests) {
+Fault digestFile(const std::string& path, WorkProgress* progress, uint64_t* size, std::string* sha256) {
     const File file(fopen(path.c_str(), "rbe"));
     if (file == nullptr) return fileFault(path, errno);
-    Digest md5(EVP_md5());
-    Digest sha256(EVP_sha256());
-    uint64_t size = 0;
+    Digest digest(EVP_sha256());
+    uint64_t total = 0;
     std::vector<char> chunk(kChunk);
     while (const size_t got = fread(chunk.data(), 1, chunk.size(), file.get())) {
-        md5.add(chunk.data(), got);
-        sha256.add(chunk.data(), got);
-        size += got;
+        digest.add(chunk.data(), got);
+        total += got;
         reportWork(progress, got);
     }
     if (ferror(file.get()) != 0) return fileFault(path, errno);
-    FileDigests result = {size, md5.hex(), sha256.hex()};
-    if (result.md5.empty() || result.sha256.empty()) {
-        return {ENOMEM, path + ": libcrypto refuses to compute its digests"};
-    }
-    *digests = std::move(result);
+    std::string hex = digest.hex();
+    if (hex.empty()) return {ENOMEM, path + ": libcrypto refuses to compute its digest"};
+    *size = total;
+    *sha256 = std::move(hex);
     return {};
 }

@@ -33,12 +33,5 @@ private:
 /// \return the hex digest of bytes in memory; empty if libcrypto fails.
 std::string hexSha256(const std::string& bytes);
 
-/// What a spec says about a file.
-struct FileDigests {
-    uint64_t size;  // bytes
-    std::string md5;
-    std::string sha256;
-};
-
-/// Reads the file at `path` once for all of it. `*digests` is written on success only.
-Fault digestFile(const std::string& path, WorkProgress* progress, FileDigests* digests);
+/// Reads the file at `path` once for its size in bytes and its SHA-256. Both are written on success only.
+Fault digestFile(const std::string& path, WorkProgress* progress, uint64_t* size, std::string* sha256);
