@@ -50,8 +50,10 @@ void checkWord(const SpecFile& file, Findings* findings) {
     }
 }
 
+// Whitespace at the end, as an editor adds, is no part of it: the device's decoder passes over it.
 bool isSignature(const std::string& text) {
-    return text.size() == kSignatureTextSize && text.find_first_of(" \t\r\n") == std::string::npos;
+    const size_t size = text.find_last_not_of(" \t\r\n") + 1;
+    return size == kSignatureTextSize && text.find_first_of(" \t\r\n") >= size;
 }
 
 void checkMarker(const SpecFile& file, const SignatureUse& use, Findings* findings) {
