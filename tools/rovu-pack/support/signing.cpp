@@ -67,6 +67,20 @@ Tail judgeTail(const std::string& tail) {
     return endsLine && content.size() < kLeastSuspectedSize ? Tail::eComment : Tail::eUnclear;
 }
 
+// What a file without a private key in PEM is instead, and what to do; empty if it is of no known kind.
+std::string otherKindOf(const std::string& path) {
+    std::string bytes;
+    if (readWholeFile(path, &bytes)) return "";
+    if (bytes.find("-----BEGIN CERTIFICATE-----") != std::string::npos)
+        return "a certificate; give the private key that belongs to it";
+    if (bytes.find("PUBLIC KEY-----") != std::string::npos)
+        return "a public key; give the private key that belongs to it";
+    constexpr char kDerSequence = 0x30;
+    if (!bytes.empty() && bytes[0] == kDerSequence)
+        return "not PEM; if it is a key in DER, convert it: openssl pkey -inform DER -in KEY.der -out KEY.pem";
+    return "";
+}
+
 }  // namespace
 
 Fault makeKeyPair(std::string* privatePem, std::string* publicPem) {
@@ -87,6 +101,13 @@ Fault readSigningKey(const std::string& path, SigningKey* key) {
     const File file(fopen(path.c_str(), "re"));
     if (file == nullptr) return fileFault(path, errno);
     key->reset(PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr));
+    if (*key == nullptr) {
+        const std::string kind = otherKindOf(path);
+        if (!kind.empty()) {
+            ERR_clear_error();
+            return {EINVAL, path + ": " + kind};
+        }
+    }
     if (*key == nullptr) return cryptoFault(path + ": no private key in PEM", EINVAL);
     if (EVP_PKEY_base_id(key->get()) == EVP_PKEY_RSA && EVP_PKEY_bits(key->get()) == kKeyBits) return {};
     return {EINVAL, path + ": not an RSA key of 2048 bits, the only kind that a device verifies"};
