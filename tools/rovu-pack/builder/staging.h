@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fault.h"
+#include "util/descriptor.h"
 
 #include <string>
 #include <vector>
@@ -17,7 +18,8 @@ public:
     UpdateStaging(const UpdateStaging&) = delete;
     UpdateStaging& operator=(const UpdateStaging&) = delete;
 
-    /// Makes the hidden folder, and the target folder if there is none; its parent must exist.
+    /// Makes the hidden folder, and the target folder if there is none; its parent must exist. Removes hidden folders
+    /// that builds left behind when they were killed.
     Fault prepare(const std::string& target);
 
     /// \return the path of a file that may be made; publish() moves it.
@@ -36,6 +38,7 @@ public:
 private:
     std::string targetFolder_;
     std::string folder_;
+    Descriptor lock_;  // on the folder
     bool madeTarget_ = false;
     std::vector<std::string> names_;
 };

@@ -5,35 +5,17 @@
 #include "digests.h"
 #include "encryption.h"
 #include "files.h"
+#include "interruption.h"
 #include "progress_bar.h"
+#include "temporary_file.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 
 namespace {
 
 constexpr uint64_t kCipherBlock = 16;
-
-// A folder of this run's own for decrypted tars; gone at the end of the scope.
-struct PlainFolder {
-    std::string path;
-
-    // \param isNeeded false: nothing is made.
-    explicit PlainFolder(bool isNeeded) {
-        if (!isNeeded) return;
-        const char* parent = getenv("TMPDIR");
-        path = std::string(parent == nullptr ? "/tmp" : parent) + "/rovu-pack-XXXXXX";
-        if (mkdtemp(path.data()) == nullptr) path.clear();
-    }
-    ~PlainFolder() {
-        std::error_code ignored;
-        if (!path.empty()) std::filesystem::remove_all(path, ignored);
-    }
-    PlainFolder(const PlainFolder&) = delete;
-    PlainFolder& operator=(const PlainFolder&) = delete;
-};
 
 // The file of `folder` that is served as `url`: the longest end of the URL's path that is there, so that two
 // files of one name may stand in folders of their own. What is not there has the URL's last step.
@@ -68,7 +50,6 @@ std::string nameOf(const TarFacts& tar, const std::string& member) {
 struct FileRule {
     const SpecView& spec;
     const FileOptions& options;
-    const PlainFolder& folder;
     ProgressBar* bar;
     Findings* findings;
     FileKey key = {};
@@ -116,19 +97,21 @@ struct FileRule {
         bar->expect(bytes);
     }
 
-    void check(TarFacts* tar) const {
+    Fault check(TarFacts* tar) const {
         bar->begin(std::filesystem::path(tar->path).filename());
-        if (!find(tar)) return;
+        if (!find(tar)) return interruption();
         std::string plain = tar->path;
+        TemporaryFile decrypted;
         if (spec.keyOffset() < 0) {
             openPlain(tar);
-        } else {
-            openEncrypted(tar, &plain);
+        } else if (Fault fault = openEncrypted(tar, &decrypted, &plain)) {
+            return fault;
         }
-        if (!tar->opened) return;
+        if (!tar->opened) return {};
         checkMembers(*tar);
         for (const RequiredMember& required : tar->required)
             checkRequired(*tar, required, plain);
+        return interruption();
     }
 
     Fault measure(const TarFacts& tar, uint64_t* size, std::string* sha256) const {
@@ -173,21 +156,26 @@ struct FileRule {
     }
 
     // Leaves the path of the plain tar in `*path`.
-    void openEncrypted(TarFacts* tar, std::string* path) const {
+    Fault openEncrypted(TarFacts* tar, TemporaryFile* decrypted, std::string* path) const {
         if (list(tar, tar->path)) {
             add(eKeyWithoutEncryption, "encr_key_offset",
                 "The device decrypts every tar, and " + tar->path + " is plain.");
-            return;
+            return {};
         }
         if (options.secrets.empty())
             add(eTarNotOpened, "encr_key_offset", tar->path + " is encrypted, and was not opened.");
-        if (!key.present) return;
-        *path = folder.path + "/" + tar->localName;
-        if (Fault fault = decryptFileTo(tar->path, *path, key, bar->progress())) {
+        if (!key.present) return {};
+        if (Fault fault = decrypted->open()) return fault;
+        *path = decrypted->path();
+        Fault fault = decryptFileTo(tar->path, *path, key, bar->progress());
+        if (fault.code() == EBADMSG) {
             add(eDecryptionFails, "encr_key_offset", "A tar does not decrypt: " + fault.message() + ".");
-        } else if (!list(tar, *path)) {
-            add(eDecryptionFails, "encr_key_offset", "What the key makes of " + tar->path + " is no tar.");
+            return {};
         }
+        if (fault) return fault.of("decrypting " + tar->path);
+        if (!list(tar, *path))
+            add(eDecryptionFails, "encr_key_offset", "What the key makes of " + tar->path + " is no tar.");
+        return {};
     }
 
     void checkMembers(const TarFacts& tar) const {
@@ -243,18 +231,16 @@ struct FileRule {
 }  // namespace
 
 Fault checkServedFiles(const SpecView& spec, const FileOptions& options, ServedFiles* files) {
-    const PlainFolder folder(!options.secrets.empty());
-    if (folder.path.empty() && !options.secrets.empty())
-        return fileFault("a folder for decrypted tars", errno);
     ProgressBar ownBar;
     ProgressBar* bar = options.bar == nullptr ? &ownBar : options.bar;
-    FileRule rule = {spec, options, folder, bar, &files->findings};
+    FileRule rule = {spec, options, bar, &files->findings};
     if (Fault fault = rule.loadKey()) return fault;
     files->tars = tarsOf(spec);
     for (TarFacts& tar : files->tars)
         tar.path = servedFile(options.folder, tar.url);
     if (options.bar == nullptr) rule.expectWork(files->tars);
-    for (TarFacts& tar : files->tars)
-        rule.check(&tar);
+    for (TarFacts& tar : files->tars) {
+        if (Fault fault = rule.check(&tar)) return fault;
+    }
     return {};
 }

@@ -5,11 +5,13 @@
 
 #include "command_line.h"
 #include "commands.h"
+#include "interruption.h"
 
 #include <cstdio>
 #include <exception>
 
 int main(int argc, char** argv) {
+    noteInterruptions();
     int exitStatus = kExitTrouble;
     try {
         exitStatus = runCommandLine(argc, argv);
@@ -17,7 +19,9 @@ int main(int argc, char** argv) {
         fprintf(stderr, "rovu-pack: %s\n", fault.what());
         return kExitTrouble;
     }
-    if (fflush(stdout) == 0) return exitStatus;
+    const bool isPrinted = fflush(stdout) == 0;
+    endByNotedSignal();
+    if (isPrinted) return exitStatus;
     perror("rovu-pack: standard output");
     return kExitTrouble;
 }

@@ -1,6 +1,7 @@
 #include "digests.h"
 
 #include "files.h"
+#include "interruption.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -53,6 +54,7 @@ Fault digestFile(const std::string& path, WorkProgress* progress, uint64_t* size
     while (const size_t got = fread(chunk.data(), 1, chunk.size(), file.get())) {
         digest.add(chunk.data(), got);
         total += got;
+        if (Fault fault = interruption()) return fault;
         reportWork(progress, got);
     }
     if (ferror(file.get()) != 0) return fileFault(path, errno);

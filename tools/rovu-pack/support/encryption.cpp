@@ -1,6 +1,7 @@
 #include "encryption.h"
 
 #include "files.h"
+#include "interruption.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -34,6 +35,7 @@ Fault decrypt(EVP_CIPHER_CTX* cipher, FILE* in, FILE* out, const Paths& paths, W
             return cipherFault(paths);
         if (Fault fault = put(out, plain, size, paths)) return fault;
         reportWork(progress, got);
+        if (Fault fault = interruption()) return fault;
     }
     if (ferror(in) != 0) return fileFault(paths.source, errno);
     if (EVP_DecryptFinal_ex(cipher, plain.data(), &size) != 1) return cipherFault(paths);

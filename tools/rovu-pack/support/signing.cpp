@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <openssl/err.h>
+#include <openssl/objects.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
@@ -18,6 +19,7 @@ constexpr int kKeyBits = 2048;
 constexpr size_t kSignatureSize = 256;      // bytes
 constexpr size_t kLeastSuspectedSize = 64;  // characters on a line that no comment has without a space
 constexpr char kMarker[] = "--";
+constexpr char kDerSequence = 0x30;  // the first byte of a key in DER
 
 using Bio = Handle<BIO, BIO_free>;
 using KeyContext = Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
@@ -75,10 +77,18 @@ std::string otherKindOf(const std::string& path) {
         return "a certificate; give the private key that belongs to it";
     if (bytes.find("PUBLIC KEY-----") != std::string::npos)
         return "a public key; give the private key that belongs to it";
-    constexpr char kDerSequence = 0x30;
-    if (!bytes.empty() && bytes[0] == kDerSequence)
-        return "not PEM; if it is a key in DER, convert it: openssl pkey -inform DER -in KEY.der -out KEY.pem";
+    if (!bytes.empty() && bytes[0] == kDerSequence) {
+        return "not PEM; if it is a key in DER, convert it: openssl pkey -inform DER -in " + path +
+               " -out KEY.pem";
+    }
     return "";
+}
+
+std::string kindOf(const SigningKey& key) {
+    if (EVP_PKEY_base_id(key.get()) == EVP_PKEY_RSA)
+        return "an RSA key of " + std::to_string(EVP_PKEY_bits(key.get())) + " bits";
+    const char* name = OBJ_nid2ln(EVP_PKEY_base_id(key.get()));
+    return std::string("not an RSA key, but one of the kind ") + (name == nullptr ? "unknown" : name);
 }
 
 }  // namespace
@@ -102,15 +112,13 @@ Fault readSigningKey(const std::string& path, SigningKey* key) {
     if (file == nullptr) return fileFault(path, errno);
     key->reset(PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr));
     if (*key == nullptr) {
+        const Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
         const std::string kind = otherKindOf(path);
-        if (!kind.empty()) {
-            ERR_clear_error();
-            return {EINVAL, path + ": " + kind};
-        }
+        return kind.empty() ? fault : Fault(EINVAL, path + ": " + kind);
     }
-    if (*key == nullptr) return cryptoFault(path + ": no private key in PEM", EINVAL);
     if (EVP_PKEY_base_id(key->get()) == EVP_PKEY_RSA && EVP_PKEY_bits(key->get()) == kKeyBits) return {};
-    return {EINVAL, path + ": not an RSA key of 2048 bits, the only kind that a device verifies"};
+    return {EINVAL, path + ": " + kindOf(*key) +
+                        "; a device verifies RSA keys of 2048 bits only, which \"rovu-pack keygen\" makes"};
 }
 
 std::string publicPemOf(const SigningKey& key) {

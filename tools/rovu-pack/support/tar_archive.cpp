@@ -6,6 +6,7 @@
 #include "digests.h"
 #include "files.h"
 #include "handles.h"
+#include "interruption.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -88,6 +89,7 @@ Fault writeMember(archive* tar, const TarOutput& output, const TarInput& input, 
             return outputFault(tar, output);
         left -= got;
         read(input, chunk.data(), got);
+        if (Fault fault = interruption()) return fault;
     }
     if (ferror(file.get()) != 0) return fileFault(input.source, errno);
     if (left == 0 && feof(file.get()) != 0) return {};
@@ -150,6 +152,7 @@ Fault digestMember(const std::string& path, archive* tar, WorkProgress* progress
         if (got == 0) return {};
         digest->add(chunk.data(), static_cast<size_t>(got));
         reportWork(progress, static_cast<uint64_t>(got));
+        if (Fault fault = interruption()) return fault;
     }
 }
 
@@ -167,7 +170,10 @@ Fault writeTar(const std::vector<TarInput>& inputs, time_t mtime, const ByteSink
     if (archive_write_open(tar.get(), &output, nullptr, writeBlock, nullptr) != ARCHIVE_OK)
         return outputFault(tar.get(), output);
     for (const TarInput& input : inputs) {
-        if (Fault fault = writeMember(tar.get(), output, input, mtime, read)) return fault;
+        if (Fault fault = writeMember(tar.get(), output, input, mtime, read)) {
+            archive_write_fail(tar.get());  // or its release would fill up what the header promises
+            return fault;
+        }
     }
     return archive_write_close(tar.get()) == ARCHIVE_OK ? Fault() : outputFault(tar.get(), output);
 }
