@@ -58,6 +58,7 @@ struct DependencyRule {
             } else if (readTriple(list->items[i], &kind, &range)) {
                 ranges.push_back(range);
                 checkKind(image, kind, key);
+                checkEnd(range, textOfValue(list->items[i].items[2]), key);
             }
         }
         return ranges;
@@ -70,6 +71,41 @@ struct DependencyRule {
         findings->add(eDepWrongKind, spec.at(key),
                       "A " + type + "'s list is tested against a version of the " + tested +
                           ", whatever it names.");
+    }
+
+    // A version with fewer fields than four ends in zeros: 3.10.49.2 lies behind 3.10.49.
+    void checkEnd(const Range& range, const std::string& high, const std::string& key) const {
+        if (std::count(high.begin(), high.end(), '.') >= 3) return;
+        const bool isOne = range.low == range.high;
+        const std::string next =
+            high + " means " + high + ".0 and no version after it, such as " + high + ".2";
+        if (range.negated) {
+            Finding& finding = findings->add(eDepNarrowHole, spec.at(key), next + ", which is not excluded.");
+            if (isOne) finding.severity = eWarning;
+        } else if (isOne) {
+            findings->add(eDepOneVersion, spec.at(key), next + ", which is refused.");
+        }
+    }
+
+    // An optional image is only installed if the mandatory one needs it, and each accepts the other.
+    void checkOptional(const ImageView& image, const Ranges& own, const ImageView& other,
+                       const Ranges& others) const {
+        if (image.isMandatory() || !other.isMandatory() || image.text("type") == other.text("type")) return;
+        PackedVersion version = 0;
+        PackedVersion otherVersion = 0;
+        if (parseVersion(&version, image.text("version").c_str()) != 0) return;
+        if (parseVersion(&otherVersion, other.text("version").c_str()) != 0) return;
+        std::string why;
+        if (others.empty()) {
+            why = "the other one has no dependency that could need it.";
+        } else if (!holds(others, version)) {
+            why = "the other one's dependencies refuse its version.";
+        } else if (!holds(own, otherVersion)) {
+            why = "its own dependencies refuse the version of the other one.";
+        }
+        if (!why.empty())
+            findings->add(eOptionalNever, spec.at(image.key("update")),
+                          "No device ever installs this image: " + why);
     }
 
     void compare(const ImageView& image, const Ranges& ranges, const ImageView& other) const {
@@ -86,15 +122,20 @@ struct DependencyRule {
 Findings checkDependencies(const SpecView& spec) {
     Findings findings;
     const DependencyRule rule = {spec, &findings};
-    for (const ImageView& image : spec.images) {
-        const Ranges ranges = rule.read(image);
-        if (!isSatisfiable(ranges)) {
+    std::vector<Ranges> lists;
+    for (const ImageView& image : spec.images)
+        lists.push_back(rule.read(image));
+    for (size_t i = 0; i < spec.images.size(); ++i) {
+        const ImageView& image = spec.images[i];
+        if (!isSatisfiable(lists[i])) {
             findings.add(eDepUnsatisfiable, spec.at(image.key("dep")),
                          "No version satisfies the whole list.");
             continue;
         }
-        for (const ImageView& other : spec.images)
-            rule.compare(image, ranges, other);
+        for (size_t j = 0; j < spec.images.size(); ++j) {
+            rule.compare(image, lists[i], spec.images[j]);
+            if (spec.images.size() == 2) rule.checkOptional(image, lists[i], spec.images[j], lists[j]);
+        }
     }
     return findings;
 }

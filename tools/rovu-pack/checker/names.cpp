@@ -59,6 +59,8 @@ struct NameRule {
             add(eNameQuote, member, "A single quote ends the quoting, and the rest runs as a command.");
         if (hasControl(name))
             add(eNameNewline, member, "A line feed or other control character tears the command's line.");
+        if (name.find('\\') != std::string::npos)
+            add(eNameBackslash, member, "tar takes a backslash and what follows it for another character.");
         if (name[0] == '-')
             add(eNameHyphen, member, "tar takes a name that begins with a hyphen for an option.");
         if (climbs(name)) add(eMemberClimbs, member, "The name leads out of the device's work directory.");

@@ -15,6 +15,9 @@ Findings checkKeys(const SpecView& spec);
 /// Digests, sizes, versions, models.
 Findings checkValues(const SpecView& spec);
 
+/// Schemes and characters of URLs.
+Findings checkUrls(const SpecView& spec);
+
 /// Names that reach a shell, tar or the work directory.
 Findings checkNames(const SpecView& spec);
 

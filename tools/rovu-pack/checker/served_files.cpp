@@ -7,6 +7,7 @@
 #include "files.h"
 #include "interruption.h"
 #include "progress_bar.h"
+#include "script_content.h"
 #include "temporary_file.h"
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 namespace {
 
 constexpr uint64_t kCipherBlock = 16;
+constexpr size_t kMostOfScript = 1048576;  // bytes that are looked at
 
 // The file of `folder` that is served as `url`: the longest end of the URL's path that is there, so that two
 // files of one name may stand in folders of their own. What is not there has the URL's last step.
@@ -213,7 +215,20 @@ struct FileRule {
         }
         if (member->type == TarMember::eDirectory || member->type == TarMember::eOther)
             return missing(required, nameOf(tar, required.name) + " is no file.");
-        if (required.isImage && member->type == TarMember::eFile) checkImage(tar, required, *member, plain);
+        if (member->type != TarMember::eFile) return;
+        if (required.isImage) {
+            checkImage(tar, required, *member, plain);
+        } else {
+            checkScriptOf(tar, required, plain);
+        }
+    }
+
+    void checkScriptOf(const TarFacts& tar, const RequiredMember& required, const std::string& plain) const {
+        const std::string what = nameOf(tar, required.name);
+        std::string bytes;
+        if (Fault fault = readTarMember(plain, required.name, kMostOfScript, &bytes))
+            return missing(required, what + " cannot be read: " + fault.message() + ".");
+        findings->append(checkScript(bytes, what, spec.at(required.key)));
     }
 
     void checkImage(const TarFacts& tar, const RequiredMember& required, const TarMember& member,

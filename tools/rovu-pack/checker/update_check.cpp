@@ -25,7 +25,8 @@ Fault requireInputs(const CheckOptions& options) {
 
 Findings applyRules(const SpecView& spec) {
     Findings findings;
-    for (const auto rule : {checkKeys, checkValues, checkNames, checkDependencies, checkParts, checkBootSet})
+    for (const auto rule :
+         {checkKeys, checkValues, checkUrls, checkNames, checkDependencies, checkParts, checkBootSet})
         findings.append(rule(spec));
     return findings;
 }

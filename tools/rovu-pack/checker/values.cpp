@@ -1,16 +1,50 @@
 // Values that the device takes unchanged and that then fail, or weaken, the update.
 
 #include "rules.h"
+#include "util/version.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
 
 namespace {
 
 constexpr size_t kSha256Length = 64;
 constexpr size_t kMd5Length = 32;
+constexpr size_t kMostFields = 4;  // of a version
+constexpr unsigned long kMostOfField = 65535;
 
 bool isDigest(const std::string& text, size_t length) {
     return text.size() == length && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+// As it is written: what the device's readers cut and clamp is not yet lost. Not a number: 0.
+double numberOf(const LuaValue& value) {
+    if (value.kind == LuaValue::eNumber) return std::isnan(value.number) ? 0 : value.number;
+    return value.kind == LuaValue::eText ? std::strtod(value.text.c_str(), nullptr) : 0;
+}
+
+// Up to four fields, none of them empty or above 65535.
+bool isPlainVersion(const std::string& text) {
+    size_t fields = 0;
+    for (size_t at = 0, end = 0; at <= text.size(); at = end + 1, ++fields) {
+        end = std::min(text.find('.', at), text.size());
+        if (text.find_first_not_of("0123456789", at) < end) return true;  // the device refuses it
+        if (end == at || end - at > 9 || std::stoul(text.substr(at, end - at)) > kMostOfField) return false;
+    }
+    return fields <= kMostFields;
+}
+
+// What is odd about a model of the hardware list; empty: nothing.
+std::string modelFault(const std::string& model) {
+    if (model.empty()) return "The list, or a model in it, is empty.";
+    if (std::any_of(model.begin(), model.end(), [](unsigned char c) { return std::isspace(c) != 0; }))
+        return "The whitespace in \"" + model + "\" counts as part of the model.";
+    if (model.find_first_of(";|") != std::string::npos)
+        return "Commas alone separate models: \"" + model + "\" is one model.";
+    return "";
 }
 
 struct ValueRule {
@@ -40,19 +74,50 @@ struct ValueRule {
         size(key, value);
     }
 
+    void range(const std::string& key, const LuaValue* value) const {
+        const double number = value == nullptr ? 0 : numberOf(*value);
+        if (number <= INT32_MAX) return;
+        findings->add(eNumberTooLarge, spec.at(key),
+                      "The device's numbers end at 2147483647, and this is " + textOfValue(*value) + ".");
+    }
+
     void size(const std::string& key, std::optional<double> value) const {
         if (!value || *value >= 0) return;
         findings->add(eNegativeSize, spec.at(key), "The device takes a negative size for a very large one.");
     }
 
     void versionText(const std::string& key, const LuaValue* value) const {
-        if (value == nullptr || value->kind != LuaValue::eNumber) return;
+        if (!isText(value)) return;
+        misread(key, textOfValue(*value));
+        if (value->kind != LuaValue::eNumber) return;
         findings->add(eVersionNumber, spec.at(key),
                       "A number loses its last zeros, as 3.10 does: the device reads \"" +
                           textOfValue(*value) + "\".");
     }
 
+    void misread(const std::string& key, const std::string& text) const {
+        PackedVersion version = 0;
+        if (isPlainVersion(text) || parseVersion(&version, text.c_str()) != 0) return;
+        char read[32];
+        findings->add(eVersionMisread, spec.at(key),
+                      "The device reads \"" + text + "\" as " + formatVersion(version, read, sizeof read) +
+                          ".");
+    }
+
+    void overlay() const {
+        const LuaValue* value = findField(spec.file.table, "clone_overlay");
+        const double number = value == nullptr ? 0 : numberOf(*value);
+        if (number > 0 && number < 1)
+            findings->add(eOverlayFraction, spec.at("clone_overlay"),
+                          "The device cuts the fraction off, and reads 0.");
+        if (number >= 1 && spec.images.empty() && !spec.scripts.empty())
+            findings->add(eOverlayWithoutImage, spec.at("clone_overlay"),
+                          "Without an image nothing is cloned.");
+    }
+
     void image(const ImageView& image) const {
+        range(image.key("dlsize"), findField(image.table, "dlsize"));
+        range(image.key("imsize"), findField(image.table, "imsize"));
         hash(image.key("hash"), findField(image.table, "hash"));
         if (image.hasText("image_md5")) digest(image.key("image_md5"), image.text("image_md5"), kMd5Length);
         limit(image.key("dlsize"), image.number("dlsize"));
@@ -79,6 +144,7 @@ struct ValueRule {
         if (!spec.fetchesScriptTar()) return;
         hash("script_hash", findField(spec.file.table, "script_hash"));
         limit("script_dlsize", spec.number("script_dlsize"));
+        range("script_dlsize", findField(spec.file.table, "script_dlsize"));
     }
 
     void hardware() const {
@@ -87,10 +153,8 @@ struct ValueRule {
         for (size_t at = 0, end = 0; at <= list.size(); at = end + 1) {
             end = std::min(list.find(',', at), list.size());
             const std::string model = list.substr(at, end - at);
-            if (!model.empty() && model.front() != ' ' && model.back() != ' ') continue;
-            findings->add(eHardwareToken, spec.at("hardware"),
-                          model.empty() ? "The list, or a model in it, is empty."
-                                        : "The spaces of \"" + model + "\" count as part of the model.");
+            const std::string fault = modelFault(model);
+            if (!fault.empty()) findings->add(eHardwareToken, spec.at("hardware"), fault);
         }
     }
 };
@@ -101,6 +165,7 @@ Findings checkValues(const SpecView& spec) {
     Findings findings;
     const ValueRule rule = {spec, &findings};
     rule.hardware();
+    rule.overlay();
     rule.scriptTar();
     for (const ImageView& image : spec.images)
         rule.image(image);

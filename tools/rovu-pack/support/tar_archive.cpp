@@ -189,6 +189,27 @@ Fault listTar(const std::string& path, std::vector<TarMember>* members, std::str
     return walkTar(path, take);
 }
 
+Fault readTarMember(const std::string& path, const std::string& name, size_t most, std::string* bytes) {
+    bool found = false;
+    const TakeMember take = [&](const TarMember& member, archive* tar) -> Fault {
+        if (member.name != name || member.type != TarMember::eFile) return {};
+        found = true;
+        bytes->assign(most, '\0');
+        size_t size = 0;
+        while (size < most) {
+            const la_ssize_t got = archive_read_data(tar, bytes->data() + size, most - size);
+            if (got < 0) return archiveFault(path, tar);
+            if (got == 0) break;
+            size += static_cast<size_t>(got);
+        }
+        bytes->resize(size);
+        return {};
+    };
+    if (Fault fault = walkTar(path, take)) return fault;
+    if (found) return {};
+    return {ENOENT, path + ": no file \"" + name + "\" in it"};
+}
+
 Fault digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
                       std::string* md5) {
     bool found = false;

@@ -41,6 +41,10 @@ struct TarMember {
 /// \param compression receives the name of the outermost one; empty: none.
 Fault listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression);
 
+/// Reads one regular file of a tar, as far as its first `most` bytes; of several of one name the last.
+/// \return ENOENT if it is not there.
+Fault readTarMember(const std::string& path, const std::string& name, size_t most, std::string* bytes);
+
 /// The MD5 digest of one regular file of a tar; the last of several of one name is what an extraction leaves.
 /// \return ENOENT if it is not there.
 Fault digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
