@@ -8,6 +8,8 @@
 #include "ubi_tools/ref_checksums.h"
 #include "ubi_tools/ubi_volume.h"
 
+#include <csignal>
+
 namespace {
 
 constexpr uint32_t kNone = 77;  // an out value that is not written
@@ -270,6 +272,19 @@ TEST_F(Volumes, OverlayThatCannotBeReadIsNotCloned) {
     }
     EXPECT_EQ(cloneOverlay(UINT32_MAX, 1, kWorkDir, false), EOVERFLOW);
     EXPECT_EQ(cloneOverlay(0, UINT32_MAX, kWorkDir, false), EOVERFLOW);
+    EXPECT_TRUE(volume("k1_data") == before);
+}
+
+// Whole as its output may be, a command whose end is not known has no digest.
+TEST_F(Volumes, OverlayIsNotClonedByADigestOfUnknownEnd) {
+    const std::string before = volume("k1_data");
+    signal(SIGUSR1, [](int) { signal(SIGCHLD, SIG_IGN); });  // from then on nobody can wait for a command
+    replaceTool("md5sum", "kill -USR1 " + std::to_string(getpid()) + "\nexec /usr/local/bin/md5sum $1\n");
+    EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, false), EINVAL);
+    signal(SIGCHLD, SIG_DFL);
+    signal(SIGUSR1, SIG_DFL);
+    EXPECT_EQ(messages(), "Failed to calculate overlay MD5 sum (" + std::to_string(-ECHILD) + ", 0).\n");
+    EXPECT_EQ(tools(), (Strings{"ubinfo", "md5sum"}));
     EXPECT_TRUE(volume("k1_data") == before);
 }
 

@@ -85,6 +85,19 @@ TEST_F(PackBuild, SpecHasTheDigestsOfTheFilesAsTheyAreDownloaded) {
     }
 }
 
+TEST_F(PackBuild, TarsGiveTheirMembersByTheNamesInTheSpec) {
+    ASSERT_EQ(build(manifest(kImage)), 0);
+    const struct {
+        const char *tar, *member;
+    } rows[] = {{"scripts", "before.sh"}, {"kernel", "k.img"}, {"kernel", "pre.sh"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.member);
+        const std::string member = row.member;
+        EXPECT_EQ(shell("tar -xf out/" + std::string(row.tar) + ".tar -C keys " + member), 0);
+        EXPECT_EQ(shell("cmp keys/" + member + " parts/" + member), 0);
+    }
+}
+
 TEST_F(PackBuild, SameInputGivesTheSameBytesAnywhereAtAnyTime) {
     ASSERT_EQ(build(manifest(kImage)), 0);
     writeParts(path("elsewhere/deep"));

@@ -492,4 +492,25 @@ TEST(PackPlan, IsWhatTheRunThenDoes) {
     }
 }
 
+TEST(PackPlan, ChoiceNamesTheInstalledVersionThatDecided) {
+    const struct {
+        const char* step;
+        Edit dep;
+        const char* test;
+    } rows[] = {
+        {"kernel", kernel("dep", "{{'rootfs','2.4.1','2.4.1'}}"),
+         "its dependencies accept the installed rootfs 2.4.1.0"},
+        {"rootfs", rootfs("dep", "{{'kernel','4','9'}}"),
+         "its dependencies refuse the installed kernel 3.10.49.2"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.step);
+        const rovusim::DeviceOptions device;
+        World world({row.step}, device);
+        applyTo(&world.update, {row.dep});
+        world.publish();
+        EXPECT_EQ(planFor(world, device).selection.images.at(0).test, row.test);
+    }
+}
+
 }  // namespace
