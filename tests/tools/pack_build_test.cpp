@@ -87,15 +87,10 @@ TEST_F(PackBuild, SpecHasTheDigestsOfTheFilesAsTheyAreDownloaded) {
 
 TEST_F(PackBuild, TarsGiveTheirMembersByTheNamesInTheSpec) {
     ASSERT_EQ(build(manifest(kImage)), 0);
-    const struct {
-        const char *tar, *member;
-    } rows[] = {{"scripts", "before.sh"}, {"kernel", "k.img"}, {"kernel", "pre.sh"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.member);
-        const std::string member = row.member;
-        EXPECT_EQ(shell("tar -xf out/" + std::string(row.tar) + ".tar -C keys " + member), 0);
-        EXPECT_EQ(shell("cmp keys/" + member + " parts/" + member), 0);
-    }
+    EXPECT_EQ(shell("mkdir got && tar -xf out/scripts.tar -C got before.sh && "
+                    "tar -xf out/kernel.tar -C got k.img && tar -xf out/kernel.tar -C got pre.sh"),
+              0);
+    EXPECT_EQ(shell("rm parts/m.lua && diff -r got parts"), 0);
 }
 
 TEST_F(PackBuild, SameInputGivesTheSameBytesAnywhereAtAnyTime) {
