@@ -160,13 +160,13 @@ Fault digestMember(const std::string& path, archive* tar, WorkProgress* progress
 
 Fault writeTar(const std::vector<TarInput>& inputs, time_t mtime, const ByteSink& sink,
                const InputSink& read) {
+    TarOutput output = {sink, {}};  // outlives the writer, whose release may still write
     const Writer tar(archive_write_new());
     if (tar == nullptr) return {ENOMEM, "no memory for a tar"};
     archive_write_set_format_ustar(tar.get());
     archive_write_add_filter_none(tar.get());
     archive_write_set_bytes_per_block(tar.get(), kWriteBlock);
     archive_write_set_bytes_in_last_block(tar.get(), kTarBlock);
-    TarOutput output = {sink, {}};
     if (archive_write_open(tar.get(), &output, nullptr, writeBlock, nullptr) != ARCHIVE_OK)
         return outputFault(tar.get(), output);
     for (const TarInput& input : inputs) {
