@@ -24,6 +24,17 @@ bool addFailure(const char* text, RunOptions* options) {
     return true;
 }
 
+bool addServedUrl(const char* text, RunOptions* options) {
+    ServedUrl url;
+    std::string why;
+    if (!parseServedUrl(text, &url, &why)) {
+        complain("--serve " + std::string(text) + ": " + why);
+        return false;
+    }
+    options->served.push_back(url);
+    return true;
+}
+
 const option kOptions[] = {
     {"help", no_argument, nullptr, 'h'},
     {"watch", no_argument, nullptr, 'w'},
@@ -31,6 +42,7 @@ const option kOptions[] = {
     {"no-wait", no_argument, nullptr, 'n'},
     {"fail", required_argument, nullptr, 'f'},
     {"bind", required_argument, nullptr, 'b'},
+    {"serve", required_argument, nullptr, 'u'},
     {"cmdline", required_argument, nullptr, 'c'},
     {"fresh-log", no_argument, nullptr, 'r'},
     {"fail-syscall", required_argument, nullptr, 's'},
@@ -72,6 +84,9 @@ int applyRunOption(int c, const char* value, RunOptions* options) {
         return -1;
     case 'b':
         options->binds.emplace_back(value);
+        return -1;
+    case 'u':
+        if (!addServedUrl(value, options)) return kExitUsage;
         return -1;
     case 'c':
         options->commandLine = value;

@@ -171,6 +171,9 @@ int planInside(const RunOptions& options, Run* run) {
         if (int rc = absolutePath(given, &path); rc != 0) return rc;
         plan.sandbox.binds.push_back(path);
     }
+    plan.served = options.served;
+    for (const ServedUrl& url : plan.served)
+        plan.sandbox.binds.push_back(url.directory);
     if (int rc = resolveProgram(run); rc != 0) return rc;
     keepNameResolution(&plan.sandbox);
     char directory[PATH_MAX];
@@ -208,9 +211,10 @@ int openChannels(Run* run) {
 }
 
 int startInit(Run* run) {
-    constexpr unsigned long kNamespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWUTS;
+    unsigned long namespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWUTS;
+    if (!run->plan.served.empty()) namespaces |= CLONE_NEWNET;
     // A plain fork into new namespaces. unshare would also change this process.
-    const long child = syscall(SYS_clone, kNamespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr);
+    const long child = syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr);
     if (child < 0) return cannot("make", "namespaces", errno);
     if (child == 0) {
         run->ourEnd.reset();

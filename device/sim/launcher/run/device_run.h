@@ -4,6 +4,7 @@
 // on, forwards signals, and draws the progress. One poll loop does it all.
 #pragma once
 
+#include "launcher/run/served_urls.h"
 #include "launcher/syscalls/syscall_rules.h"
 
 #include <string>
@@ -16,6 +17,7 @@ struct RunOptions {
     std::vector<std::string> command;   // argv, never empty
     std::vector<std::string> binds;     // host paths to show read-only at the same place
     std::vector<std::string> failures;  // fault rules, each of which parses
+    std::vector<ServedUrl> served;      // see InitPlan
     std::string log;                    // file for the command's output; empty: the launcher's own
     std::string commandLine;            // the kernel's; empty: that of the active set
     bool noWait = false;                // waits of a second or more are recorded and skipped

@@ -29,6 +29,7 @@ int prepareDevice(const InitPlan& plan) {
     // No process of the device outlives the launcher.
     if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) return cannot("tie the device to", "the launcher", errno);
     if (int rc = enterSandboxRoot(plan.sandbox); rc != 0) return rc;
+    if (int rc = serveUrls(plan.served, plan.signalMask); rc != 0) return rc;
     if (int rc = handOverSyscalls(plan); rc != 0) return rc;
     if (int rc = dropHostPrivileges(); rc != 0) return rc;
     if (chdir(plan.workingDirectory.c_str()) != 0 && chdir("/") != 0) return cannot("enter", "/", errno);

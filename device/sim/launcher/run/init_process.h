@@ -4,6 +4,7 @@
 // updater expects of itself.
 #pragma once
 
+#include "launcher/run/served_urls.h"
 #include "launcher/sandbox/sandbox_root.h"
 #include "launcher/syscalls/syscall_filter.h"
 
@@ -24,6 +25,7 @@ struct InitPlan {
     std::vector<std::string> command;  // argv
     std::string program;               // absolute path to run, or a name to look up inside
     std::string workingDirectory;      // entered if it exists inside, else /
+    std::vector<ServedUrl> served;     // answered inside; with any, the network is a private one
     FilterPlan filter;                 // its exempt socket is `socket`
     int socket = -1;                   // to the launcher: sends the filter's listener, receives one byte
     int output = -1;                   // for the command's output; -1: the launcher's own
