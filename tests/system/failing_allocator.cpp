@@ -21,10 +21,12 @@
 
 extern "C" {
 
+// NOLINTBEGIN(readability-identifier-naming): names of the C library
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* old, size_t size);
 void* __libc_memalign(size_t alignment, size_t size);
+// NOLINTEND(readability-identifier-naming)
 }
 
 namespace {
