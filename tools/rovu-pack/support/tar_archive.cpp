@@ -54,6 +54,7 @@ struct TarOutput {
 
 la_ssize_t writeBlock(archive* /*tar*/, void* data, const void* bytes, size_t size) {
     auto* output = static_cast<TarOutput*>(data);
+    if (output->fault) return -1;
     output->fault = output->sink(static_cast<const char*>(bytes), size);
     return output->fault ? -1 : static_cast<la_ssize_t>(size);
 }
@@ -171,7 +172,8 @@ Fault writeTar(const std::vector<TarInput>& inputs, time_t mtime, const ByteSink
         return outputFault(tar.get(), output);
     for (const TarInput& input : inputs) {
         if (Fault fault = writeMember(tar.get(), output, input, mtime, read)) {
-            archive_write_fail(tar.get());  // or its release would fill up what the header promises
+            output.fault = fault;  // nothing of what the header promises is filled up
+            archive_write_close(tar.get());
             return fault;
         }
     }
