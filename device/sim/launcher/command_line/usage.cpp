@@ -46,8 +46,8 @@ and /dev, its tools, kernel release and kernel command line. The network is the 
   --no-wait          skip waits of a second or more, and record them
   --fail RULE        make calls of tools fail; repeatable, the first rule that matches applies
   --bind PATH        show a host path below /tmp or /run inside, read-only; repeatable
-  --serve URL=DIR    answer the http URL, and all below it, from the folder DIR; repeatable. The network
-                     inside is then a private one, in which no other host can be reached. Needs nginx.
+  --serve URL=DIR    answer the http or https URL, and all below it, from the folder DIR; repeatable. The
+                     network inside is then a private one, in which no other host can be reached. Needs nginx.
   --cmdline LINE     kernel command line instead of that of the active set
   --fresh-log        empty the call log first
   --fail-syscall NAME:N=ERRNO, NAME:N+=ERRNO

@@ -4,7 +4,7 @@
 // on, forwards signals, and draws the progress. One poll loop does it all.
 #pragma once
 
-#include "launcher/run/served_urls.h"
+#include "launcher/web/served_url.h"
 #include "launcher/syscalls/syscall_rules.h"
 
 #include <string>

@@ -3,6 +3,7 @@
 #include "launcher/message.h"
 #include "launcher/run/descriptor_passing.h"
 #include "launcher/sandbox/privileges.h"
+#include "launcher/web/web_server.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "util/descriptor.h"
 

@@ -4,7 +4,7 @@
 // updater expects of itself.
 #pragma once
 
-#include "launcher/run/served_urls.h"
+#include "launcher/web/served_url.h"
 #include "launcher/sandbox/sandbox_root.h"
 #include "launcher/syscalls/syscall_filter.h"
 

@@ -1,0 +1,37 @@
+#include "launcher/web/host_program.h"
+
+#include "launcher/message.h"
+#include "rovu_sim/sandbox_paths.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace rovusim {
+namespace {
+
+[[noreturn]] void become(const std::vector<std::string>& words, const sigset_t& signalMask) {
+    std::vector<char*> argv;
+    for (const std::string& word : words)
+        argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    sigprocmask(SIG_SETMASK, &signalMask, nullptr);
+    setenv("PATH", kRealPath, 1);
+    execvp(argv[0], argv.data());
+    cannot("run", words.front(), errno);
+    _exit(1);
+}
+
+}  // namespace
+
+int runHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask) {
+    const pid_t child = fork();
+    if (child < 0) return cannot("start", words.front(), errno);
+    if (child == 0) become(words, signalMask);
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
+}  // namespace rovusim
