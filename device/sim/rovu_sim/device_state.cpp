@@ -74,6 +74,7 @@ int fillNewDevice(const std::string& stateDir, const DeviceOptions& options) {
     device.kernelRelease = options.kernelRelease;
     device.rootfsVersion = options.rootfsVersion;
     device.totalLebs = options.totalLebs;
+    device.tmpBytes = options.tmpBytes;
     if (int rc = saveDevice(stateDir, device); rc != 0) return rc;
     if (int rc = replaceTextFile(stateDir + "/ubi/table", ""); rc != 0) return rc;
     if (int rc = replaceTextFile(stateDir + "/calls.log", ""); rc != 0) return rc;
@@ -91,18 +92,6 @@ std::string bootFault(const std::string& stateDir, unsigned set) {
         if (volume.updating) return "its volume " + name + " is only partly written";
     }
     return "";
-}
-
-int emptyDirectory(const std::string& path) {
-    std::error_code error;
-    std::vector<std::filesystem::path> entries;
-    for (std::filesystem::directory_iterator at(path, error), end; !error && at != end; at.increment(error))
-        entries.push_back(at->path());
-    for (const auto& entry : entries) {
-        if (error) break;
-        std::filesystem::remove_all(entry, error);
-    }
-    return error.value();
 }
 
 std::string rebootMark(const std::string& stateDir) {
@@ -133,6 +122,7 @@ int loadDevice(const std::string& stateDir, Device* device) {
         if (key == "kernel") read.kernelRelease = value;
         if (key == "rootfs") read.rootfsVersion = value;
         if (key == "lebs") read.totalLebs = static_cast<uint32_t>(std::strtoul(value.c_str(), nullptr, 10));
+        if (key == "tmp") read.tmpBytes = std::strtoull(value.c_str(), nullptr, 10);
         if (key == "running") read.runningSet = value == "1" ? 1 : 0;
     }
     *device = read;
@@ -144,6 +134,7 @@ int saveDevice(const std::string& stateDir, const Device& device) {
     text += "kernel=" + device.kernelRelease + "\n";
     text += "rootfs=" + device.rootfsVersion + "\n";
     text += "lebs=" + std::to_string(device.totalLebs) + "\n";
+    if (device.tmpBytes > 0) text += "tmp=" + std::to_string(device.tmpBytes) + "\n";
     text += "running=" + std::to_string(device.runningSet) + "\n";
     return replaceTextFile(stateDir + "/device", text);
 }

@@ -15,6 +15,7 @@ struct DeviceOptions {
     std::string kernelRelease = "3.10.49-2";
     std::string rootfsVersion = "2.4.1";
     uint32_t totalLebs = 1024;
+    uint64_t tmpBytes = 0;  // that fit into /tmp; 0: as many as the host has
 };
 
 struct Device {
@@ -22,6 +23,7 @@ struct Device {
     std::string kernelRelease;  // used if the kernel volume names none
     std::string rootfsVersion;  // used if the root volume names none
     uint32_t totalLebs = 0;
+    uint64_t tmpBytes = 0;    // that fit into /tmp; 0: as many as the host has
     unsigned runningSet = 0;  // 0 or 1
 };
 

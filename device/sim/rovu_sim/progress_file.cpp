@@ -43,8 +43,12 @@ int readProgressFile(const std::string& path, Progress* progress) {
     return 0;
 }
 
+std::string progressPathIn(const std::string& tmp) {
+    return tmp + "/rovu.progress";
+}
+
 std::string progressPath(const std::string& stateDir) {
-    return stateDir + "/tmp/rovu.progress";
+    return progressPathIn(stateDir + "/tmp");
 }
 
 }  // namespace rovusim

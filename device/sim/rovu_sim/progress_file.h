@@ -15,6 +15,9 @@ struct Progress {
 /// \return 0, the positive errno value of the read, or EILSEQ for any other contents.
 int readProgressFile(const std::string& path, Progress* progress);
 
+/// The file's path in a device's /tmp, which this process knows as `tmp`.
+std::string progressPathIn(const std::string& tmp);
+
 /// The file's path in a device's state directory.
 std::string progressPath(const std::string& stateDir);
 

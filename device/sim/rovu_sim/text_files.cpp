@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace rovusim {
 
@@ -69,6 +71,18 @@ int makeDirectories(const std::string& path) {
         }
         if (end == std::string::npos) return 0;
     }
+}
+
+int emptyDirectory(const std::string& path) {
+    std::error_code error;
+    std::vector<std::filesystem::path> entries;
+    for (std::filesystem::directory_iterator at(path, error), end; !error && at != end; at.increment(error))
+        entries.push_back(at->path());
+    for (const auto& entry : entries) {
+        if (error) break;
+        std::filesystem::remove_all(entry, error);
+    }
+    return error.value();
 }
 
 }  // namespace rovusim

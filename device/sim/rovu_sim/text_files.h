@@ -25,4 +25,8 @@ std::vector<std::string> splitLines(const std::string& text);
 /// \return 0 or a positive errno value.
 [[nodiscard]] int makeDirectories(const std::string& path);
 
+/// Removes all that is in the directory.
+/// \return 0 or a positive errno value.
+[[nodiscard]] int emptyDirectory(const std::string& path);
+
 }  // namespace rovusim

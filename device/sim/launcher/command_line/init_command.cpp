@@ -8,6 +8,8 @@
 #include "rovu_sim/text_files.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <getopt.h>
 #include <string>
 
@@ -30,12 +32,27 @@ bool parseLebs(const char* text, uint32_t* lebs) {
     return true;
 }
 
+// Bytes, or with K, M or G as many times 1024 and so on.
+bool parseSize(const char* text, uint64_t* bytes) {
+    constexpr uint64_t kMost = uint64_t{1} << 40;
+    char* end = nullptr;
+    *bytes = strtoull(text, &end, 10);
+    const char* units = "KMG";
+    const char* unit = *end == '\0' ? nullptr : strchr(units, *end);
+    if (unit != nullptr) {
+        *bytes <<= 10 * (unit - units + 1);
+        ++end;
+    }
+    return text[0] >= '0' && text[0] <= '9' && *end == '\0' && *bytes > 0 && *bytes <= kMost;
+}
+
 const option kOptions[] = {
     {"help", no_argument, nullptr, 'h'},
     {"model", required_argument, nullptr, 'm'},
     {"kernel", required_argument, nullptr, 'k'},
     {"rootfs", required_argument, nullptr, 'r'},
     {"lebs", required_argument, nullptr, 'l'},
+    {"tmp", required_argument, nullptr, 't'},
     {"key", required_argument, nullptr, 'p'},
     {"preshared", required_argument, nullptr, 's'},
     {nullptr, 0, nullptr, 0},
@@ -63,6 +80,9 @@ int applyInitOption(int c, const char* value, InitArguments* arguments) {
         return -1;
     case 'l':
         if (parseLebs(value, &arguments->device.totalLebs)) return -1;
+        return misuse(kInitUsage);
+    case 't':
+        if (parseSize(value, &arguments->device.tmpBytes)) return -1;
         return misuse(kInitUsage);
     default:
         return misuse(kInitUsage);

@@ -31,6 +31,7 @@ Makes a device in the directory STATE, which must not exist. The active set is s
   --kernel RELEASE   kernel release of both sets (3.10.49-2)
   --rootfs VERSION   root file system version of both sets (2.4.1)
   --lebs N           erase blocks of the UBI device, 126976 bytes each (1024)
+  --tmp SIZE         room in /tmp, in bytes or with K, M or G (as much as the host has)
   --key FILE         public key for the device's /etc/ssh/rovu_pub.pem
   --preshared FILE   key file for the device's /app0/secrets/rovu/preshared
 )";

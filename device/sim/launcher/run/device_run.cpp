@@ -4,6 +4,7 @@
 #include "launcher/run/descriptor_passing.h"
 #include "launcher/run/init_process.h"
 #include "launcher/run/watch.h"
+#include "launcher/sandbox/limited_tmp.h"
 #include "launcher/sandbox/loop_device.h"
 #include "launcher/sandbox/sandbox_root.h"
 #include "launcher/syscalls/supervisor.h"
@@ -42,6 +43,7 @@ constexpr int kSocketNumber = 250;  // lowest descriptor number for the end of p
 struct Run {
     Descriptor lock;
     std::vector<LoopDevice> loops;
+    Descriptor tmp;  // the tmpfs of a limited /tmp
     Descriptor output;
     Descriptor ourEnd;  // of the socket pair with process 1
     Descriptor theirEnd;
@@ -79,6 +81,22 @@ int writeRunFiles(const RunOptions& options, const std::string& stateDir) {
     if (rc == 0) rc = storeFaultRules(stateDir, options.failures);
     if (rc == 0) rc = beginRunInCallLog(stateDir, options.freshLog);
     return rc == 0 ? 0 : cannot("write to", stateDir, rc);
+}
+
+int limitTmp(Run* run) {
+    SandboxPlan& sandbox = run->plan.sandbox;
+    Device device;
+    if (int rc = loadDevice(sandbox.stateDir, &device); rc != 0)
+        return cannot("read the device in", sandbox.stateDir, rc);
+    if (device.tmpBytes == 0) return 0;
+    const int rc = openLimitedTmp(sandbox.stateDir, device.tmpBytes, &run->tmp);
+    sandbox.tmp = run->tmp.get();
+    return rc;
+}
+
+// The device's /tmp, as this process knows it during the run.
+std::string tmpDuring(const Run& run) {
+    return run.tmp.isOpen() ? pathOfLimitedTmp(run.tmp.get()) : run.plan.sandbox.stateDir + "/tmp";
 }
 
 int attachDynamicVolumes(Run* run) {
@@ -278,11 +296,12 @@ int superviseUntilEnd(Run* run) {
 int prepareRun(const RunOptions& options, Run* run) {
     if (int rc = takeDevice(options, run); rc != 0) return rc;
     if (int rc = writeRunFiles(options, run->plan.sandbox.stateDir); rc != 0) return rc;
+    if (int rc = limitTmp(run); rc != 0) return rc;
     if (int rc = attachDynamicVolumes(run); rc != 0) return rc;
     if (int rc = planInside(options, run); rc != 0) return rc;
     if (int rc = openOutput(options, run); rc != 0) return rc;
     if (options.watch) {
-        if (int rc = startWatch(run->plan.sandbox.stateDir, &run->watch); rc != 0) return rc;
+        if (int rc = startWatch(tmpDuring(*run), &run->watch); rc != 0) return rc;
     }
     return openChannels(run);
 }
@@ -310,10 +329,11 @@ int runInDevice(const RunOptions& options) {
         finishWatch(&run.watch);
         printOutcome(options, exitStatus);
     }
+    const bool isKept = !run.tmp.isOpen() || keepLimitedTmp(run.tmp.get(), run.plan.sandbox.stateDir) == 0;
     if (int rc = storeFaultRules(run.plan.sandbox.stateDir, {}); rc != 0)
         cannot("remove the fault rules of", run.plan.sandbox.stateDir, rc);
     removeBindLeftovers(run.plan.sandbox);
-    return exitStatus;
+    return isKept ? exitStatus : kExitSetupFailed;
 }
 
 }  // namespace rovusim

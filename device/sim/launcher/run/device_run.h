@@ -4,8 +4,8 @@
 // on, forwards signals, and draws the progress. One poll loop does it all.
 #pragma once
 
-#include "launcher/web/served_url.h"
 #include "launcher/syscalls/syscall_rules.h"
+#include "launcher/web/served_url.h"
 
 #include <string>
 #include <vector>

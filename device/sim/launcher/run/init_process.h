@@ -4,9 +4,9 @@
 // updater expects of itself.
 #pragma once
 
-#include "launcher/web/served_url.h"
 #include "launcher/sandbox/sandbox_root.h"
 #include "launcher/syscalls/syscall_filter.h"
+#include "launcher/web/served_url.h"
 
 #include <csignal>
 #include <string>

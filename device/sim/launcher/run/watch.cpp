@@ -91,14 +91,12 @@ void enterState(Watch* watch, const Progress& progress) {
 
 }  // namespace
 
-int startWatch(const std::string& stateDir, Watch* watch) {
+int startWatch(const std::string& tmp, Watch* watch) {
     watch->changes = Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (!watch->changes.isOpen()) return cannot("watch", stateDir, errno);
-    const std::string directory = stateDir + "/tmp";
+    if (!watch->changes.isOpen()) return cannot("watch", tmp, errno);
     const uint32_t events = IN_MOVED_TO | IN_CLOSE_WRITE | IN_MODIFY;
-    if (inotify_add_watch(watch->changes.get(), directory.c_str(), events) < 0)
-        return cannot("watch", directory, errno);
-    watch->path = progressPath(stateDir);
+    if (inotify_add_watch(watch->changes.get(), tmp.c_str(), events) < 0) return cannot("watch", tmp, errno);
+    watch->path = progressPathIn(tmp);
     watch->terminal = isatty(STDOUT_FILENO) != 0;
     watch->started = nowMilliseconds();
     return 0;

@@ -19,9 +19,10 @@ struct Watch {
     int percent = 0;
 };
 
-/// Watches the device's progress file from now on; what an earlier run left there is not shown.
+/// Watches the progress file in the device's /tmp, which this process knows as `tmp`, from now on; what an earlier run
+/// left there is not shown.
 /// \return 0, or a positive errno value after a message.
-[[nodiscard]] int startWatch(const std::string& stateDir, Watch* watch);
+[[nodiscard]] int startWatch(const std::string& tmp, Watch* watch);
 
 /// Reads the progress file again; to be called when `changes` is readable.
 void followProgress(Watch* watch);

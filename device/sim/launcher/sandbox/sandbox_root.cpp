@@ -2,6 +2,7 @@
 
 #include "launcher/message.h"
 #include "launcher/sandbox/device_nodes.h"
+#include "launcher/sandbox/limited_tmp.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/text_files.h"
@@ -132,7 +133,7 @@ int mountStateDirectories(const SandboxPlan& plan, const std::string& newRoot) {
     for (const char* path : kKeptDirectories) {
         if (int rc = bindMount(outsidePath(plan.stateDir, path), newRoot + path); rc != 0) return rc;
     }
-    return 0;
+    return plan.tmp < 0 ? 0 : mountLimitedTmp(plan.tmp, newRoot + "/tmp");
 }
 
 // A new proc shows only this namespace's processes, but its switches are still the host's.
@@ -156,6 +157,7 @@ int mountHome(const SandboxPlan& plan, const std::string& newRoot) {
     const std::string state = newRoot + kStateInside;
     if (int rc = makeMountPoint(plan.stateDir, state); rc != 0) return rc;
     if (int rc = bindMount(plan.stateDir, state); rc != 0) return rc;
+    if (int rc = plan.tmp < 0 ? 0 : bindMount(newRoot + "/tmp", state + "/tmp"); rc != 0) return rc;
     const std::string tool = newRoot + kToolInside;
     if (int rc = makeMountPoint(plan.toolProgram, tool); rc != 0) return rc;
     if (int rc = bindMount(plan.toolProgram, tool); rc != 0) return rc;
