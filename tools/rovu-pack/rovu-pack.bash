@@ -5,7 +5,7 @@ _rovu_pack() {
     local command=${COMP_WORDS[1]} options=
     COMPREPLY=()
     if [[ $COMP_CWORD -eq 1 ]]; then
-        mapfile -t COMPREPLY < <(compgen -W 'keygen secret build sign check inspect --help --version' -- "$current")
+        mapfile -t COMPREPLY < <(compgen -W 'keygen secret build sign check rehearse inspect --help --version' -- "$current")
         return
     fi
     # bash makes three words of "--option=value".
@@ -36,6 +36,9 @@ _rovu_pack() {
     inspect) options='--pub --json --help' ;;
     check)
         options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --strict --json --help'
+        ;;
+    rehearse)
+        options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --rovu --help'
         ;;
     *) options='--help' ;;
     esac

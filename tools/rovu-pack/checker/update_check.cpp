@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -62,6 +63,7 @@ Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
         findings->append(reportRoom(spec, result->room));
     }
     result->fleet = planFleet(spec, verdict.refusedIn, options.devices, files.tars);
+    result->tars = std::move(files.tars);
     if (verdict.refusedIn == eStateInvalid) findings->append(reportRefusals(spec, result->fleet));
     findings->append(reportBoots(spec, result->fleet));
     findings->sort();

@@ -17,6 +17,7 @@ struct CheckOptions {
 struct CheckResult {
     SpecFile spec;
     Findings findings;  // sorted
+    Tars tars;          // with what their files are, if those were looked at
     RoomNeed room;
     std::vector<FleetRow> fleet;  // a row for each device of the options
 };

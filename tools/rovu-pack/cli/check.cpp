@@ -7,16 +7,6 @@
 
 namespace {
 
-Fault gatherDevices(CheckCommandOptions* options) {
-    if (!options->device.model.empty()) options->check.devices.push_back(options->device);
-    for (const std::string& text : options->devices) {
-        DeviceKind device;
-        if (Fault fault = parseDeviceKind(text, &device)) return fault;
-        options->check.devices.push_back(device);
-    }
-    return {};
-}
-
 void print(const CheckResult& result) {
     printFindings(result.findings, stdout);
     printCounts(result.findings, stdout);
@@ -28,6 +18,16 @@ void print(const CheckResult& result) {
 }
 
 }  // namespace
+
+Fault gatherDevices(CheckCommandOptions* options) {
+    if (!options->device.model.empty()) options->check.devices.push_back(options->device);
+    for (const std::string& text : options->devices) {
+        DeviceKind device;
+        if (Fault fault = parseDeviceKind(text, &device)) return fault;
+        options->check.devices.push_back(device);
+    }
+    return {};
+}
 
 int runCheck(CheckCommandOptions options) {
     CheckResult result;

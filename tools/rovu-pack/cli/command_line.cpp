@@ -16,6 +16,7 @@ struct Options {
     SignOptions sign;
     CheckCommandOptions check;
     InspectOptions inspect;
+    RehearseOptions rehearse;
 };
 
 // An empty value is most often a variable that is not set, and must not count as an option that is not there.
@@ -109,6 +110,24 @@ CLI::App* addCheck(CLI::App* app, CheckCommandOptions* options) {
     return command;
 }
 
+CLI::App* addRehearse(CLI::App* app, RehearseOptions* options) {
+    CLI::App* command = app->add_subcommand(
+        "rehearse", "Run an update on simulated devices, and compare with what \"check\" predicts");
+    command->add_option("SPEC", options->check.check.spec, "The spec's file, signed or not")
+        ->required()
+        ->type_name("FILE");
+    addFileOptions(command, &options->check.check);
+    command->get_option("--files")->required();
+    addDeviceOptions(command, &options->check);
+    command
+        ->add_option(
+            "--rovu", options->program,
+            "The device's program, built for this machine; rovu beside rovu-pack,\nor in PATH, if not given")
+        ->type_name("FILE")
+        ->check(refuseEmpty);
+    return command;
+}
+
 CLI::App* addInspect(CLI::App* app, InspectOptions* options) {
     CLI::App* command =
         app->add_subcommand("inspect", "Say what a file is, and what is in the update if it is a spec");
@@ -137,6 +156,7 @@ int runCommandLine(int argc, char** argv) {
     const CLI::App* build = addBuild(&app, &options.build);
     const CLI::App* sign = addSign(&app, &options.sign);
     addCheck(&app, &options.check);
+    const CLI::App* rehearse = addRehearse(&app, &options.rehearse);
     const CLI::App* inspect = addInspect(&app, &options.inspect);
     try {
         app.parse(argc, argv);
@@ -147,6 +167,7 @@ int runCommandLine(int argc, char** argv) {
     if (secret->parsed()) return runSecret(options.keyFile);
     if (build->parsed()) return runBuild(options.build);
     if (sign->parsed()) return runSign(options.sign);
+    if (rehearse->parsed()) return runRehearse(options.rehearse);
     if (inspect->parsed()) return runInspect(options.inspect);
     return runCheck(options.check);
 }

@@ -27,6 +27,11 @@ struct CheckCommandOptions {
     bool json = false;
 };
 
+struct RehearseOptions {
+    CheckCommandOptions check;  // the update and the devices
+    std::string program;        // the device's program, built for this machine; empty: the one beside this
+};
+
 struct InspectOptions {
     std::string spec;                     ///< file of any kind
     std::vector<std::string> publicKeys;  ///< of which one may have signed it
@@ -54,6 +59,12 @@ int runSign(const SignOptions& options);
 
 /// Prints what a file is, and what is in the update if it is a spec.
 int runInspect(const InspectOptions& options);
+
+/// Adds the devices of the command line to those of the check.
+Fault gatherDevices(CheckCommandOptions* options);
+
+/// Runs an update on simulated devices, and prints whether each run was what `check` predicts.
+int runRehearse(RehearseOptions options);
 
 /// Prints what devices will do with a spec, and what its owner will regret.
 int runCheck(CheckCommandOptions options);

@@ -2,6 +2,7 @@
 
 #include "launcher/message.h"
 #include "launcher/web/host_program.h"
+#include "launcher/web/served_url.h"
 
 #include <cerrno>
 #include <sys/mount.h>
@@ -11,10 +12,6 @@ namespace {
 
 // Where libcurl looks for the authorities that it trusts.
 constexpr const char* kAuthorities = "/etc/ssl/certs/ca-certificates.crt";
-
-bool isAddress(const std::string& host) {
-    return host.find_first_not_of("0123456789.") == std::string::npos;
-}
 
 std::string alternativeNames(const std::vector<std::string>& hosts) {
     std::string names = "subjectAltName=";

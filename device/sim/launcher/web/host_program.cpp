@@ -13,6 +13,7 @@ namespace {
 
 [[noreturn]] void become(const std::vector<std::string>& words, const sigset_t& signalMask) {
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (const std::string& word : words)
         argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);

@@ -35,17 +35,16 @@ bool parseHost(const std::string& text, ServedUrl* url) {
     return !url->host.empty() && url->host.find_first_not_of(kHostCharacters) == std::string::npos;
 }
 
-bool isForeignAddress(const std::string& host) {
-    const bool isAddress = host.find_first_not_of("0123456789.") == std::string::npos;
-    return isAddress && host.compare(0, 4, "127.") != 0;
-}
-
 // The server's configuration quotes paths, and has no escape for these characters everywhere.
 bool isQuotable(const std::string& path) {
     return path.find_first_of("\"$\\\n") == std::string::npos;
 }
 
 }  // namespace
+
+bool isAddress(const std::string& host) {
+    return host.find_first_not_of("0123456789.") == std::string::npos;
+}
 
 bool parseServedUrl(const std::string& text, ServedUrl* url, std::string* why) {
     *why = "not of the form http[s]://HOST[:PORT][/PATH]=DIR";
@@ -58,8 +57,6 @@ bool parseServedUrl(const std::string& text, ServedUrl* url, std::string* why) {
     if (!parseHost(address.substr(0, slash), url)) return false;
     url->path = slash == std::string::npos ? "/" : address.substr(slash);
     if (url->path.back() != '/') url->path += '/';
-    *why = "an address outside 127.0.0.0/8 cannot be served; use a host name";
-    if (isForeignAddress(url->host)) return false;
     char resolved[PATH_MAX];
     *why = "no such directory";
     if (realpath((rest.substr(equals + 1) + "/.").c_str(), resolved) == nullptr) return false;

@@ -8,8 +8,11 @@
 #include "util/descriptor.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -28,6 +31,31 @@ int raiseLoopback() {
     request.ifr_flags = IFF_UP | IFF_LOOPBACK | IFF_RUNNING;
     if (!any.isOpen() || ioctl(any.get(), SIOCSIFFLAGS, &request) != 0)
         return cannot("start", "the loopback interface", errno);
+    return 0;
+}
+
+// Gives the loopback interface one more address, so that the device reaches it inside.
+int addAddress(const std::string& host, size_t number) {
+    Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ifreq request = {};
+    snprintf(request.ifr_name, sizeof request.ifr_name, "lo:%zu", number);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    if (inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1)
+        return cannot("use the address", host, EINVAL);
+    memcpy(&request.ifr_addr, &address, sizeof address);
+    const bool isSet = any.isOpen() && ioctl(any.get(), SIOCSIFADDR, &request) == 0;
+    if (!isSet && errno != EEXIST) return cannot("use the address", host, errno);
+    return 0;
+}
+
+int raiseNetwork(const std::vector<std::string>& hosts) {
+    if (int rc = raiseLoopback(); rc != 0) return rc;
+    size_t number = 1;
+    for (const std::string& host : hosts) {
+        if (!isAddress(host)) continue;
+        if (int rc = addAddress(host, number++); rc != 0) return rc;
+    }
     return 0;
 }
 
@@ -60,8 +88,9 @@ std::vector<std::string> hostsOf(const std::vector<ServedUrl>& urls) {
 
 int mapHosts(const std::vector<std::string>& hosts, const std::string& home) {
     std::string text = "127.0.0.1 localhost\n";
-    for (const std::string& host : hosts)
-        text += "127.0.0.1 " + host + "\n";
+    for (const std::string& host : hosts) {
+        if (!isAddress(host)) text.append("127.0.0.1 ").append(host).append("\n");
+    }
     if (int rc = replaceTextFile(home + "/hosts", text); rc != 0) return cannot("write to", home, rc);
     if (mount((home + "/hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) != 0)
         return cannot("replace", "/etc/hosts", errno);
@@ -89,7 +118,7 @@ int serveUrls(const std::vector<ServedUrl>& urls, const sigset_t& signalMask) {
     for (const char* name :
          {"http_proxy", "HTTP_PROXY", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
         unsetenv(name);
-    if (int rc = raiseLoopback(); rc != 0) return rc;
+    if (int rc = raiseNetwork(hosts); rc != 0) return rc;
     const bool anyHttps =
         std::any_of(urls.begin(), urls.end(), [](const ServedUrl& url) { return url.isHttps; });
     if (int rc = anyHttps ? trustNewCertificate(hosts, home, signalMask) : 0; rc != 0) return rc;

@@ -1,0 +1,231 @@
+// `rovu-pack rehearse`: what it says of runs that follow their plan and of runs that do not, and that plan and run
+// agree on updates drawn at random.
+
+#include "support/program.h"
+#include "support/scratch.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kKernel = "{ type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img' },\n";
+const std::string kRootfs = "{ type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img' },\n";
+
+// Updates made of manifests, and their rehearsal.
+class Rehearsals {
+public:
+    Rehearsals() {
+        writeWholeFile(path("k.img"), "version=2.0\n" + std::string(300000, 'k'));
+        writeWholeFile(path("r.img"), "version=2.0\n" + std::string(400000, 'r'));
+        EXPECT_EQ(run("keygen keys"), 0);
+        EXPECT_EQ(run("secret key.bin"), 0);
+    }
+
+    std::string path(const std::string& name) const { return scratch.path + "/" + name; }
+    std::string out() const { return readWholeFile(path("out")); }
+    std::string err() const { return readWholeFile(path("err")); }
+
+    int run(const std::string& arguments) const {
+        for (const char* name : {"out", "err"})
+            fs::remove(path(name));
+        const std::string line = "cd '" + scratch.path + "' && TMPDIR=. '" ROVU_PACK_PROGRAM "' " + arguments;
+        return Program({"/bin/sh", "-c", line}, path("out"), path("err")).wait();
+    }
+
+    int build(const std::string& table, const std::string& url = "https://updates.example/2.0") const {
+        writeWholeFile(path("m.lua"), "{ version = 1, hardware = 'RV-20', " + table + "}\n");
+        const bool isEncrypted = table.find("encr_key_offset") != std::string::npos;
+        return run("build m.lua --force --out www --key keys/private.pem --base-url " + url +
+                   (isEncrypted ? " --secrets key.bin" : ""));
+    }
+
+    int rehearse(const std::string& devices) const {
+        return run("rehearse www/update.lua --files www --pub keys/rovu_pub.pem --secrets key.bin " +
+                   devices);
+    }
+
+    const ScratchDir scratch;
+};
+
+const std::string kDevice = "--device model=RV-20,kernel=1.0,rootfs=1.0 ";
+
+struct Row {
+    const char* name;
+    std::string table;
+    const char* script;  // of the script `s`
+    std::string devices;
+    int status;
+    Strings said;
+    const char* url = "https://updates.example/2.0";
+};
+
+const Row kRows[] = {
+    {"both images, cloned and encrypted, with scripts",
+     "clone_overlay = 1, encr_key_offset = 0, '_s', " + kKernel + "'s', " + kRootfs,
+     "fw_printenv bootswitcher; ubinfo -a\n",
+     kDevice,
+     0,
+     {"from set 0: as planned: updates and restarts", "from set 1: as planned: updates and restarts"}},
+    {"devices that refuse, and one that stays",
+     kKernel + "'exit_success',",
+     "",
+     "--device model=RV-19,kernel=1.0,rootfs=1.0 " + kDevice,
+     0,
+     {"RV-19, kernel 1.0, rootfs 1.0, from set 0: as planned: refuses",
+      "RV-20, kernel 1.0, rootfs 1.0, from set 1: as planned: runs, and stays on its set"}},
+    {"a server that has no name",
+     kKernel + kRootfs,
+     "",
+     kDevice,
+     0,
+     {"as planned"},
+     "http://10.20.30.40:8080/a/b"},
+    {"a script that fails",
+     kKernel + "'s', " + kRootfs,
+     "echo no room; exit 3\n",
+     kDevice,
+     1,
+     {"from set 0: FAILS", "the run ended with status 1 in state \"error\" instead of 0 in \"complete\"",
+      "no room"}},
+    {"a script that undoes the update",
+     kKernel + kRootfs + "'s',",
+     "echo x >/tmp/x; for v in 0 3; do ubiupdatevol /dev/ubi0_$v /tmp/x; done\n",
+     kDevice,
+     1,
+     {"volume k1 does not hold what the plan says", "volume k0 does not hold what the plan says"}},
+    {"a volume that stays blank",
+     kKernel,
+     "",
+     "--device model=RV-20,kernel=1.0,rootfs=1.0,inactive=blank",
+     1,
+     {"the device does not come back: set 1 cannot boot: its volume k1_root is empty"}},
+};
+
+TEST(Rehearse, TellsWhetherRunsWereWhatThePlanSays) {
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.name);
+        const Rehearsals world;
+        writeWholeFile(world.path("s"), row.script);
+        writeWholeFile(world.path("_s"), row.script);
+        ASSERT_EQ(world.build(row.table, row.url), 0) << world.err();
+        EXPECT_EQ(world.rehearse(row.devices), row.status) << world.err();
+        for (const std::string& text : row.said)
+            EXPECT_NE(world.out().find(text), std::string::npos) << text << "\nis not in\n" << world.out();
+    }
+}
+
+TEST(Rehearse, LeavesNothingWhenItIsInterrupted) {
+    const Rehearsals world;
+    writeWholeFile(world.path("s"), "sleep 30\n");
+    ASSERT_EQ(world.build("'s', " + kKernel + kRootfs), 0) << world.err();
+    const auto entries = [&world] {
+        const auto all = fs::directory_iterator(world.scratch.path);
+        return std::distance(fs::begin(all), fs::end(all));
+    };
+    const auto before = entries();
+    Program program({"/usr/bin/env", "-C", world.scratch.path, "TMPDIR=.", ROVU_PACK_PROGRAM, "rehearse",
+                     "www/update.lua", "--files", "www", "--unsigned", "--device",
+                     "model=RV-20,kernel=1.0,rootfs=1.0"},
+                    world.path("out"), world.path("err"));
+    const auto isInScript = [&world] {
+        for (const auto& entry : fs::directory_iterator(world.scratch.path)) {
+            if (readWholeFile(entry.path().string() + "/device/tmp/rovu.progress").find("running") !=
+                std::string::npos)
+                return true;
+        }
+        return false;
+    };
+    for (int tries = 0; tries < 2000 && !isInScript(); ++tries)
+        usleep(5000);
+    ASSERT_TRUE(isInScript());
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.wait(), -SIGTERM);
+    EXPECT_EQ(entries(), before);
+}
+
+// Good updates and devices, drawn by a generator whose numbers are the same on every machine.
+class Draw {
+public:
+    explicit Draw(unsigned seed) : numbers_(seed) {}
+
+    unsigned below(unsigned limit) { return static_cast<unsigned>(numbers_() % limit); }
+    bool once(unsigned in) { return below(in) == 0; }
+
+    std::string version() { return std::to_string(1 + below(3)) + "." + std::to_string(below(4)); }
+
+    std::string dependency(const std::string& kind) {
+        const std::string low = version();
+        const std::string entry = (once(4) ? "'!" : "'") + kind + "', '" + low + "', '" + version() + "'";
+        return "{ " + entry + " }";
+    }
+
+    std::string image(const std::string& kind) {
+        const std::string other = kind == "kernel" ? "rootfs" : "kernel";
+        std::string text =
+            "{ type = '" + kind + "', version = '" + version() + "', image = '" + kind + ".img'";
+        text += once(3) ? ", update = 'optional'" : ", update = 'mandatory'";
+        for (const char* script : {"preinst", "postinst"}) {
+            if (once(3)) text += std::string(", ") + script + " = '" + script + ".sh'";
+        }
+        if (once(2)) {
+            text += ", dep = { " + dependency(other);
+            if (once(3)) text += ", " + dependency(other);
+            text += " }";
+        }
+        return text + " },\n";
+    }
+
+    std::string table() {
+        std::string text = "clone_overlay = " + std::to_string(below(2)) + ",\n";
+        if (once(2)) text += "encr_key_offset = 0,\n";
+        if (once(3)) text += "'_first.sh',\n";
+        const bool isKernelFirst = once(2);
+        if (once(3)) text += "'before.sh',\n";
+        if (!once(5)) text += image(isKernelFirst ? "kernel" : "rootfs");
+        if (once(3)) text += "'sub/between.sh',\n";
+        if (!once(5)) text += image(isKernelFirst ? "rootfs" : "kernel");
+        if (once(3)) text += "'after.sh',\n";
+        if (once(6)) text += "'exit_success',\n";
+        return text;
+    }
+
+    std::string device() {
+        const std::string model = once(6) ? "RV-19" : "RV-20";
+        return "--device model=" + model + ",kernel=" + version() + ",rootfs=" + version() + " ";
+    }
+
+private:
+    std::mt19937 numbers_;
+};
+
+// ROVU_RANDOM_UPDATES names another number of them.
+unsigned updatesToDraw() {
+    const char* wanted = getenv("ROVU_RANDOM_UPDATES");
+    return wanted == nullptr ? 12 : static_cast<unsigned>(std::strtoul(wanted, nullptr, 10));
+}
+
+TEST(Rehearse, PlanAndRunAgreeOnRandomUpdates) {
+    unsigned rehearsed = 0;
+    for (unsigned seed = 1; rehearsed < updatesToDraw(); ++seed) {
+        Draw draw(seed);
+        const Rehearsals world;
+        for (const std::string kind : {"kernel", "rootfs"})
+            writeWholeFile(world.path(kind + ".img"), std::string(20000 + draw.below(400000), 'i'));
+        for (const char* script :
+             {"_first.sh", "before.sh", "sub/between.sh", "after.sh", "preinst.sh", "postinst.sh"})
+            writeWholeFile(world.path(script), "fw_printenv\n");
+        const std::string table = draw.table();
+        SCOPED_TRACE("seed " + std::to_string(seed) + "\n" + table);
+        if (world.build(table) != 0) continue;  // refused by the device's reader, as any other
+        ++rehearsed;
+        const std::string devices = draw.device() + draw.device();
+        EXPECT_EQ(world.rehearse(devices), 0) << world.out() << world.err();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,133 @@
+#include "comparison.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+void replaceAll(const std::string& from, const std::string& to, std::string* text) {
+    for (size_t at = text->find(from); at != std::string::npos; at = text->find(from, at + to.size()))
+        text->replace(at, from.size(), to);
+}
+
+// A step with the ids and sizes of this device, and as the simulator records it: without the folder of the program.
+Words stepOn(const PlanStep& step, const std::vector<SimulatedVolume>& volumes) {
+    Words words = step.words;
+    words.front().erase(0, words.front().rfind('/') + 1);
+    for (std::string& word : words) {
+        for (const SimulatedVolume& volume : volumes) {
+            replaceAll("{id of " + volume.name + "}", std::to_string(volume.id), &word);
+            replaceAll("{size of " + volume.name + "}", std::to_string(volume.size), &word);
+        }
+    }
+    return words;
+}
+
+std::string lineOf(const Words& words) {
+    std::string line;
+    for (const std::string& word : words)
+        line += (line.empty() ? "" : " ") + word;
+    return line;
+}
+
+// In these states the update's own scripts run, whose commands no plan knows.
+bool mayRunScripts(const std::string& state) {
+    const UpdateState states[] = {eStateRunningPreparationScripts, eStateRunningScripts,
+                                  eStateFlashingImages};
+    return std::any_of(std::begin(states), std::end(states),
+                       [&state](UpdateState each) { return state == stateName(each); });
+}
+
+struct Comparer {
+    const Selection& selection;
+    const Plan& plan;
+    const Tars& tars;
+    const SimulatedRun& run;
+    std::vector<std::string> found;
+
+    void compareOutcome() {
+        const bool accepts = selection.refusal.empty();
+        const std::string planned = stateName(plan.stages.back().state);
+        if (run.state != planned || (run.status == 0) != accepts) {
+            found.push_back("the run ended with status " + std::to_string(run.status) + " in state \"" +
+                            run.state + "\" instead of " + (accepts ? "0" : "1") + " in \"" + planned + "\"");
+        }
+        if (!accepts && selection.refusedIn == eStateCheckingDependencies &&
+            run.log.find(selection.refusal) == std::string::npos)
+            found.push_back("the device did not say \"" + selection.refusal + "\"");
+    }
+
+    void compareCommands() {
+        auto next = plan.steps.begin();
+        for (const RanCommand& command : run.commands) {
+            const bool isPlanned = next != plan.steps.end() && command.state == stateName(next->state) &&
+                                   command.words == stepOn(*next, run.before);
+            if (isPlanned) ++next;
+            if (isPlanned || mayRunScripts(command.state)) continue;
+            return found.push_back("a command that is not planned there: " + lineOf(command.words));
+        }
+        if (next != plan.steps.end()) found.push_back("a planned command did not run: " + next->line);
+    }
+
+    static const SimulatedVolume* find(const std::vector<SimulatedVolume>& volumes, const std::string& name) {
+        const auto found =
+            std::find_if(volumes.begin(), volumes.end(),
+                         [&name](const SimulatedVolume& volume) { return volume.name == name; });
+        return found == volumes.end() ? nullptr : &*found;
+    }
+
+    std::string before(const std::string& name) const {
+        const SimulatedVolume* volume = find(run.before, name);
+        return volume == nullptr ? "" : volume->md5;
+    }
+
+    // The MD5 that a volume must have afterwards.
+    std::string expected(const std::string& name) const {
+        if (std::find(plan.volumes.begin(), plan.volumes.end(), name) == plan.volumes.end())
+            return before(name);
+        const std::string suffix = name.substr(2);
+        if (suffix == "_data") return before("k" + std::to_string(plan.activeSet) + suffix);
+        const std::string kind = suffix.empty() ? "kernel" : "rootfs";
+        for (const ImageChoice& choice : selection.images) {
+            const TarFacts* tar = findTar(tars, choice.localName);
+            const bool isTaken =
+                choice.outcome == ImageChoice::eKept || choice.outcome == ImageChoice::ePromoted;
+            if (choice.kind == kind && isTaken && tar != nullptr) return tar->imageMd5;
+        }
+        return "";
+    }
+
+    void compareVolumes() {
+        for (const SimulatedVolume& volume : run.before) {
+            const SimulatedVolume* after = find(run.after, volume.name);
+            if (after == nullptr || after->md5 != expected(volume.name))
+                found.push_back("volume " + volume.name + " does not hold what the plan says");
+        }
+    }
+
+    void compareRestart() {
+        if (run.restarts != plan.switches)
+            found.push_back(run.restarts ? "the device restarts" : "the device does not restart");
+        const unsigned planned = plan.switches ? plan.activeSet ^ 1 : plan.activeSet;
+        if (run.nextSet != planned)
+            found.push_back("the boot loader starts set " + std::to_string(run.nextSet));
+        if (!run.bootFault.empty()) found.push_back("the device does not come back: " + run.bootFault);
+    }
+};
+
+}  // namespace
+
+std::vector<std::string> differences(const Selection& selection, const Plan& plan, const Tars& tars,
+                                     const SimulatedRun& run) {
+    Comparer comparer = {selection, plan, tars, run, {}};
+    comparer.compareOutcome();
+    comparer.compareCommands();
+    // A run that ended early says the rest by that.
+    if (comparer.found.empty()) {
+        comparer.compareVolumes();
+        comparer.compareRestart();
+    }
+    return comparer.found;
+}

@@ -1,0 +1,32 @@
+#include "rehearsal.h"
+
+#include "comparison.h"
+#include "scratch_folder.h"
+
+namespace {
+
+Fault rehearseOne(const RehearsalFiles& files, const Tars& tars, RehearsalRow* row) {
+    ScratchFolder folder;
+    SimulatedRun run;
+    if (Fault fault = folder.make()) return fault;
+    const FleetRow& planned = *row->planned;
+    if (Fault fault = runOnSimulator(planned.device, row->activeSet, files, tars, folder.path(), &run))
+        return fault;
+    row->differences = differences(planned.selection, planned.plans[row->activeSet], tars, run);
+    row->log = run.log;
+    return {};
+}
+
+}  // namespace
+
+Fault rehearse(const CheckResult& check, const RehearsalFiles& files,
+               const std::function<void(const RehearsalRow&)>& report) {
+    for (const FleetRow& planned : check.fleet) {
+        for (const uint32_t activeSet : {0U, 1U}) {
+            RehearsalRow row = {&planned, activeSet, {}, ""};
+            if (Fault fault = rehearseOne(files, check.tars, &row)) return fault;
+            report(row);
+        }
+    }
+    return {};
+}

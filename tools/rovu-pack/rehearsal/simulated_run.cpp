@@ -1,0 +1,187 @@
+#include "simulated_run.h"
+
+#include "child_program.h"
+#include "digests.h"
+#include "files.h"
+#include "rovu_sim/boot_env.h"
+#include "rovu_sim/call_log.h"
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/progress_file.h"
+#include "rovu_sim/volume_store.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <map>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+
+// Where the device finds the spec, which need not lie among the files that are served.
+constexpr char kSpecUrl[] = "http://rehearsal.invalid/spec";
+constexpr char kPublicKeyPath[] = "/etc/ssh/rovu_pub.pem";
+constexpr char kSecretsPath[] = "/app0/secrets/rovu/preshared";
+constexpr int kMisused = 2;      // exit status of rovu-sim
+constexpr int kCannotRun = 125;  // of rovu-sim, from here on
+constexpr mode_t kFolderMode = 0755;
+
+Fault simulatorFault(const std::string& what, int rc) {
+    return rc == 0 ? Fault()
+                   : Fault(rc, "the simulated device: " + what + ": " + std::generic_category().message(rc));
+}
+
+// Room for the device's own volumes, and for new ones of any size.
+uint32_t lebsFor(const Tars& tars) {
+    constexpr double kMost = 1 << 19;
+    double lebs = rovusim::DeviceOptions().totalLebs;
+    for (const TarFacts& tar : tars)
+        lebs += tar.volumeSize > 0 ? tar.volumeSize / rovusim::kLebBytes + 1 : 0;
+    return static_cast<uint32_t>(std::min(lebs, kMost));
+}
+
+class Device {
+public:
+    Device(const DeviceKind& deviceKind, uint32_t active, const std::string& inFolder)
+        : kind_(deviceKind), activeSet_(active), folder_(inFolder) {}
+
+    Fault make(const RehearsalFiles& files, const Tars& tars) const {
+        rovusim::DeviceOptions options;
+        options.model = kind_.model;
+        options.kernelRelease = kind_.kernel;
+        options.rootfsVersion = kind_.rootfs;
+        options.totalLebs = lebsFor(tars);
+        if (Fault fault = simulatorFault("making it", rovusim::createDevice(state(), options))) return fault;
+        if (Fault fault = copy(files.key, kPublicKeyPath)) return fault;
+        if (Fault fault = copy(files.secrets, kSecretsPath)) return fault;
+        if (Fault fault = startFromSet()) return fault;
+        return fillInactiveSet();
+    }
+
+    Fault run(const RehearsalFiles& files, const Tars& tars, SimulatedRun* run) {
+        if (Fault fault = look(&run->before)) return fault;
+        if (Fault fault = runProgram(files, tars, run)) return fault;
+        rovusim::Progress progress;
+        if (rovusim::readProgressFile(rovusim::progressPath(state()), &progress) == 0)
+            run->state = progress.state;
+        std::vector<rovusim::Call> calls;
+        if (Fault fault = simulatorFault("reading its calls", rovusim::readCallsOfLastRun(state(), &calls)))
+            return fault;
+        for (const rovusim::Call& call : calls) {
+            if (call.number == 0) continue;
+            run->commands.push_back({call.state, {call.tool}});
+            std::vector<std::string>& words = run->commands.back().words;
+            words.insert(words.end(), call.args.begin(), call.args.end());
+        }
+        run->restarts = rovusim::rebootRequested(state());
+        if (Fault fault = look(&run->after)) return fault;
+        if (rovusim::setToBoot(state(), &run->nextSet) != 0) run->bootFault = "bootswitcher names no set";
+        if (run->restarts && run->bootFault.empty()) (void)rovusim::restartDevice(state(), &run->bootFault);
+        return {};
+    }
+
+private:
+    std::string state() const { return folder_ + "/device"; }
+
+    Fault copy(const std::string& file, const char* pathOnDevice) const {
+        std::string bytes;
+        if (file.empty()) return {};
+        if (Fault fault = readWholeFile(file, &bytes)) return fault;
+        return simulatorFault("writing a file", rovusim::putDeviceFile(state(), pathOnDevice, bytes));
+    }
+
+    Fault startFromSet() const {
+        if (activeSet_ == 0) return {};
+        int rc = rovusim::setBootVariable(state(), "bootswitcher", "0A0A01");
+        if (rc == 0) rc = rovusim::restartDevice(state(), nullptr);
+        return simulatorFault("starting set 1", rc);
+    }
+
+    Fault fillInactiveSet() const {
+        const std::string prefix = "k" + std::to_string(activeSet_ ^ 1);
+        int rc = hold(prefix, kind_.inactive.kernel);
+        if (rc == 0) rc = hold(prefix + "_root", kind_.inactive.rootfs);
+        if (rc == 0) rc = hold(prefix + "_data", kind_.inactive.data);
+        return simulatorFault("filling its inactive set", rc);
+    }
+
+    int hold(const std::string& volume, const std::string& version) const {
+        if (version.empty()) return 0;
+        return rovusim::writeVolume(state(), volume, version == kBlank ? "" : "version=" + version + "\n");
+    }
+
+    Fault look(std::vector<SimulatedVolume>* volumes) const {
+        std::vector<rovusim::Volume> found;
+        if (Fault fault = simulatorFault("reading its volumes", rovusim::listVolumes(state(), &found)))
+            return fault;
+        for (const rovusim::Volume& volume : found) {
+            std::string bytes;
+            if (int rc = rovusim::readVolume(state(), volume.name, &bytes); rc != 0)
+                return simulatorFault("reading a volume", rc);
+            Digest md5(EVP_md5());
+            md5.add(bytes.data(), bytes.size());
+            volumes->push_back(
+                {volume.name, volume.id, uint64_t{volume.lebs} * rovusim::kLebBytes, md5.hex()});
+        }
+        return {};
+    }
+
+    // The folder that answers `place`, a URL that ends in a slash; made when it is first asked for.
+    Fault folderFor(const std::string& place, std::string* path) {
+        const auto found = places_.find(place);
+        *path = found != places_.end() ? found->second : folder_ + "/served" + std::to_string(places_.size());
+        if (found != places_.end()) return {};
+        places_[place] = *path;
+        return mkdir(path->c_str(), kFolderMode) == 0 ? Fault() : fileFault(*path, errno);
+    }
+
+    // Links, since two tars of one URL's folder may stand in different folders here.
+    Fault serve(const std::string& url, const std::string& file) {
+        char resolved[PATH_MAX];
+        const std::string path = url.substr(0, url.find_first_of("?#"));
+        const size_t name = path.rfind('/') + 1;
+        std::string folder;
+        if (Fault fault = folderFor(path.substr(0, name), &folder)) return fault;
+        if (realpath(file.c_str(), resolved) == nullptr) return {};  // not there, as on the server
+        folder += "/" + path.substr(name);
+        if (symlink(resolved, folder.c_str()) == 0 || errno == EEXIST) return {};
+        return fileFault(folder, errno);
+    }
+
+    Fault runProgram(const RehearsalFiles& files, const Tars& tars, SimulatedRun* run) {
+        std::vector<std::string> words = {programBesideThis("rovu-sim"), "run", "--no-wait"};
+        if (Fault fault = serve(kSpecUrl, files.spec)) return fault;
+        for (const TarFacts& tar : tars) {
+            if (Fault fault = serve(tar.url, tar.path)) return fault;
+        }
+        for (const auto& [place, folder] : places_)
+            words.insert(words.end(), {"--serve", std::string(place).append("=").append(folder)});
+        for (const std::string& linked : {files.spec, files.folder})
+            words.insert(words.end(), {"--bind", linked});
+        words.insert(words.end(),
+                     {state(), "--", files.program.empty() ? programBesideThis("rovu") : files.program});
+        if (files.key.empty()) words.insert(words.end(), {"-k", "NONE"});
+        words.emplace_back(kSpecUrl);
+        const std::string log = folder_ + "/log";
+        if (Fault fault = runChild(words, log, &run->status)) return fault;
+        if (Fault fault = readWholeFile(log, &run->log)) return fault;
+        if (run->status < kCannotRun && run->status != kMisused) return {};
+        return {EIO, "rovu-sim could not run the update:\n" + run->log};
+    }
+
+    const DeviceKind& kind_;
+    uint32_t activeSet_;
+    std::string folder_;
+    std::map<std::string, std::string> places_;  // folders that are served, by their URL
+};
+
+}  // namespace
+
+Fault runOnSimulator(const DeviceKind& kind, uint32_t activeSet, const RehearsalFiles& files,
+                     const Tars& tars, const std::string& folder, SimulatedRun* run) {
+    Device device(kind, activeSet, folder);
+    if (Fault fault = device.make(files, tars)) return fault;
+    return device.run(files, tars, run);
+}

@@ -1,0 +1,25 @@
+// A folder for the time of one piece of work.
+
+#pragma once
+
+#include "fault.h"
+
+#include <string>
+
+class ScratchFolder {
+public:
+    ScratchFolder() = default;
+    ~ScratchFolder();
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    /// Makes an empty folder, which only its owner can enter, in the one that the environment's TMPDIR names, or
+    /// else in /tmp. It goes, with all that is in it, when this object does.
+    Fault make();
+
+    /// Absolute. Empty before make().
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
