@@ -74,7 +74,7 @@ std::string configuration(const std::vector<ServedUrl>& urls, const std::string&
     for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
         text += std::string(kind) + "_temp_path " + home + "/temp;\n";
     for (const auto& [listen, locations] : servers)
-        text += "server { " + listen + locations + "}\n";
+        text.append("server { ").append(listen).append(locations).append("}\n");
     return text + "}\n";
 }
 
