@@ -23,6 +23,11 @@ _rovu_pack() {
         mapfile -t COMPREPLY < <(compgen -d -- "$current")
         return
         ;;
+    --key-pass)
+        compopt -o nospace
+        mapfile -t COMPREPLY < <(compgen -W 'file: fd: env:' -- "$current")
+        return
+        ;;
     --base-url | --model | --kernel | --rootfs) return ;;
     --device)
         compopt -o nospace
@@ -31,8 +36,8 @@ _rovu_pack() {
         ;;
     esac
     case $command in
-    build) options='--out --key --base-url --secrets --force --help' ;;
-    sign) options='--key --help' ;;
+    build) options='--out --key --key-pass --base-url --secrets --force --help' ;;
+    sign) options='--key --key-pass --help' ;;
     inspect) options='--pub --json --help' ;;
     check)
         options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --strict --json --help'

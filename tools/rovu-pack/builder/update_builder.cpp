@@ -7,6 +7,7 @@
 #include "digests.h"
 #include "encryption.h"
 #include "files.h"
+#include "key_files.h"
 #include "manifest_reader.h"
 #include "output_file.h"
 #include "signing.h"
@@ -182,7 +183,7 @@ Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, BuildResult* re
     if (Fault fault = readTime(&build.time)) return fault;
     if (Fault fault = readManifest(options.manifest, &build.manifest)) return fault;
     if (Fault fault = readFileKey(options.secrets, &build)) return fault;
-    if (Fault fault = readSigningKey(options.key, &build.signingKey)) return fault;
+    if (Fault fault = readSigningKey(options.key, options.keyPass, &build.signingKey)) return fault;
     std::vector<TarJob> jobs = planTars(build.manifest);
     uint64_t bytes = 0;
     if (Fault fault = measureInputs(build.manifest, jobs, &bytes)) return fault;

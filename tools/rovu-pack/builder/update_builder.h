@@ -19,6 +19,7 @@ struct BuildOptions {
     std::string manifest;
     std::string out;
     std::string key;
+    std::string keyPass;  // where its pass phrase is; empty: the terminal
     std::string baseUrl;
     std::string secrets;  // empty: none
     bool force = false;   // publish in spite of errors that the check finds

@@ -36,15 +36,25 @@ CLI::App* addSecret(CLI::App* app, std::string* path) {
     return command;
 }
 
+void addKeyPass(CLI::App* command, std::string* source, CLI::Option* key) {
+    command
+        ->add_option("--key-pass", *source,
+                     "Where the pass phrase of the private key is: file:PATH (its first line),\n"
+                     "fd:N or env:NAME; without this option it is asked for on the terminal")
+        ->type_name("SOURCE")
+        ->check(refuseEmpty)
+        ->needs(key);
+}
+
 CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
     CLI::App* command = app->add_subcommand("build", "Make the tars and the signed spec of an update");
     command->add_option("MANIFEST", options->manifest, "The spec's table, with local files")
         ->required()
         ->type_name("FILE");
     command->add_option("--out", options->out, "Folder for the output")->required()->type_name("DIR");
-    command->add_option("--key", options->key, "Private key that signs the spec")
-        ->required()
-        ->type_name("PEM");
+    CLI::Option* key = command->add_option("--key", options->key, "Private key that signs the spec");
+    key->required()->type_name("PEM");
+    addKeyPass(command, &options->keyPass, key);
     command->add_option("--base-url", options->baseUrl, "URL at which the folder will be served")
         ->required()
         ->type_name("URL");
@@ -59,7 +69,9 @@ CLI::App* addSign(CLI::App* app, SignOptions* options) {
     command->add_option("SPEC", options->spec, "Spec written by hand, signed or not")
         ->required()
         ->type_name("FILE");
-    command->add_option("--key", options->key, "Private key that signs")->required()->type_name("PEM");
+    CLI::Option* key = command->add_option("--key", options->key, "Private key that signs");
+    key->required()->type_name("PEM");
+    addKeyPass(command, &options->keyPass, key);
     return command;
 }
 

@@ -15,8 +15,9 @@ constexpr int kExitFindings = 1;  // what was checked, or built, has findings th
 constexpr int kExitTrouble = 2;   // the work could not be done
 
 struct SignOptions {
-    std::string spec;  ///< file, signed or not
-    std::string key;   ///< file with the private key, PEM
+    std::string spec;     ///< file, signed or not
+    std::string key;      ///< file with the private key, PEM
+    std::string keyPass;  ///< where its pass phrase is; empty: the terminal
 };
 
 struct CheckCommandOptions {

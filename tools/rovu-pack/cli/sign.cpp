@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "device_verdict.h"
 #include "files.h"
+#include "key_files.h"
 #include "signing.h"
 
 #include <cerrno>
@@ -42,7 +43,7 @@ Fault signFile(const SignOptions& options) {
     std::string spec;
     if (Fault fault = resolve(options.spec, &path, &mode)) return fault;
     if (Fault fault = readWholeFile(path, &old)) return fault;
-    if (Fault fault = readSigningKey(options.key, &key)) return fault;
+    if (Fault fault = readSigningKey(options.key, options.keyPass, &key)) return fault;
     if (Fault fault = signBytes(old, key, &spec)) return fault.of(options.spec);
     return replaceFile(path, spec, mode);
 }

@@ -1,5 +1,6 @@
 #include "signing.h"
 
+#include "crypto_fault.h"
 #include "digests.h"
 #include "files.h"
 #include "spec_signature.h"
@@ -8,28 +9,16 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <openssl/err.h>
-#include <openssl/objects.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
 namespace {
 
-constexpr int kKeyBits = 2048;
-constexpr size_t kSignatureSize = 256;      // bytes
 constexpr size_t kLeastSuspectedSize = 64;  // characters on a line that no comment has without a space
 constexpr char kMarker[] = "--";
-constexpr char kDerSequence = 0x30;  // the first byte of a key in DER
 
 using Bio = Handle<BIO, BIO_free>;
 using KeyContext = Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
-
-Fault cryptoFault(const std::string& what, int code) {
-    char reason[256];
-    ERR_error_string_n(ERR_peek_last_error(), reason, sizeof reason);
-    ERR_clear_error();
-    return {code, what + ": " + reason};
-}
 
 std::string contentOf(BIO* memory) {
     char* bytes = nullptr;
@@ -69,28 +58,6 @@ Tail judgeTail(const std::string& tail) {
     return endsLine && content.size() < kLeastSuspectedSize ? Tail::eComment : Tail::eUnclear;
 }
 
-// What a file without a private key in PEM is instead, and what to do; empty if it is of no known kind.
-std::string otherKindOf(const std::string& path) {
-    std::string bytes;
-    if (readWholeFile(path, &bytes)) return "";
-    if (bytes.find("-----BEGIN CERTIFICATE-----") != std::string::npos)
-        return "a certificate; give the private key that belongs to it";
-    if (bytes.find("PUBLIC KEY-----") != std::string::npos)
-        return "a public key; give the private key that belongs to it";
-    if (!bytes.empty() && bytes[0] == kDerSequence) {
-        return "not PEM; if it is a key in DER, convert it: openssl pkey -inform DER -in " + path +
-               " -out KEY.pem";
-    }
-    return "";
-}
-
-std::string kindOf(const SigningKey& key) {
-    if (EVP_PKEY_base_id(key.get()) == EVP_PKEY_RSA)
-        return "an RSA key of " + std::to_string(EVP_PKEY_bits(key.get())) + " bits";
-    const char* name = OBJ_nid2ln(EVP_PKEY_base_id(key.get()));
-    return std::string("not an RSA key, but one of the kind ") + (name == nullptr ? "unknown" : name);
-}
-
 }  // namespace
 
 Fault makeKeyPair(std::string* privatePem, std::string* publicPem) {
@@ -105,20 +72,6 @@ Fault makeKeyPair(std::string* privatePem, std::string* publicPem) {
     *publicPem = publicPemOf(key);
     if (privatePem->empty() || publicPem->empty()) return cryptoFault("no key pair", EIO);
     return {};
-}
-
-Fault readSigningKey(const std::string& path, SigningKey* key) {
-    const File file(fopen(path.c_str(), "re"));
-    if (file == nullptr) return fileFault(path, errno);
-    key->reset(PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr));
-    if (*key == nullptr) {
-        const Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
-        const std::string kind = otherKindOf(path);
-        return kind.empty() ? fault : Fault(EINVAL, path + ": " + kind);
-    }
-    if (EVP_PKEY_base_id(key->get()) == EVP_PKEY_RSA && EVP_PKEY_bits(key->get()) == kKeyBits) return {};
-    return {EINVAL, path + ": " + kindOf(*key) +
-                        "; a device verifies RSA keys of 2048 bits only, which \"rovu-pack keygen\" makes"};
 }
 
 std::string publicPemOf(const SigningKey& key) {

@@ -8,8 +8,9 @@
 #include <openssl/evp.h>
 #include <string>
 
-/// Characters of a signature's Base64.
-constexpr size_t kSignatureTextSize = 344;
+constexpr int kKeyBits = 2048;              // the only ones that the device verifies
+constexpr size_t kSignatureSize = 256;      // bytes
+constexpr size_t kSignatureTextSize = 344;  // characters of its Base64
 
 using SigningKey = Handle<EVP_PKEY, EVP_PKEY_free>;
 
@@ -17,10 +18,6 @@ using SigningKey = Handle<EVP_PKEY, EVP_PKEY_free>;
 /// \param privatePem receives PKCS#8, not encrypted.
 /// \param publicPem receives SubjectPublicKeyInfo, as the device reads it.
 Fault makeKeyPair(std::string* privatePem, std::string* publicPem);
-
-/// Reads the private key (PEM) in the file at `path`; libcrypto asks for a pass phrase if there is one.
-/// \return EINVAL for a key whose signatures the device cannot verify.
-Fault readSigningKey(const std::string& path, SigningKey* key);
 
 /// \return the public half, as the device's key file holds it; empty if libcrypto fails.
 std::string publicPemOf(const SigningKey& key);

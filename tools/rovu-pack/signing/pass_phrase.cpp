@@ -1,0 +1,133 @@
+#include "pass_phrase.h"
+
+#include "files.h"
+#include "interruption.h"
+#include "util/descriptor.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <openssl/crypto.h>
+#include <openssl/pem.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char kOption[] = "--key-pass";
+constexpr char kForms[] = "file:PATH, fd:N or env:NAME";
+
+// Whether `source` begins with `kind`; `*rest` receives what follows.
+bool isOfKind(const char* kind, const std::string& source, std::string* rest) {
+    const size_t size = strlen(kind);
+    if (source.compare(0, size, kind) != 0) return false;
+    *rest = source.substr(size);
+    return true;
+}
+
+bool readDescriptorNumber(const std::string& text, int* fd) {
+    char* end = nullptr;
+    errno = 0;
+    const long number = strtol(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || errno != 0 || number < 0 || number > INT_MAX) return false;
+    *fd = static_cast<int>(number);
+    return true;
+}
+
+// Without the words after the option, which may be the pass phrase.
+Fault refusal(const std::string& source) {
+    const std::string option = kOption;
+    if (source.compare(0, 5, "pass:") != 0)
+        return {EINVAL, option + ": the source of a pass phrase is " + kForms};
+    return {EINVAL, option +
+                        ": \"pass:\" would show the pass phrase to everybody who lists the processes; put "
+                        "it into a file, and give file:PATH"};
+}
+
+bool hasTerminal() {
+    return Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)).get() >= 0;
+}
+
+}  // namespace
+
+PassPhrase::~PassPhrase() {
+    OPENSSL_cleanse(bytes_, sizeof bytes_);
+}
+
+Fault PassPhrase::read(const std::string& source) {
+    source_ = source;
+    if (source.empty()) return {};
+    std::string rest;
+    Fault fault;
+    int fd = -1;
+    if (isOfKind("file:", source, &rest)) {
+        const Descriptor file(open(rest.c_str(), O_RDONLY | O_CLOEXEC));
+        fault = file.get() < 0 ? Fault(errno, strerror(errno)) : readLine(file.get());
+    } else if (isOfKind("fd:", source, &rest)) {
+        fault = readDescriptorNumber(rest, &fd) ? readLine(fd) : Fault(EINVAL, "not a descriptor's number");
+    } else if (isOfKind("env:", source, &rest)) {
+        fault = readVariable(rest);
+    } else {
+        return refusal(source);
+    }
+    return fault ? fault.of(std::string(kOption) + " " + source) : fault;
+}
+
+// Byte by byte: what follows the line is for another reader of the descriptor.
+Fault PassPhrase::readLine(int fd) {
+    char line[kCapacity];
+    size_t size = 0;
+    Fault fault;
+    while (size < sizeof line) {
+        const ssize_t got = ::read(fd, line + size, 1);
+        if (got < 0 && errno == EINTR && !(fault = interruption())) continue;
+        if (got < 0 && !fault) fault = Fault(errno, strerror(errno));
+        if (got <= 0 || line[size] == '\n') break;
+        ++size;
+    }
+    if (!fault) fault = take(line, size);
+    OPENSSL_cleanse(line, sizeof line);
+    return fault;
+}
+
+Fault PassPhrase::readVariable(const std::string& name) {
+    char* value = getenv(name.c_str());
+    if (value == nullptr) return {EINVAL, "there is no such variable in the environment"};
+    Fault fault = take(value, strlen(value));
+    OPENSSL_cleanse(value, strlen(value));
+    unsetenv(name.c_str());  // programs that are started later do not get it
+    return fault;
+}
+
+Fault PassPhrase::take(const char* bytes, size_t size) {
+    if (size == 0) return {EINVAL, "no pass phrase there, but an empty line"};
+    if (size >= kCapacity)
+        return {EINVAL, "a pass phrase has at most " + std::to_string(kCapacity - 1) + " bytes"};
+    memcpy(bytes_, bytes, size);
+    size_ = size;
+    return {};
+}
+
+int PassPhrase::answer(char* buffer, int size, int isForWriting, void* passPhrase) {
+    PassPhrase* self = static_cast<PassPhrase*>(passPhrase);
+    self->isAsked_ = true;
+    if (self->source_.empty()) {
+        self->hasTerminal_ = hasTerminal();
+        return self->hasTerminal_ ? PEM_def_callback(buffer, size, isForWriting, nullptr) : -1;
+    }
+    if (size < 0 || self->size_ > static_cast<size_t>(size)) return -1;
+    memcpy(buffer, self->bytes_, self->size_);
+    return static_cast<int>(self->size_);
+}
+
+Fault PassPhrase::complaint() const {
+    if (!isAsked_) return {};
+    if (!hasTerminal_) {
+        return {EACCES,
+                std::string("needs a pass phrase, and there is no terminal to ask for it; name its source "
+                            "with ") +
+                    kOption + " (" + kForms + ")"};
+    }
+    return {EACCES, "wrong pass phrase" + (source_.empty() ? "" : ", which came from " + source_)};
+}

@@ -1,0 +1,45 @@
+// The pass phrase of an encrypted private key, or the PIN of a token, without a prompt if the command line says where it
+// is. On the terminal otherwise.
+
+#pragma once
+
+#include "fault.h"
+
+#include <cstddef>
+#include <string>
+
+/// Holds the phrase in memory that is wiped at the end. libcrypto asks for it through answer().
+class PassPhrase {
+public:
+    static constexpr size_t kCapacity = 1024;  // bytes, as much as libcrypto asks for
+
+    PassPhrase() = default;
+    ~PassPhrase();
+    PassPhrase(const PassPhrase&) = delete;
+    PassPhrase& operator=(const PassPhrase&) = delete;
+
+    /// Reads the phrase: the first line of a file ("file:PATH") or of an open descriptor ("fd:N"), or an environment
+    /// variable ("env:NAME"), which is removed from the environment.
+    /// \param source empty: libcrypto asks on the terminal once it needs the phrase.
+    Fault read(const std::string& source);
+
+    /// A pem_password_cb of libcrypto.
+    /// \param passPhrase this object.
+    /// \return the bytes in `buffer`, or -1.
+    static int answer(char* buffer, int size, int isForWriting, void* passPhrase);
+
+    /// Why libcrypto could not use a key that it asked a phrase for.
+    /// \return no fault if it did not ask; else EACCES.
+    Fault complaint() const;
+
+private:
+    Fault readLine(int fd);
+    Fault readVariable(const std::string& name);
+    Fault take(const char* bytes, size_t size);
+
+    char bytes_[kCapacity];
+    size_t size_ = 0;
+    std::string source_;
+    bool isAsked_ = false;
+    bool hasTerminal_ = true;
+};
