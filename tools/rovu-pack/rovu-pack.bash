@@ -5,7 +5,7 @@ _rovu_pack() {
     local command=${COMP_WORDS[1]} options=
     COMPREPLY=()
     if [[ $COMP_CWORD -eq 1 ]]; then
-        mapfile -t COMPREPLY < <(compgen -W 'keygen secret build sign check rehearse inspect --help --version' -- "$current")
+        mapfile -t COMPREPLY < <(compgen -W 'keygen secret build sign attach check rehearse inspect --help --version' -- "$current")
         return
     fi
     # bash makes three words of "--option=value".
@@ -36,8 +36,9 @@ _rovu_pack() {
         ;;
     esac
     case $command in
-    build) options='--out --key --key-pass --base-url --secrets --force --help' ;;
-    sign) options='--key --key-pass --help' ;;
+    build) options='--out --key --key-pass --unsigned --base-url --secrets --force --help' ;;
+    sign) options='--key --key-pass --digest --help' ;;
+    attach) options='--pub --help' ;;
     inspect) options='--pub --json --help' ;;
     check)
         options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --strict --json --help'

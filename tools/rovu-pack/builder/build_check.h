@@ -10,7 +10,7 @@
 #include <string>
 
 struct BuiltSpec {
-    std::string bytes;   // signed, and accepted by the device's code
+    std::string bytes;   // accepted by the device's code
     std::string folder;  // where its tars are
     std::string out;     // where they will be: the folder's name in messages
 };

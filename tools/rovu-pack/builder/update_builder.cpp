@@ -64,6 +64,10 @@ Fault readFileKey(const std::string& secrets, Build* build) {
     return manifest.located(kWholeManifest, {"encr_key_offset", text});
 }
 
+Fault readKey(const BuildOptions& options, SigningKey* key) {
+    return options.isUnsigned ? Fault() : readSigningKey(options.key, options.keyPass, key);
+}
+
 struct PackedTar {
     uint64_t size = 0;  // bytes, encrypted if the update is
     std::string sha256;
@@ -157,11 +161,23 @@ Fault makeTars(std::vector<TarJob>* jobs, Build* build) {
     return build->manifest.located(kWholeManifest, refuseScriptTar(build->manifest));
 }
 
+// Nothing is signed that a device refuses, here or elsewhere.
+Fault signSpec(const BuildOptions& options, Build* build, std::string* spec) {
+    const std::string text = composeSpec(build->manifest);
+    if (options.isUnsigned) {
+        *spec = specOf(text, "");
+        build->result->toSign = hexSha256(text);
+        const Fault fault = tryTextOnDevice(text);
+        return fault ? fault.of(build->manifest.file) : fault;
+    }
+    if (Fault fault = signText(text, build->signingKey, spec)) return fault;
+    const Fault fault = tryOnDevice(*spec, publicPemOf(build->signingKey));
+    return fault ? fault.of(build->manifest.file) : fault;
+}
+
 Fault makeSpec(const BuildOptions& options, Build* build) {
     std::string spec;
-    if (Fault fault = signText(composeSpec(build->manifest), build->signingKey, &spec)) return fault;
-    if (Fault fault = tryOnDevice(spec, publicPemOf(build->signingKey)))
-        return fault.of(build->manifest.file);
+    if (Fault fault = signSpec(options, build, &spec)) return fault;
     BuildResult* result = build->result;
     const BuiltSpec built = {spec, build->staging.folder(), options.out};
     if (Fault fault = checkBuilt(built, build->manifest, build->bar, &result->findings)) return fault;
@@ -183,7 +199,7 @@ Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, BuildResult* re
     if (Fault fault = readTime(&build.time)) return fault;
     if (Fault fault = readManifest(options.manifest, &build.manifest)) return fault;
     if (Fault fault = readFileKey(options.secrets, &build)) return fault;
-    if (Fault fault = readSigningKey(options.key, options.keyPass, &build.signingKey)) return fault;
+    if (Fault fault = readKey(options, &build.signingKey)) return fault;
     std::vector<TarJob> jobs = planTars(build.manifest);
     uint64_t bytes = 0;
     if (Fault fault = measureInputs(build.manifest, jobs, &bytes)) return fault;

@@ -1,8 +1,9 @@
 // From a manifest to a folder that a web server can serve.
 //
 // The tars are packed, encrypted and measured one by one; the manifest is completed with what was measured;
-// the spec is signed, and published only if the device's own code accepts it and the check finds no error in it. The
-// spec moves last: whoever fetches in between gets an old spec whose digests do not match, and no device takes that.
+// the spec is signed, or left to be signed elsewhere, and published only if the device's own code accepts it and the
+// check finds no error in it. The spec moves last: whoever fetches in between gets an old spec whose digests do not
+// match, and no device takes that.
 
 #pragma once
 
@@ -21,8 +22,9 @@ struct BuildOptions {
     std::string key;
     std::string keyPass;  // where its pass phrase is; empty: the terminal
     std::string baseUrl;
-    std::string secrets;  // empty: none
-    bool force = false;   // publish in spite of errors that the check finds
+    std::string secrets;      // empty: none
+    bool isUnsigned = false;  // in place of a key: the spec is signed elsewhere
+    bool force = false;       // publish in spite of errors that the check finds
 };
 
 /// A file that was made, or the image in one.
@@ -37,6 +39,7 @@ struct BuiltFile {
 struct BuildResult {
     std::vector<BuiltFile> files;  // the output, a file's image after the file
     Findings findings;             // errors and warnings of the check, which name the manifest
+    std::string toSign;            // hex SHA-256, for a spec that is signed elsewhere; else empty
     bool isRefused = false;        // for these errors: nothing was made
 };
 

@@ -15,7 +15,7 @@ constexpr char kWord[] = "function";
 constexpr size_t kWordSize = sizeof kWord - 1;
 
 void checkSize(const SpecFile& file, Findings* findings) {
-    const size_t size = file.bytes.size();
+    const size_t size = file.bytes.size() + (file.awaitsSignature() ? kSignatureTextSize : 0);
     const std::string numbers =
         "The spec has " + std::to_string(size) + " bytes of " + std::to_string(kMaxSpecSize);
     if (size > kMaxSpecSize) {
@@ -59,7 +59,11 @@ bool isSignature(const std::string& text) {
 void checkMarker(const SpecFile& file, const SignatureUse& use, Findings* findings) {
     if (!file.hasMarker) return;
     const FindingPlace place = file.atByte(file.text.size());
-    if (!isSignature(file.signature)) {
+    if (file.awaitsSignature()) {
+        Finding& finding = findings->add(eSignatureMissing, place,
+                                         "The spec ends with the marker, and has no signature after it yet.");
+        if (use.isUnsigned) finding.severity = eNote;  // the device does not look at it
+    } else if (!isSignature(file.signature)) {
         findings->add(
             eCommentAsMarker, place,
             "The last two hyphens are taken for the marker of a signature, and the spec is cut there.");

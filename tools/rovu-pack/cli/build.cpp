@@ -37,9 +37,11 @@ Fault build(const BuildOptions& options, BuildResult* result) {
 void reportFindings(const BuildResult& result) {
     printFindings(result.findings, stderr);
     if (result.findings.count(eError) == 0) return;
-    fprintf(stderr, "rovu-pack build: %s\n",
-            result.isRefused ? "nothing is made: fix the errors, or give --force to sign all the same"
-                             : "signed in spite of the errors, because of --force");
+    const char* outcome = result.isRefused
+                              ? "nothing is made: fix the errors, or give --force to sign all the same"
+                          : result.toSign.empty() ? "signed in spite of the errors, because of --force"
+                                                  : "made in spite of the errors, because of --force";
+    fprintf(stderr, "rovu-pack build: %s\n", outcome);
 }
 
 }  // namespace
@@ -50,5 +52,9 @@ int runBuild(const BuildOptions& options) {
     reportFindings(result);
     if (result.isRefused) return kExitFindings;
     printReport(result.files, stdout);
+    if (!result.toSign.empty()) {
+        printf("The spec is not signed. Sign SHA-256 %s, and append the signature: rovu-pack attach.\n",
+               result.toSign.c_str());
+    }
     return kExitClean;
 }

@@ -14,6 +14,7 @@ struct Options {
     std::string keyFile;
     BuildOptions build;
     SignOptions sign;
+    AttachOptions attach;
     CheckCommandOptions check;
     InspectOptions inspect;
     RehearseOptions rehearse;
@@ -46,6 +47,14 @@ void addKeyPass(CLI::App* command, std::string* source, CLI::Option* key) {
         ->needs(key);
 }
 
+void requireOneOf(CLI::App* command, CLI::Option* key, CLI::Option* instead) {
+    key->excludes(instead);
+    command->callback([key, instead] {
+        if (key->empty() && instead->empty())
+            throw CLI::RequiredError("one of " + key->get_name() + " and " + instead->get_name());
+    });
+}
+
 CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
     CLI::App* command = app->add_subcommand("build", "Make the tars and the signed spec of an update");
     command->add_option("MANIFEST", options->manifest, "The spec's table, with local files")
@@ -53,8 +62,12 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
         ->type_name("FILE");
     command->add_option("--out", options->out, "Folder for the output")->required()->type_name("DIR");
     CLI::Option* key = command->add_option("--key", options->key, "Private key that signs the spec");
-    key->required()->type_name("PEM");
+    key->type_name("PEM");
     addKeyPass(command, &options->keyPass, key);
+    CLI::Option* elsewhere =
+        command->add_flag("--unsigned", options->isUnsigned,
+                          "In place of --key: leave the signature out, for \"sign --digest\" and \"attach\"");
+    requireOneOf(command, key, elsewhere);
     command->add_option("--base-url", options->baseUrl, "URL at which the folder will be served")
         ->required()
         ->type_name("URL");
@@ -70,8 +83,27 @@ CLI::App* addSign(CLI::App* app, SignOptions* options) {
         ->required()
         ->type_name("FILE");
     CLI::Option* key = command->add_option("--key", options->key, "Private key that signs");
-    key->required()->type_name("PEM");
+    key->type_name("PEM");
     addKeyPass(command, &options->keyPass, key);
+    CLI::Option* digest =
+        command->add_flag("--digest", options->isDigest,
+                          "In place of --key: print the SHA-256 that is to be signed, and change nothing");
+    requireOneOf(command, key, digest);
+    return command;
+}
+
+CLI::App* addAttach(CLI::App* app, AttachOptions* options) {
+    CLI::App* command =
+        app->add_subcommand("attach", "Append a signature from elsewhere, if a device verifies it");
+    command->add_option("SPEC", options->spec, "Spec without a signature, or with an old one")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("SIGNATURE", options->signature, "The 256 bytes of the signature, or their Base64")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--pub", options->publicKey, "Public key that the devices hold")
+        ->required()
+        ->type_name("PEM");
     return command;
 }
 
@@ -167,6 +199,7 @@ int runCommandLine(int argc, char** argv) {
     const CLI::App* secret = addSecret(&app, &options.keyFile);
     const CLI::App* build = addBuild(&app, &options.build);
     const CLI::App* sign = addSign(&app, &options.sign);
+    const CLI::App* attach = addAttach(&app, &options.attach);
     addCheck(&app, &options.check);
     const CLI::App* rehearse = addRehearse(&app, &options.rehearse);
     const CLI::App* inspect = addInspect(&app, &options.inspect);
@@ -180,6 +213,7 @@ int runCommandLine(int argc, char** argv) {
     if (build->parsed()) return runBuild(options.build);
     if (sign->parsed()) return runSign(options.sign);
     if (rehearse->parsed()) return runRehearse(options.rehearse);
+    if (attach->parsed()) return runAttach(options.attach);
     if (inspect->parsed()) return runInspect(options.inspect);
     return runCheck(options.check);
 }

@@ -15,9 +15,16 @@ constexpr int kExitFindings = 1;  // what was checked, or built, has findings th
 constexpr int kExitTrouble = 2;   // the work could not be done
 
 struct SignOptions {
-    std::string spec;     ///< file, signed or not
-    std::string key;      ///< file with the private key, PEM
-    std::string keyPass;  ///< where its pass phrase is; empty: the terminal
+    std::string spec;       ///< file, signed or not
+    std::string key;        ///< file with the private key, PEM
+    std::string keyPass;    ///< where its pass phrase is; empty: the terminal
+    bool isDigest = false;  ///< only print what is to be signed
+};
+
+struct AttachOptions {
+    std::string spec;       ///< file, whose signature may be missing
+    std::string signature;  ///< file, raw or Base64
+    std::string publicKey;  ///< file of the devices' public key, PEM
 };
 
 struct CheckCommandOptions {
@@ -55,8 +62,11 @@ int runSecret(const std::string& path);
 /// Makes an update out of a manifest, and prints a table of the output; what the check says of it goes to stderr.
 int runBuild(const BuildOptions& options);
 
-/// Signs a spec in place; replaces an old signature.
+/// Signs a spec in place, which replaces an old signature; or prints the digest that is to be signed elsewhere.
 int runSign(const SignOptions& options);
+
+/// Appends a signature from elsewhere to a spec in place, if a device accepts the result.
+int runAttach(const AttachOptions& options);
 
 /// Prints what a file is, and what is in the update if it is a spec.
 int runInspect(const InspectOptions& options);

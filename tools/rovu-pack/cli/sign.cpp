@@ -2,30 +2,14 @@
 
 #include "commands.h"
 #include "device_verdict.h"
+#include "digests.h"
 #include "files.h"
 #include "key_files.h"
 #include "signing.h"
 
-#include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <sys/stat.h>
 
 namespace {
-
-constexpr mode_t kPermissions = 07777;
-
-// Where a link leads: it is the file that is replaced, not the link.
-Fault resolve(const std::string& path, std::string* real, mode_t* mode) {
-    char resolved[PATH_MAX];
-    struct stat status;
-    if (realpath(path.c_str(), resolved) == nullptr || stat(resolved, &status) != 0)
-        return fileFault(path, errno);
-    *real = resolved;
-    *mode = status.st_mode & kPermissions;
-    return {};
-}
 
 // Replaces the signature of a spec's bytes.
 Fault signBytes(const std::string& old, const SigningKey& key, std::string* spec) {
@@ -41,16 +25,29 @@ Fault signFile(const SignOptions& options) {
     std::string old;
     SigningKey key;
     std::string spec;
-    if (Fault fault = resolve(options.spec, &path, &mode)) return fault;
+    if (Fault fault = resolveFile(options.spec, &path, &mode)) return fault;
     if (Fault fault = readWholeFile(path, &old)) return fault;
     if (Fault fault = readSigningKey(options.key, options.keyPass, &key)) return fault;
     if (Fault fault = signBytes(old, key, &spec)) return fault.of(options.spec);
     return replaceFile(path, spec, mode);
 }
 
+// Nothing is given away to be signed that a device would refuse.
+Fault printDigest(const std::string& path) {
+    std::string old;
+    std::string text;
+    if (Fault fault = readWholeFile(path, &old)) return fault;
+    Fault fault = unsignedTextOf(old, &text);
+    if (!fault) fault = tryTextOnDevice(text);
+    if (fault) return fault.of(path);
+    printf("%s\n", hexSha256(text).c_str());
+    return {};
+}
+
 }  // namespace
 
 int runSign(const SignOptions& options) {
-    if (Fault fault = signFile(options)) return reportFault("sign", fault);
+    if (Fault fault = options.isDigest ? printDigest(options.spec) : signFile(options))
+        return reportFault("sign", fault);
     return kExitClean;
 }

@@ -75,6 +75,10 @@ bool isManifest(const SpecView& view) {
 Fault findSigner(const std::vector<std::string>& publicKeys, Inspection* inspection) {
     const SpecFile& file = inspection->file;
     if (!file.hasMarker) return {};
+    if (file.awaitsSignature()) {
+        inspection->signature = Inspection::eMissing;
+        return {};
+    }
     inspection->signature = publicKeys.empty() ? Inspection::eNotVerified : Inspection::eOtherKey;
     for (const std::string& key : publicKeys) {
         std::string fingerprint;
@@ -108,7 +112,8 @@ Fault inspectFile(const std::string& path, const std::vector<std::string>& publi
 }
 
 bool isSuspect(const Inspection& inspection) {
-    return inspection.kind != Inspection::eSpec || inspection.signature == Inspection::eOtherKey;
+    return inspection.kind != Inspection::eSpec || inspection.signature == Inspection::eMissing ||
+           inspection.signature == Inspection::eOtherKey;
 }
 
 std::string dependenciesInWords(const ImageView& image) {

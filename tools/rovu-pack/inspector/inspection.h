@@ -11,7 +11,7 @@
 
 struct Inspection {
     enum Kind { eSpec, eManifest, eForeign };
-    enum Signature { eUnsigned, eNotVerified, eVerified, eOtherKey };
+    enum Signature { eUnsigned, eMissing, eNotVerified, eVerified, eOtherKey };
 
     SpecFile file;
     Kind kind = eForeign;
@@ -27,7 +27,8 @@ struct Inspection {
 Fault inspectFile(const std::string& path, const std::vector<std::string>& publicKeys,
                   Inspection* inspection);
 
-/// Whether every device would refuse it: no spec, or signed with another key than the ones that were given.
+/// Whether every device would refuse it: no spec, not signed yet, or signed with another key than the ones that were
+/// given.
 bool isSuspect(const Inspection& inspection);
 
 /// The dependency list of an image in words, such as "kernel 3.10 to 3.11, not kernel 3.10.47 to 3.10.49.9"; empty if

@@ -24,7 +24,7 @@ const char* kindName(Inspection::Kind kind) {
 }
 
 const char* signatureName(Inspection::Signature signature) {
-    const char* names[] = {"none", "not verified", "verified", "other key"};
+    const char* names[] = {"none", "missing", "not verified", "verified", "other key"};
     return names[signature];
 }
 

@@ -32,6 +32,8 @@ std::string signatureInWords(const Inspection& inspection) {
     switch (inspection.signature) {
     case Inspection::eUnsigned:
         return "none: only a device that runs with \"-k NONE\" takes it";
+    case Inspection::eMissing:
+        return "not there yet: the marker is the end, and \"rovu-pack attach\" appends the signature";
     case Inspection::eNotVerified:
         return "not verified: name the devices' public key with --pub";
     case Inspection::eVerified:

@@ -54,3 +54,10 @@ Fault readSigningKey(const std::string& path, const std::string& passSource, Sig
     return {EINVAL, path + ": " + kindOf(*key) +
                         "; a device verifies RSA keys of 2048 bits only, which \"rovu-pack keygen\" makes"};
 }
+
+Fault readPublicKey(const std::string& path, SigningKey* key) {
+    const File file(fopen(path.c_str(), "re"));
+    if (file == nullptr) return fileFault(path, errno);
+    key->reset(PEM_read_PUBKEY(file.get(), nullptr, nullptr, nullptr));
+    return *key != nullptr ? Fault() : cryptoFault(path + ": no public key in PEM", EINVAL);
+}

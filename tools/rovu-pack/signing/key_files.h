@@ -11,3 +11,6 @@
 /// \param passSource where its pass phrase is if it is encrypted, as PassPhrase::read() takes it.
 /// \return EINVAL for a key whose signatures the device cannot verify.
 Fault readSigningKey(const std::string& path, const std::string& passSource, SigningKey* key);
+
+/// Reads the public key (PEM, SubjectPublicKeyInfo) in the file at `path`.
+Fault readPublicKey(const std::string& path, SigningKey* key);

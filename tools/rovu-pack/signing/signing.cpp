@@ -2,9 +2,10 @@
 
 #include "crypto_fault.h"
 #include "digests.h"
-#include "files.h"
+#include "key_files.h"
 #include "spec_signature.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -18,7 +19,6 @@ constexpr size_t kLeastSuspectedSize = 64;  // characters on a line that no comm
 constexpr char kMarker[] = "--";
 
 using Bio = Handle<BIO, BIO_free>;
-using KeyContext = Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 
 std::string contentOf(BIO* memory) {
     char* bytes = nullptr;
@@ -47,10 +47,11 @@ std::string withoutTrailingSpace(std::string text) {
     return text;
 }
 
-enum class Tail { eSignature, eComment, eUnclear };
+enum class Tail { eNothing, eSignature, eComment, eUnclear };
 
 Tail judgeTail(const std::string& tail) {
     const std::string content = withoutTrailingSpace(tail);
+    if (content.empty()) return Tail::eNothing;
     if (!isBase64(content)) return Tail::eComment;
     if (content.size() == kSignatureTextSize && content.find('=') == kSignatureTextSize - 2)
         return Tail::eSignature;
@@ -81,12 +82,11 @@ std::string publicPemOf(const SigningKey& key) {
 }
 
 Fault readFingerprint(const std::string& path, std::string* hex) {
-    const File file(fopen(path.c_str(), "re"));
-    if (file == nullptr) return fileFault(path, errno);
-    const SigningKey key(PEM_read_PUBKEY(file.get(), nullptr, nullptr, nullptr));
+    SigningKey key;
+    if (Fault fault = readPublicKey(path, &key)) return fault;
     unsigned char* der = nullptr;
-    const int size = key == nullptr ? -1 : i2d_PUBKEY(key.get(), &der);
-    if (size < 0) return cryptoFault(path + ": no public key in PEM", EINVAL);
+    const int size = i2d_PUBKEY(key.get(), &der);
+    if (size < 0) return cryptoFault(path, EINVAL);
     *hex = hexSha256(std::string(der, der + size));
     OPENSSL_free(der);
     return {};
@@ -101,10 +101,15 @@ Fault signText(const std::string& text, const SigningKey& key, std::string* spec
         EVP_DigestSignUpdate(context.get(), text.data(), text.size()) != 1 ||
         EVP_DigestSignFinal(context.get(), signature, &size) != 1 || size != kSignatureSize)
         return cryptoFault("no signature", EIO);
-    unsigned char base64[kSignatureTextSize + 1];
-    const int length = EVP_EncodeBlock(base64, signature, static_cast<int>(size));
-    *spec = text + kMarker + std::string(base64, base64 + length);
+    *spec = specOf(text, std::string(signature, signature + size));
     return {};
+}
+
+std::string specOf(const std::string& text, const std::string& raw) {
+    unsigned char base64[kSignatureTextSize + 1];
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(raw.data());
+    const int length = EVP_EncodeBlock(base64, bytes, static_cast<int>(std::min(raw.size(), kSignatureSize)));
+    return text + kMarker + std::string(base64, base64 + length);
 }
 
 Fault unsignedTextOf(const std::string& spec, std::string* text) {
@@ -117,7 +122,7 @@ Fault unsignedTextOf(const std::string& spec, std::string* text) {
                     "what follows its last two hyphens may be a damaged signature: remove it, or, if it is a "
                     "comment, end its line and put a space into it"};
         }
-        if (tail == Tail::eSignature) text->resize(at);
+        if (tail == Tail::eSignature || tail == Tail::eNothing) text->resize(at);
     }
     if (text->empty() || text->back() != '\n') *text += '\n';
     return {};

@@ -13,6 +13,7 @@ constexpr size_t kSignatureSize = 256;      // bytes
 constexpr size_t kSignatureTextSize = 344;  // characters of its Base64
 
 using SigningKey = Handle<EVP_PKEY, EVP_PKEY_free>;
+using KeyContext = Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 
 /// Makes an RSA key pair of 2048 bits.
 /// \param privatePem receives PKCS#8, not encrypted.
@@ -30,7 +31,11 @@ Fault readFingerprint(const std::string& path, std::string* hex);
 /// \param spec receives text, marker and signature.
 Fault signText(const std::string& text, const SigningKey& key, std::string* spec);
 
-/// Cuts an old signature off, and gives the text a last line feed, without which a comment on its last line
+/// \return the spec that a text and its signature make; with an empty one, the marker stands at its end.
+/// \param raw kSignatureSize bytes, or none.
+std::string specOf(const std::string& text, const std::string& raw);
+
+/// Cuts an old signature, or a marker without one, off, and gives the text a last line feed, without which a comment on its last line
 /// would swallow what the device appends.
 /// \return EINVAL if what follows the last two hyphens may be a signature or a comment.
 Fault unsignedTextOf(const std::string& spec, std::string* text);

@@ -4,6 +4,7 @@
 #include "lua_state.h"
 #include "lua_util/sandbox.h"
 #include "refused_key.h"
+#include "signing.h"
 #include "spec_reader.h"
 #include "spec_signature.h"
 #include "spec_text.h"
@@ -58,6 +59,7 @@ std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
     const std::string& signature = spec.signature;
     if (verifySpecSignature(key.c_str(), "", 0, signature.data(), signature.size()) == ENOMEM)
         return key + " is no public key: give the one that the devices hold.";
+    if (spec.awaitsSignature()) return "Let the spec be signed, and append the signature: rovu-pack attach.";
     return "Sign the spec as it is now, with the private key that belongs to " + key + ".";
 }
 
@@ -106,6 +108,24 @@ private:
     std::string path_;
 };
 
+bool isTextAccepted(const std::string& text) {
+    SpecBuffer buffer;
+    return fill(&buffer, text) && recordOf(LuaState(evaluateSpec(&buffer))) != nullptr;
+}
+
+Fault refuseSize(size_t size) {
+    if (size <= kMaxSpecSize) return {};
+    return {EINVAL, "the spec has " + std::to_string(size) +
+                        " bytes with its signature, and a device takes " + std::to_string(kMaxSpecSize)};
+}
+
+// The first message names the cause.
+Fault refusal(const std::string& spec, DeviceLog* log) {
+    std::string message = "the device refuses the spec: " + log->takeFirstLine();
+    if (spec.find("function") != std::string::npos) message += " (the word \"function\" stands in it)";
+    return {EINVAL, message};
+}
+
 bool isAccepted(const std::string& spec, const std::string& publicPem) {
     SpecBuffer buffer;
     const KeyInMemory key(publicPem);
@@ -130,14 +150,13 @@ SpecRecord readRecord(const SpecFile& spec) {
 }
 
 Fault tryOnDevice(const std::string& spec, const std::string& publicPem) {
-    if (spec.size() > kMaxSpecSize) {
-        return {EINVAL, "the spec has " + std::to_string(spec.size()) +
-                            " bytes with its signature, and a device takes " + std::to_string(kMaxSpecSize)};
-    }
+    if (Fault fault = refuseSize(spec.size())) return fault;
     DeviceLog log;
-    if (isAccepted(spec, publicPem)) return {};
-    // The first message names the cause.
-    std::string message = "the device refuses the spec: " + log.takeFirstLine();
-    if (spec.find("function") != std::string::npos) message += " (the word \"function\" stands in it)";
-    return {EINVAL, message};
+    return isAccepted(spec, publicPem) ? Fault() : refusal(spec, &log);
+}
+
+Fault tryTextOnDevice(const std::string& text) {
+    if (Fault fault = refuseSize(specOf(text, "").size() + kSignatureTextSize)) return fault;
+    DeviceLog log;
+    return isTextAccepted(text) ? Fault() : refusal(text, &log);
 }

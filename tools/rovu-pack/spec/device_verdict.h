@@ -38,3 +38,6 @@ SpecRecord readRecord(const SpecFile& spec);
 /// \param spec the bytes of its file.
 /// \return EINVAL with a message that quotes the device.
 Fault tryOnDevice(const std::string& spec, const std::string& publicPem);
+
+/// The same for the text of a spec that will be signed elsewhere: whether a device will take it then.
+Fault tryTextOnDevice(const std::string& text);

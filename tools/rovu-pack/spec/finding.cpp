@@ -22,6 +22,8 @@ constexpr CatalogueEntry kCatalogue[] = {
     {"function-word", eError, "Write another word, or join a letter or a digit to this one."},
     {"comment-as-marker", eError, "Sign the spec, or take the comment that they begin out."},
     {"signature-unverified", eNote, "Give the device's public key with --pub."},
+    {"signature-missing", eError,
+     "Let a service sign what \"rovu-pack sign --digest\" prints, then append it: rovu-pack attach."},
     {"repeated-key", eWarning, "Keep one of the two."},
     {"unread-key", eWarning, "Take it out, or write the intended key."},
     {"behind-gap", eError, "Close the gap: entries are read up to the first nil."},

@@ -16,6 +16,7 @@ enum FindingCode {
     eFunctionWord,
     eCommentAsMarker,
     eSignatureUnverified,
+    eSignatureMissing,
     eRepeatedKey,
     eUnreadKey,
     eBehindGap,

@@ -11,6 +11,7 @@
 namespace {
 
 constexpr size_t kMarkerSize = 2;
+constexpr char kWhitespace[] = " \t\r\n";
 
 void splitAtMarker(SpecFile* spec) {
     const char* bytes = spec->bytes.data();
@@ -22,6 +23,10 @@ void splitAtMarker(SpecFile* spec) {
 }
 
 }  // namespace
+
+bool SpecFile::awaitsSignature() const {
+    return hasMarker && signature.find_first_not_of(kWhitespace) == std::string::npos;
+}
 
 FindingPlace SpecFile::at(const std::string& key) const {
     FindingPlace place = {path, key, 0};

@@ -20,6 +20,8 @@ struct SpecFile {
     bool hasTable = false;
     LuaValue table;
 
+    /// Whether the marker is the end: the spec was made to be signed elsewhere, and is not signed yet.
+    bool awaitsSignature() const;
     /// Where the key at `key` stands; if its line is not known, that of the nearest table around it.
     FindingPlace at(const std::string& key) const;
     /// Where the byte at `position` of the file stands.

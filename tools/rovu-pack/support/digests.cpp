@@ -12,12 +12,6 @@ namespace {
 
 constexpr size_t kChunk = 262144;
 
-std::string hexOf(const EVP_MD* kind, const std::string& bytes) {
-    Digest digest(kind);
-    digest.add(bytes.data(), bytes.size());
-    return digest.hex();
-}
-
 }  // namespace
 
 Digest::Digest(const EVP_MD* kind) : context_(EVP_MD_CTX_new()) {
@@ -32,17 +26,24 @@ std::string Digest::hex() {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     if (!good_ || EVP_DigestFinal_ex(context_.get(), digest, &length) != 1) return "";
+    return hexOf(std::string(digest, digest + length));
+}
+
+std::string hexOf(const std::string& bytes) {
     constexpr char kHexDigits[] = "0123456789abcdef";
     std::string text;
-    for (unsigned int i = 0; i < length; ++i) {
-        text += kHexDigits[digest[i] >> 4];
-        text += kHexDigits[digest[i] & 0xF];
+    for (const char c : bytes) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        text += kHexDigits[byte >> 4];
+        text += kHexDigits[byte & 0xF];
     }
     return text;
 }
 
 std::string hexSha256(const std::string& bytes) {
-    return hexOf(EVP_sha256(), bytes);
+    Digest digest(EVP_sha256());
+    digest.add(bytes.data(), bytes.size());
+    return digest.hex();
 }
 
 Fault digestFile(const std::string& path, WorkProgress* progress, uint64_t* size, std::string* sha256) {

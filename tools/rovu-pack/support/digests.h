@@ -30,6 +30,9 @@ private:
     bool good_;
 };
 
+/// \return two lower-case hex digits for each byte.
+std::string hexOf(const std::string& bytes);
+
 /// \return the hex digest of bytes in memory; empty if libcrypto fails.
 std::string hexSha256(const std::string& bytes);
 

@@ -6,6 +6,7 @@
 #include "util/file.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,7 @@
 namespace {
 
 constexpr size_t kReadChunk = 65536;
+constexpr mode_t kPermissions = 07777;
 
 // Returns 0 or an errno value.
 int readToEnd(int fd, std::string* bytes) {
@@ -64,6 +66,16 @@ Fault replaceFile(const std::string& path, const std::string& bytes, mode_t mode
     if (rc == 0) return {};
     unlink(temporary.c_str());
     return fileFault(path, rc);
+}
+
+Fault resolveFile(const std::string& path, std::string* real, mode_t* mode) {
+    char resolved[PATH_MAX];
+    struct stat status;
+    if (realpath(path.c_str(), resolved) == nullptr || stat(resolved, &status) != 0)
+        return fileFault(path, errno);
+    *real = resolved;
+    *mode = status.st_mode & kPermissions;
+    return {};
 }
 
 Fault createFile(const std::string& path, const std::string& bytes, mode_t mode) {

@@ -19,6 +19,10 @@ Fault readWholeFile(const std::string& path, std::string* bytes);
 /// \param mode permissions of the new file, which the process's mask still narrows.
 Fault replaceFile(const std::string& path, const std::string& bytes, mode_t mode);
 
+/// Where a link leads: it is the file that replaceFile() is to replace, not the link.
+/// \param mode receives its permissions.
+Fault resolveFile(const std::string& path, std::string* real, mode_t* mode);
+
 /// Makes a file that must not exist yet; one that could not be written whole is removed again.
 /// \return EEXIST, with nothing touched, if it does.
 Fault createFile(const std::string& path, const std::string& bytes, mode_t mode);
