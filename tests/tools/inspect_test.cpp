@@ -68,11 +68,14 @@ TEST_F(Inspect, SaysWhatAnotherFileSeemsToBe) {
     put("empty", "");
     put("page", "<html></html>");
     put("word", "hello");
+    put("zero", "0 is the first byte of a file in DER\n");
     put("broken", "{ version = 1,, }");
     put("large", std::string(1000000, ' '));
     const Row rows[] = {{"m.lua", "but a manifest"},
                         {"out/kernel.tar", "but a tar"},
-                        {"keys/private.pem", "but a key"},
+                        {"keys/private.pem", "but a private key"},
+                        {"keys/rovu_pub.pem", "but a public key"},
+                        {"zero", "but text"},
                         {"empty", "but an empty file"},
                         {"page", "but a page"},
                         {"word", "but text that is no table"},

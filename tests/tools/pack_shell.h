@@ -21,10 +21,9 @@ protected:
     /// What the last line printed, errors included.
     std::string said() const { return read("said"); }
 
-    std::string read(const std::string& name) const { return readWholeFile(scratch_.path + "/" + name); }
-    void put(const std::string& name, const std::string& bytes) const {
-        writeWholeFile(scratch_.path + "/" + name, bytes);
-    }
+    std::string pathOf(const std::string& name) const { return scratch_.path + "/" + name; }
+    std::string read(const std::string& name) const { return readWholeFile(pathOf(name)); }
+    void put(const std::string& name, const std::string& bytes) const { writeWholeFile(pathOf(name), bytes); }
 
 private:
     const ScratchDir scratch_;

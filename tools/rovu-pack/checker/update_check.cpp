@@ -1,6 +1,7 @@
 #include "update_check.h"
 
 #include "files.h"
+#include "key_files.h"
 #include "rules.h"
 
 #include <cerrno>
@@ -18,8 +19,13 @@ Fault require(const std::string& path, bool isFolder) {
     return fileFault(path, isFolder ? ENOTDIR : EISDIR);
 }
 
+Fault requireKey(const std::string& path) {
+    PublicKey key;
+    return path.empty() ? Fault() : readPublicKey(path, &key);
+}
+
 Fault requireInputs(const CheckOptions& options) {
-    if (Fault fault = require(options.signatureUse.publicKey, false)) return fault;
+    if (Fault fault = requireKey(options.signatureUse.publicKey)) return fault;
     if (Fault fault = require(options.files.secrets, false)) return fault;
     return require(options.files.folder, true);
 }

@@ -11,13 +11,11 @@ namespace {
 // The device's code decides; what is said of the signature before tells more than a device would.
 Fault judgeSpec(const AttachOptions& options, const std::string& text, const std::string& raw,
                 const std::string& spec) {
-    SigningKey key;
-    std::string pem;
+    PublicKey key;
     if (Fault fault = readPublicKey(options.publicKey, &key)) return fault;
-    if (Fault fault = readWholeFile(options.publicKey, &pem)) return fault;
-    if (Fault fault = verifySignature(text, raw, key))
+    if (Fault fault = verifySignature(text, raw, key.key))
         return fault.of(options.signature + ", with " + options.publicKey);
-    const Fault fault = tryOnDevice(spec, pem);
+    const Fault fault = tryOnDevice(spec, key.pem);
     return fault ? fault.of(options.spec) : fault;
 }
 

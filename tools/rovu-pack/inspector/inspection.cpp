@@ -2,7 +2,8 @@
 
 #include "files.h"
 #include "handles.h"
-#include "signing.h"
+#include "key_files.h"
+#include "key_kinds.h"
 #include "spec_signature.h"
 
 #include <algorithm>
@@ -22,7 +23,6 @@ struct Magic {
 
 const Magic kMagics[] = {
     {kTarMagicPlace, "ustar", "a tar"},
-    {0, "-----BEGIN", "a key or certificate in PEM"},
     {0,
      "\x7f"
      "ELF",
@@ -47,6 +47,7 @@ std::string meaningOf(const SpecFile& file) {
             0)
             return magic.meaning;
     }
+    if (const std::string kind = keyKindInWords(file.bytes); !kind.empty()) return kind;
     if (file.bytes.size() > kMostBytes) return "a file that is too large for one";
     LuaValue value;
     const Fault fault = evaluateLua(file.path, file.text, &value);
@@ -81,14 +82,14 @@ Fault findSigner(const std::vector<std::string>& publicKeys, Inspection* inspect
     }
     inspection->signature = publicKeys.empty() ? Inspection::eNotVerified : Inspection::eOtherKey;
     for (const std::string& key : publicKeys) {
-        std::string fingerprint;
-        if (Fault fault = readFingerprint(key, &fingerprint)) return fault;
+        PublicKey publicKey;
+        if (Fault fault = readPublicKey(key, &publicKey)) return fault;
         if (verifySpecSignature(key.c_str(), file.text.data(), file.text.size(), file.signature.data(),
                                 file.signature.size()) != 0)
             continue;
         inspection->signature = Inspection::eVerified;
         inspection->key = key;
-        inspection->fingerprint = fingerprint;
+        inspection->fingerprint = fingerprintOf(publicKey.key);
     }
     return {};
 }

@@ -3,37 +3,60 @@
 #include "crypto_fault.h"
 #include "files.h"
 #include "handles.h"
+#include "key_kinds.h"
 #include "pass_phrase.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
+#include <openssl/rsa.h>
 
 namespace {
 
-constexpr char kDerSequence = 0x30;  // the first byte of a key in DER
+constexpr char kOnlyVerified[] =
+    "; a device verifies RSA keys of 2048 bits only, which \"rovu-pack keygen\" makes";
 
-// What a file without a private key in PEM is instead, and what to do; empty if it is of no known kind.
-std::string otherKindOf(const std::string& path) {
-    std::string bytes;
-    if (readWholeFile(path, &bytes)) return "";
-    if (bytes.find("-----BEGIN CERTIFICATE-----") != std::string::npos)
-        return "a certificate; give the private key that belongs to it";
-    if (bytes.find("PUBLIC KEY-----") != std::string::npos)
-        return "a public key; give the private key that belongs to it";
-    if (!bytes.empty() && bytes[0] == kDerSequence) {
-        return "not PEM; if it is a key in DER, convert it: openssl pkey -inform DER -in " + path +
-               " -out KEY.pem";
-    }
-    return "";
-}
+using Bio = Handle<BIO, BIO_free>;
+using RsaKey = Handle<RSA, RSA_free>;
 
 std::string kindOf(const SigningKey& key) {
     if (EVP_PKEY_base_id(key.get()) == EVP_PKEY_RSA)
         return "an RSA key of " + std::to_string(EVP_PKEY_bits(key.get())) + " bits";
     const char* name = OBJ_nid2ln(EVP_PKEY_base_id(key.get()));
     return std::string("not an RSA key, but one of the kind ") + (name == nullptr ? "unknown" : name);
+}
+
+// After a failed read, whose reason libcrypto still knows.
+Fault refusePrivate(const std::string& path) {
+    const Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
+    std::string bytes;
+    if (readWholeFile(path, &bytes)) return fault;
+    const std::string advice = adviceOnKeyFile(bytes, path, KeyUse::ePrivate);
+    return advice.empty() ? fault : Fault(EINVAL, path + ": " + advice);
+}
+
+Fault refusePublic(const std::string& path, const std::string& bytes) {
+    const Fault fault = cryptoFault(path + ": no public key in PEM", EINVAL);
+    const std::string advice = adviceOnKeyFile(bytes, path, KeyUse::ePublic);
+    if (!advice.empty()) return {EINVAL, path + ": " + advice};
+    const Bio memory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+    const SigningKey other(memory == nullptr ? nullptr
+                                             : PEM_read_bio_PUBKEY(memory.get(), nullptr, nullptr, nullptr));
+    ERR_clear_error();
+    return other == nullptr ? fault : Fault(EINVAL, path + ": " + kindOf(other) + kOnlyVerified);
+}
+
+// The first one that libcrypto finds, as for the device's code. Null: none.
+SigningKey deviceKeyIn(const std::string& bytes) {
+    const Bio memory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+    if (memory == nullptr) return nullptr;
+    RsaKey rsa(PEM_read_bio_RSA_PUBKEY(memory.get(), nullptr, nullptr, nullptr));
+    SigningKey key(EVP_PKEY_new());
+    if (rsa == nullptr || key == nullptr || EVP_PKEY_assign(key.get(), EVP_PKEY_RSA, rsa.get()) != 1)
+        return nullptr;
+    static_cast<void>(rsa.release());  // the key owns it now
+    return key;
 }
 
 }  // namespace
@@ -46,18 +69,16 @@ Fault readSigningKey(const std::string& path, const std::string& passSource, Sig
     key->reset(PEM_read_PrivateKey(file.get(), nullptr, PassPhrase::answer, &passPhrase));
     if (*key == nullptr) {
         if (const Fault fault = passPhrase.complaint()) return fault.of(path);
-        const Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
-        const std::string kind = otherKindOf(path);
-        return kind.empty() ? fault : Fault(EINVAL, path + ": " + kind);
+        return refusePrivate(path);
     }
     if (EVP_PKEY_base_id(key->get()) == EVP_PKEY_RSA && EVP_PKEY_bits(key->get()) == kKeyBits) return {};
-    return {EINVAL, path + ": " + kindOf(*key) +
-                        "; a device verifies RSA keys of 2048 bits only, which \"rovu-pack keygen\" makes"};
+    return {EINVAL, path + ": " + kindOf(*key) + kOnlyVerified};
 }
 
-Fault readPublicKey(const std::string& path, SigningKey* key) {
-    const File file(fopen(path.c_str(), "re"));
-    if (file == nullptr) return fileFault(path, errno);
-    key->reset(PEM_read_PUBKEY(file.get(), nullptr, nullptr, nullptr));
-    return *key != nullptr ? Fault() : cryptoFault(path + ": no public key in PEM", EINVAL);
+Fault readPublicKey(const std::string& path, PublicKey* key) {
+    if (Fault fault = readWholeFile(path, &key->pem)) return fault;
+    key->key = deviceKeyIn(key->pem);
+    if (key->key == nullptr) return refusePublic(path, key->pem);
+    if (EVP_PKEY_size(key->key.get()) == static_cast<int>(kSignatureSize)) return {};
+    return {EINVAL, path + ": " + kindOf(key->key) + kOnlyVerified};
 }

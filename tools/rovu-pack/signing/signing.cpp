@@ -2,7 +2,6 @@
 
 #include "crypto_fault.h"
 #include "digests.h"
-#include "key_files.h"
 #include "spec_signature.h"
 
 #include <algorithm>
@@ -81,15 +80,13 @@ std::string publicPemOf(const SigningKey& key) {
     return contentOf(memory.get());
 }
 
-Fault readFingerprint(const std::string& path, std::string* hex) {
-    SigningKey key;
-    if (Fault fault = readPublicKey(path, &key)) return fault;
+std::string fingerprintOf(const SigningKey& key) {
     unsigned char* der = nullptr;
     const int size = i2d_PUBKEY(key.get(), &der);
-    if (size < 0) return cryptoFault(path, EINVAL);
-    *hex = hexSha256(std::string(der, der + size));
+    if (size < 0) return "";
+    std::string hex = hexSha256(std::string(der, der + size));
     OPENSSL_free(der);
-    return {};
+    return hex;
 }
 
 Fault signText(const std::string& text, const SigningKey& key, std::string* spec) {

@@ -23,9 +23,8 @@ Fault makeKeyPair(std::string* privatePem, std::string* publicPem);
 /// \return the public half, as the device's key file holds it; empty if libcrypto fails.
 std::string publicPemOf(const SigningKey& key);
 
-/// Reads the public key (PEM, SubjectPublicKeyInfo) in the file at `path`.
-/// \param hex receives the SHA-256 digest of its DER encoding, in lower-case hex digits.
-Fault readFingerprint(const std::string& path, std::string* hex);
+/// \return the hex SHA-256 digest of the public half's DER encoding; empty if libcrypto fails.
+std::string fingerprintOf(const SigningKey& key);
 
 /// Signs `text`. All of its comments must end before its last line feed.
 /// \param spec receives text, marker and signature.

@@ -56,9 +56,6 @@ int lineInMessage(const std::string& message) {
 
 std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
     if (!spec.hasMarker) return "Sign the spec, or give --unsigned if the devices run with \"-k NONE\".";
-    const std::string& signature = spec.signature;
-    if (verifySpecSignature(key.c_str(), "", 0, signature.data(), signature.size()) == ENOMEM)
-        return key + " is no public key: give the one that the devices hold.";
     if (spec.awaitsSignature()) return "Let the spec be signed, and append the signature: rovu-pack attach.";
     return "Sign the spec as it is now, with the private key that belongs to " + key + ".";
 }
