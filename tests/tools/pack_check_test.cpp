@@ -155,6 +155,7 @@ Strings codesOf(const Edits& edits) {
 
 const std::string kMd5 = "'0123456789abcdef0123456789abcdef'";
 const std::string kLong(213, 'x');
+const std::string kModel(29, 'm');  // with a line feed the longest that a device reads
 
 struct FindingRow {
     FindingCode code;
@@ -177,6 +178,7 @@ const FindingRow kFindingRows[] = {
     {eHardwareToken, {field("hardware", "'RV-20, RV-21'")}, {field("hardware", "'RV-20,RV-21'")}},
     {eHardwareToken, {field("hardware", "'RV-20;RV-21'")}, {field("hardware", "'RV-20_RV-21'")}},
     {eHardwareToken, {field("hardware", "'RV-20\\r'")}, {field("hardware", "'RV-20'")}},
+    {eHardwareToken, {field("hardware", "'" + kModel + "m'")}, {field("hardware", "'" + kModel + "'")}},
     {eBadDigest, {kernel("image_md5", "'0123456789ABCDEF0123456789ABCDEF'")}, {kernel("image_md5", kMd5)}},
     {eNoDigest, {field("script_hash", "''")}, {field("script_hash", "''"), steps({"kernel", "rootfs"})}},
     {eLimitZero, {kernel("dlsize", "0")}, {kernel("dlsize", "1")}},
@@ -387,7 +389,7 @@ struct PlanRow {
     const char* steps;
     Edits edits;
     Strings choices;  // of the images, in their order
-    const char* model = "RV-20";
+    std::string model = "RV-20";
     uint32_t activeSet = 0;
 };
 
@@ -408,6 +410,9 @@ const PlanRow kPlanRows[] = {
     {"no version fits", "kernel rootfs", {kernel("dep", "{{'rootfs','9','9'}}")}, {"refused", "refused"}},
     {"two of a kind", "kernel rootfs", {rootfs("type", "'kernel'")}, {"refused", "refused"}},
     {"another model", "before kernel", {}, {}, "RV-19"},
+    {"a model too long", "before", {field("hardware", "'" + kModel + "m'")}, {}, kModel + "m"},
+    {"the longest model", "before", {field("hardware", "'" + kModel + "'")}, {}, kModel},
+    {"a model with a space after it", "before", {}, {}, "RV-20 "},
     {"an early end", "_prepare kernel exit_success rootfs", {}, {"kept", "kept"}},
     {"scripts only", "_prepare sub/_more before", {}, {}},
     {"preparation only", "_prepare", {field("script_hash", "''")}, {}},

@@ -1,5 +1,6 @@
 // Values that the device takes unchanged and that then fail, or weaken, the update.
 
+#include "plan.h"
 #include "rules.h"
 #include "util/version.h"
 
@@ -44,6 +45,9 @@ std::string modelFault(const std::string& model) {
         return "The whitespace in \"" + model + "\" counts as part of the model.";
     if (model.find_first_of(";|") != std::string::npos)
         return "Commas alone separate models: \"" + model + "\" is one model.";
+    if (model.size() + 1 > kMostOfModel)
+        return "A device reads " + std::to_string(kMostOfModel) +
+               " bytes of its model with the line feed, and \"" + model + "\" is longer.";
     return "";
 }
 

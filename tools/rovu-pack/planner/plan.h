@@ -22,6 +22,9 @@ struct InactiveSet {
     std::string data;    // kBlank
 };
 
+/// Most bytes of its model that a device reads, with the line feed that ends it.
+constexpr size_t kMostOfModel = 30;
+
 /// A device, as far as it decides what an update does there.
 struct DeviceKind {
     std::string model;

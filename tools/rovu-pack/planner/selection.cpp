@@ -6,14 +6,23 @@
 #include "image_selection.h"
 #include "plan.h"
 #include "util/installed_version.h"
+#include "util/text.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace {
 
 using Part = UpdateSpecVer1::Part;
 
 constexpr size_t kVersionTextSize = 32;
+
+// Most bytes of an answer of the device's platform script that the device reads, line feed included.
+constexpr size_t kMostOfRootfs = 62;
+
+// What the device logs of a longer model: what it read, the script's exit status, and that it saw no end.
+constexpr char kModelNotRead[] = "Failed to read model number (31, 0, 0)";
 
 std::string versionText(PackedVersion version) {
     char text[kVersionTextSize];
@@ -114,17 +123,34 @@ void noteOutcomes(UpdateSpecVer1* spec, bool accepted, std::vector<ImageChoice>*
     }
 }
 
+// The script ends its answer with a line feed, which counts; the device then removes whitespace from the end.
+bool readAnswer(std::string* text, size_t most) {
+    const bool isWhole = text->size() + 1 <= most;
+    trimTrailingSpace(text->data());
+    text->resize(strlen(text->c_str()));
+    return isWhole;
+}
+
+int readRootfs(std::string text, PackedVersion* version) {
+    return readAnswer(&text, kMostOfRootfs) ? parseVersion(version, text.c_str()) : EOVERFLOW;
+}
+
 // Whether the device takes the spec; its choice is left there.
 bool decide(const DeviceKind& device, Selection* selection) {
     InstalledVersions installed = {};
     UpdateSpecVer1* spec = selection->record.get();
+    std::string model = device.model;
+    if (!readAnswer(&model, kMostOfModel)) {
+        selection->refusal = kModelNotRead;
+        return false;
+    }
     selection->refusedKey = "hardware";
-    if (!isModelSupported(*spec, device.model.c_str())) return false;
+    if (!isModelSupported(*spec, model.c_str())) return false;
     selection->refusedKey.clear();
     std::string release = device.kernel;
     if (!isKernelReleaseKnown(parseKernelRelease(&installed.installedKernel, release.data()))) return false;
     selection->readsRootfs = true;
-    if (!isRootfsReleaseKnown(parseVersion(&installed.installedRootfs, device.rootfs.c_str()))) return false;
+    if (!isRootfsReleaseKnown(readRootfs(device.rootfs, &installed.installedRootfs))) return false;
 
     Chooser chooser = {installed, spec, &selection->images, {}};
     chooser.describe();
@@ -150,7 +176,7 @@ Selection selectOn(const SpecFile& spec, UpdateState refusedIn, const DeviceKind
     }
     DeviceLog log;
     if (decide(device, &selection)) return selection;
-    selection.refusal = log.takeText();
+    if (selection.refusal.empty()) selection.refusal = log.takeText();
     selection.refusedIn = eStateCheckingDependencies;
     return selection;
 }
