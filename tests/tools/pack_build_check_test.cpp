@@ -86,6 +86,24 @@ TEST_F(PackBuildCheck, NothingIsMadeThatCheckCallsAnError) {
     }
 }
 
+TEST_F(PackBuildCheck, ImagesAreJudgedByTheirBytes) {
+    const struct {
+        std::string kernel;
+        int status;
+    } rows[] = {
+        {"<!doctype html>", 1},
+        {std::string(200000, '\0'), 1},
+        {std::string(200000, '\0') + "x", 0},
+    };
+    for (const auto& row : rows) {
+        writeWholeFile(path("parts/k.img"), row.kernel);
+        EXPECT_EQ(build(kKernel + kRootfs), row.status);
+        EXPECT_EQ(said().find("error    not-an-image            parts/m.lua:2 1.image\n") == 0,
+                  row.status == 1)
+            << said();
+    }
+}
+
 TEST_F(PackBuildCheck, EarlierUpdateSurvivesARefusal) {
     ASSERT_EQ(build(kKernel + kRootfs), 0);
     const std::string before = readWholeFile(path("www/update.lua"));

@@ -68,6 +68,14 @@ Edit script(const std::string& bytes) {
     return [=](Draft* draft) { draft->update.scripts.front().second = bytes; };
 }
 
+// These bytes at the beginning of an image, of which `size` are left.
+Edit image(const std::string& name, const std::string& head, size_t size = 2000) {
+    return [=](Draft* draft) {
+        std::string& bytes = draft->update.images.at(name).members.front().second;
+        bytes = (head + bytes.substr(head.size())).substr(0, size);
+    };
+}
+
 Edit shell(const std::string& script) {
     return [=](Draft* draft) { draft->script = script; };
 }
@@ -156,6 +164,13 @@ Strings codesOf(const Edits& edits) {
 const std::string kMd5 = "'0123456789abcdef0123456789abcdef'";
 const std::string kLong(213, 'x');
 const std::string kModel(29, 'm');  // with a line feed the longest that a device reads
+
+const std::string kUimage("\x27\x05\x19\x56________\0\0\x07\x90____________\x05\x05\x02", 31);
+const std::string kArmUimage("\x27\x05\x19\x56________\0\0\x07\x90____________\x05\x02\x02", 31);
+const std::string kSquashfs("hsqs________________________\4\0__________\xD0\x07\0\0\0\0\0\0", 48);
+const std::string kGzip("\x1F\x8B\x08");
+const std::string kSparse = "cd .. && truncate -s 64K rootfs.img && tar -Scf files/rootfs rootfs.img";
+const std::string kWithHoles = "cd .. && truncate -s 64K rootfs.img && tar -cf files/rootfs rootfs.img";
 
 struct FindingRow {
     FindingCode code;
@@ -257,6 +272,16 @@ const FindingRow kFindingRows[] = {
     {eScriptSyntax, {script("if true; then\n")}, {script("false; exit 1\n")}},
     {eMemberLink, {shell("ln -s /etc x && tar -rf kernel x")}, {shell("touch x && tar -rf kernel x")}},
     {eMemberClimbs, {kernel("preinst", "'../pre'")}, {kernel("preinst", "'..pre'")}},
+    {eMemberSparse, {shell(kSparse)}, {shell(kWithHoles)}},
+    {eNotAnImage, {image("kernel", "<!DOCTYPE html>")}, {image("kernel", "<")}},
+    {eNotAnImage, {image("rootfs", std::string(2000, '\0'))}, {image("rootfs", std::string(1999, '\0'))}},
+    {eImageKind, {image("kernel", kSquashfs)}, {image("rootfs", kSquashfs)}},
+    {eImageKind, {image("rootfs", kUimage)}, {image("kernel", kUimage)}},
+    {eImageCompressed, {image("rootfs", kGzip)}, {image("rootfs", "\x1F\x8B")}},
+    {eImageProcessor, {image("kernel", kArmUimage)}, {image("kernel", kUimage)}},
+    {eImageCutShort, {image("kernel", kUimage, 1999)}, {image("kernel", kUimage, 2000)}},
+    {eImageCutShort, {image("rootfs", kSquashfs, 1999)}, {image("rootfs", kSquashfs, 2000)}},
+    {eImageOld, {image("rootfs", "sqsh")}, {image("rootfs", kSquashfs)}},
     {eDigestMismatch, {kernel("image_md5", kMd5)}, {kWithoutFiles, kernel("image_md5", kMd5)}},
     {eKeyWithoutEncryption, {field("encr_key_offset", "0")}, {field("encr_key_offset", "-1")}},
     {eEncryptedWithoutKey, {kEncrypted}, {kEncrypted, field("encr_key_offset", "0")}},

@@ -29,6 +29,7 @@ TarFacts imageTarOf(const ImageView& image) {
     tar.url = image.text("url");
     tar.hash = image.text("hash");
     tar.limit = image.number("dlsize").value_or(0);
+    tar.kind = image.text("type");
     tar.volumeSize = image.number("imsize").value_or(0);
     tar.imageMd5 = image.text("image_md5");
     for (const std::string field : {"image", "preinst", "postinst"}) {

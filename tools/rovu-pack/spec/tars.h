@@ -19,7 +19,8 @@ struct TarFacts {
     std::string keyPrefix;  // of url, hash and dlsize in the spec
     std::string url;
     std::string hash;
-    double limit;  // bytes; 0: none
+    double limit;      // bytes; 0: none
+    std::string kind;  // "kernel" or "rootfs", as the spec has it; empty: the script tar
     std::vector<RequiredMember> required;
     double volumeSize;     // bytes that the spec gives the image's volume; 0: the script tar
     std::string imageMd5;  // that the spec gives; empty: the script tar

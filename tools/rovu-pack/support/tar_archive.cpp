@@ -120,7 +120,8 @@ TarMember::Type typeOf(archive_entry* entry) {
 }
 
 TarMember describe(archive_entry* entry) {
-    TarMember member = {"", typeOf(entry), static_cast<uint64_t>(archive_entry_size(entry)), ""};
+    TarMember member = {"", typeOf(entry), static_cast<uint64_t>(archive_entry_size(entry)), "",
+                        archive_entry_sparse_count(entry) > 0};
     if (const char* name = archive_entry_pathname(entry)) member.name = name;
     const char* target =
         member.type == TarMember::eHardLink ? archive_entry_hardlink(entry) : archive_entry_symlink(entry);
@@ -145,13 +146,15 @@ Fault walkTar(const std::string& path, const TakeMember& take) {
 }
 
 // The data of the member at which the archive stands.
-Fault digestMember(const std::string& path, archive* tar, WorkProgress* progress, Digest* digest) {
+Fault readMember(const std::string& path, archive* tar, WorkProgress* progress, const MemberSink& take) {
     std::vector<char> chunk(kChunk);
+    uint64_t offset = 0;
     for (;;) {
         const la_ssize_t got = archive_read_data(tar, chunk.data(), chunk.size());
         if (got < 0) return archiveFault(path, tar);
+        take(offset, chunk.data(), static_cast<size_t>(got));
         if (got == 0) return {};
-        digest->add(chunk.data(), static_cast<size_t>(got));
+        offset += static_cast<uint64_t>(got);
         reportWork(progress, static_cast<uint64_t>(got));
         if (Fault fault = interruption()) return fault;
     }
@@ -212,18 +215,22 @@ Fault readTarMember(const std::string& path, const std::string& name, size_t mos
     return {ENOENT, path + ": no file \"" + name + "\" in it"};
 }
 
-Fault digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
-                      std::string* md5) {
+Fault digestTarMember(const std::string& path, const std::string& name, const MemberSink& take,
+                      WorkProgress* progress, std::string* md5) {
     bool found = false;
-    const TakeMember take = [&](const TarMember& member, archive* tar) -> Fault {
+    const TakeMember takeMember = [&](const TarMember& member, archive* tar) -> Fault {
         if (member.name != name || member.type != TarMember::eFile) return {};
         found = true;
         Digest digest(EVP_md5());
-        Fault fault = digestMember(path, tar, progress, &digest);
+        const MemberSink both = [&](uint64_t offset, const char* bytes, size_t size) {
+            digest.add(bytes, size);
+            take(offset, bytes, size);
+        };
+        Fault fault = readMember(path, tar, progress, both);
         *md5 = digest.hex();
         return fault;
     };
-    if (Fault fault = walkTar(path, take)) return fault;
+    if (Fault fault = walkTar(path, takeMember)) return fault;
     if (found) return {};
     return {ENOENT, path + ": no file \"" + name + "\" in it"};
 }

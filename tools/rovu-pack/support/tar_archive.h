@@ -35,7 +35,11 @@ struct TarMember {
     Type type;
     uint64_t size;           // bytes
     std::string linkTarget;  // empty for what is no link
+    bool isSparse;           // its holes are left out of the tar, which not every tar can extract
 };
+
+/// Takes the bytes of a member in their order, from `offset` 0; a second member of the name begins at 0 again.
+using MemberSink = std::function<void(uint64_t offset, const char* bytes, size_t size)>;
 
 /// Lists the tar at `path`, compressed or not, in its own order. A name that is there twice is listed twice.
 /// \param compression receives the name of the outermost one; empty: none.
@@ -45,7 +49,9 @@ Fault listTar(const std::string& path, std::vector<TarMember>* members, std::str
 /// \return ENOENT if it is not there.
 Fault readTarMember(const std::string& path, const std::string& name, size_t most, std::string* bytes);
 
-/// The MD5 digest of one regular file of a tar; the last of several of one name is what an extraction leaves.
+/// Reads one regular file of a tar and passes its bytes to `take`; of several of one name the last is what an extraction
+/// leaves.
+/// \param md5 receives its digest.
 /// \return ENOENT if it is not there.
-Fault digestTarMember(const std::string& path, const std::string& name, WorkProgress* progress,
-                      std::string* md5);
+Fault digestTarMember(const std::string& path, const std::string& name, const MemberSink& take,
+                      WorkProgress* progress, std::string* md5);

@@ -1,0 +1,195 @@
+#include "image_format.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace {
+
+struct Magic {
+    size_t place;
+    std::string bytes;
+    FormatUse use;
+    const char* name;
+};
+
+const Magic kMagics[] = {
+    {0, {"hsqs", 4}, eFileSystem, "a squashfs"},
+    {0, {"sqsh", 4}, eFileSystem, "a squashfs of the big-endian format that ended with version 3"},
+    {0, {"\x31\x18\x10\x06", 4}, eFlashSystem, "a UBIFS"},
+    {0, {"\x28\xCD\x3D\x45", 4}, eFileSystem, "a cramfs"},
+    {0, {"\x45\x3D\xCD\x28", 4}, eFileSystem, "a cramfs"},
+    {0, {"-rom1fs-", 8}, eFileSystem, "a romfs"},
+    {1024, {"\xE2\xE1\xF5\xE0", 4}, eFileSystem, "an EROFS"},
+    {0, {"UBI#", 4}, eVolumes, "a UBI image"},
+    {0, {"070701", 6}, eRamDisk, "a cpio archive"},
+    {0, {"\x1F\x8B\x08", 3}, eCompressed, "compressed with gzip"},
+    {0, {"\xFD\x37zXZ\0", 6}, eCompressed, "compressed with xz"},
+    {4, {"1AY&SY", 6}, eCompressed, "compressed with bzip2"},
+    {0, {"\x28\xB5\x2F\xFD", 4}, eCompressed, "compressed with zstd"},
+    {0, {"\x04\x22\x4D\x18", 4}, eCompressed, "compressed with lz4"},
+    {0, {"\x02\x21\x4C\x18", 4}, eCompressed, "compressed with lz4"},
+    {0, {"\x89LZO", 4}, eCompressed, "compressed with lzop"},
+    {257, {"ustar", 5}, eNoImage, "a tar"},
+    {0, {"PK\x03\x04", 4}, eNoImage, "a zip archive"},
+    {0, {"7z\xBC\xAF\x27\x1C", 6}, eNoImage, "a 7z archive"},
+    {0, {"Salted__", 8}, eNoImage, "encrypted with a password by openssl"},
+    {0, {"version https://git-lfs", 23}, eNoImage, "a pointer of git-lfs, not the file that it stands for"},
+    {0, {"-----BEGIN ", 11}, eNoImage, "a key or certificate"},
+    {0, {"#!/", 3}, eNoImage, "a script"},
+};
+
+// Of pages that servers send in place of a file.
+constexpr const char* kPages[] = {"<!doctype", "<html", "<head", "<body", "<?xml", "<error"};
+
+constexpr char kUimageMagic[] = "\x27\x05\x19\x56";
+constexpr uint64_t kUimageHeader = 64;
+constexpr char kTreeMagic[] = "\xD0\x0D\xFE\xED";
+constexpr char kElfMagic[] = "\x7F"
+                             "ELF";
+constexpr uint64_t kElfMips = 8;
+constexpr size_t kElfHeader = 52;
+
+// The processors of a uImage, by their numbers there.
+constexpr const char* kUimageProcessors[] = {
+    "",           "Alpha",      "ARM",      "x86",    "IA-64",   "",          "64-bit MIPS",
+    "PowerPC",    "S/390",      "SH",       "SPARC",  "SPARC64", "M68K",      "Nios",
+    "MicroBlaze", "Nios II",    "Blackfin", "AVR32",  "ST200",   "a sandbox", "NDS32",
+    "OpenRISC",   "64-bit ARM", "ARC",      "x86-64", "Xtensa",  "RISC-V"};
+
+bool startsWith(const std::string& text, const std::string& start) {
+    return text.compare(0, start.size(), start) == 0;
+}
+
+// What lies after the end counts as 0.
+uint64_t numberAt(const std::string& bytes, size_t place, size_t size, bool isBigEndian) {
+    uint64_t number = 0;
+    for (size_t i = 0; i < size; ++i) {
+        const size_t at = place + (isBigEndian ? i : size - 1 - i);
+        number = number << 8 | (at < bytes.size() ? static_cast<unsigned char>(bytes[at]) : 0);
+    }
+    return number;
+}
+
+uint64_t big(const std::string& bytes, size_t place, size_t size) {
+    return numberAt(bytes, place, size, true);
+}
+
+uint64_t little(const std::string& bytes, size_t place, size_t size) {
+    return numberAt(bytes, place, size, false);
+}
+
+ImageFormat uimage(const std::string& head) {
+    constexpr size_t kTypes = 9;
+    const struct {
+        FormatUse use;
+        const char* name;
+    } types[kTypes] = {{eUnknownUse, "a uImage"},
+                       {eBootable, "a uImage of a program"},
+                       {eBootable, "a uImage of a kernel"},
+                       {eRamDisk, "a uImage of a RAM disk"},
+                       {eBundle, "a uImage of several files"},
+                       {eUnknownUse, "a uImage of firmware"},
+                       {eUnknownUse, "a uImage of a script"},
+                       {eRamDisk, "a uImage of a file system"},
+                       {eNoImage, "a uImage of a device tree"}};
+    const uint64_t type = big(head, 30, 1);
+    const uint64_t processor = big(head, 29, 1);
+    const auto& entry = types[type < kTypes ? type : 0];
+    ImageFormat format = {entry.use, entry.name, "", kUimageHeader + big(head, 12, 4), false};
+    if (processor < std::size(kUimageProcessors)) format.processor = kUimageProcessors[processor];
+    return format;
+}
+
+// A FIT is a device tree with a node "images", which comes before the images themselves.
+ImageFormat tree(const std::string& head) {
+    const std::string node("\0\0\0\1images\0", 11);
+    const bool isFit = head.find(node) != std::string::npos;
+    return {isFit ? eBundle : eNoImage, isFit ? "a FIT image" : "a device tree", "", big(head, 4, 4), false};
+}
+
+const char* elfProcessor(uint64_t machine) {
+    switch (machine) {
+    case 3:
+        return "x86";
+    case 20:
+        return "PowerPC";
+    case 40:
+        return "ARM";
+    case 62:
+        return "x86-64";
+    case 183:
+        return "64-bit ARM";
+    case 243:
+        return "RISC-V";
+    default:
+        return "another processor";
+    }
+}
+
+ImageFormat elf(const std::string& head) {
+    const bool isBigEndian = big(head, 5, 1) == 2;
+    const bool is64Bit = big(head, 4, 1) == 2;
+    ImageFormat format = {eBootable, "an ELF program", "", 0, false};
+    const uint64_t machine = numberAt(head, 18, 2, isBigEndian);
+    if (machine != kElfMips) {
+        format.processor = elfProcessor(machine);
+    } else if (is64Bit || !isBigEndian) {
+        format.processor = is64Bit ? "64-bit MIPS" : "little-endian MIPS";
+    } else if (const uint64_t sections = big(head, 32, 4); sections >= kElfHeader) {
+        format.size = sections + big(head, 46, 2) * big(head, 48, 2);
+    }
+    return format;
+}
+
+// Its magic is short, and so are the ranges of the block size and the revision.
+bool isExt(const std::string& head) {
+    return little(head, 1080, 2) == 0xEF53 && little(head, 1048, 4) <= 6 && little(head, 1100, 4) <= 1;
+}
+
+// The same holds for its magic, which the type of the first node follows.
+bool isJffs2(const std::string& head) {
+    const bool isBigEndian = startsWith(head, "\x19\x85");
+    if (!isBigEndian && !startsWith(head, "\x85\x19")) return false;
+    switch (numberAt(head, 2, 2, isBigEndian)) {
+    case 0x2003:
+    case 0x2004:
+    case 0xE001:
+    case 0xE002:
+    case 0xE008:
+    case 0xE009:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isPage(const std::string& head) {
+    size_t start = startsWith(head, "\xEF\xBB\xBF") ? 3 : 0;
+    start = std::min(head.find_first_not_of(" \t\r\n", start), head.size());
+    std::string text = head.substr(start, 16);
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return std::any_of(std::begin(kPages), std::end(kPages),
+                       [&text](const char* page) { return startsWith(text, page); });
+}
+
+}  // namespace
+
+ImageFormat findFormat(const std::string& head) {
+    if (startsWith(head, kUimageMagic)) return uimage(head);
+    if (startsWith(head, kTreeMagic)) return tree(head);
+    if (startsWith(head, kElfMagic)) return elf(head);
+    if (isJffs2(head)) return {eFileSystem, "a JFFS2", "", 0, false};
+    if (isExt(head)) return {eFileSystem, "an ext2, ext3 or ext4", "", 0, false};
+    if (isPage(head)) return {eNoImage, "a page of HTML or XML", "", 0, false};
+    for (const Magic& magic : kMagics) {
+        if (head.size() < magic.place || head.compare(magic.place, magic.bytes.size(), magic.bytes) != 0)
+            continue;
+        ImageFormat format = {magic.use, magic.name, "", 0, false};
+        const bool isSquashfs = magic.use == eFileSystem && startsWith(head, "hsqs");
+        if (isSquashfs && little(head, 28, 2) >= 4) format.size = little(head, 40, 8);
+        format.isOld = startsWith(head, "sqsh") || (isSquashfs && little(head, 28, 2) < 4);
+        return format;
+    }
+    return {};
+}
