@@ -14,7 +14,7 @@ std::string judge(const std::string& head, const std::string& kind) {
     content.add(0, bytes.data(), 100);
     content.add(100, bytes.data() + 100, bytes.size() - 100);
     std::string text;
-    for (const Finding& finding : checkImageContent(content, bytes.size(), kind, "it", {}).all)
+    for (const Finding& finding : checkImageContent(content, kind, "it", {}).all)
         text += std::string(text.empty() ? "" : ", ") + severityText(finding.severity) + " " +
                 findingCodeText(finding.code);
     return text;

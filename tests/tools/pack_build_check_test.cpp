@@ -92,11 +92,13 @@ TEST_F(PackBuildCheck, ImagesAreJudgedByTheirBytes) {
         int status;
     } rows[] = {
         {"<!doctype html>", 1},
-        {std::string(200000, '\0'), 1},
-        {std::string(200000, '\0') + "x", 0},
+        {std::string(300000, '\0'), 1},
+        {std::string(300000, '\0') + "x", 0},
     };
+    ASSERT_EQ(run("secret preshared"), 0);
     for (const auto& row : rows) {
         writeWholeFile(path("parts/k.img"), row.kernel);
+        EXPECT_EQ(build("encr_key_offset = 0," + kKernel + kRootfs, "--secrets preshared"), row.status);
         EXPECT_EQ(build(kKernel + kRootfs), row.status);
         EXPECT_EQ(said().find("error    not-an-image            parts/m.lua:2 1.image\n") == 0,
                   row.status == 1)

@@ -16,7 +16,7 @@ Fault checkBuilt(const BuiltSpec& spec, const Manifest& manifest, ProgressBar* b
     options.signatureUse.isUnsigned = true;  // the device's code has verified it
     options.files.folder = spec.folder;
     options.files.bar = bar;
-    options.files.justBuilt = true;
+    options.files.built = &spec.tars;
     CheckResult checked;
     checked.spec = specFileOf(manifest.file, spec.bytes);
     if (Fault fault = checkLoadedSpec(options, &checked)) return fault;

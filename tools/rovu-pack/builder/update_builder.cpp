@@ -16,6 +16,7 @@
 #include "tar_archive.h"
 #include "tar_plan.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -36,6 +37,7 @@ struct Build {
     time_t time = 0;
     SigningKey signingKey;
     UpdateStaging staging;
+    BuiltTars tars;
     ProgressBar* bar;
     BuildResult* result;
 };
@@ -75,6 +77,15 @@ struct PackedTar {
     uint64_t imageSize = 0;
 };
 
+// For the check, which then need not read the tar.
+void note(const std::string& member, const char* bytes, size_t size, BuiltTar* built) {
+    for (TarMember& candidate : built->members) {
+        if (candidate.name == member) candidate.size += size;
+    }
+    std::string& script = built->scripts[member];
+    script.append(bytes, std::min(size, kMostOfScript - script.size()));
+}
+
 // In one pass over the files. `image` is the member whose digest the spec needs; null: none.
 Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedTar* packed) {
     WorkProgress* progress = build->bar->progress();
@@ -82,11 +93,16 @@ Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedT
     OutputFile file;
     if (Fault fault = file.open(build->staging.pathOf(job.name), build->fileKey)) return fault;
     Digest md5(EVP_md5());
+    BuiltTar* built = &build->tars[job.name];
+    for (const TarInput& input : job.inputs)
+        built->members.push_back({input.member, TarMember::eFile, 0, "", false});
     const ByteSink add = [&file](const char* bytes, size_t size) { return file.add(bytes, size); };
     const InputSink read = [&](const TarInput& input, const char* bytes, size_t size) {
         reportWork(progress, size);
+        note(input.member, bytes, size, built);
         if (image == nullptr || input.member != *image) return;
         md5.add(bytes, size);
+        built->image.add(packed->imageSize, bytes, size);
         packed->imageSize += size;
     };
     if (Fault fault = writeTar(job.inputs, build->time, add, read)) return fault;
@@ -179,7 +195,7 @@ Fault makeSpec(const BuildOptions& options, Build* build) {
     std::string spec;
     if (Fault fault = signSpec(options, build, &spec)) return fault;
     BuildResult* result = build->result;
-    const BuiltSpec built = {spec, build->staging.folder(), options.out};
+    const BuiltSpec built = {spec, build->staging.folder(), options.out, build->tars};
     if (Fault fault = checkBuilt(built, build->manifest, build->bar, &result->findings)) return fault;
     result->isRefused = result->findings.count(eError) != 0 && !options.force;
     if (result->isRefused) return {};

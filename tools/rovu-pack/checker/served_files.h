@@ -5,15 +5,16 @@
 #include "fault.h"
 #include "finding.h"
 #include "progress_bar.h"
+#include "tar_members.h"
 #include "tars.h"
 
 #include <string>
 
 struct FileOptions {
-    std::string folder;          // where the files are, each under the last step of its URL
-    std::string secrets;         // key file as the device holds it; empty: not given
-    ProgressBar* bar = nullptr;  // that expects this work; null: one of the check's own
-    bool justBuilt = false;      // the spec's digests are those of these files: they are not read again
+    std::string folder;                // where the files are, each under the last step of its URL
+    std::string secrets;               // key file as the device holds it; empty: not given
+    ProgressBar* bar = nullptr;        // that expects this work; null: one of the check's own
+    const BuiltTars* built = nullptr;  // null: the files are not just built
 };
 
 struct ServedFiles {

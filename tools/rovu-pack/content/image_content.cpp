@@ -90,8 +90,8 @@ void ImageContent::add(uint64_t offset, const char* bytes, size_t size) {
     size_ = offset + size;
 }
 
-Findings checkImageContent(const ImageContent& content, uint64_t size, const std::string& kind,
-                           const std::string& name, const FindingPlace& place) {
+Findings checkImageContent(const ImageContent& content, const std::string& kind, const std::string& name,
+                           const FindingPlace& place) {
     Findings findings;
     const std::string uniform = content.isUniform() ? uniformText(content) : "";
     if (!uniform.empty()) {
@@ -101,6 +101,6 @@ Findings checkImageContent(const ImageContent& content, uint64_t size, const std
     const ImageFormat format = findFormat(content.head());
     const ContentRule rule = {format, kind == "kernel", name, place, &findings};
     rule.judgeUse();
-    rule.judgeHeader(size);
+    rule.judgeHeader(content.size());
     return findings;
 }

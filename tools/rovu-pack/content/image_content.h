@@ -25,8 +25,7 @@ private:
 };
 
 /// Judges the image that is to be the device's `kind`, "kernel" or "rootfs".
-/// \param size of the whole image in bytes; `content` may have less of it.
 /// \param name what the sentences call it.
 /// \param place where its name stands in the spec.
-Findings checkImageContent(const ImageContent& content, uint64_t size, const std::string& kind,
-                           const std::string& name, const FindingPlace& place);
+Findings checkImageContent(const ImageContent& content, const std::string& kind, const std::string& name,
+                           const FindingPlace& place);
