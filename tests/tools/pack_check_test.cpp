@@ -186,6 +186,7 @@ const FindingRow kFindingRows[] = {
     {eCommentAsMarker, {kUnsigned, tail("-- the end\n")}, {kUnsigned, head("-- RV-20\n")}},
     {eCommentAsMarker, {shell("printf 'x' >>../spec")}, {shell("printf ' \\r\\n\\n' >>../spec")}},
     {eSignatureUnverified, {kWithoutKey}, {}},
+    {eSignatureMissing, {kUnsigned, tail("--")}, {kUnsigned, tail("-- .\n")}},
     {eRepeatedKey, {head("hardware='RV-21',")}, {head("Hardware='RV-21',")}},
     {eUnreadKey, {field("clone_overley", "1")}, {field("clone_overlay", "1")}},
     {eBehindGap, {last("nil, 'before'")}, {last("'before', nil")}},
@@ -391,7 +392,7 @@ TEST(PackCheck, ExitStatusTellsCleanFromFindingsFromTrouble) {
         int status;
     } kRows[] = {
         {"spec --pub key.pem --files files --strict", 0},
-        {"spec --pub preshared", 1},
+        {"spec --pub preshared", 2},
         {"spec --device model=RV-20,kernel=3,rootfs=2 --device model=X,kernel=3,rootfs=2", 1},
         {"none", 2},
         {"spec --pub key.pem --unsigned", 2},
