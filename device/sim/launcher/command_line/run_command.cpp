@@ -41,6 +41,7 @@ const option kOptions[] = {
     {"log", required_argument, nullptr, 'l'},
     {"no-wait", no_argument, nullptr, 'n'},
     {"fail", required_argument, nullptr, 'f'},
+    {"until-reboot", no_argument, nullptr, 'e'},
     {"bind", required_argument, nullptr, 'b'},
     {"serve", required_argument, nullptr, 'u'},
     {"cmdline", required_argument, nullptr, 'c'},
@@ -78,6 +79,9 @@ int applyRunOption(int c, const char* value, RunOptions* options) {
         return -1;
     case 'n':
         options->noWait = true;
+        return -1;
+    case 'e':
+        options->untilReboot = true;
         return -1;
     case 'f':
         if (!addFailure(value, options)) return kExitUsage;

@@ -46,6 +46,7 @@ and /dev, its tools, kernel release and kernel command line. The network is the 
   --log FILE         file for the command's output (with --watch: STATE/output.log)
   --no-wait          skip waits of a second or more, and record them
   --fail RULE        make calls of tools fail; repeatable, the first rule that matches applies
+  --until-reboot     end all that runs inside, with status 0, when the device asks for its restart
   --bind PATH        show a host path below /tmp or /run inside, read-only; repeatable
   --serve URL=DIR    answer the http or https URL, and all below it, from the folder DIR; repeatable. The
                      network inside is then a private one, in which no other host can be reached. Needs nginx.

@@ -22,6 +22,8 @@ struct RunOptions {
     std::string commandLine;            // the kernel's; empty: that of the active set
     bool noWait = false;                // waits of a second or more are recorded and skipped
     bool watch = false;
+    bool untilReboot =
+        false;  // the run ends, and all processes with it, when the device asks for its restart
     std::vector<SyscallRule> syscallRules;  // on the program's own system calls
     std::string countFile;                  // for the number of the program's system calls; empty: none
     bool freshLog = false;                  // empties the call log first
