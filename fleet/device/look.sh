@@ -1,0 +1,42 @@
+# Prints what the device is, a line NAME=VALUE each. Changes nothing.
+PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+say() { printf '%s=%s\n' "$1" "$2"; }
+
+say model "$(/usr/local/bin/readplatform.sh model 2>&-)"
+say kernel "$(uname -r)"
+say rootfs "$(/usr/local/bin/readplatform.sh rootfsrev 2>&-)"
+case " $(cat /proc/cmdline)" in
+*k0_root*) say active 0 ;;
+*k1_root*) say active 1 ;;
+esac
+say bootswitcher "$(fw_printenv bootswitcher 2>&- | sed -n 's/^bootswitcher=//p')"
+
+# Room: in bytes, and in free and whole LEBs.
+room=$(df -kP /tmp | tail -n 1)
+set -- $room
+say tmp $(($4 * 1024))
+info=$(ubinfo /dev/ubi0 2>&-)
+say free_lebs "$(echo "$info" | sed -n 's/^Amount of available logical eraseblocks: *\([0-9]*\).*/\1/p')"
+say leb_size "$(echo "$info" | sed -n 's/^Logical eraseblock size: *\([0-9]*\).*/\1/p')"
+
+# The reference files: what each volume should hold.
+one=/app0/.ubiRefChk1 two=/app0/.ubiRefChk2
+if [ ! -e $one ] || [ ! -e $two ]; then say references missing
+elif [ "$(cat $one)" = "$(cat $two)" ]; then say references agree
+else say references differ
+fi
+sed -n 's/^\([0-9a-f]\{32\}\)[ \t]\{1,\}\(k[01][a-z_]*\)$/reference.\2=\1/p' $one 2>&-
+
+# An update: that of another fleet run, or one that was started by hand.
+for process in /proc/[0-9]*; do
+    name=
+    read -r name 2>&- <"$process/comm"
+    case "$name" in
+    rovu | ubiupdatevol | ubimkvol | ubirmvol) say alive "$name" ;;
+    sh) case "$(tr '\0' ' ' 2>&- <"$process/cmdline")" in *sh\ /tmp/rovu/*) say alive "a script of the update" ;; esac ;;
+    esac
+done
+if [ -d /tmp/rovu ]; then say work_directory yes; fi
+for name in url token status; do
+    if [ -e /tmp/rovu-fleet/$name ]; then say "run_$name" "$(cat /tmp/rovu-fleet/$name)"; fi
+done

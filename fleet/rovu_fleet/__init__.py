@@ -1,0 +1,1 @@
+"""What the playbooks of this folder do on a device and with what it says."""

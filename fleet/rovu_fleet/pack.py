@@ -1,0 +1,49 @@
+"""rovu-pack, which knows what an update is and what a device will do with it."""
+
+import json
+import subprocess
+
+from ansible.errors import AnsibleActionFail
+
+
+def kind_of(look):
+    """A device as an option --device of rovu-pack names it. `look`: what look.sh printed."""
+    words = [f"model={look['model']}", f"kernel={look['kernel']}", f"rootfs={look['rootfs']}"]
+    for word, name in (("tmp", "tmp"), ("free-lebs", "free_lebs"), ("leb-size", "leb_size")):
+        if look.get(name):
+            words.append(f"{word}={look[name]}")
+    return ",".join(words)
+
+
+class Pack:
+    def __init__(self, program, spec, public_key="", files="", secrets=""):
+        self._program = program
+        self._spec = spec
+        self._key = ["--pub", public_key] if public_key else ["--unsigned"]
+        self._files = ["--files", files] if files else []
+        if files and secrets:
+            self._files += ["--secrets", secrets]
+
+    def _run(self, words):
+        done = subprocess.run([self._program, *words], capture_output=True, text=True, check=False)
+        if done.returncode not in (0, 1):
+            raise AnsibleActionFail(done.stderr.strip() or f"{self._program} ended with status {done.returncode}")
+        return done.stdout
+
+    def images(self):
+        """The images of the update, by their kind: "kernel" and "rootfs"."""
+        key = self._key if self._key[0] == "--pub" else []
+        facts = json.loads(self._run(["inspect", self._spec, "--json", *key]))
+        if facts["kind"] != "spec":
+            raise AnsibleActionFail(f"{self._spec} is no spec")
+        return {image["kind"]: image for image in facts["images"]}
+
+    def check(self, kinds):
+        """What `check` says of the update on these kinds of devices."""
+        devices = [word for kind in kinds for word in ("--device", kind)]
+        return json.loads(self._run(["check", self._spec, "--json", *self._key, *self._files, *devices]))
+
+    def table(self, kinds):
+        """The same as text, for people."""
+        devices = [word for kind in kinds for word in ("--device", kind)]
+        return self._run(["check", self._spec, *self._key, *self._files, *devices])

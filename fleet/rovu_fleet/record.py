@@ -1,0 +1,43 @@
+"""What is known of each device's update: one JSON file a device, replaced whole at every step.
+
+A control machine that is killed loses nothing of it.
+"""
+
+import json
+import os
+import pathlib
+import time
+
+
+class Record:
+    def __init__(self, folder, host, url):
+        self._path = pathlib.Path(folder) / f"{host}.json"
+        self._path.parent.mkdir(parents=True, exist_ok=True)
+        self.data = self._read()
+        if self.data.get("url") != url or self.data.get("ended"):
+            self.data = {"host": host, "url": url, "started": time.time(), "attempts": 0, "states": []}
+
+    def _read(self):
+        try:
+            return json.loads(self._path.read_text())
+        except (FileNotFoundError, ValueError):
+            return {}
+
+    def note(self, **values):
+        self.data.update(values)
+        self._store()
+
+    def enter(self, state):
+        """Notes a state with its time, unless the update is in it already."""
+        if self.data["states"] and self.data["states"][-1][0] == state:
+            return
+        self.data["states"].append([state, time.time()])
+        self._store()
+
+    def end(self, outcome, why, log):
+        self.note(outcome=outcome, why=why, log=log, ended=time.time())
+
+    def _store(self):
+        part = self._path.with_suffix(".part")
+        part.write_text(json.dumps(self.data, indent=1) + "\n")
+        os.replace(part, self._path)

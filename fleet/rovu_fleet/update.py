@@ -1,0 +1,192 @@
+"""One device's update, from the first look to the verified restart.
+
+Everything is read from the device again, so that a control machine that was killed can go on: what runs the target is
+not updated again, and an update that is under way is followed and not started a second time.
+"""
+
+import time
+
+from rovu_fleet.link import LinkLost, ScriptFailed
+from rovu_fleet.pack import kind_of
+from rovu_fleet.verification import faults, runs_target, set_of
+
+# States in which the boot loader's variable may have been changed.
+SWITCHING = ("switching volume", "complete")
+
+
+class Outcome(Exception):
+    """The end of a device's update. `name`: one of the outcomes that docs/fleet.md lists."""
+
+    def __init__(self, name, why="", log=()):
+        super().__init__(name)
+        self.name, self.why, self.log = name, why, list(log)
+
+
+GOOD = ("updated", "current", "done")
+
+
+class Limits:
+    """In seconds, but for `attempts`: how often an update is started in one run of the playbook."""
+
+    def __init__(self, poll=5, link=600, restart=600, attempts=2):
+        self.poll, self.link, self.restart, self.attempts = poll, link, restart, attempts
+
+
+class Update:
+    def __init__(self, link, pack, record, limits, url, program, options, health):
+        self.link, self.pack, self.record, self.limits = link, pack, record, limits
+        self.url, self.program, self.options, self.health = url, program, options, health
+        self.images = {}
+
+    def run(self):
+        """Returns the Outcome."""
+        try:
+            self.images = self.pack.images()
+            while True:
+                self.attempt()
+        except Outcome as outcome:
+            end = outcome
+        except LinkLost as lost:
+            end = Outcome("lost", f"no link: {lost}")
+        except ScriptFailed as failed:
+            end = Outcome("failed", str(failed))
+        self.record.end(end.name, end.why, end.log)
+        return end
+
+    def attempt(self):
+        look = self.link.run("look")
+        self.check_look(look)
+        if runs_target(look, self.images):
+            self.finish(look, "updated" if self.record.data["attempts"] else "current")
+        token = self.record.data.get("token", "")
+        if not self.is_under_way(look, token):
+            self.plan(look)
+            token = self.start(look)
+        self.follow(look, token)
+
+    @staticmethod
+    def check_look(look):
+        missing = [name for name in ("model", "kernel", "rootfs", "active") if not look.get(name)]
+        if missing:
+            raise Outcome("unsound", "the device does not tell: " + ", ".join(missing))
+
+    def is_under_way(self, look, token):
+        """Whether an update of this URL is there to be followed."""
+        if look.get("run_url") == self.url and "run_status" not in look:
+            self.record.note(token=look["run_token"], attempts=max(1, self.record.data["attempts"]))
+            return True
+        if look.get("run_url") == self.url and token and look.get("run_token") == token:
+            return True  # it ended while nobody looked
+        if look.get("alive"):
+            raise Outcome("busy", "another update runs: " + ", ".join(look["alive"]))
+        if set_of(look.get("bootswitcher")) != int(look["active"]):
+            raise Outcome("unsound", "the device was switched to its other set, and not restarted")
+        return False
+
+    def plan(self, look):
+        """Refuses what rovu-pack says the device would refuse, or would regret."""
+        check = self.pack.check([kind_of(look)])
+        device = check["devices"][0]
+        if not device["accepts"]:
+            raise Outcome("refused", device["refusal"])
+        errors = [each for each in check["findings"] if each["severity"] == "error"]
+        if errors:
+            raise Outcome("refused", "rovu-pack check: " + errors[0]["why"])
+        plan = next(each for each in device["plans"] if each["active_set"] == int(look["active"]))
+        volumes = [
+            {"name": boot["volume"], "kind": boot["kind"], "version": boot["version"], "md5": self.images[boot["kind"]]["md5"]}
+            for boot in plan["boots"]
+            if boot["content"] == "new"
+        ]
+        self.record.note(
+            kind=kind_of(look),
+            active=int(look["active"]),
+            switches=plan["switches"],
+            expected={"volumes": volumes},
+        )
+
+    def start(self, look):
+        if self.record.data["attempts"] >= self.limits.attempts:
+            raise Outcome("failed", "the device restarted in the middle of its update, again")
+        attempts = self.record.data["attempts"] + 1
+        token = f"{self.record.data['started']:.0f}.{attempts}"
+        # Noted before the start: an update that nobody remembers would be started a second time.
+        self.record.note(token=token, attempts=attempts)
+        self.record.enter("starting")
+        self.link.run(
+            "start",
+            URL=self.url,
+            TOKEN=token,
+            PROGRAM=self.program,
+            OPTIONS=self.options,
+            CLEAR="yes" if look.get("work_directory") else "",
+        )
+        return token
+
+    def follow(self, look, token):
+        """Follows the update to its end. Returns if the device restarted in its middle: then it is to be started again."""
+        limit = self.limits.link
+        while True:
+            state = (self.record.data["states"] or [["", 0]])[-1][0]
+            try:
+                now = self.link.run("follow", limit=self.limits.restart if state in SWITCHING else limit)
+            except LinkLost as lost:
+                if state in SWITCHING:
+                    raise Outcome("gone", f"the device did not come back: {lost}") from lost
+                raise
+            if now.get("run_token") != token:
+                return self.back(look)
+            if now.get("state"):
+                self.record.enter(now["state"])
+            if "run_status" in now:
+                self.ended(now)
+            time.sleep(self.limits.poll)
+
+    def ended(self, now):
+        """Judges an update that has ended, while the device still runs."""
+        log = now.get("log", [])
+        if now["run_status"] == "0" and now.get("state") == "complete":
+            if self.record.data.get("switches"):
+                return self.record.note(log=log)  # its restart is on its way
+            raise Outcome("done", "the update does not restart the device", log)
+        if now["run_status"] == "0":
+            raise Outcome("stopped", "a signal ended the update", log)
+        raise Outcome("failed", (log or ["the update ended with status " + now["run_status"]])[-1], log)
+
+    def back(self, before):
+        """The device has restarted."""
+        state = (self.record.data["states"] or [["", 0]])[-1][0]
+        look = self.link.run("look", limit=self.limits.restart)
+        self.check_look(look)
+        if look["active"] != before["active"]:
+            self.finish(look, "updated")
+        if state == "complete" and set_of(look.get("bootswitcher")) == int(before["active"]):
+            raise Outcome("fell back", "the device started its old set again")
+        self.record.enter("restarted in the middle")
+
+    def finish(self, look, name):
+        self.record.enter("verifying")
+        expected = self.record.data.get("expected") or {"volumes": self.expected_of(look)}
+        found = faults(look, self.link.run("digests", SET=look["active"]), expected)
+        if found:
+            raise Outcome("unsound", "; ".join(found))
+        if self.health:
+            self.check_health()
+        raise Outcome(name, log=self.record.data.get("log", []))
+
+    def expected_of(self, look):
+        """The volumes of a device that ran the target before."""
+        volumes = {"kernel": f"k{look['active']}", "rootfs": f"k{look['active']}_root"}
+        return [
+            {"name": volumes[kind], "kind": kind, "version": image["version"], "md5": image["md5"]}
+            for kind, image in self.images.items()
+            if image["mandatory"]
+        ]
+
+    def check_health(self):
+        try:
+            said = self.link.run("health", COMMAND=self.health)
+        except ScriptFailed as failed:
+            raise Outcome("unhealthy", str(failed)) from failed
+        if said.get("health") != "0":
+            raise Outcome("unhealthy", f"the health command ended with status {said.get('health')}", said.get("log", []))
