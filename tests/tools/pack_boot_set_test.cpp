@@ -134,6 +134,36 @@ TEST(PackBootSet, DeviceKindMayNameItsInactiveSet) {
     }
 }
 
+TEST(PackBootSet, DeviceKindMayNameItsRoom) {
+    const struct {
+        const char* words;
+        bool isKind;
+        uint64_t tmp, lebSize;
+    } rows[] = {
+        {"tmp=65536,free-lebs=0,leb-size=124K", true, 65536, 126976},
+        {"tmp=2G,leb-size=1,free-lebs=8", true, uint64_t{1} << 31, 1},
+        {"tmp=64m", false, 0, 0},
+        {"tmp=64MB", false, 0, 0},
+        {"tmp=M", false, 0, 0},
+        {"tmp=-1", false, 0, 0},
+        {"tmp=1,tmp=1", false, 0, 0},
+        {"tmp=9999999999999", false, 0, 0},
+        {"tmp=1,free-lebs=8", false, 0, 0},
+        {"tmp=1,leb-size=8", false, 0, 0},
+        {"tmp=1,free-lebs=8K,leb-size=1", false, 0, 0},
+        {"tmp=1,free-lebs=8,leb-size=0", false, 0, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.words);
+        DeviceKind kind;
+        const std::string text = std::string("model=a,kernel=2.0,rootfs=2.0,") + row.words;
+        EXPECT_EQ(!parseDeviceKind(text, &kind), row.isKind);
+        if (!row.isKind) continue;
+        EXPECT_EQ(kind.room.tmp, row.tmp);
+        EXPECT_EQ(kind.room.lebSize, row.lebSize);
+    }
+}
+
 // "volume version content", and who refuses it.
 Strings bootLines(const Plan& plan) {
     Strings lines;

@@ -80,8 +80,8 @@ Edit shell(const std::string& script) {
     return [=](Draft* draft) { draft->script = script; };
 }
 
-Edit device(const std::string& inactive) {
-    return [=](Draft* draft) { draft->devices = {"model=RV-20,kernel=4.0,rootfs=3.0," + inactive}; };
+Edit device(const std::string& known) {
+    return [=](Draft* draft) { draft->devices = {"model=RV-20,kernel=4.0,rootfs=3.0," + known}; };
 }
 
 const Edit kEncrypted = [](Draft* draft) { draft->update.fileKey = sampleFileKey(); };
@@ -289,6 +289,10 @@ const FindingRow kFindingRows[] = {
     {eDecryptionFails,
      {kEncrypted, field("encr_key_offset", "1"), kWithSecrets},
      {kEncrypted, field("encr_key_offset", "0"), kWithSecrets}},
+    {eRoomNeeded, {device("leb-size=1K,free-lebs=9")}, {device("tmp=9M")}},
+    {eRoomTmp, {size(4096), device("tmp=39815")}, {size(4096), device("tmp=39816")}},
+    {eRoomTmp, {device("tmp=64K,data=128K")}, {device("tmp=192K,data=128K")}},
+    {eRoomLebs, {device("free-lebs=7,leb-size=1K")}, {device("free-lebs=8,leb-size=1K")}},
     {eRoomNeeded, {}, {steps({"exit_success"}), field("script_url", "''")}},
 };
 
@@ -462,6 +466,8 @@ Strings commandsOf(const Plan& plan) {
     return lines;
 }
 
+constexpr uint64_t kSimulatedLeb = 126976;  // bytes
+
 // What check() says of the world's device and update.
 FleetRow planFor(const World& world, const rovusim::DeviceOptions& device) {
     const std::string files = world.web.directory();
@@ -541,6 +547,23 @@ TEST(PackPlan, ChoiceNamesTheInstalledVersionThatDecided) {
         applyTo(&world.update, {row.dep});
         world.publish();
         EXPECT_EQ(planFor(world, device).selection.images.at(0).test, row.test);
+    }
+}
+
+// The simulated device has no LEB left, and its inactive set 12 for kernel and rootfs.
+TEST(PackPlan, FlashIsFullWhereTheRunThenFails) {
+    for (const uint64_t lebs : {9U, 10U}) {
+        SCOPED_TRACE(lebs);
+        rovusim::DeviceOptions options;
+        options.totalLebs = 30;
+        World world({"kernel", "rootfs"}, options);
+        applyTo(&world.update, {kernel("imsize", std::to_string(3 * kSimulatedLeb)),
+                                rootfs("imsize", std::to_string(lebs * kSimulatedLeb))});
+        world.publish();
+        const DeviceRoom room = {{}, {}, 12, kSimulatedLeb};
+        const Fit fit = fitsLebs(planFor(world, options).room, room);
+        EXPECT_EQ(fit, lebs == 9 ? eFits : eFitsNot);
+        EXPECT_EQ(world.run().status, fit == eFits ? 0 : 1);
     }
 }
 

@@ -4,6 +4,7 @@
 #include "key_files.h"
 #include "rules.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -45,6 +46,13 @@ Fault gatherTars(const SpecView& spec, const FileOptions& options, ServedFiles* 
     return {};
 }
 
+// Each of the devices gets a verdict of its own instead of the general note.
+bool isRoomKnown(const std::vector<DeviceKind>& devices) {
+    return !devices.empty() && std::all_of(devices.begin(), devices.end(), [](const DeviceKind& device) {
+        return device.room.tmp.has_value();
+    });
+}
+
 }  // namespace
 
 Fault checkUpdate(const CheckOptions& options, CheckResult* result) {
@@ -66,12 +74,13 @@ Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
         if (Fault fault = gatherTars(spec, options.files, &files)) return fault;
         findings->append(files.findings);
         result->room = roomForAll(spec, files.tars);
-        findings->append(reportRoom(spec, result->room));
+        if (!isRoomKnown(options.devices)) findings->append(reportRoom(spec, result->room));
     }
     result->fleet = planFleet(spec, verdict.refusedIn, options.devices, files.tars);
     result->tars = std::move(files.tars);
     if (verdict.refusedIn == eStateInvalid) findings->append(reportRefusals(spec, result->fleet));
     findings->append(reportBoots(spec, result->fleet));
+    findings->append(reportLackOfRoom(spec, result->fleet));
     findings->sort();
     return {};
 }

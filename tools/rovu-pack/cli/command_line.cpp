@@ -136,7 +136,8 @@ void addDeviceOptions(CLI::App* command, CheckCommandOptions* options) {
         ->add_option("--device", options->devices,
                      "model=...,kernel=...,rootfs=...; again for each kind of device.\n"
                      "Also inactive-kernel=..., inactive-rootfs=..., or inactive=blank: what the\n"
-                     "inactive set holds")
+                     "inactive set holds. Also tmp=64M, data=8M, or free-lebs=240,leb-size=124K: the\n"
+                     "room there")
         ->type_name("KIND")
         ->allow_extra_args(false);
 }

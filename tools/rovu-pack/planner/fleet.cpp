@@ -1,49 +1,12 @@
 #include "fleet.h"
 
 #include "device_log.h"
-#include "util/installed_version.h"
+#include "install.h"
 #include "work_dir.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <sstream>
 
 namespace {
-
-std::string* fieldOf(DeviceKind* device, const std::string& name) {
-    if (name == "model") return &device->model;
-    if (name == "kernel") return &device->kernel;
-    if (name == "rootfs") return &device->rootfs;
-    if (name == "inactive-kernel") return &device->inactive.kernel;
-    if (name == "inactive-rootfs") return &device->inactive.rootfs;
-    return nullptr;
-}
-
-Fault refuseText(const std::string& text) {
-    return {EINVAL, "\"" + text + "\" is no device: model=...,kernel=...,rootfs=... is required"};
-}
-
-Fault refuseInactive(const std::string& text, const std::string& why) {
-    return {EINVAL, "\"" + text + "\": " + why};
-}
-
-bool isBlankOr(const std::string& text, int rc) {
-    return text.empty() || text == kBlank || rc == 0;
-}
-
-// `isAllBlank`: "inactive=blank" was given.
-Fault settleInactive(const std::string& text, bool isAllBlank, InactiveSet* inactive) {
-    if (isAllBlank && !(inactive->kernel + inactive->rootfs).empty())
-        return refuseInactive(text, "inactive=blank goes with no other word of the inactive set");
-    PackedVersion version = 0;
-    std::string release = inactive->kernel;
-    if (!isBlankOr(inactive->kernel, parseKernelRelease(&version, release.data())))
-        return refuseInactive(text, "inactive-kernel is a kernel release, or blank");
-    if (!isBlankOr(inactive->rootfs, parseVersion(&version, inactive->rootfs.c_str())))
-        return refuseInactive(text, "inactive-rootfs is a version, or blank");
-    if (isAllBlank) *inactive = {kBlank, kBlank, kBlank};
-    return {};
-}
 
 std::string nameOf(const DeviceKind& device) {
     return "The device " + device.model + " with kernel " + device.kernel + " and rootfs " + device.rootfs;
@@ -67,31 +30,41 @@ std::vector<std::string> fetchedTars(const Selection& selection) {
     return names;
 }
 
+// The volumes that the plan makes for images.
+std::vector<VolumeNeed> volumesOf(const FleetRow& row) {
+    std::vector<VolumeNeed> needs;
+    const Plan& plan = row.plans[0];
+    UpdateSpecVer1* spec = row.selection.record.get();
+    for (UpdateSpecVer1::Part* part = firstPart(spec); part != nullptr; part = nextPart(spec, part)) {
+        char name[kVolumeNameSize] = "";
+        if (isScript(*part) || make_ubiVolume(plan.activeSet ^ 1, *part, name) != 0) continue;
+        if (std::count(plan.volumes.begin(), plan.volumes.end(), name) == 0) continue;
+        const bool isKernel = part->type == UpdateSpecVer1::eTypeKernel;
+        needs.push_back({isKernel ? "kernel" : "rootfs", part->img.imsize});
+    }
+    return needs;
+}
+
 RoomNeed roomOn(const SpecView& spec, const Tars& tars, const FleetRow& row) {
     if (!row.accepts()) return roomFor(spec, {}, {}, false);
     const std::vector<std::string> names = fetchedTars(row.selection);
-    return roomFor(spec, tars, names, names.size() > 1);
+    RoomNeed room = roomFor(spec, tars, names, names.size() > 1);
+    if (room.clonesOverlay) room.overlay = row.device.room.data.value_or(0);
+    room.volumes = volumesOf(row);
+    return room;
+}
+
+// "kernel 33, rootfs 197"
+std::string lebsText(const RoomNeed& need, uint64_t lebSize) {
+    std::string text;
+    for (const VolumeNeed& volume : need.volumes) {
+        const uint64_t lebs = (volume.bytes + lebSize - 1) / lebSize;
+        text += (text.empty() ? "" : ", ") + volume.kind + " " + std::to_string(lebs);
+    }
+    return text;
 }
 
 }  // namespace
-
-Fault parseDeviceKind(const std::string& text, DeviceKind* device) {
-    std::istringstream stream(text);
-    bool isAllBlank = false;
-    for (std::string piece; std::getline(stream, piece, ',');) {
-        if (piece == "inactive=blank" && !isAllBlank) {
-            isAllBlank = true;
-            continue;
-        }
-        const size_t equals = piece.find('=');
-        std::string* field = equals == std::string::npos ? nullptr : fieldOf(device, piece.substr(0, equals));
-        if (field == nullptr || !field->empty()) return refuseText(text);
-        *field = piece.substr(equals + 1);
-        if (field->empty()) return refuseText(text);
-    }
-    if (device->model.empty() || device->kernel.empty() || device->rootfs.empty()) return refuseText(text);
-    return settleInactive(text, isAllBlank, &device->inactive);
-}
 
 std::vector<FleetRow> planFleet(const SpecView& spec, UpdateState refusedIn,
                                 const std::vector<DeviceKind>& devices, const Tars& tars) {
@@ -128,6 +101,33 @@ bool FleetRow::bootsRefusedPair() const {
     const std::vector<BootVolume>& boots = plans[0].boots;
     return std::any_of(boots.begin(), boots.end(),
                        [](const BootVolume& volume) { return !volume.refusedBy.empty(); });
+}
+
+bool FleetRow::lacksRoom() const {
+    return accepts() && (fitsTmp(room, device.room) == eFitsNot || fitsLebs(room, device.room) == eFitsNot);
+}
+
+Findings reportLackOfRoom(const SpecView& spec, const std::vector<FleetRow>& fleet) {
+    Findings findings;
+    for (const FleetRow& row : fleet) {
+        const DeviceRoom& room = row.device.room;
+        if (row.accepts() && fitsTmp(row.room, room) == eFitsNot) {
+            Finding& finding = findings.add(eRoomTmp, spec.at(""),
+                                            nameOf(row.device) + " has " + std::to_string(*room.tmp) +
+                                                " bytes in /tmp, and the update needs " +
+                                                std::to_string(row.room.peak()) + " there.");
+            if (!row.room.isExact)
+                finding.severity = eWarning;  // the files may be smaller than the spec's limits
+        }
+        if (row.accepts() && fitsLebs(row.room, room) == eFitsNot) {
+            findings.add(eRoomLebs, spec.at(""),
+                         nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +
+                             " LEBs for the new volumes, and they need " +
+                             std::to_string(row.room.lebs(*room.lebSize)) + ": " +
+                             lebsText(row.room, *room.lebSize) + ".");
+        }
+    }
+    return findings;
 }
 
 Findings reportBoots(const SpecView& spec, const std::vector<FleetRow>& fleet) {

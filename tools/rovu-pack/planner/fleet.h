@@ -14,12 +14,9 @@ struct FleetRow {
 
     bool accepts() const { return selection.refusal.empty(); }
     bool bootsBlank() const;        // a volume of the set that boots is blank
+    bool lacksRoom() const;         // in /tmp or on the flash
     bool bootsRefusedPair() const;  // the dependencies of what is new refuse what it boots with
 };
-
-/// Reads "model=RV-20,kernel=3.10.49-2,rootfs=2.4.1", in any order, and what may be known of the inactive set:
-/// "inactive-kernel=3.10.40" and "inactive-rootfs=2.3", each also "=blank", or "inactive=blank".
-Fault parseDeviceKind(const std::string& text, DeviceKind* device);
 
 /// \param refusedIn the state in which every device refuses the spec; eStateInvalid: none.
 /// \return a row for each of `devices`, in their order.
@@ -28,6 +25,9 @@ std::vector<FleetRow> planFleet(const SpecView& spec, UpdateState refusedIn,
 
 /// A finding for each kind of device that refuses a spec which not every device refuses.
 Findings reportRefusals(const SpecView& spec, const std::vector<FleetRow>& fleet);
+
+/// A finding for each kind of device, of which the room is known, that has too little of it.
+Findings reportLackOfRoom(const SpecView& spec, const std::vector<FleetRow>& fleet);
 
 /// A finding for each kind of device, of which the inactive set is known, that boots a blank volume or a pair which
 /// the dependencies of a new image refuse.

@@ -5,33 +5,13 @@
 
 #pragma once
 
+#include "device_kind.h"
 #include "device_verdict.h"
 #include "progress.h"
 #include "spec_view.h"
 
 #include <string>
 #include <vector>
-
-/// In place of a version: the volume holds nothing that boots.
-constexpr char kBlank[] = "blank";
-
-/// What the volumes of the inactive set hold before the update. Empty: not known.
-struct InactiveSet {
-    std::string kernel;  // release or version; kBlank
-    std::string rootfs;  // version; kBlank
-    std::string data;    // kBlank
-};
-
-/// Most bytes of its model that a device reads, with the line feed that ends it.
-constexpr size_t kMostOfModel = 30;
-
-/// A device, as far as it decides what an update does there.
-struct DeviceKind {
-    std::string model;
-    std::string kernel;         // release of the running kernel, or its version
-    std::string rootfs;         // version of the installed root file system
-    InactiveSet inactive = {};  // decides nothing, but part of it may boot afterwards
-};
 
 struct ImageChoice {
     enum Outcome { eKept, eDropped, ePromoted, eRefused };

@@ -19,6 +19,25 @@ uint64_t largestMember(const TarFacts& tar, RoomNeed* room) {
 
 }  // namespace
 
+uint64_t RoomNeed::lebs(uint64_t lebSize) const {
+    uint64_t lebs = 0;
+    for (const VolumeNeed& volume : volumes)
+        lebs += (volume.bytes + lebSize - 1) / lebSize;
+    return lebs;
+}
+
+Fit fitsTmp(const RoomNeed& need, const DeviceRoom& room) {
+    if (!room.tmp) return eFitUnknown;
+    if (need.peak() > *room.tmp) return eFitsNot;
+    const bool isOverlayKnown = !need.clonesOverlay || need.overlay != 0;
+    return need.isKnown && isOverlayKnown ? eFits : eFitUnknown;
+}
+
+Fit fitsLebs(const RoomNeed& need, const DeviceRoom& room) {
+    if (!room.freeLebs || !room.lebSize) return eFitUnknown;
+    return need.lebs(*room.lebSize) > *room.freeLebs ? eFitsNot : eFits;
+}
+
 RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::string>& localNames,
                  bool flashesImages) {
     RoomNeed room;

@@ -1,9 +1,18 @@
-// How much an update brings over the network, and how much room it takes in the device's work directory:
-// all tars lie there at the same time, and one extracted member beside them.
+// How much an update brings over the network, and how much room it takes: in the device's work directory, where all
+// tars lie at the same time, and one extracted member or a copy of the overlay beside them; and on the flash.
 
 #pragma once
 
+#include "device_kind.h"
 #include "tars.h"
+
+#include <algorithm>
+
+/// A volume that is made for an image.
+struct VolumeNeed {
+    std::string kind;  // "kernel" or "rootfs"
+    uint64_t bytes;    // that are asked for; whole erase blocks are taken
+};
 
 struct RoomNeed {
     uint64_t download = 0;   // bytes of the spec and the tars
@@ -12,9 +21,22 @@ struct RoomNeed {
     bool isExact = true;     // false: sizes or limits of the spec stand in for what is not at hand
     bool isKnown = true;     // false: a tar has no limit and is not at hand
     bool clonesOverlay = false;
+    uint64_t overlay = 0;             // bytes of its copy; 0: not known, or none
+    std::vector<VolumeNeed> volumes;  // in the order in which they are made; only of a device
 
-    uint64_t peak() const { return tars + extracted; }
+    uint64_t peak() const { return tars + std::max(extracted, overlay); }
+    /// Logical erase blocks of all `volumes`.
+    uint64_t lebs(uint64_t lebSize) const;
 };
+
+/// Whether what is needed is there.
+enum Fit { eFitUnknown, eFits, eFitsNot };
+
+/// In /tmp. Unknown also if what is needed is known in part, and that part fits.
+Fit fitsTmp(const RoomNeed& need, const DeviceRoom& room);
+
+/// On the flash.
+Fit fitsLebs(const RoomNeed& need, const DeviceRoom& room);
 
 /// \param localNames the tars that are fetched.
 RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::string>& localNames,

@@ -31,6 +31,7 @@ std::string cutText(const std::string& refusal, size_t room) {
 
 std::string verdictText(const FleetRow& row) {
     if (!row.accepts()) return "refuses";
+    if (row.lacksRoom()) return "NO ROOM";
     if (!row.plans[0].switches) return "stays";
     if (row.bootsRefusedPair()) return "MISMATCH";
     return row.bootsBlank() ? "BLANK" : "switches";
@@ -67,6 +68,18 @@ Cells needCells(const FleetRow& row) {
             imagesText(row),
             more + std::to_string(row.room.download),
             more + std::to_string(row.room.peak())};
+}
+
+// What is free on the device, "?" if that is not known.
+std::string tmpText(const FleetRow& row) {
+    return row.device.room.tmp ? std::to_string(*row.device.room.tmp) : "?";
+}
+
+// "needed/free"
+std::string lebsText(const FleetRow& row) {
+    const DeviceRoom& room = row.device.room;
+    if (!room.freeLebs || !room.lebSize || !row.accepts()) return "?";
+    return std::to_string(row.room.lebs(*room.lebSize)) + "/" + std::to_string(*room.freeLebs);
 }
 
 struct Table {
@@ -115,12 +128,26 @@ void printBoots(const std::vector<FleetRow>& fleet, FILE* out) {
         fputs("earlier: left on the inactive set by an earlier update, not written by this one\n", out);
 }
 
+// The last columns are there if something is known for them.
+void printNeeds(const std::vector<FleetRow>& fleet, FILE* out) {
+    const bool showsTmp = std::any_of(fleet.begin(), fleet.end(),
+                                      [](const FleetRow& row) { return row.device.room.tmp.has_value(); });
+    const bool showsLebs = std::any_of(
+        fleet.begin(), fleet.end(), [](const FleetRow& row) { return row.device.room.freeLebs.has_value(); });
+    Table needs = {{{"MODEL", "KERNEL", "ROOTFS", "IMAGES", "DOWNLOAD", "ROOM"}}};
+    for (const FleetRow& row : fleet)
+        needs.rows.push_back(needCells(row));
+    for (size_t i = 0; i < needs.rows.size(); ++i) {
+        Cells& cells = needs.rows[i];
+        if (showsTmp) cells.push_back(i == 0 ? "/TMP" : tmpText(fleet[i - 1]));
+        if (showsLebs) cells.push_back(i == 0 ? "LEBS" : lebsText(fleet[i - 1]));
+    }
+    needs.print(out);
+}
+
 }  // namespace
 
 void printFleet(const std::vector<FleetRow>& fleet, FILE* out) {
     printBoots(fleet, out);
-    Table needs = {{{"MODEL", "KERNEL", "ROOTFS", "IMAGES", "DOWNLOAD", "ROOM"}}};
-    for (const FleetRow& row : fleet)
-        needs.rows.push_back(needCells(row));
-    needs.print(out);
+    printNeeds(fleet, out);
 }

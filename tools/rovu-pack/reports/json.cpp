@@ -34,6 +34,28 @@ Json roomJson(const RoomNeed& room) {
             {"clones_overlay", room.clonesOverlay}};
 }
 
+Json numberOrNull(const std::optional<uint64_t>& number) {
+    return number ? Json(*number) : Json(nullptr);
+}
+
+Json fitOrNull(Fit fit) {
+    return fit == eFitUnknown ? Json(nullptr) : Json(fit == eFits);
+}
+
+// What the device has, what of it the update needs, and whether that fits.
+Json deviceRoomJson(const FleetRow& row) {
+    const DeviceRoom& room = row.device.room;
+    const bool needsLebs = row.accepts() && room.lebSize;
+    return {{"tmp_bytes", numberOrNull(room.tmp)},
+            {"data_bytes", numberOrNull(room.data)},
+            {"free_lebs", numberOrNull(room.freeLebs)},
+            {"leb_bytes", numberOrNull(room.lebSize)},
+            {"needs_tmp_bytes", row.room.peak()},
+            {"needs_lebs", needsLebs ? Json(row.room.lebs(*room.lebSize)) : Json(nullptr)},
+            {"fits_tmp", row.accepts() ? fitOrNull(fitsTmp(row.room, room)) : Json(nullptr)},
+            {"fits_lebs", row.accepts() ? fitOrNull(fitsLebs(row.room, room)) : Json(nullptr)}};
+}
+
 Json bootJson(const BootVolume& volume) {
     return {{"volume", volume.volume},
             {"kind", volume.kind},
@@ -81,6 +103,7 @@ Json deviceJson(const FleetRow& row) {
             {"refusal", textOrNull(row.selection.refusal)},
             {"images", images},
             {"room", roomJson(row.room)},
+            {"device_room", deviceRoomJson(row)},
             {"plans", {planJson(row.plans[0]), planJson(row.plans[1])}}};
 }
 

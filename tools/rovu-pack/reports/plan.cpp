@@ -24,6 +24,28 @@ void printNeed(const RoomNeed& room, FILE* out) {
             room.clonesOverlay ? ", or the tars and the overlay's copy" : "");
 }
 
+// What is free on the device, if that is known, against what is needed.
+void printRoom(const FleetRow& row, FILE* out) {
+    const DeviceRoom& room = row.device.room;
+    constexpr const char* kVerdicts[] = {"not certain", "fits", "DOES NOT FIT"};
+    if (!row.accepts()) return;
+    if (room.tmp) {
+        fprintf(out, "  /tmp has %llu bytes: %s", static_cast<unsigned long long>(*room.tmp),
+                kVerdicts[fitsTmp(row.room, room)]);
+        const bool waitsForOverlay = row.room.clonesOverlay && row.room.overlay == 0;
+        if (waitsForOverlay && fitsTmp(row.room, room) == eFitUnknown)
+            fprintf(out, ", the overlay may have %llu bytes",
+                    static_cast<unsigned long long>(*room.tmp - row.room.tars));
+        fputc('\n', out);
+    }
+    if (room.lebSize && room.freeLebs) {
+        fprintf(out, "  flash has %llu LEBs, kernel and rootfs need %llu: %s\n",
+                static_cast<unsigned long long>(*room.freeLebs),
+                static_cast<unsigned long long>(row.room.lebs(*room.lebSize)),
+                kVerdicts[fitsLebs(row.room, room)]);
+    }
+}
+
 void printStages(const Plan& plan, FILE* out) {
     fprintf(out, "\n  Active set %u", plan.activeSet);
     if (plan.volumes.empty()) fprintf(out, ", no volume written");
@@ -80,6 +102,7 @@ void printStates(const Plan& plan, FILE* out) {
 void printPlan(const FleetRow& row, FILE* out) {
     printChoice(row, out);
     printNeed(row.room, out);
+    printRoom(row, out);
     for (const Plan& plan : row.plans) {
         printStages(plan, out);
         printBoots(plan, out);

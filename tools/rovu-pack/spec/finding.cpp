@@ -94,6 +94,8 @@ constexpr CatalogueEntry kCatalogue[] = {
     {"decryption-fails", eError,
      "Encrypt the tar with the key and IV at encr_key_offset, or fix the offset."},
     {"room-needed", eNote, "Make sure that the file system of the device's /tmp has that much room."},
+    {"room-tmp", eError, "Make images or scripts smaller, or split the update into one for each image."},
+    {"room-lebs", eError, "Make imsize smaller, but not smaller than the image; or make the image smaller."},
 };
 static_assert(sizeof kCatalogue / sizeof kCatalogue[0] == eFindingCodeCount, "one entry for each code");
 

@@ -82,6 +82,8 @@ enum FindingCode {
     eEncryptedWithoutKey,
     eDecryptionFails,
     eRoomNeeded,
+    eRoomTmp,
+    eRoomLebs,
     eFindingCodeCount,  // none
 };
 
