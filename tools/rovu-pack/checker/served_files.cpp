@@ -77,7 +77,7 @@ struct FileRule {
         bar->expect(bytes);
     }
 
-    Fault check(TarFacts* tar) const {
+    Fault check(const Tars& tars, TarFacts* tar) const {
         bar->begin(std::filesystem::path(tar->path).filename());
         if (!find(tar)) return interruption();
         MemberSource source = {tar->path, builtOf(*tar), bar->progress()};
@@ -90,7 +90,7 @@ struct FileRule {
         } else if (Fault fault = openEncrypted(tar, &decrypted, &source.path)) {
             return fault;
         }
-        if (tar->opened) findings->append(checkMembers(spec, *tar, source));
+        if (tar->opened) findings->append(checkMembers(spec, tars, *tar, source));
         return interruption();
     }
 
@@ -180,7 +180,7 @@ Fault checkServedFiles(const SpecView& spec, const FileOptions& options, ServedF
         tar.path = servedFile(options.folder, tar.url);
     if (options.bar == nullptr) rule.expectWork(files->tars);
     for (TarFacts& tar : files->tars) {
-        if (Fault fault = rule.check(&tar)) return fault;
+        if (Fault fault = rule.check(files->tars, &tar)) return fault;
     }
     return {};
 }

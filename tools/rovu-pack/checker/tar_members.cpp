@@ -3,7 +3,8 @@
 #include "comparison.h"
 #include "script_content.h"
 
-#include <cerrno>
+#include <algorithm>
+#include <cctype>
 
 namespace {
 
@@ -11,11 +12,27 @@ bool isLink(const TarMember& member) {
     return member.type == TarMember::eSymbolicLink || member.type == TarMember::eHardLink;
 }
 
+// The name as a person reads it: "./a" is "a".
+std::string plainName(const std::string& name) {
+    return name.compare(0, 2, "./") == 0 ? name.substr(2) : name;
+}
+
+// Of what an image's tar may hold besides the image: "preinst", "kernel_post.sh", "pre-install".
+bool isNamedLikeHook(const std::string& name) {
+    std::string base = name.substr(name.rfind('/') + 1);
+    std::transform(base.begin(), base.end(), base.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const bool isShell = base.size() > 3 && base.compare(base.size() - 3, 3, ".sh") == 0;
+    return isShell || base.find("preinst") != std::string::npos || base.find("postinst") != std::string::npos;
+}
+
 struct MemberRule {
     const SpecView& spec;
+    const Tars& tars;
     const TarFacts& tar;
     const MemberSource& source;
     Findings* findings;
+    std::string* scripts;  // the bytes of all that were judged
 
     Finding& add(FindingCode code, const std::string& at, const std::string& why) const {
         return findings->add(code, spec.at(at), why);
@@ -42,6 +59,35 @@ struct MemberRule {
             Finding& finding = add(code, at, nameOf(member.name) + fault);
             if (!required) finding.severity = eWarning;  // nothing extracts it
         }
+    }
+
+    // After the scripts were judged. The device extracts the members that the spec names, and no other.
+    void checkUnused() const {
+        for (const TarMember& member : tar.members) {
+            const std::string name = plainName(member.name);
+            const bool isScriptTar = tar.kind.empty();
+            if (member.type != TarMember::eFile || isRequired(name)) continue;
+            if (!isScriptTar && !isNamedLikeHook(name)) continue;
+            const std::string base = name.substr(name.rfind('/') + 1);
+            if (base.compare(0, 1, ".") == 0) continue;              // a tool's own
+            if (scripts->find(base) != std::string::npos) continue;  // a script may extract it
+            Finding& finding =
+                add(eScriptUnused, tar.keyPrefix + "url",
+                    nameOf(member.name) + " is named nowhere in the spec, so nothing runs it.");
+            if (isScriptTar) continue;
+            finding.severity = eWarning;
+            finding.advice = "Name it as preinst or postinst of the image, or leave it out of the tar.";
+        }
+    }
+
+    // By any part of the spec that has the same file.
+    bool isRequired(const std::string& name) const {
+        return std::any_of(tars.begin(), tars.end(), [this, &name](const TarFacts& other) {
+            return other.path == tar.path && std::any_of(other.required.begin(), other.required.end(),
+                                                         [&name](const RequiredMember& required) {
+                                                             return plainName(required.name) == name;
+                                                         });
+        });
     }
 
     void missing(const RequiredMember& required, const std::string& why) const {
@@ -76,6 +122,7 @@ struct MemberRule {
         if (Fault fault = readScript(required.name, &bytes))
             return missing(required, what + " cannot be read: " + fault.message() + ".");
         findings->append(checkScript(bytes, what, spec.at(required.key)));
+        *scripts += bytes;
     }
 
     Fault readScript(const std::string& name, std::string* bytes) const {
@@ -107,11 +154,14 @@ struct MemberRule {
 
 }  // namespace
 
-Findings checkMembers(const SpecView& spec, const TarFacts& tar, const MemberSource& source) {
+Findings checkMembers(const SpecView& spec, const Tars& tars, const TarFacts& tar,
+                      const MemberSource& source) {
     Findings findings;
-    const MemberRule rule = {spec, tar, source, &findings};
+    std::string scripts;
+    const MemberRule rule = {spec, tars, tar, source, &findings, &scripts};
     rule.checkAll();
     for (const RequiredMember& required : tar.required)
         rule.checkRequired(required);
+    rule.checkUnused();
     return findings;
 }

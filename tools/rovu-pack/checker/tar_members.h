@@ -30,5 +30,6 @@ struct MemberSource {
     WorkProgress* progress;
 };
 
-/// \param tar with its members.
-Findings checkMembers(const SpecView& spec, const TarFacts& tar, const MemberSource& source);
+/// \param tar one of `tars`, with its members. One file may be several of them.
+Findings checkMembers(const SpecView& spec, const Tars& tars, const TarFacts& tar,
+                      const MemberSource& source);

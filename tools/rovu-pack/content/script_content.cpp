@@ -1,10 +1,14 @@
 #include "script_content.h"
 
+#include "shell_dialect.h"
 #include "temporary_file.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <spawn.h>
+#include <sstream>
 #include <sys/wait.h>
 
 extern char** environ;
@@ -33,6 +37,55 @@ bool isGoodSyntax(const std::string& bytes) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// The program that the first line names, without its folder; empty: none.
+std::string interpreterOf(const std::string& bytes) {
+    if (bytes.compare(0, 2, "#!") != 0) return "";
+    std::istringstream line(bytes.substr(2, bytes.find('\n') - 2));
+    std::string program;
+    line >> program;
+    program.erase(0, program.rfind('/') + 1);
+    while (program == "env" || program == "busybox" || program.compare(0, 1, "-") == 0) {
+        if (!(line >> program)) break;
+    }
+    return program;
+}
+
+// The device gives the script to /bin/sh, whatever its first line says.
+void checkInterpreter(const std::string& bytes, const std::string& name, const FindingPlace& place,
+                      Findings* findings) {
+    constexpr const char* kShells[] = {"", "sh", "ash", "dash", "hush"};
+    constexpr const char* kLargeShells[] = {"bash", "ksh", "mksh", "zsh"};
+    const std::string program = interpreterOf(bytes);
+    if (std::find(std::begin(kShells), std::end(kShells), program) != std::end(kShells)) return;
+    Finding& finding = findings->add(eScriptInterpreter, place,
+                                     name + " names " + program + " in its first line, and /bin/sh runs it.");
+    if (std::find(std::begin(kLargeShells), std::end(kLargeShells), program) != std::end(kLargeShells))
+        finding.severity = eNote;
+}
+
+// "an array (lines 3, 8)"
+std::string constructsText(const std::vector<BashConstruct>& constructs) {
+    constexpr size_t kMostLines = 5;
+    std::string text;
+    for (const BashConstruct& construct : constructs) {
+        text += (text.empty() ? "" : ", ") + std::string(construct.name) +
+                (construct.lines.size() == 1 ? " (line " : " (lines ");
+        for (size_t i = 0; i < std::min(construct.lines.size(), kMostLines); ++i)
+            text += (i == 0 ? "" : ", ") + std::to_string(construct.lines[i]);
+        text += construct.lines.size() > kMostLines ? ", ...)" : ")";
+    }
+    return text;
+}
+
+void checkDialect(const std::string& bytes, const std::string& name, const FindingPlace& place,
+                  Findings* findings) {
+    const std::vector<BashConstruct> constructs = findBashConstructs(bytes);
+    if (constructs.empty()) return;
+    findings->add(
+        eScriptBash, place,
+        name + " has what bash knows and the shell of BusyBox does not: " + constructsText(constructs) + ".");
+}
+
 }  // namespace
 
 Findings checkScript(const std::string& bytes, const std::string& name, const FindingPlace& place) {
@@ -49,8 +102,11 @@ Findings checkScript(const std::string& bytes, const std::string& name, const Fi
         findings.add(eScriptLineEnds, place,
                      name +
                          " has lines that end in CR LF: the shell takes the CR for part of the last word.");
-    } else if (!isGoodSyntax(bytes)) {
-        findings.add(eScriptSyntax, place, "A shell does not understand " + name + ".");
+    } else {
+        checkInterpreter(bytes, name, place, &findings);
+        if (!isGoodSyntax(bytes))
+            findings.add(eScriptSyntax, place, "A shell does not understand " + name + ".");
+        checkDialect(bytes, name, place, &findings);
     }
     return findings;
 }
