@@ -20,7 +20,7 @@ struct BuildOptions {
     std::string manifest;
     std::string out;
     std::string key;
-    std::string keyPass;  // where its pass phrase is; empty: the terminal
+    std::string keyPass;  // where its pass phrase or PIN is; empty: the terminal
     std::string baseUrl;
     std::string secrets;      // empty: none
     bool isUnsigned = false;  // in place of a key: the spec is signed elsewhere

@@ -40,8 +40,8 @@ CLI::App* addSecret(CLI::App* app, std::string* path) {
 void addKeyPass(CLI::App* command, std::string* source, CLI::Option* key) {
     command
         ->add_option("--key-pass", *source,
-                     "Where the pass phrase of the private key is: file:PATH (its first line),\n"
-                     "fd:N or env:NAME; without this option it is asked for on the terminal")
+                     "Where the pass phrase of the key or the PIN of the token is: file:PATH (its\n"
+                     "first line), fd:N or env:NAME; otherwise it is asked for on the terminal")
         ->type_name("SOURCE")
         ->check(refuseEmpty)
         ->needs(key);
@@ -61,8 +61,9 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
         ->required()
         ->type_name("FILE");
     command->add_option("--out", options->out, "Folder for the output")->required()->type_name("DIR");
-    CLI::Option* key = command->add_option("--key", options->key, "Private key that signs the spec");
-    key->type_name("PEM");
+    CLI::Option* key = command->add_option(
+        "--key", options->key, "Private key that signs the spec: a file, or pkcs11:... on a token");
+    key->type_name("KEY");
     addKeyPass(command, &options->keyPass, key);
     CLI::Option* elsewhere =
         command->add_flag("--unsigned", options->isUnsigned,
@@ -82,8 +83,9 @@ CLI::App* addSign(CLI::App* app, SignOptions* options) {
     command->add_option("SPEC", options->spec, "Spec written by hand, signed or not")
         ->required()
         ->type_name("FILE");
-    CLI::Option* key = command->add_option("--key", options->key, "Private key that signs");
-    key->type_name("PEM");
+    CLI::Option* key = command->add_option("--key", options->key,
+                                           "Private key that signs: a file, or pkcs11:... on a token");
+    key->type_name("KEY");
     addKeyPass(command, &options->keyPass, key);
     CLI::Option* digest =
         command->add_flag("--digest", options->isDigest,

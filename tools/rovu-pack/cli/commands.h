@@ -16,8 +16,8 @@ constexpr int kExitTrouble = 2;   // the work could not be done
 
 struct SignOptions {
     std::string spec;       ///< file, signed or not
-    std::string key;        ///< file with the private key, PEM
-    std::string keyPass;    ///< where its pass phrase is; empty: the terminal
+    std::string key;        ///< private key: a file (PEM), or a URI on a token
+    std::string keyPass;    ///< where its pass phrase or PIN is; empty: the terminal
     bool isDigest = false;  ///< only print what is to be signed
 };
 

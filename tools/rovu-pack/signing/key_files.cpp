@@ -5,6 +5,8 @@
 #include "handles.h"
 #include "key_kinds.h"
 #include "pass_phrase.h"
+#include "token_key.h"
+#include "token_uri.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -36,13 +38,23 @@ Fault refusePrivate(const std::string& path) {
     return advice.empty() ? fault : Fault(EINVAL, path + ": " + advice);
 }
 
+Fault readPrivateFile(const std::string& path, PassPhrase* passPhrase, SigningKey* key) {
+    const File file(fopen(path.c_str(), "re"));
+    if (file == nullptr) return fileFault(path, errno);
+    key->reset(PEM_read_PrivateKey(file.get(), nullptr, PassPhrase::answer, passPhrase), EVP_PKEY_free);
+    if (*key != nullptr) return {};
+    if (const Fault fault = passPhrase->complaint()) return fault.of(path);
+    return refusePrivate(path);
+}
+
 Fault refusePublic(const std::string& path, const std::string& bytes) {
     const Fault fault = cryptoFault(path + ": no public key in PEM", EINVAL);
     const std::string advice = adviceOnKeyFile(bytes, path, KeyUse::ePublic);
     if (!advice.empty()) return {EINVAL, path + ": " + advice};
     const Bio memory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
     const SigningKey other(memory == nullptr ? nullptr
-                                             : PEM_read_bio_PUBKEY(memory.get(), nullptr, nullptr, nullptr));
+                                             : PEM_read_bio_PUBKEY(memory.get(), nullptr, nullptr, nullptr),
+                           EVP_PKEY_free);
     ERR_clear_error();
     return other == nullptr ? fault : Fault(EINVAL, path + ": " + kindOf(other) + kOnlyVerified);
 }
@@ -52,7 +64,7 @@ SigningKey deviceKeyIn(const std::string& bytes) {
     const Bio memory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
     if (memory == nullptr) return nullptr;
     RsaKey rsa(PEM_read_bio_RSA_PUBKEY(memory.get(), nullptr, nullptr, nullptr));
-    SigningKey key(EVP_PKEY_new());
+    SigningKey key(EVP_PKEY_new(), EVP_PKEY_free);
     if (rsa == nullptr || key == nullptr || EVP_PKEY_assign(key.get(), EVP_PKEY_RSA, rsa.get()) != 1)
         return nullptr;
     static_cast<void>(rsa.release());  // the key owns it now
@@ -61,18 +73,14 @@ SigningKey deviceKeyIn(const std::string& bytes) {
 
 }  // namespace
 
-Fault readSigningKey(const std::string& path, const std::string& passSource, SigningKey* key) {
-    PassPhrase passPhrase;
-    if (Fault fault = passPhrase.read(passSource)) return fault;
-    const File file(fopen(path.c_str(), "re"));
-    if (file == nullptr) return fileFault(path, errno);
-    key->reset(PEM_read_PrivateKey(file.get(), nullptr, PassPhrase::answer, &passPhrase));
-    if (*key == nullptr) {
-        if (const Fault fault = passPhrase.complaint()) return fault.of(path);
-        return refusePrivate(path);
-    }
+Fault readSigningKey(const std::string& name, const std::string& passSource, SigningKey* key) {
+    const auto passPhrase = std::make_shared<PassPhrase>(isTokenUri(name) ? "PIN" : "pass phrase");
+    if (Fault fault = passPhrase->read(passSource, "--key-pass")) return fault;
+    Fault fault =
+        isTokenUri(name) ? readTokenKey(name, passPhrase, key) : readPrivateFile(name, passPhrase.get(), key);
+    if (fault) return fault;
     if (EVP_PKEY_base_id(key->get()) == EVP_PKEY_RSA && EVP_PKEY_bits(key->get()) == kKeyBits) return {};
-    return {EINVAL, path + ": " + kindOf(*key) + kOnlyVerified};
+    return {EINVAL, "the private key is " + kindOf(*key) + kOnlyVerified};
 }
 
 Fault readPublicKey(const std::string& path, PublicKey* key) {

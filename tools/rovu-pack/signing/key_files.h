@@ -7,10 +7,12 @@
 
 #include <string>
 
-/// Reads the private key (PEM) in the file at `path`.
-/// \param passSource where its pass phrase is if it is encrypted, as PassPhrase::read() takes it.
+/// Reads a private key.
+/// \param name the path of its file (PEM), or its URI on a token ("pkcs11:...").
+/// \param passSource where the pass phrase of an encrypted file or the PIN of the token is, as PassPhrase::read() takes
+///        it.
 /// \return EINVAL for a key whose signatures the device cannot verify.
-Fault readSigningKey(const std::string& path, const std::string& passSource, SigningKey* key);
+Fault readSigningKey(const std::string& name, const std::string& passSource, SigningKey* key);
 
 struct PublicKey {
     std::string pem;  // the whole file

@@ -36,8 +36,7 @@ bool readDescriptorNumber(const std::string& text, int* fd) {
 }
 
 // Without the words after the option, which may be the pass phrase.
-Fault refusal(const std::string& source) {
-    const std::string option = kOption;
+Fault refusal(const std::string& source, const std::string& option) {
     if (source.compare(0, 5, "pass:") != 0)
         return {EINVAL, option + ": the source of a pass phrase is " + kForms};
     return {EINVAL, option +
@@ -45,7 +44,7 @@ Fault refusal(const std::string& source) {
                         "it into a file, and give file:PATH"};
 }
 
-bool hasTerminal() {
+bool canOpenTerminal() {
     return Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)).get() >= 0;
 }
 
@@ -55,8 +54,8 @@ PassPhrase::~PassPhrase() {
     OPENSSL_cleanse(bytes_, sizeof bytes_);
 }
 
-Fault PassPhrase::read(const std::string& source) {
-    source_ = source;
+Fault PassPhrase::read(const std::string& source, const char* option) {
+    origin_ = source;
     if (source.empty()) return {};
     std::string rest;
     Fault fault;
@@ -69,9 +68,15 @@ Fault PassPhrase::read(const std::string& source) {
     } else if (isOfKind("env:", source, &rest)) {
         fault = readVariable(rest);
     } else {
-        return refusal(source);
+        return refusal(source, option);
     }
-    return fault ? fault.of(std::string(kOption) + " " + source) : fault;
+    return fault ? fault.of(std::string(option) + " " + source) : fault;
+}
+
+Fault PassPhrase::set(const std::string& phrase, const std::string& origin) {
+    origin_ = origin;
+    const Fault fault = take(phrase.data(), phrase.size());
+    return fault ? fault.of(origin) : fault;
 }
 
 // Byte by byte: what follows the line is for another reader of the descriptor.
@@ -101,9 +106,10 @@ Fault PassPhrase::readVariable(const std::string& name) {
 }
 
 Fault PassPhrase::take(const char* bytes, size_t size) {
-    if (size == 0) return {EINVAL, "no pass phrase there, but an empty line"};
+    if (size == 0) return {EINVAL, std::string("no ") + name_ + " there, but an empty line"};
     if (size >= kCapacity)
-        return {EINVAL, "a pass phrase has at most " + std::to_string(kCapacity - 1) + " bytes"};
+        return {EINVAL,
+                std::string("a ") + name_ + " has at most " + std::to_string(kCapacity - 1) + " bytes"};
     memcpy(bytes_, bytes, size);
     size_ = size;
     return {};
@@ -112,8 +118,9 @@ Fault PassPhrase::take(const char* bytes, size_t size) {
 int PassPhrase::answer(char* buffer, int size, int isForWriting, void* passPhrase) {
     PassPhrase* self = static_cast<PassPhrase*>(passPhrase);
     self->isAsked_ = true;
-    if (self->source_.empty()) {
-        self->hasTerminal_ = hasTerminal();
+    if (!self->isGiven()) {
+        self->hasTerminal_ = canOpenTerminal();
+        EVP_set_pw_prompt((std::string("Enter the ") + self->name_ + ":").c_str());
         return self->hasTerminal_ ? PEM_def_callback(buffer, size, isForWriting, nullptr) : -1;
     }
     if (size < 0 || self->size_ > static_cast<size_t>(size)) return -1;
@@ -123,11 +130,11 @@ int PassPhrase::answer(char* buffer, int size, int isForWriting, void* passPhras
 
 Fault PassPhrase::complaint() const {
     if (!isAsked_) return {};
+    const std::string name = name_;
     if (!hasTerminal_) {
-        return {EACCES,
-                std::string("needs a pass phrase, and there is no terminal to ask for it; name its source "
-                            "with ") +
-                    kOption + " (" + kForms + ")"};
+        return {EACCES, "needs a " + name +
+                            ", and there is no terminal to ask for it; name its source with " + kOption +
+                            " (" + kForms + ")"};
     }
-    return {EACCES, "wrong pass phrase" + (source_.empty() ? "" : ", which came from " + source_)};
+    return {EACCES, "wrong " + name + (isGiven() ? ", which came from " + origin_ : "")};
 }

@@ -13,7 +13,8 @@ class PassPhrase {
 public:
     static constexpr size_t kCapacity = 1024;  // bytes, as much as libcrypto asks for
 
-    PassPhrase() = default;
+    /// \param name "pass phrase" or "PIN", for messages.
+    explicit PassPhrase(const char* name) : name_(name) {}
     ~PassPhrase();
     PassPhrase(const PassPhrase&) = delete;
     PassPhrase& operator=(const PassPhrase&) = delete;
@@ -21,7 +22,18 @@ public:
     /// Reads the phrase: the first line of a file ("file:PATH") or of an open descriptor ("fd:N"), or an environment
     /// variable ("env:NAME"), which is removed from the environment.
     /// \param source empty: libcrypto asks on the terminal once it needs the phrase.
-    Fault read(const std::string& source);
+    /// \param option where the source comes from, for messages.
+    Fault read(const std::string& source, const char* option);
+
+    /// Takes the phrase itself.
+    /// \param origin for messages.
+    Fault set(const std::string& phrase, const std::string& origin);
+
+    /// Whether a phrase was read or set.
+    bool isGiven() const { return !origin_.empty(); }
+
+    /// Whether there was a terminal when libcrypto asked and no phrase was given.
+    bool hasTerminal() const { return hasTerminal_; }
 
     /// A pem_password_cb of libcrypto.
     /// \param passPhrase this object.
@@ -39,7 +51,8 @@ private:
 
     char bytes_[kCapacity];
     size_t size_ = 0;
-    std::string source_;
+    const char* name_;
+    std::string origin_;  // of the phrase; empty: not given
     bool isAsked_ = false;
     bool hasTerminal_ = true;
 };

@@ -67,7 +67,7 @@ Fault makeKeyPair(std::string* privatePem, std::string* publicPem) {
         EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), kKeyBits) != 1 ||
         EVP_PKEY_keygen(context.get(), &made) != 1)
         return cryptoFault("no key pair", EIO);
-    const SigningKey key(made);
+    const SigningKey key(made, EVP_PKEY_free);
     *privatePem = privatePemOf(key);
     *publicPem = publicPemOf(key);
     if (privatePem->empty() || publicPem->empty()) return cryptoFault("no key pair", EIO);

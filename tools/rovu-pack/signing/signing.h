@@ -5,6 +5,7 @@
 #include "fault.h"
 #include "handles.h"
 
+#include <memory>
 #include <openssl/evp.h>
 #include <string>
 
@@ -12,7 +13,8 @@ constexpr int kKeyBits = 2048;              // the only ones that the device ver
 constexpr size_t kSignatureSize = 256;      // bytes
 constexpr size_t kSignatureTextSize = 344;  // characters of its Base64
 
-using SigningKey = Handle<EVP_PKEY, EVP_PKEY_free>;
+/// A key pair, or half of one, with whatever its use takes.
+using SigningKey = std::shared_ptr<EVP_PKEY>;
 using KeyContext = Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 
 /// Makes an RSA key pair of 2048 bits.
