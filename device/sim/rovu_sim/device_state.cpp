@@ -104,9 +104,13 @@ int createDevice(const std::string& stateDir, const DeviceOptions& options) {
     if (mkdir(stateDir.c_str(), 0755) != 0) return errno;
     const int rc = fillNewDevice(stateDir, options);
     // A partial device would make the next attempt fail with EEXIST.
-    std::error_code ignored;
-    if (rc != 0) std::filesystem::remove_all(stateDir, ignored);
+    if (rc != 0) removeDevice(stateDir);
     return rc;
+}
+
+void removeDevice(const std::string& stateDir) {
+    std::error_code ignored;
+    std::filesystem::remove_all(stateDir, ignored);
 }
 
 int loadDevice(const std::string& stateDir, Device* device) {

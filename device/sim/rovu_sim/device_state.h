@@ -31,6 +31,9 @@ struct Device {
 /// \return 0, EEXIST, ENOSPC if `totalLebs` is too small for the volumes, or another positive errno value.
 [[nodiscard]] int createDevice(const std::string& stateDir, const DeviceOptions& options);
 
+/// Removes the directory of a device that no command runs in, as far as that is possible.
+void removeDevice(const std::string& stateDir);
+
 /// Reads the description. `device` is written on success only.
 /// \return 0, ENOENT if `stateDir` is not a device, or another positive errno value.
 int loadDevice(const std::string& stateDir, Device* device);

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <getopt.h>
 #include <string>
+#include <vector>
 
 namespace rovusim {
 namespace {
@@ -100,25 +101,49 @@ int parseInit(int argc, char** argv, InitArguments* arguments) {
     return -1;
 }
 
-int copyIntoDevice(const std::string& stateDir, const std::string& file, const char* pathOnDevice) {
-    if (file.empty()) return 0;
+struct DeviceFile {
+    const char* option;
+    std::string source;  // empty: not given
+    const char* pathOnDevice;
     std::string bytes;
-    if (int rc = readTextFile(file, &bytes); rc != 0) return cannot("read", file, rc);
-    if (int rc = putDeviceFile(stateDir, pathOnDevice, bytes); rc != 0)
-        return cannot("write", pathOnDevice, rc);
+};
+
+int readSources(std::vector<DeviceFile>* files) {
+    for (DeviceFile& file : *files) {
+        if (file.source.empty()) continue;
+        if (int rc = readTextFile(file.source, &file.bytes); rc != 0)
+            return cannot(std::string("read the file of ") + file.option + ",", file.source, rc);
+    }
     return 0;
 }
 
+int putFiles(const std::string& stateDir, const std::vector<DeviceFile>& files) {
+    for (const DeviceFile& file : files) {
+        if (file.source.empty()) continue;
+        if (int rc = putDeviceFile(stateDir, file.pathOnDevice, file.bytes); rc != 0)
+            return cannot("write", file.pathOnDevice, rc);
+    }
+    return 0;
+}
+
+// All that the options name is read before anything is made, and a device that is not whole does not stay: the next
+// attempt would find it and refuse.
 int makeDevice(const InitArguments& arguments) {
     const std::string& state = arguments.stateDir;
+    std::vector<DeviceFile> files = {
+        {"--key", arguments.key, "/etc/ssh/rovu_pub.pem", ""},
+        {"--preshared", arguments.preshared, "/app0/secrets/rovu/preshared", ""}};
+    if (int rc = readSources(&files); rc != 0) return rc;
     const int rc = createDevice(state, arguments.device);
-    if (rc == EEXIST) complain(state + " already exists; it is unchanged");
-    if (rc == ENOSPC) complain("too few erase blocks for the device's volumes");
+    if (rc == EEXIST)
+        complain(state + " already exists, and is unchanged; name another directory, or remove it first");
+    if (rc == ENOSPC)
+        complain("no room for the device's volumes: too few erase blocks (--lebs), or a full disk");
     if (rc != 0 && rc != EEXIST && rc != ENOSPC) cannot("make the device", state, rc);
     if (rc != 0) return rc;
-    if (int failed = copyIntoDevice(state, arguments.key, "/etc/ssh/rovu_pub.pem"); failed != 0)
-        return failed;
-    return copyIntoDevice(state, arguments.preshared, "/app0/secrets/rovu/preshared");
+    const int failed = putFiles(state, files);
+    if (failed != 0) removeDevice(state);
+    return failed;
 }
 
 }  // namespace

@@ -26,6 +26,7 @@
 #include <iterator>
 #include <poll.h>
 #include <sched.h>
+#include <sstream>
 #include <sys/inotify.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -149,11 +150,26 @@ bool isToolPath(const std::string& path) {
            std::any_of(std::begin(kPassThroughs), std::end(kPassThroughs), same);
 }
 
+// Where the host's PATH has a program; empty: nowhere.
+std::string findOnHost(const std::string& name) {
+    const char* list = getenv("PATH");
+    std::istringstream folders(list == nullptr ? "" : list);
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        std::string path = folder;
+        path += "/" + name;
+        if (access(path.c_str(), X_OK) == 0) return path;
+    }
+    return "";
+}
+
 // The program gets an absolute path: the working directory inside may be another one.
 int resolveProgram(Run* run) {
     InitPlan& plan = run->plan;
     plan.program = plan.command.front();
-    if (plan.program.find('/') == std::string::npos) return 0;
+    if (plan.program.find('/') == std::string::npos) {
+        plan.programOnHost = findOnHost(plan.program);  // its folder may be hidden inside, as /tmp is
+        return 0;
+    }
     char resolved[PATH_MAX];
     // A path that does not exist here may exist inside, such as a script in the device's own /tmp.
     if (realpath(plan.program.c_str(), resolved) == nullptr) return 0;

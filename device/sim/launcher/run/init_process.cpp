@@ -46,7 +46,15 @@ int prepareDevice(const InitPlan& plan) {
     argv.push_back(nullptr);
     sigprocmask(SIG_SETMASK, &plan.signalMask, nullptr);
     execvp(plan.program.c_str(), argv.data());
-    const int rc = cannot("run", plan.command.front(), errno);
+    const int rc = errno;
+    if (rc == ENOENT && plan.program.find('/') == std::string::npos) {
+        complain(plan.program + " is not in the device's PATH, " + kPathInside +
+                 (plan.programOnHost.empty()
+                      ? "; give its path"
+                      : "; the host's PATH has it as " + plan.programOnHost + ": give that path"));
+    } else {
+        cannot("run", plan.command.front(), rc);
+    }
     _exit(rc == ENOENT ? kExitNotFound : kExitCannotRun);
 }
 

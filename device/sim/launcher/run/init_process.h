@@ -24,6 +24,7 @@ struct InitPlan {
     SandboxPlan sandbox;
     std::vector<std::string> command;  // argv
     std::string program;               // absolute path to run, or a name to look up inside
+    std::string programOnHost;         // where the host's PATH has that name; empty: nowhere, or not a name
     std::string workingDirectory;      // entered if it exists inside, else /
     std::vector<ServedUrl> served;     // answered inside; with any, the network is a private one
     FilterPlan filter;                 // its exempt socket is `socket`
