@@ -3,13 +3,7 @@
 #include "base_url.h"
 #include "member_names.h"
 
-namespace {
-
-constexpr uint64_t kMaxFileSize = INT32_MAX;  // what a device can be told about a file, in bytes
-
-}  // namespace
-
-Complaint settleUrl(const char* key, const std::string& baseUrl, std::string* fileName,
+Complaint settleUrl(const char* key, const std::string& baseUrl, size_t limit, std::string* fileName,
                     std::optional<std::string>* url) {
     if (*url) {
         *fileName = fileNameBelow(baseUrl, **url);
@@ -17,6 +11,10 @@ Complaint settleUrl(const char* key, const std::string& baseUrl, std::string* fi
             return {key, "is not a file name after " + baseUrl + "/, for which the update is built"};
     }
     *url = baseUrl + "/" + *fileName;
+    if ((*url)->size() > limit) {
+        return {key, "\"" + **url + "\" has " + std::to_string((*url)->size()) +
+                         " bytes, and a device takes " + std::to_string(limit) + ": shorten --base-url"};
+    }
     return {};
 }
 

@@ -9,9 +9,13 @@
 #include <optional>
 #include <string>
 
+/// The most bytes of a file that a spec can describe.
+constexpr uint64_t kMaxFileSize = INT32_MAX;
+
 /// Settles the URL of a file. One that is given must lie directly below `baseUrl`, and sets the file's name.
+/// One that is computed must not have more than `limit` bytes.
 /// \param key of the manifest, for the complaint; so for all of these.
-Complaint settleUrl(const char* key, const std::string& baseUrl, std::string* fileName,
+Complaint settleUrl(const char* key, const std::string& baseUrl, size_t limit, std::string* fileName,
                     std::optional<std::string>* url);
 
 /// Settles a digest. One that is given must be equal.

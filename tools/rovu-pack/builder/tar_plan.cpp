@@ -1,11 +1,11 @@
 #include "tar_plan.h"
 
+#include "computed_values.h"
 #include "files.h"
 #include "install.h"
 #include "spec_words.h"
 
 #include <cerrno>
-#include <sys/stat.h>
 
 namespace {
 
@@ -26,6 +26,14 @@ TarJob imageJob(const Manifest& manifest, size_t entry) {
     return job;
 }
 
+// The key that names the member in its image's table; none in the script tar.
+const char* keyOf(const Manifest& manifest, const TarJob& job, const std::string& member) {
+    if (job.entry == kWholeManifest) return "";
+    const ManifestImage& image = *manifest.steps[job.entry - 1].image;
+    if (member == image.image) return "image";
+    return member == image.preinst ? "preinst" : "postinst";
+}
+
 // The entry that names the member.
 size_t entryOf(const Manifest& manifest, const TarJob& job, const std::string& member) {
     if (job.entry != kWholeManifest) return job.entry;
@@ -33,6 +41,12 @@ size_t entryOf(const Manifest& manifest, const TarJob& job, const std::string& m
         if (manifest.steps[entry - 1].script == member) return entry;
     }
     return kWholeManifest;
+}
+
+Fault tooLarge(const TarInput& input, uint64_t size) {
+    return {EFBIG, input.source + ": it has " + std::to_string(size) +
+                       " bytes, and no tar of an update has more than " + std::to_string(kMaxFileSize) +
+                       ", the largest size that a spec can say"};
 }
 
 }  // namespace
@@ -55,14 +69,18 @@ std::vector<TarJob> planTars(const Manifest& manifest) {
 Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes) {
     *bytes = 0;
     for (const TarJob& job : jobs) {
+        uint64_t ofTar = 0;
         for (const TarInput& input : job.inputs) {
-            struct stat status;
-            if (stat(input.source.c_str(), &status) != 0) {
-                const Fault fault = fileFault(input.source, errno);
-                return manifest.located(entryOf(manifest, job, input.member), {"", fault.message()});
+            uint64_t size = 0;
+            Fault fault = requireRegularFile(input.source, &size);
+            ofTar += size;
+            if (!fault && ofTar > kMaxFileSize) fault = tooLarge(input, size);
+            if (fault) {
+                const Complaint complaint = {keyOf(manifest, job, input.member), fault.message()};
+                return manifest.located(entryOf(manifest, job, input.member), complaint);
             }
-            *bytes += static_cast<uint64_t>(status.st_size);
         }
+        *bytes += ofTar;
     }
     return {};
 }

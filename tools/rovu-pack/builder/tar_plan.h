@@ -20,6 +20,7 @@ struct TarJob {
 /// The script tar first, if there is one, then the images' in the manifest's order.
 std::vector<TarJob> planTars(const Manifest& manifest);
 
-/// Adds up the bytes of all inputs.
-/// \return a fault of the entry whose file is missing.
+/// Adds up the bytes of all inputs, of which nothing is read yet.
+/// \return a fault of the entry whose file is missing, is not a regular file, or is too large for a tar that a spec can
+///         describe.
 Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes);

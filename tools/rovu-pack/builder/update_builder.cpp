@@ -11,6 +11,7 @@
 #include "manifest_reader.h"
 #include "output_file.h"
 #include "signing.h"
+#include "spec.h"
 #include "spec_writer.h"
 #include "staging.h"
 #include "tar_archive.h"
@@ -20,6 +21,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <set>
 #include <unistd.h>
 
@@ -60,14 +62,19 @@ Fault readFileKey(const std::string& secrets, Build* build) {
     const Manifest& manifest = build->manifest;
     const bool isEncrypted = manifest.keyOffset >= 0;
     if (!isEncrypted && secrets.empty()) return {};
-    if (isEncrypted && !secrets.empty()) return readSecret(secrets, manifest.keyOffset, &build->fileKey);
+    if (isEncrypted && !secrets.empty()) {
+        Fault fault = readSecret(secrets, manifest.keyOffset, &build->fileKey);
+        return fault ? fault.of("--secrets") : fault;
+    }
     const char* text = isEncrypted ? "asks for encryption, for which --secrets must name the key file"
                                    : "is missing, but --secrets was given: nothing would be encrypted";
     return manifest.located(kWholeManifest, {"encr_key_offset", text});
 }
 
 Fault readKey(const BuildOptions& options, SigningKey* key) {
-    return options.isUnsigned ? Fault() : readSigningKey(options.key, options.keyPass, key);
+    if (options.isUnsigned) return {};
+    Fault fault = readSigningKey(options.key, options.keyPass, key);
+    return fault ? fault.of("--key") : fault;
 }
 
 struct PackedTar {
@@ -113,24 +120,21 @@ Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedT
     return {};
 }
 
-Fault makeScriptTar(TarJob* job, Build* build) {
+Fault makeScriptTar(const TarJob& job, Build* build) {
     Manifest& manifest = build->manifest;
-    const auto located = [&](const Complaint& complaint) { return manifest.located(job->entry, complaint); };
-    if (Fault fault = located(settleUrl("script_url", build->baseUrl, &job->name, &manifest.scriptUrl)))
-        return fault;
+    const auto located = [&](const Complaint& complaint) { return manifest.located(job.entry, complaint); };
     PackedTar tar;
-    if (Fault fault = packTar(*job, nullptr, build, &tar)) return fault;
+    if (Fault fault = packTar(job, nullptr, build, &tar)) return fault;
     if (Fault fault = located(settleText("script_hash", tar.sha256, &manifest.scriptHash))) return fault;
     return located(settleSize("script_dlsize", tar.size, &manifest.scriptDlsize));
 }
 
-Fault makeImageTar(TarJob* job, Build* build) {
+Fault makeImageTar(const TarJob& job, Build* build) {
     const Manifest& manifest = build->manifest;
-    ManifestImage& image = *build->manifest.steps[job->entry - 1].image;
-    const auto located = [&](const Complaint& complaint) { return manifest.located(job->entry, complaint); };
-    if (Fault fault = located(settleUrl("url", build->baseUrl, &job->name, &image.url))) return fault;
+    ManifestImage& image = *build->manifest.steps[job.entry - 1].image;
+    const auto located = [&](const Complaint& complaint) { return manifest.located(job.entry, complaint); };
     PackedTar tar;
-    if (Fault fault = packTar(*job, &image.image, build, &tar)) return fault;
+    if (Fault fault = packTar(job, &image.image, build, &tar)) return fault;
     if (tar.imageSize == 0)
         return located({"image", manifest.localFileOf(&image, image.image) + " is empty"});
     if (Fault fault = located(settleText("image_md5", tar.imageMd5, &image.imageMd5))) return fault;
@@ -167,13 +171,29 @@ Fault refuseCollisions(const std::vector<TarJob>& jobs, const Build& build) {
     return {};
 }
 
-Fault makeTars(std::vector<TarJob>* jobs, Build* build) {
+// The names of the tars' files, and their URLs.
+Fault settleNames(std::vector<TarJob>* jobs, Build* build) {
+    const UpdateSpecVer1 spec = {};
+    const UpdateSpecVer1::Image record = {};
+    Manifest& manifest = build->manifest;
     for (TarJob& job : *jobs) {
         const bool isScriptTar = job.entry == kWholeManifest;
-        if (Fault fault = isScriptTar ? makeScriptTar(&job, build) : makeImageTar(&job, build)) return fault;
+        const size_t limit = (isScriptTar ? sizeof spec.script_url : sizeof record.url) - 1;
+        std::optional<std::string>* url =
+            isScriptTar ? &manifest.scriptUrl : &manifest.steps[job.entry - 1].image->url;
+        const Complaint complaint =
+            settleUrl(isScriptTar ? "script_url" : "url", build->baseUrl, limit, &job.name, url);
+        if (Fault fault = manifest.located(job.entry, complaint)) return fault;
     }
-    if (Fault fault = refuseCollisions(*jobs, *build)) return fault;
-    if (!jobs->empty() && jobs->front().entry == kWholeManifest) return {};
+    return refuseCollisions(*jobs, *build);
+}
+
+Fault makeTars(const std::vector<TarJob>& jobs, Build* build) {
+    for (const TarJob& job : jobs) {
+        const bool isScriptTar = job.entry == kWholeManifest;
+        if (Fault fault = isScriptTar ? makeScriptTar(job, build) : makeImageTar(job, build)) return fault;
+    }
+    if (!jobs.empty() && jobs.front().entry == kWholeManifest) return {};
     return build->manifest.located(kWholeManifest, refuseScriptTar(build->manifest));
 }
 
@@ -220,8 +240,9 @@ Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, BuildResult* re
     uint64_t bytes = 0;
     if (Fault fault = measureInputs(build.manifest, jobs, &bytes)) return fault;
     bar->expect(bytes);
-    if (Fault fault = build.staging.prepare(options.out)) return fault;
-    if (Fault fault = makeTars(&jobs, &build)) return fault;
+    if (Fault fault = build.staging.prepare(options.out)) return fault.of("--out");
+    if (Fault fault = settleNames(&jobs, &build)) return fault;
+    if (Fault fault = makeTars(jobs, &build)) return fault;
     if (Fault fault = makeSpec(options, &build)) return fault;
     return result->isRefused ? Fault() : build.staging.publish();
 }

@@ -125,17 +125,31 @@ struct FileRule {
         return true;
     }
 
-    bool list(TarFacts* tar, const std::string& path) const {
+    // Leaves in `*damage` what is wrong with a file that begins as a tar; nothing if it does not.
+    bool list(TarFacts* tar, const std::string& path, std::string* damage) const {
         std::string compression;
-        tar->opened = tar->size > 0 && !listTar(path, &tar->members, &compression);
+        const Fault fault = tar->size > 0 ? listTar(path, &tar->members, &compression) : Fault();
+        tar->opened = tar->size > 0 && !fault;
+        if (fault && !tar->members.empty()) {
+            *damage = fault.message().substr(path.size() + 2);  // the path may be that of a temporary file
+            tar->members.clear();
+        }
         if (tar->opened && !compression.empty())
             add(eCompressedTar, tar->keyPrefix + "url",
                 tar->path + " is compressed by " + compression + ", which not every tar detects.");
         return tar->opened;
     }
 
+    void reportDamage(const TarFacts& tar, const std::string& damage) const {
+        add(eNotATar, tar.keyPrefix + "url",
+            tar.path + " is damaged, and most likely not whole: " + damage + ".")
+            .advice = "Copy the file again, and compare its size with the original's.";
+    }
+
     void openPlain(TarFacts* tar) const {
-        if (list(tar, tar->path)) return;
+        std::string damage;
+        if (list(tar, tar->path, &damage)) return;
+        if (!damage.empty()) return reportDamage(*tar, damage);
         if (tar->size == 0 || tar->size % kCipherBlock != 0) {
             add(eNotATar, tar->keyPrefix + "url", tar->path + " is no tar.");
         } else {
@@ -146,9 +160,11 @@ struct FileRule {
 
     // Leaves the path of the plain tar in `*path`.
     Fault openEncrypted(TarFacts* tar, TemporaryFile* decrypted, std::string* path) const {
-        if (list(tar, tar->path)) {
+        std::string damage;
+        if (list(tar, tar->path, &damage) || !damage.empty()) {
             add(eKeyWithoutEncryption, "encr_key_offset",
                 "The device decrypts every tar, and " + tar->path + " is plain.");
+            if (!damage.empty()) reportDamage(*tar, damage);
             return {};
         }
         if (options.secrets.empty())
@@ -162,8 +178,11 @@ struct FileRule {
             return {};
         }
         if (fault) return fault.of("decrypting " + tar->path);
-        if (!list(tar, *path))
+        if (list(tar, *path, &damage)) return {};
+        if (damage.empty())
             add(eDecryptionFails, "encr_key_offset", "What the key makes of " + tar->path + " is no tar.");
+        else
+            reportDamage(*tar, damage);
         return {};
     }
 };

@@ -102,7 +102,9 @@ struct MemberRule {
                                                      ? " has it as \"" + dotted + "\", which is another name."
                                                      : " has no member \"" + required.name + "\"."));
         }
-        if (member->type == TarMember::eDirectory || member->type == TarMember::eOther)
+        if (member->type == TarMember::eDirectory)
+            return missing(required, nameOf(required.name) + " is a folder, and a file is required.");
+        if (member->type == TarMember::eOther)
             return missing(required, nameOf(required.name) + " is no file.");
         if (member->type != TarMember::eFile) return;
         if (member->isSparse)

@@ -26,9 +26,10 @@ Fault requireKey(const std::string& path) {
 }
 
 Fault requireInputs(const CheckOptions& options) {
-    if (Fault fault = requireKey(options.signatureUse.publicKey)) return fault;
-    if (Fault fault = require(options.files.secrets, false)) return fault;
-    return require(options.files.folder, true);
+    if (Fault fault = requireKey(options.signatureUse.publicKey)) return fault.of("--pub");
+    if (Fault fault = require(options.files.secrets, false)) return fault.of("--secrets");
+    Fault fault = require(options.files.folder, true);
+    return fault ? fault.of("--files") : fault;
 }
 
 Findings applyRules(const SpecView& spec) {

@@ -37,6 +37,6 @@ Fault attachSignature(const AttachOptions& options) {
 }  // namespace
 
 int runAttach(const AttachOptions& options) {
-    if (Fault fault = attachSignature(options)) return reportFault("attach", fault);
+    if (Fault fault = attachSignature(options)) return reportFault(" attach", fault);
     return kExitClean;
 }

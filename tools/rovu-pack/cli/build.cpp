@@ -48,7 +48,7 @@ void reportFindings(const BuildResult& result) {
 
 int runBuild(const BuildOptions& options) {
     BuildResult result;
-    if (Fault fault = build(options, &result)) return reportFault("build", fault);
+    if (Fault fault = build(options, &result)) return reportFault(" build", fault);
     reportFindings(result);
     if (result.isRefused) return kExitFindings;
     printReport(result.files, stdout);

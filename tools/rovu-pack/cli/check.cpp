@@ -33,7 +33,7 @@ int runCheck(CheckCommandOptions options) {
     CheckResult result;
     Fault fault = gatherDevices(&options);
     if (!fault) fault = checkUpdate(options.check, &result);
-    if (fault) return reportFault("check", fault);
+    if (fault) return reportFault(" check", fault, options.json);
     if (options.json) {
         fputs(checkJson(result).c_str(), stdout);
     } else {

@@ -3,8 +3,11 @@
 #include "command_line.h"
 
 #include "commands.h"
+#include "usage_fault.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
 
 namespace {
 
@@ -190,6 +193,19 @@ CLI::App* addInspect(CLI::App* app, InspectOptions* options) {
     return command;
 }
 
+// It may be that its parser never came to it.
+bool wantsJson(int argc, char** argv) {
+    return std::any_of(argv, argv + argc, [](const char* word) { return std::string(word) == "--json"; });
+}
+
+int reportUsage(const CLI::App& app, const CLI::ParseError& error, bool json) {
+    const std::string command = givenCommand(app);
+    const Fault fault(EINVAL, usageMessage(app, error));
+    const int status = reportFault(command, fault, json);
+    fprintf(stderr, "Run \"rovu-pack%s --help\" for what it takes.\n", command.c_str());
+    return status;
+}
+
 }  // namespace
 
 int runCommandLine(int argc, char** argv) {
@@ -208,8 +224,10 @@ int runCommandLine(int argc, char** argv) {
     const CLI::App* inspect = addInspect(&app, &options.inspect);
     try {
         app.parse(argc, argv);
-    } catch (const CLI::ParseError& usage) {
-        return app.exit(usage) == 0 ? kExitClean : kExitTrouble;
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        return reportUsage(app, error, wantsJson(argc, argv));
     }
     if (keygen->parsed()) return runKeygen(options.keyFolder);
     if (secret->parsed()) return runSecret(options.keyFile);

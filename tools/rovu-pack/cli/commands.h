@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fault.h"
+#include "reports.h"
 #include "update_builder.h"
 #include "update_check.h"
 
@@ -46,10 +47,12 @@ struct InspectOptions {
     bool json = false;
 };
 
-/// Prints "rovu-pack COMMAND: MESSAGE" to stderr.
+/// Prints "rovu-pack COMMAND: MESSAGE" to stderr, and for a program that reads JSON the message to stdout.
+/// \param command with a space before it; empty: none was given.
 /// \return kExitTrouble.
-inline int reportFault(const char* command, const Fault& fault) {
-    fprintf(stderr, "rovu-pack %s: %s\n", command, fault.message().c_str());
+inline int reportFault(const std::string& command, const Fault& fault, bool json = false) {
+    fprintf(stderr, "rovu-pack%s: %s\n", command.c_str(), fault.message().c_str());
+    if (json) fputs(faultJson(fault).c_str(), stdout);
     return kExitTrouble;
 }
 

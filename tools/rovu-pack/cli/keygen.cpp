@@ -45,6 +45,6 @@ Fault makePair(const std::string& folder) {
 }  // namespace
 
 int runKeygen(const std::string& folder) {
-    if (Fault fault = makePair(folder)) return reportFault("keygen", fault);
+    if (Fault fault = makePair(folder)) return reportFault(" keygen", fault);
     return kExitClean;
 }

@@ -49,10 +49,10 @@ void print(const RehearsalRow& row) {
 
 int runRehearse(RehearseOptions options) {
     CheckResult check;
-    if (Fault fault = gatherDevices(&options.check)) return reportFault("rehearse", fault);
+    if (Fault fault = gatherDevices(&options.check)) return reportFault(" rehearse", fault);
     if (options.check.check.devices.empty())
-        return reportFault("rehearse", {EINVAL, "name the kinds of devices with --device"});
-    if (Fault fault = checkUpdate(options.check.check, &check)) return reportFault("rehearse", fault);
+        return reportFault(" rehearse", {EINVAL, "name the kinds of devices with --device"});
+    if (Fault fault = checkUpdate(options.check.check, &check)) return reportFault(" rehearse", fault);
     const CheckOptions& given = options.check.check;
     const RehearsalFiles files = {given.spec, given.files.folder, given.files.secrets,
                                   given.signatureUse.publicKey, options.program};
@@ -61,6 +61,6 @@ int runRehearse(RehearseOptions options) {
         print(row);
         if (!row.differences.empty()) ++different;
     });
-    if (fault) return reportFault("rehearse", fault);
+    if (fault) return reportFault(" rehearse", fault);
     return different == 0 ? kExitClean : kExitFindings;
 }

@@ -44,7 +44,7 @@ Fault appendSecret(const std::string& path, int64_t* offset) {
 
 int runSecret(const std::string& path) {
     int64_t offset = 0;
-    if (Fault fault = appendSecret(path, &offset)) return reportFault("secret", fault);
+    if (Fault fault = appendSecret(path, &offset)) return reportFault(" secret", fault);
     printf("%s\n", std::to_string(offset).c_str());
     return kExitClean;
 }

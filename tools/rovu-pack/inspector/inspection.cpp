@@ -55,22 +55,14 @@ std::string meaningOf(const SpecFile& file) {
 }
 
 Fault readStart(const std::string& path, std::string* bytes) {
-    const File file(fopen(path.c_str(), "rbe"));
-    if (file == nullptr) return fileFault(path, errno);
+    File file;
+    uint64_t size = 0;
+    if (Fault fault = openRegularFile(path, &file, &size)) return fault;
     std::string start(kMostBytes + 1, '\0');
     start.resize(fread(start.data(), 1, start.size(), file.get()));
     if (ferror(file.get()) != 0) return fileFault(path, errno);
     bytes->swap(start);
     return {};
-}
-
-// What `build` computes is not in a manifest.
-bool isManifest(const SpecView& view) {
-    const auto isLocal = [](const ImageView& image) {
-        return !image.hasText("hash") && !image.hasText("url");
-    };
-    return (!view.images.empty() && std::all_of(view.images.begin(), view.images.end(), isLocal)) ||
-           (view.hasRealScript() && !view.hasText("script_url"));
 }
 
 Fault findSigner(const std::vector<std::string>& publicKeys, Inspection* inspection) {
@@ -83,7 +75,7 @@ Fault findSigner(const std::vector<std::string>& publicKeys, Inspection* inspect
     inspection->signature = publicKeys.empty() ? Inspection::eNotVerified : Inspection::eOtherKey;
     for (const std::string& key : publicKeys) {
         PublicKey publicKey;
-        if (Fault fault = readPublicKey(key, &publicKey)) return fault;
+        if (Fault fault = readPublicKey(key, &publicKey)) return fault.of("--pub");
         if (verifySpecSignature(key.c_str(), file.text.data(), file.text.size(), file.signature.data(),
                                 file.signature.size()) != 0)
             continue;
@@ -108,7 +100,7 @@ Fault inspectFile(const std::string& path, const std::vector<std::string>& publi
         inspection->foreign = meaningOf(file);
         return {};
     }
-    inspection->kind = isManifest(viewOf(file)) ? Inspection::eManifest : Inspection::eSpec;
+    inspection->kind = viewOf(file).isManifest() ? Inspection::eManifest : Inspection::eSpec;
     return findSigner(publicKeys, inspection);
 }
 

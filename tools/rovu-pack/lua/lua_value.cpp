@@ -3,6 +3,7 @@
 
 #include "lua_value.h"
 
+#include "foreign_characters.h"
 #include "lua_state.h"
 #include "lua_util/sandbox.h"
 
@@ -114,7 +115,10 @@ Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* va
     buffer.resize(length + kWrapSize);
     const int rc = loadDataChunk(state.get(), buffer.data(), length, buffer.size());
     if (rc == EBADRQC) {
-        return {EINVAL, withFileName(name, textAt(state.get(), -1))};
+        const std::string message = textAt(state.get(), -1);
+        const std::string cause = foreignCharacter(text, message);
+        if (cause.empty()) return {EINVAL, withFileName(name, message)};
+        return {EINVAL, name + ":" + std::to_string(lineInLuaMessage(message)) + ": " + cause};
     }
     if (rc != 0) {
         return {EINVAL,

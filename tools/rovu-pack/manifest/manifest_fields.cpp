@@ -24,11 +24,15 @@ void FieldTaker::number(const char* key, double* value, bool required) {
         return;
     }
     const double number = field->number;
-    if (field->kind == LuaValue::eNumber && std::floor(number) >= number && std::fabs(number) <= INT32_MAX) {
+    if (field->kind == LuaValue::eText) {
+        complaint_ = {key, "a whole number without quotes is required"};
+    } else if (field->kind != LuaValue::eNumber || std::floor(number) < number || std::isnan(number)) {
+        complaint_ = {key, "a whole number is required"};
+    } else if (std::fabs(number) > INT32_MAX) {
+        complaint_ = {key, "is beyond 2147483647, the largest number that a device reads"};
+    } else {
         *value = number;
-        return;
     }
-    complaint_ = {key, "a whole number is required"};
 }
 
 void FieldTaker::given(const char* key, size_t limit, std::optional<std::string>* value) {

@@ -107,7 +107,16 @@ Json deviceJson(const FleetRow& row) {
             {"plans", {planJson(row.plans[0]), planJson(row.plans[1])}}};
 }
 
+// What is no UTF-8 in the spec must not end the program.
+std::string textOf(const Json& whole) {
+    return whole.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
 }  // namespace
+
+std::string faultJson(const Fault& fault) {
+    return textOf({{"error", fault.message()}});
+}
 
 std::string checkJson(const CheckResult& result) {
     const Findings& findings = result.findings;
@@ -124,6 +133,5 @@ std::string checkJson(const CheckResult& result) {
                         {"findings", list},
                         {"room", roomJson(result.room)},
                         {"devices", devices}};
-    // What is no UTF-8 in the spec must not end the program.
-    return whole.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+    return textOf(whole);
 }

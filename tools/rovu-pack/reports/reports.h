@@ -18,5 +18,8 @@ void printPlan(const FleetRow& row, FILE* out);
 /// Prints two tables with a row for each device: what boots afterwards, and what the update takes.
 void printFleet(const std::vector<FleetRow>& fleet, FILE* out);
 
+/// \return JSON text of an object whose only key is "error": why there is no result.
+std::string faultJson(const Fault& fault);
+
 /// \return JSON text of everything that the check found and planned. Names and their meanings are stable.
 std::string checkJson(const CheckResult& result);

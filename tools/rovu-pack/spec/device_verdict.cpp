@@ -1,6 +1,7 @@
 #include "device_verdict.h"
 
 #include "device_log.h"
+#include "foreign_characters.h"
 #include "lua_state.h"
 #include "lua_util/sandbox.h"
 #include "refused_key.h"
@@ -8,6 +9,7 @@
 #include "spec_reader.h"
 #include "spec_signature.h"
 #include "spec_text.h"
+#include "spec_view.h"
 #include "util/descriptor.h"
 
 #include <cerrno>
@@ -18,7 +20,8 @@
 
 namespace {
 
-constexpr char kAfterChunkName[] = "\"]:";
+constexpr char kManifestAdvice[] =
+    "This seems to be a manifest: check the spec that \"rovu-pack build\" makes of it, update.lua in its --out.";
 constexpr char kTrialName[] = "update.lua";  // in the device's messages
 
 bool fill(SpecBuffer* buffer, const std::string& bytes) {
@@ -48,12 +51,6 @@ SpecRecord recordOf(LuaState state) {
     return SpecRecord(state == nullptr ? nullptr : readSpec(state.release()), freeSpec);
 }
 
-// Lua names the chunk by its first line, and then the line.
-int lineInMessage(const std::string& message) {
-    const size_t at = message.find(kAfterChunkName);
-    return at == std::string::npos ? 0 : atoi(message.c_str() + at + sizeof kAfterChunkName - 1);
-}
-
 std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
     if (!spec.hasMarker) return "Sign the spec, or give --unsigned if the devices run with \"-k NONE\".";
     if (spec.awaitsSignature()) return "Let the spec be signed, and append the signature: rovu-pack attach.";
@@ -78,7 +75,10 @@ void judgeTable(const SpecFile& spec, DeviceLog* log, DeviceVerdict* verdict) {
     LuaState state = evaluate(spec);
     if (state == nullptr) {
         const std::string message = log->takeText();
-        refuse(eStateDownloadingSpec, {spec.path, "", lineInMessage(message)}, message, verdict);
+        Finding& finding =
+            refuse(eStateDownloadingSpec, {spec.path, "", lineInLuaMessage(message)}, message, verdict);
+        const std::string cause = foreignCharacter(spec.text, message);
+        if (!cause.empty()) finding.advice = "On that line " + cause + ".";
         return;
     }
     if (recordOf(std::move(state)) != nullptr) return;
@@ -139,6 +139,10 @@ DeviceVerdict judge(const SpecFile& spec, const SignatureUse& use) {
     if (spec.bytes.size() > kMaxSpecSize) verdict.refusedIn = eStateDownloadingSpec;
     judgeSignature(spec, use, &log, &verdict);
     judgeTable(spec, &log, &verdict);
+    if (!spec.hasMarker && viewOf(spec).isManifest()) {
+        for (Finding& finding : verdict.findings.all)
+            finding.advice = kManifestAdvice;
+    }
     return verdict;
 }
 

@@ -88,6 +88,14 @@ bool SpecView::hidesParts() const {
     });
 }
 
+bool SpecView::isManifest() const {
+    const auto isLocal = [](const ImageView& image) {
+        return !image.hasText("hash") && !image.hasText("url");
+    };
+    return (!images.empty() && std::all_of(images.begin(), images.end(), isLocal)) ||
+           (hasRealScript() && !hasText("script_url"));
+}
+
 double SpecView::keyOffset() const {
     return number("encr_key_offset").value_or(-1);
 }

@@ -44,6 +44,7 @@ struct SpecView {
     bool hasRealScript() const;     // one that must come from the script tar
     bool fetchesScriptTar() const;  // there are scripts and a URL
     bool hidesParts() const;        // an image or the end of the run follows a gap, where nothing reads it
+    bool isManifest() const;        // nothing in it that `build` computes, though a spec needs it
     double keyOffset() const;       // negative: nothing is encrypted
     FindingPlace at(const std::string& key) const { return file.at(key); }
 };

@@ -47,10 +47,11 @@ std::string hexSha256(const std::string& bytes) {
 }
 
 Fault digestFile(const std::string& path, WorkProgress* progress, uint64_t* size, std::string* sha256) {
-    const File file(fopen(path.c_str(), "rbe"));
-    if (file == nullptr) return fileFault(path, errno);
-    Digest digest(EVP_sha256());
+    File file;
     uint64_t total = 0;
+    if (Fault fault = openRegularFile(path, &file, &total)) return fault;
+    Digest digest(EVP_sha256());
+    total = 0;  // what is read counts, should it be growing
     std::vector<char> chunk(kChunk);
     while (const size_t got = fread(chunk.data(), 1, chunk.size(), file.get())) {
         digest.add(chunk.data(), got);

@@ -45,14 +45,15 @@ Fault decrypt(EVP_CIPHER_CTX* cipher, FILE* in, FILE* out, const Paths& paths, W
 }  // namespace
 
 Fault readSecret(const std::string& path, int64_t offset, FileKey* key) {
-    const File file(fopen(path.c_str(), "rbe"));
-    if (file == nullptr) return fileFault(path, errno);
+    File file;
+    uint64_t size = 0;
+    if (Fault fault = openRegularFile(path, &file, &size)) return fault;
     unsigned char secret[kSecretSize];
     if (fseek(file.get(), offset, SEEK_SET) != 0) return fileFault(path, errno);
     if (fread(secret, 1, sizeof secret, file.get()) != sizeof secret) {
         if (ferror(file.get()) != 0) return fileFault(path, errno);
-        return {EINVAL,
-                path + ": no " + std::to_string(kSecretSize) + " bytes at offset " + std::to_string(offset)};
+        return {EINVAL, path + ": no " + std::to_string(kSecretSize) + " bytes at offset " +
+                            std::to_string(offset) + ", since it has " + std::to_string(size)};
     }
     key->present = true;
     memcpy(key->key, secret, sizeof key->key);
@@ -70,8 +71,9 @@ Cipher encryptionWith(const FileKey& key) {
 
 Fault decryptFileTo(const std::string& source, const std::string& target, const FileKey& key,
                     WorkProgress* progress) {
-    const File in(fopen(source.c_str(), "rbe"));
-    if (in == nullptr) return fileFault(source, errno);
+    File in;
+    uint64_t size = 0;
+    if (Fault fault = openRegularFile(source, &in, &size)) return fault;
     File out(fopen(target.c_str(), "wbe"));
     if (out == nullptr) return fileFault(target, errno);
     const Cipher cipher(EVP_CIPHER_CTX_new());

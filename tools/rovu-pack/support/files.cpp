@@ -13,11 +13,24 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 constexpr size_t kReadChunk = 65536;
 constexpr mode_t kPermissions = 07777;
+
+const char* kindText(mode_t mode) {
+    if (S_ISDIR(mode)) return "a folder";
+    if (S_ISFIFO(mode)) return "a FIFO";
+    if (S_ISSOCK(mode)) return "a socket";
+    return S_ISCHR(mode) || S_ISBLK(mode) ? "a device" : "of another kind";
+}
+
+Fault requireRegular(const std::string& path, const struct stat& status) {
+    if (S_ISREG(status.st_mode)) return {};
+    return {EINVAL, path + ": it is " + kindText(status.st_mode) + ", and a regular file is required"};
+}
 
 // Returns 0 or an errno value.
 int readToEnd(int fd, std::string* bytes) {
@@ -42,14 +55,33 @@ Fault fileFault(const std::string& path, int code) {
     return {code, path + ": " + strerror(code)};
 }
 
-Fault readWholeFile(const std::string& path, std::string* bytes) {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0) return fileFault(path, errno);
+Fault openRegularFile(const std::string& path, File* file, uint64_t* size) {
+    Descriptor opened(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status;
-    if (fstat(file.get(), &status) != 0) return fileFault(path, errno);
-    if (!S_ISREG(status.st_mode)) return {EINVAL, path + ": not a regular file"};
+    if (!opened.isOpen() || fstat(opened.get(), &status) != 0) return fileFault(path, errno);
+    if (Fault fault = requireRegular(path, status)) return fault;
+    File stream(fdopen(opened.get(), "rb"));
+    if (stream == nullptr) return fileFault(path, errno);
+    [[maybe_unused]] const int owned = opened.release();  // by the stream
+    *file = std::move(stream);
+    *size = static_cast<uint64_t>(status.st_size);
+    return {};
+}
+
+Fault requireRegularFile(const std::string& path, uint64_t* size) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0) return fileFault(path, errno);
+    if (Fault fault = requireRegular(path, status)) return fault;
+    *size = static_cast<uint64_t>(status.st_size);
+    return {};
+}
+
+Fault readWholeFile(const std::string& path, std::string* bytes) {
+    File file;
+    uint64_t size = 0;
+    if (Fault fault = openRegularFile(path, &file, &size)) return fault;
     std::string read;
-    if (int rc = readToEnd(file.get(), &read); rc != 0) return fileFault(path, rc);
+    if (int rc = readToEnd(fileno(file.get()), &read); rc != 0) return fileFault(path, rc);
     bytes->swap(read);
     return {};
 }

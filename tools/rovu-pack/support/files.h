@@ -3,12 +3,22 @@
 #pragma once
 
 #include "fault.h"
+#include "handles.h"
 
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
 
 /// \return "PATH: what the system says about `code`".
 Fault fileFault(const std::string& path, int code);
+
+/// Opens the regular file at `path` for reading; a link is followed. Never waits, as the open of a FIFO would.
+/// \param size receives its bytes. Both are written on success only.
+/// \return EINVAL for anything but a regular file, with a message that says what it is.
+Fault openRegularFile(const std::string& path, File* file, uint64_t* size);
+
+/// \return a fault as of openRegularFile() if what is at `path` is not a regular file, without opening it.
+Fault requireRegularFile(const std::string& path, uint64_t* size);
 
 /// Reads the regular file at `path` to its end into `*bytes`, which is written on success only.
 /// \return EINVAL for anything but a regular file.

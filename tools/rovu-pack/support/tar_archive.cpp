@@ -34,18 +34,6 @@ Fault archiveFault(const std::string& path, archive* handle) {
     return {code > 0 ? code : EIO, path + ": " + (text == nullptr ? "libarchive gives no reason" : text)};
 }
 
-Fault openRegular(const std::string& path, File* file, uint64_t* size) {
-    file->reset(fopen(path.c_str(), "rbe"));
-    if (*file == nullptr) return fileFault(path, errno);
-    struct stat status;
-    if (fstat(fileno(file->get()), &status) != 0) return fileFault(path, errno);
-    if (!S_ISREG(status.st_mode)) {
-        return {EINVAL, path + ": not a regular file"};
-    }
-    *size = static_cast<uint64_t>(status.st_size);
-    return {};
-}
-
 // Where a tar goes, and the first fault there: libarchive knows only that there was one.
 struct TarOutput {
     const ByteSink& sink;
@@ -81,7 +69,7 @@ Fault writeMember(archive* tar, const TarOutput& output, const TarInput& input, 
                   const InputSink& read) {
     File file;
     uint64_t left = 0;
-    if (Fault fault = openRegular(input.source, &file, &left)) return fault;
+    if (Fault fault = openRegularFile(input.source, &file, &left)) return fault;
     if (Fault fault = writeHeader(tar, input, left, mtime)) return output.fault ? output.fault : fault;
     std::vector<char> chunk(kChunk);
     while (const size_t got = fread(chunk.data(), 1, chunk.size(), file.get())) {
@@ -123,6 +111,9 @@ TarMember describe(archive_entry* entry) {
     TarMember member = {"", typeOf(entry), static_cast<uint64_t>(archive_entry_size(entry)), "",
                         archive_entry_sparse_count(entry) > 0};
     if (const char* name = archive_entry_pathname(entry)) member.name = name;
+    // A directory's name ends in a slash there, and has none where someone asks for it.
+    while (member.type == TarMember::eDirectory && member.name.size() > 1 && member.name.back() == '/')
+        member.name.pop_back();
     const char* target =
         member.type == TarMember::eHardLink ? archive_entry_hardlink(entry) : archive_entry_symlink(entry);
     if (target != nullptr) member.linkTarget = target;

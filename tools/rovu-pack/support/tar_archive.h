@@ -42,6 +42,8 @@ struct TarMember {
 using MemberSink = std::function<void(uint64_t offset, const char* bytes, size_t size)>;
 
 /// Lists the tar at `path`, compressed or not, in its own order. A name that is there twice is listed twice.
+/// \param members receives, of a tar that is damaged, those before the damage: none means that it is no tar at all.
+///        The name of a directory has no slash at its end.
 /// \param compression receives the name of the outermost one; empty: none.
 Fault listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression);
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,9 +14,9 @@ Fault TemporaryFile::open() {
     std::string name = std::string(isGiven ? folder : "/tmp") + "/rovu-pack-XXXXXX";
     file_.reset(mkostemp(name.data(), O_CLOEXEC));
     if (!file_.isOpen()) {
-        return fileFault(isGiven ? "no temporary file in TMPDIR, which is " + std::string(folder)
-                                 : "no temporary file in /tmp",
-                         errno);
+        const std::string place = isGiven ? "TMPDIR, which is " + std::string(folder) : "/tmp";
+        return {errno, "no temporary file in " + place + ": " + strerror(errno) +
+                           "; set TMPDIR to a folder with room for a tar"};
     }
     unlink(name.c_str());
     return {};

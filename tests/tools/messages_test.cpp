@@ -1,0 +1,158 @@
+// What the tools say when something is wrong: what happened, where, and what to do. Nothing waits, and nothing is made.
+
+#include "support/program.h"
+#include "support/scratch.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+constexpr char kManifest[] =
+    "{ version = 1, hardware = 'RV-20', clone_overlay = 1,\n"
+    "  { type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img' },\n"
+    "  { type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img' } }\n";
+
+class Messages : public ::testing::Test {
+protected:
+    Messages() {
+        writeWholeFile(scratch_.path + "/m.lua", kManifest);
+        writeWholeFile(scratch_.path + "/k.img", "kernel");
+        writeWholeFile(scratch_.path + "/r.img", std::string(5000000, 'r'));
+        EXPECT_EQ(shell("$PACK keygen keys && $PACK secret secrets && $BUILD m.lua --out out && "
+                        "sed 's/clone/encr_key_offset = 0, clone/' m.lua >e.lua && "
+                        "$BUILD e.lua --out oute --secrets secrets"),
+                  0)
+            << said();
+    }
+
+    std::string said() const { return readWholeFile(scratch_.path + "/said"); }
+    bool exists(const std::string& name) const { return fs::exists(scratch_.path + "/" + name); }
+
+    // No message may take longer than this to come: that is what a FIFO would do.
+    int shell(const std::string& line) const {
+        const std::string output = scratch_.path + "/said";
+        fs::remove(output);
+        return Program({"timeout", "-s", "KILL", "20", "/bin/sh", "-c", start() + line}, output, output)
+            .wait();
+    }
+
+private:
+    std::string start() const {
+        return "cd '" + scratch_.path +
+               "' && export PACK='" ROVU_PACK_PROGRAM "' && CHECK=\"$PACK check --unsigned\" && "
+               "BUILD=\"$PACK build --key keys/private.pem --base-url http://h\" && ";
+    }
+
+    const ScratchDir scratch_;
+};
+
+struct Row {
+    const char* name;
+    const char* line;  // of a shell: the preparation, then the command
+    int status;
+    const char* message;  // part of it
+};
+
+const Row kManifestRows[] = {
+    {"too large a number",
+     "sed \"s/'r.img'/'r.img', imsize = 3000000000/\" m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "t.lua:3: entry 2: \"imsize\": is beyond 2147483647"},
+    {"a number in quotes", "sed \"s/'r.img'/'r.img', imsize = '30'/\" m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "without quotes"},
+    {"too long a URL",
+     "$PACK build m.lua --out t --key keys/private.pem --base-url http://h/$(printf %150s | tr ' ' u)", 2,
+     "has 170 bytes, and a device takes 159: shorten --base-url"},
+    {"typographic quotes", "sed \"s/'RV-20'/“RV-20”/\" m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "t.lua:1: a typographic quote"},
+    {"a byte-order mark", "(printf '\\357\\273\\277'; cat m.lua) >t.lua; $BUILD t.lua --out t", 2,
+     "t.lua:1: a byte-order mark"},
+    {"a byte-order mark for check", "(printf '\\357\\273\\277'; cat m.lua) >t.lua; $CHECK t.lua", 1,
+     "a byte-order mark stands there; save"},
+    {"a manifest for check", "$CHECK m.lua", 1, "This seems to be a manifest"},
+};
+
+const Row kFileRows[] = {
+    {"a folder as image", "mkdir d; sed 's/r.img/d/' m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "t.lua:3: entry 2: \"image\": d: it is a folder"},
+    {"a folder as script",
+     "mkdir d; sed \"s/'k.img'/'k.img', preinst = 'd'/\" m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "t.lua:2: entry 1: \"preinst\": d: it is a folder"},
+    {"a FIFO as image", "mkfifo f; sed 's/r.img/f/' m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "f: it is a FIFO"},
+    {"a device as image", "ln -s /dev/zero z; sed 's/r.img/z/' m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "z: it is a device"},
+    {"too large an image", "truncate -s 1T s; sed 's/r.img/s/' m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "no tar of an update has more than 2147483647"},
+    {"a FIFO as manifest", "mkfifo f; $BUILD f --out t", 2, "f: it is a FIFO"},
+    {"a FIFO as tar", "rm out/kernel.tar; mkfifo out/kernel.tar; $CHECK out/update.lua --files out", 1,
+     "out/kernel.tar: it is a FIFO"},
+    {"a truncated tar", "truncate -s 1024000 out/rootfs.tar; $CHECK out/update.lua --files out", 1,
+     "out/rootfs.tar is damaged, and most likely not whole"},
+    {"a truncated tar of two blocks",
+     "truncate -s 512 out/rootfs.tar; $CHECK out/update.lua --files out; status=$?; "
+     "grep encrypted-without-key said && exit 9; exit $status",
+     1, "out/rootfs.tar is damaged, and most likely not whole"},
+    {"a folder in a tar",
+     "mkdir -p d/r.img; tar -cf out/rootfs.tar -C d r.img; $CHECK out/update.lua --files out", 1,
+     "\"r.img\" of out/rootfs.tar is a folder"},
+};
+
+const Row kOptionRows[] = {
+    {"a mistyped option", "$PACK build m.lua --out t --keys keys/private.pem --base-url http://h", 2,
+     "rovu-pack build: unknown option --keys; did you mean --key?"},
+    {"a mistyped command", "$PACK chekc m.lua", 2, "unknown command \"chekc\"; did you mean \"check\"?"},
+    {"one file too many", "$PACK check a b", 2, "one argument too many: \"b\""},
+    {"a missing option", "$PACK build m.lua --out t --base-url http://h", 2,
+     "rovu-pack build: --key is required"},
+    {"no key file", "$BUILD e.lua --out t --secrets no", 2, "--secrets: no: No such file"},
+    {"no key file for check", "$CHECK out/update.lua --files out --secrets no", 2,
+     "--secrets: no: No such file"},
+    {"a folder as key", "$PACK sign out/update.lua --key keys", 2, "--key: keys: a folder"},
+    {"no temporary folder", "TMPDIR=/nowhere $CHECK oute/update.lua --files oute --secrets secrets", 2,
+     "TMPDIR, which is /nowhere: No such file or directory; set TMPDIR"},
+    {"a file as temporary folder", "TMPDIR=$PWD/k.img $CHECK oute/update.lua --files oute --secrets secrets",
+     2, "Not a directory; set TMPDIR"},
+    {"JSON of trouble", "$CHECK --json no 2>errors", 2,
+     "{\n  \"error\": \"no: No such file or directory\"\n}\n"},
+    {"JSON of a wrong command line", "$CHECK m.lua --json --stirct 2>errors", 2,
+     "{\n  \"error\": \"unknown option --stirct; did you mean --strict?\"\n}"},
+};
+
+TEST_F(Messages, OfRovuPackSayWhatHappenedAndWhatToDo) {
+    const auto expect = [this](const Row& row) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(shell(std::string("rm -rf d f t z && cp -r out o && ") + row.line), row.status) << said();
+        EXPECT_NE(said().find(row.message), std::string::npos) << said();
+        EXPECT_FALSE(exists("t"));
+        shell("rm -rf out && mv o out");
+    };
+    for (const Row& row : kManifestRows)
+        expect(row);
+    for (const Row& row : kFileRows)
+        expect(row);
+    for (const Row& row : kOptionRows)
+        expect(row);
+}
+
+#ifdef ROVU_SIM_PROGRAM
+TEST_F(Messages, OfRovuSimSayWhatHappenedAndWhatToDo) {
+    const std::string sim = "SIM='" ROVU_SIM_PROGRAM "' && ";
+    EXPECT_EQ(shell(sim + "$SIM init dev --key no"), 1);
+    EXPECT_NE(said().find("--key, no: No such file"), std::string::npos) << said();
+    EXPECT_FALSE(exists("dev"));
+    EXPECT_EQ(shell(sim + "$SIM init dev --key keys/rovu_pub.pem"), 0) << said();
+    const std::string folder = "/tmp/rovu-messages-" + std::to_string(getpid());
+    fs::create_directory(folder);
+    fs::copy("/bin/true", folder + "/updater");
+    EXPECT_EQ(shell(sim + "PATH=" + folder + ":$PATH $SIM run dev -- updater"), 127);
+    fs::remove_all(folder);
+    EXPECT_NE(said().find("the host's PATH has it as " + folder + "/updater: give that path"),
+              std::string::npos)
+        << said();
+}
+#endif
+
+}  // namespace
