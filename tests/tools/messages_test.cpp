@@ -74,6 +74,23 @@ const Row kManifestRows[] = {
     {"a manifest for check", "$CHECK m.lua", 1, "This seems to be a manifest"},
 };
 
+const Row kVariableRows[] = {
+    {"a variable that is not set",
+     "sed \"s/'k.img'/vars.image/\" m.lua >t.lua; $BUILD t.lua --out t --set imega=k.img", 2,
+     "t.lua:2: vars.image is not set, but imega is; give --set image=VALUE"},
+    {"a variable that is not read",
+     "sed \"s/'k.img'/vars.image/\" m.lua >t.lua; "
+     "$BUILD t.lua --out t --set image=k.img --set images=x",
+     2, "--set images: nothing in t.lua reads vars.images; did you mean image?"},
+    {"a variable without a value", "$BUILD m.lua --out t --set version=", 2,
+     "--set version=: the value is empty"},
+    {"a variable twice", "$BUILD m.lua --out t --set a=1 --set a=2", 2, "--set a=2: the name is there twice"},
+    {"a manifest with variables for check", "sed \"s/'k.img'/vars.image/\" m.lua >t.lua; $CHECK t.lua", 1,
+     "This seems to be a manifest"},
+    {"a manifest with variables for inspect",
+     "sed \"s/'k.img'/vars.image/\" m.lua >t.lua; $PACK inspect t.lua", 1, "but a manifest"},
+};
+
 const Row kFileRows[] = {
     {"a folder as image", "mkdir d; sed 's/r.img/d/' m.lua >t.lua; $BUILD t.lua --out t", 2,
      "t.lua:3: entry 2: \"image\": d: it is a folder"},
@@ -130,6 +147,8 @@ TEST_F(Messages, OfRovuPackSayWhatHappenedAndWhatToDo) {
         shell("rm -rf out && mv o out");
     };
     for (const Row& row : kManifestRows)
+        expect(row);
+    for (const Row& row : kVariableRows)
         expect(row);
     for (const Row& row : kFileRows)
         expect(row);

@@ -200,6 +200,19 @@ TEST_F(PackBuild, FaultsAreNamedAndNothingIsMade) {
     }
 }
 
+TEST_F(PackBuild, VariablesStandForWhatIsWrittenOut) {
+    ASSERT_EQ(build(manifest(kImage)), 0);
+    std::string text = manifest(kImage);
+    for (const auto& [written, read] : {std::pair<std::string, std::string>{"'2.0'", "vars.version"},
+                                        {"'k.img'", "vars.name .. '.img'"},
+                                        {"version = 1,", "version = vars.format + 0,"}})
+        text.replace(text.find(written), written.size(), read);
+    const std::string options = "--out other --set version=2.0 --set name=k --set format=";
+    ASSERT_EQ(build(text, options + "1"), 0) << content("said");
+    EXPECT_EQ(shell("diff -r out other"), 0);
+    EXPECT_EQ(build(text, options + "2"), 2);
+}
+
 TEST_F(PackBuild, ExitSuccessIsNeverPacked) {
     writeWholeFile(path("parts/m.lua"), "{ version = 1, hardware = 'a', 'exit_success' }");
     ASSERT_EQ(run("build parts/m.lua --out out --key keys/private.pem --base-url http://h/u"), 0);

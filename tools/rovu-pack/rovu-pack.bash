@@ -28,7 +28,7 @@ _rovu_pack() {
         mapfile -t COMPREPLY < <(compgen -W 'file: fd: env:' -- "$current")
         return
         ;;
-    --base-url | --model | --kernel | --rootfs) return ;;
+    --base-url | --set | --model | --kernel | --rootfs) return ;;
     --device)
         compopt -o nospace
         mapfile -t COMPREPLY < <(compgen -W 'model=' -- "$current")
@@ -36,7 +36,7 @@ _rovu_pack() {
         ;;
     esac
     case $command in
-    build) options='--out --key --key-pass --unsigned --base-url --secrets --force --help' ;;
+    build) options='--out --key --key-pass --unsigned --base-url --secrets --set --force --help' ;;
     sign) options='--key --key-pass --digest --help' ;;
     attach) options='--pub --help' ;;
     inspect) options='--pub --json --help' ;;

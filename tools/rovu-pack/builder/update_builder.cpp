@@ -233,7 +233,7 @@ Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, BuildResult* re
     build.baseUrl = options.baseUrl;
     if (Fault fault = normaliseBaseUrl(&build.baseUrl)) return fault;
     if (Fault fault = readTime(&build.time)) return fault;
-    if (Fault fault = readManifest(options.manifest, &build.manifest)) return fault;
+    if (Fault fault = readManifest(options.manifest, options.variables, &build.manifest)) return fault;
     if (Fault fault = readFileKey(options.secrets, &build)) return fault;
     if (Fault fault = readKey(options, &build.signingKey)) return fault;
     std::vector<TarJob> jobs = planTars(build.manifest);

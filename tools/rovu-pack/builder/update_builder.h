@@ -22,9 +22,10 @@ struct BuildOptions {
     std::string key;
     std::string keyPass;  // where its pass phrase or PIN is; empty: the terminal
     std::string baseUrl;
-    std::string secrets;      // empty: none
-    bool isUnsigned = false;  // in place of a key: the spec is signed elsewhere
-    bool force = false;       // publish in spite of errors that the check finds
+    std::string secrets;                 // empty: none
+    std::vector<std::string> variables;  // "NAME=VALUE" for the manifest's vars
+    bool isUnsigned = false;             // in place of a key: the spec is signed elsewhere
+    bool force = false;                  // publish in spite of errors that the check finds
 };
 
 /// A file that was made, or the image in one.

@@ -77,6 +77,11 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
         ->type_name("URL");
     command->add_option("--secrets", options->secrets, "Key file as the device holds it, to encrypt the tars")
         ->type_name("FILE");
+    command
+        ->add_option("--set", options->variables,
+                     "A string that the manifest reads as vars.NAME; again for each name")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
     command->add_flag("--force", options->force, "Sign in spite of errors that \"check\" finds");
     return command;
 }

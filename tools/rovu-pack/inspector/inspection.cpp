@@ -51,6 +51,7 @@ std::string meaningOf(const SpecFile& file) {
     if (file.bytes.size() > kMostBytes) return "a file that is too large for one";
     LuaValue value;
     const Fault fault = evaluateLua(file.path, file.text, &value);
+    if (readsVariables(fault.message())) return "a manifest, which reads what \"build --set\" gives";
     return fault ? "text that is no table: " + fault.message() : "text that is no table";
 }
 

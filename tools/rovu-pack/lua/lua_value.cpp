@@ -105,11 +105,13 @@ std::string withFileName(const std::string& name, const std::string& message) {
 
 }  // namespace
 
-Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value) {
+Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value,
+                  LuaVariables* variables) {
     const LuaState state(luaL_newstate());
     if (state == nullptr) {
         return {EINVAL, name + ": no memory for Lua"};
     }
+    if (variables != nullptr) provideVariables(state.get(), variables);
     std::string buffer = text + "\n";  // ends a comment on the last line
     const size_t length = buffer.size();
     buffer.resize(length + kWrapSize);

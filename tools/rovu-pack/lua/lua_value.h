@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fault.h"
+#include "lua_variables.h"
 
 #include <string>
 #include <vector>
@@ -25,8 +26,10 @@ struct LuaField {
 
 /// Evaluates a text as the device does, as one expression that can reach nothing.
 /// \param name the text's file, for messages.
+/// \param variables what the text, which no device evaluates, reads besides; null: nothing.
 /// \return EINVAL with a message that names file and line.
-Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value);
+Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value,
+                  LuaVariables* variables = nullptr);
 
 /// \return the field's value; null if there is none.
 const LuaValue* findField(const LuaValue& table, const std::string& name);

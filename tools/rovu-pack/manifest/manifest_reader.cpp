@@ -150,11 +150,14 @@ std::string folderOf(const std::string& path) {
 
 }  // namespace
 
-Fault readManifest(const std::string& path, Manifest* manifest) {
+Fault readManifest(const std::string& path, const std::vector<std::string>& variables, Manifest* manifest) {
     std::string text;
     if (Fault fault = readWholeFile(path, &text)) return fault;
     LuaValue value;
-    if (Fault fault = evaluateLua(path, text, &value)) return fault;
+    LuaVariables given;
+    if (Fault fault = parseVariables(variables, &given)) return fault;
+    if (Fault fault = evaluateLua(path, text, &value, &given)) return fault;
+    if (Fault fault = refuseUnread(path, given)) return fault;
     manifest->file = path;
     manifest->folder = folderOf(path);
     std::string repeated;

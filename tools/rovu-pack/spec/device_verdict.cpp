@@ -4,6 +4,7 @@
 #include "foreign_characters.h"
 #include "lua_state.h"
 #include "lua_util/sandbox.h"
+#include "lua_variables.h"
 #include "refused_key.h"
 #include "signing.h"
 #include "spec_reader.h"
@@ -79,6 +80,7 @@ void judgeTable(const SpecFile& spec, DeviceLog* log, DeviceVerdict* verdict) {
             refuse(eStateDownloadingSpec, {spec.path, "", lineInLuaMessage(message)}, message, verdict);
         const std::string cause = foreignCharacter(spec.text, message);
         if (!cause.empty()) finding.advice = "On that line " + cause + ".";
+        if (readsVariables(message)) finding.advice = kManifestAdvice;
         return;
     }
     if (recordOf(std::move(state)) != nullptr) return;
