@@ -1,10 +1,12 @@
 // `rovu-pack build` publishes nothing that `rovu-pack check` calls an error, unless it is told to.
 
+#include "support/crypto.h"
 #include "support/program.h"
 #include "support/scratch.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <regex>
 
 namespace {
 
@@ -122,6 +124,43 @@ TEST_F(PackBuildCheck, ForceSignsAllTheSameAndSaysSo) {
     EXPECT_NE(said().find("rovu-pack build: signed in spite of the errors"), std::string::npos) << said();
     EXPECT_NE(readWholeFile(path("out")).find("update.lua"), std::string::npos);
     EXPECT_EQ(run("check www/update.lua --pub keys/rovu_pub.pem --files www"), 1);
+}
+
+TEST_F(PackBuildCheck, JsonHoldsWhatWasMadeAndWhatIsWrongWithIt) {
+    struct Row {
+        std::string parts, options;
+        int status;
+        Strings held;
+    };
+    const std::string image =
+        R"("image": { "name": "k.img", "bytes": 6, "md5": ")" + md5Hex("kernel") + "\" } }, {";
+    const Row rows[] = {
+        {kKernel + kRootfs,
+         "",
+         0,
+         {R"("made": true, "to_sign": null, "errors": 0,)", R"("findings": [], "files": [ {)", image}},
+        {kOptional,
+         "",
+         1,
+         {R"("made": false, "to_sign": null, "errors": 1,)", R"("code": "no-mandatory-image",)",
+          R"("files": [] })"}},
+        {kOptional,
+         "--force",
+         0,
+         {R"("made": true, "to_sign": null, "errors": 1,)", R"("code": "no-mandatory-image",)", image}},
+        {"1",
+         "",
+         2,
+         {R"({ "error": "parts/m.lua:2: entry 1: neither a script's name nor an image's table" })"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.parts + row.options);
+        EXPECT_EQ(build(row.parts, "--json " + row.options), row.status);
+        const std::string json = std::regex_replace(readWholeFile(path("out")), std::regex("\\s+"), " ");
+        for (const std::string& part : row.held)
+            EXPECT_NE(json.find(part), std::string::npos) << part << "\n" << json;
+        EXPECT_EQ(said().empty(), row.status != 2) << said();
+    }
 }
 
 TEST_F(PackBuildCheck, WhatTheDeviceRefusesNoForceSigns) {

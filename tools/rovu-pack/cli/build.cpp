@@ -1,5 +1,6 @@
 // The subcommand "build".
 
+#include "build_json.h"
 #include "commands.h"
 #include "progress_bar.h"
 #include "reports.h"
@@ -44,17 +45,24 @@ void reportFindings(const BuildResult& result) {
     fprintf(stderr, "rovu-pack build: %s\n", outcome);
 }
 
+void print(const BuildResult& result) {
+    reportFindings(result);
+    if (result.isRefused) return;
+    printReport(result.files, stdout);
+    if (result.toSign.empty()) return;
+    printf("The spec is not signed. Sign SHA-256 %s, and append the signature: rovu-pack attach.\n",
+           result.toSign.c_str());
+}
+
 }  // namespace
 
-int runBuild(const BuildOptions& options) {
+int runBuild(const BuildCommandOptions& options) {
     BuildResult result;
-    if (Fault fault = build(options, &result)) return reportFault(" build", fault);
-    reportFindings(result);
-    if (result.isRefused) return kExitFindings;
-    printReport(result.files, stdout);
-    if (!result.toSign.empty()) {
-        printf("The spec is not signed. Sign SHA-256 %s, and append the signature: rovu-pack attach.\n",
-               result.toSign.c_str());
+    if (Fault fault = build(options.build, &result)) return reportFault(" build", fault, options.json);
+    if (options.json) {
+        fputs(buildJson(options.build, result).c_str(), stdout);
+    } else {
+        print(result);
     }
-    return kExitClean;
+    return result.isRefused ? kExitFindings : kExitClean;
 }

@@ -15,7 +15,7 @@ namespace {
 struct Options {
     std::string keyFolder;
     std::string keyFile;
-    BuildOptions build;
+    BuildCommandOptions build;
     SignOptions sign;
     AttachOptions attach;
     CheckCommandOptions check;
@@ -58,7 +58,8 @@ void requireOneOf(CLI::App* command, CLI::Option* key, CLI::Option* instead) {
     });
 }
 
-CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
+CLI::App* addBuild(CLI::App* app, BuildCommandOptions* commandOptions) {
+    BuildOptions* options = &commandOptions->build;
     CLI::App* command = app->add_subcommand("build", "Make the tars and the signed spec of an update");
     command->add_option("MANIFEST", options->manifest, "The spec's table, with local files")
         ->required()
@@ -82,6 +83,7 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* options) {
                      "A string that the manifest reads as vars.NAME; again for each name")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
+    command->add_flag("--json", commandOptions->json, "Print the output's table and the findings as JSON");
     command->add_flag("--force", options->force, "Sign in spite of errors that \"check\" finds");
     return command;
 }

@@ -15,6 +15,11 @@ constexpr int kExitClean = 0;
 constexpr int kExitFindings = 1;  // what was checked, or built, has findings that count
 constexpr int kExitTrouble = 2;   // the work could not be done
 
+struct BuildCommandOptions {
+    BuildOptions build;
+    bool json = false;
+};
+
 struct SignOptions {
     std::string spec;       ///< file, signed or not
     std::string key;        ///< private key: a file (PEM), or a URI on a token
@@ -63,7 +68,7 @@ int runKeygen(const std::string& folder);
 int runSecret(const std::string& path);
 
 /// Makes an update out of a manifest, and prints a table of the output; what the check says of it goes to stderr.
-int runBuild(const BuildOptions& options);
+int runBuild(const BuildCommandOptions& options);
 
 /// Signs a spec in place, which replaces an old signature; or prints the digest that is to be signed elsewhere.
 int runSign(const SignOptions& options);

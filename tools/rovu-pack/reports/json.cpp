@@ -1,5 +1,6 @@
 // The result as JSON. Keys keep the order in which they are written here.
 
+#include "findings_json.h"
 #include "reports.h"
 
 #include <nlohmann/json.hpp>
@@ -8,24 +9,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int kIndent = 2;
-
 Json textOrNull(const std::string& text) {
     return text.empty() ? Json(nullptr) : Json(text);
-}
-
-Json lineOf(const FindingPlace& place) {
-    return place.line == 0 ? Json(nullptr) : Json(place.line);
-}
-
-Json findingJson(const Finding& finding) {
-    return {{"code", findingCodeText(finding.code)},
-            {"severity", severityText(finding.severity)},
-            {"file", finding.place.file},
-            {"key", textOrNull(finding.place.key)},
-            {"line", lineOf(finding.place)},
-            {"why", finding.why},
-            {"advice", finding.advice}};
 }
 
 Json roomJson(const RoomNeed& room) {
@@ -107,31 +92,19 @@ Json deviceJson(const FleetRow& row) {
             {"plans", {planJson(row.plans[0]), planJson(row.plans[1])}}};
 }
 
-// What is no UTF-8 in the spec must not end the program.
-std::string textOf(const Json& whole) {
-    return whole.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
 }  // namespace
 
 std::string faultJson(const Fault& fault) {
-    return textOf({{"error", fault.message()}});
+    return jsonText({{"error", fault.message()}});
 }
 
 std::string checkJson(const CheckResult& result) {
-    const Findings& findings = result.findings;
-    Json list = Json::array();
-    for (const Finding& finding : findings.all)
-        list.push_back(findingJson(finding));
     Json devices = Json::array();
     for (const FleetRow& row : result.fleet)
         devices.push_back(deviceJson(row));
-    const Json whole = {{"spec", result.spec.path},
-                        {"errors", findings.count(eError)},
-                        {"warnings", findings.count(eWarning)},
-                        {"notes", findings.count(eNote)},
-                        {"findings", list},
-                        {"room", roomJson(result.room)},
-                        {"devices", devices}};
-    return textOf(whole);
+    Json whole = {{"spec", result.spec.path}};
+    addFindings(result.findings, &whole);
+    whole["room"] = roomJson(result.room);
+    whole["devices"] = devices;
+    return jsonText(whole);
 }

@@ -33,7 +33,7 @@ std::string kindOf(const SigningKey& key) {
 Fault refusePrivate(const std::string& path) {
     const Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
     std::string bytes;
-    if (readWholeFile(path, &bytes)) return fault;
+    if (const Fault unread = readWholeFile(path, &bytes)) return unread;
     const std::string advice = adviceOnKeyFile(bytes, path, KeyUse::ePrivate);
     return advice.empty() ? fault : Fault(EINVAL, path + ": " + advice);
 }
