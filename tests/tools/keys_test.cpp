@@ -129,7 +129,7 @@ TEST_F(Keys, PassPhraseComesFromWhereTheOptionSays) {
                         {"--key-pass env:PHRASE", 0, ""},
                         {"--key-pass file:wrong", 2, "wrong pass phrase, which came from file:wrong"},
                         {"", 2, "there is no terminal to ask for it; name its source with --key-pass"},
-                        {"--key-pass file:empty", 2, "no pass phrase there"},
+                        {"--key-pass file:empty", 2, "holds no pass phrase"},
                         {"--key-pass file:absent", 2, "--key-pass file:absent: No such file"},
                         {"--key-pass fd:99", 2, "--key-pass fd:99: Bad file descriptor"},
                         {"--key-pass env:ABSENT", 2, "no such variable"},

@@ -47,7 +47,7 @@ std::string meaningOf(const SpecFile& file) {
             0)
             return magic.meaning;
     }
-    if (const std::string kind = keyKindInWords(file.bytes); !kind.empty()) return kind;
+    if (std::string kind = keyKindInWords(file.bytes); !kind.empty()) return kind;
     if (file.bytes.size() > kMostBytes) return "a file that is too large for one";
     LuaValue value;
     const Fault fault = evaluateLua(file.path, file.text, &value);

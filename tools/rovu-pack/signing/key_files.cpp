@@ -31,7 +31,7 @@ std::string kindOf(const SigningKey& key) {
 
 // After a failed read, whose reason libcrypto still knows.
 Fault refusePrivate(const std::string& path) {
-    const Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
+    Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
     std::string bytes;
     if (const Fault unread = readWholeFile(path, &bytes)) return unread;
     const std::string advice = adviceOnKeyFile(bytes, path, KeyUse::ePrivate);
@@ -74,13 +74,15 @@ SigningKey deviceKeyIn(const std::string& bytes) {
 }  // namespace
 
 Fault readSigningKey(const std::string& name, const std::string& passSource, SigningKey* key) {
-    const auto passPhrase = std::make_shared<PassPhrase>(isTokenUri(name) ? "PIN" : "pass phrase");
+    const bool isOnToken = isTokenUri(name);
+    const auto passPhrase = std::make_shared<PassPhrase>(isOnToken ? "PIN" : "pass phrase");
     if (Fault fault = passPhrase->read(passSource, "--key-pass")) return fault;
     Fault fault =
-        isTokenUri(name) ? readTokenKey(name, passPhrase, key) : readPrivateFile(name, passPhrase.get(), key);
+        isOnToken ? readTokenKey(name, passPhrase, key) : readPrivateFile(name, passPhrase.get(), key);
     if (fault) return fault;
     if (EVP_PKEY_base_id(key->get()) == EVP_PKEY_RSA && EVP_PKEY_bits(key->get()) == kKeyBits) return {};
-    return {EINVAL, "the private key is " + kindOf(*key) + kOnlyVerified};
+    const std::string shownName = isOnToken ? splitTokenUri(name).object : name;
+    return {EINVAL, shownName + ": " + kindOf(*key) + kOnlyVerified};
 }
 
 Fault readPublicKey(const std::string& path, PublicKey* key) {

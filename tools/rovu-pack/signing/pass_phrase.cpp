@@ -106,7 +106,7 @@ Fault PassPhrase::readVariable(const std::string& name) {
 }
 
 Fault PassPhrase::take(const char* bytes, size_t size) {
-    if (size == 0) return {EINVAL, std::string("no ") + name_ + " there, but an empty line"};
+    if (size == 0) return {EINVAL, std::string("holds no ") + name_};
     if (size >= kCapacity)
         return {EINVAL,
                 std::string("a ") + name_ + " has at most " + std::to_string(kCapacity - 1) + " bytes"};
@@ -115,26 +115,39 @@ Fault PassPhrase::take(const char* bytes, size_t size) {
     return {};
 }
 
+// On the terminal. libcrypto tries a key in two ways, and would ask again.
+int PassPhrase::ask(char* buffer, int size, int isForWriting) {
+    if (request_ == eNoAnswer) return -1;
+    request_ = eNoTerminal;
+    if (!canOpenTerminal()) return -1;
+    EVP_set_pw_prompt((std::string("Enter the ") + name_ + ":").c_str());
+    const int length = PEM_def_callback(buffer, size, isForWriting, nullptr);
+    request_ = length > 0 ? eAnswered : eNoAnswer;
+    return length;
+}
+
 int PassPhrase::answer(char* buffer, int size, int isForWriting, void* passPhrase) {
     PassPhrase* self = static_cast<PassPhrase*>(passPhrase);
-    self->isAsked_ = true;
-    if (!self->isGiven()) {
-        self->hasTerminal_ = canOpenTerminal();
-        EVP_set_pw_prompt((std::string("Enter the ") + self->name_ + ":").c_str());
-        return self->hasTerminal_ ? PEM_def_callback(buffer, size, isForWriting, nullptr) : -1;
-    }
+    if (!self->isGiven()) return self->ask(buffer, size, isForWriting);
+    self->request_ = eAnswered;
     if (size < 0 || self->size_ > static_cast<size_t>(size)) return -1;
     memcpy(buffer, self->bytes_, self->size_);
     return static_cast<int>(self->size_);
 }
 
 Fault PassPhrase::complaint() const {
-    if (!isAsked_) return {};
     const std::string name = name_;
-    if (!hasTerminal_) {
+    switch (request_) {
+    case eNone:
+        return {};
+    case eNoTerminal:
         return {EACCES, "needs a " + name +
                             ", and there is no terminal to ask for it; name its source with " + kOption +
                             " (" + kForms + ")"};
+    case eNoAnswer:
+        return {EACCES, "needs a " + name + ", and none was given"};
+    case eAnswered:
+        break;
     }
     return {EACCES, "wrong " + name + (isGiven() ? ", which came from " + origin_ : "")};
 }

@@ -32,19 +32,22 @@ public:
     /// Whether a phrase was read or set.
     bool isGiven() const { return !origin_.empty(); }
 
-    /// Whether there was a terminal when libcrypto asked and no phrase was given.
-    bool hasTerminal() const { return hasTerminal_; }
-
     /// A pem_password_cb of libcrypto.
     /// \param passPhrase this object.
     /// \return the bytes in `buffer`, or -1.
     static int answer(char* buffer, int size, int isForWriting, void* passPhrase);
+
+    /// Whether libcrypto asked, and got no answer.
+    bool isRefused() const { return request_ == eNoTerminal || request_ == eNoAnswer; }
 
     /// Why libcrypto could not use a key that it asked a phrase for.
     /// \return no fault if it did not ask; else EACCES.
     Fault complaint() const;
 
 private:
+    enum Request { eNone, eNoTerminal, eNoAnswer, eAnswered };
+
+    int ask(char* buffer, int size, int isForWriting);
     Fault readLine(int fd);
     Fault readVariable(const std::string& name);
     Fault take(const char* bytes, size_t size);
@@ -53,6 +56,5 @@ private:
     size_t size_ = 0;
     const char* name_;
     std::string origin_;  // of the phrase; empty: not given
-    bool isAsked_ = false;
-    bool hasTerminal_ = true;
+    Request request_ = eNone;
 };

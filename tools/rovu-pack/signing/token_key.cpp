@@ -30,7 +30,7 @@ Fault refusal(const std::string& uri, const PassPhrase& pin) {
     const unsigned long cause = ERR_peek_error();
     const char* reason = ERR_reason_error_string(cause);
     const Fault complaint = pin.complaint();
-    if (!pin.hasTerminal() || (ERR_GET_REASON(cause) == kPinIncorrect && complaint)) return complaint.of(uri);
+    if (pin.isRefused() || (ERR_GET_REASON(cause) == kPinIncorrect && complaint)) return complaint.of(uri);
     ERR_clear_error();
     return {ENOENT, uri + ": no private key: " + (reason == nullptr ? "the token gives no reason" : reason)};
 }
@@ -46,6 +46,7 @@ bool setPin(ENGINE* engine, UI_METHOD* method, PassPhrase* pin) {
 Fault readTokenKey(const std::string& uri, const std::shared_ptr<PassPhrase>& pin, SigningKey* key) {
     const TokenUri split = splitTokenUri(uri);
     if (Fault fault = takePin(split, pin.get())) return fault;
+    ERR_clear_error();
     OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
     const EngineReference engine(ENGINE_by_id(kEngine));
     if (engine == nullptr) {
