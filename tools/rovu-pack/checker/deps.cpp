@@ -32,6 +32,12 @@ bool holds(const Ranges& ranges, PackedVersion version) {
     });
 }
 
+bool acceptsAll(const Ranges& ranges) {
+    return std::all_of(ranges.begin(), ranges.end(), [](const Range& range) {
+        return !range.negated && range.low == 0 && range.high == UINT64_MAX;
+    });
+}
+
 // Whether any version holds: the lowest one that does is the lower end of a plain range or follows a hole.
 bool isSatisfiable(const Ranges& ranges) {
     if (holds(ranges, 0)) return true;
@@ -96,7 +102,7 @@ struct DependencyRule {
         if (parseVersion(&version, image.text("version").c_str()) != 0) return;
         if (parseVersion(&otherVersion, other.text("version").c_str()) != 0) return;
         std::string why;
-        if (others.empty()) {
+        if (acceptsAll(others)) {
             why = "the other one has no dependency that could need it.";
         } else if (!holds(others, version)) {
             why = "the other one's dependencies refuse its version.";

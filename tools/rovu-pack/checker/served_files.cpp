@@ -122,7 +122,17 @@ struct FileRule {
         comparison.digest(tar->keyPrefix + "hash", tar->path, sha256, tar->hash);
         comparison.size(eLimitTooSmall, tar->keyPrefix + "dlsize", {tar->path, tar->size}, "limit",
                         tar->limit);
+        checkLooseLimit(*tar);
         return true;
+    }
+
+    // Twice the file and more is no reserve, but most often the number of another file.
+    void checkLooseLimit(const TarFacts& tar) const {
+        constexpr double kReserve = 65536;
+        if (tar.limit <= 2 * static_cast<double>(tar.size) + kReserve) return;
+        add(eLimitLoose, tar.keyPrefix + "dlsize",
+            tar.path + " has " + std::to_string(tar.size) + " bytes, and the limit is " +
+                std::to_string(static_cast<uint64_t>(tar.limit)) + ".");
     }
 
     // Leaves in `*damage` what is wrong with a file that begins as a tar; nothing if it does not.

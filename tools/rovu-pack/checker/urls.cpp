@@ -1,10 +1,13 @@
-// URLs that libcurl does not even try.
+// URLs that libcurl does not even try, or that lead a device to itself.
 
 #include "rules.h"
 
 #include <algorithm>
 #include <cctype>
 #include <iterator>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -24,12 +27,54 @@ void checkUrl(const std::string& url, const FindingPlace& place, Findings* findi
         findings->add(eUrlScheme, place, "libcurl knows no scheme \"" + scheme + "\".");
 }
 
+// In lower case, without user, port and brackets; empty: the URL names none.
+std::string hostOf(const std::string& url) {
+    const size_t scheme = url.find("://");
+    std::string host = url.substr(scheme == std::string::npos ? 0 : scheme + 3);
+    host = host.substr(0, host.find_first_of("/?#"));
+    host.erase(0, host.rfind('@') + 1);
+    host = host.compare(0, 1, "[") == 0 ? host.substr(1, host.find(']') - 1) : host.substr(0, host.find(':'));
+    std::transform(host.begin(), host.end(), host.begin(), [](unsigned char c) { return std::tolower(c); });
+    return host;
+}
+
+// 127.0.0.0/8 is loopback as a whole.
+bool isLoopback(const std::string& url) {
+    const std::string host = hostOf(url);
+    const bool isAddress = host.find_first_not_of("0123456789.") == std::string::npos;
+    return host == "localhost" || host == "::1" || host == "0.0.0.0" ||
+           (isAddress && host.compare(0, 4, "127.") == 0);
+}
+
+// The keys of all URLs that a device fetches, and the URLs.
+using Urls = std::vector<std::pair<std::string, std::string>>;
+
+Urls urlsOf(const SpecView& spec) {
+    Urls urls;
+    if (spec.fetchesScriptTar()) urls.emplace_back("script_url", spec.text("script_url"));
+    for (const ImageView& image : spec.images)
+        urls.emplace_back(image.key("url"), image.text("url"));
+    return urls;
+}
+
+// If all URLs are on loopback, the update may be for a rehearsal on the machine that serves it.
+void checkLoopback(const SpecView& spec, const Urls& urls, Findings* findings) {
+    const auto isLocal = [](const Urls::value_type& url) { return isLoopback(url.second); };
+    const auto first = std::find_if(urls.begin(), urls.end(), isLocal);
+    if (first == urls.end()) return;
+    Finding& finding =
+        findings->add(eUrlLoopback, spec.at(first->first),
+                      "\"" + hostOf(first->second) + "\" is the device itself, where nothing serves.");
+    if (!std::all_of(urls.begin(), urls.end(), isLocal)) finding.severity = eWarning;
+}
+
 }  // namespace
 
 Findings checkUrls(const SpecView& spec) {
     Findings findings;
-    if (spec.fetchesScriptTar()) checkUrl(spec.text("script_url"), spec.at("script_url"), &findings);
-    for (const ImageView& image : spec.images)
-        checkUrl(image.text("url"), spec.at(image.key("url")), &findings);
+    const Urls urls = urlsOf(spec);
+    for (const auto& url : urls)
+        checkUrl(url.second, spec.at(url.first), &findings);
+    checkLoopback(spec, urls, &findings);
     return findings;
 }
