@@ -6,7 +6,8 @@ not updated again, and an update that is under way is followed and not started a
 
 import time
 
-from rovu_fleet.link import LinkLost, ScriptFailed
+from rovu_fleet.link import LinkLost
+from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of
 from rovu_fleet.pack import kind_of
 from rovu_fleet.verification import faults, runs_target, set_of
 
@@ -14,48 +15,25 @@ from rovu_fleet.verification import faults, runs_target, set_of
 SWITCHING = ("switching volume", "complete")
 
 
-class Outcome(Exception):
-    """The end of a device's update. `name`: one of the outcomes that docs/fleet.md lists."""
-
-    def __init__(self, name, why="", log=()):
-        super().__init__(name)
-        self.name, self.why, self.log = name, why, list(log)
-
-
-GOOD = ("updated", "current", "done")
-
-
-class Limits:
-    """In seconds, but for `attempts`: how often an update is started in one run of the playbook."""
-
-    def __init__(self, poll=5, link=600, restart=600, attempts=2):
-        self.poll, self.link, self.restart, self.attempts = poll, link, restart, attempts
-
-
 class Update:
-    def __init__(self, link, pack, record, limits, url, program, options, health):
+    def __init__(self, link, pack, record, limits, args):
         self.link, self.pack, self.record, self.limits = link, pack, record, limits
-        self.url, self.program, self.options, self.health = url, program, options, health
+        self.url, self.program = args["url"], args["program"]
+        self.options, self.health = args.get("options", "-v"), args.get("health", "")
         self.images = {}
 
     def run(self):
         """Returns the Outcome."""
-        try:
-            self.images = self.pack.images()
-            while True:
-                self.attempt()
-        except Outcome as outcome:
-            end = outcome
-        except LinkLost as lost:
-            end = Outcome("lost", f"no link: {lost}")
-        except ScriptFailed as failed:
-            end = Outcome("failed", str(failed))
-        self.record.end(end.name, end.why, end.log)
-        return end
+        return outcome_of(self.attempts, self.record)
+
+    def attempts(self):
+        self.images = self.pack.images()
+        while True:
+            self.attempt()
 
     def attempt(self):
         look = self.link.run("look")
-        self.check_look(look)
+        check_look(look)
         if runs_target(look, self.images):
             self.finish(look, "updated" if self.record.data["attempts"] else "current")
         token = self.record.data.get("token", "")
@@ -63,12 +41,6 @@ class Update:
             self.plan(look)
             token = self.start(look)
         self.follow(look, token)
-
-    @staticmethod
-    def check_look(look):
-        missing = [name for name in ("model", "kernel", "rootfs", "active") if not look.get(name)]
-        if missing:
-            raise Outcome("unsound", "the device does not tell: " + ", ".join(missing))
 
     def is_under_way(self, look, token):
         """Whether an update of this URL is there to be followed."""
@@ -157,7 +129,7 @@ class Update:
         """The device has restarted."""
         state = (self.record.data["states"] or [["", 0]])[-1][0]
         look = self.link.run("look", limit=self.limits.restart)
-        self.check_look(look)
+        check_look(look)
         if look["active"] != before["active"]:
             self.finish(look, "updated")
         if state == "complete" and set_of(look.get("bootswitcher")) == int(before["active"]):
@@ -170,8 +142,7 @@ class Update:
         found = faults(look, self.link.run("digests", SET=look["active"]), expected)
         if found:
             raise Outcome("unsound", "; ".join(found))
-        if self.health:
-            self.check_health()
+        check_health(self.link, self.health)
         raise Outcome(name, log=self.record.data.get("log", []))
 
     def expected_of(self, look):
@@ -182,11 +153,3 @@ class Update:
             for kind, image in self.images.items()
             if image["mandatory"]
         ]
-
-    def check_health(self):
-        try:
-            said = self.link.run("health", COMMAND=self.health)
-        except ScriptFailed as failed:
-            raise Outcome("unhealthy", str(failed)) from failed
-        if said.get("health") != "0":
-            raise Outcome("unhealthy", f"the health command ended with status {said.get('health')}", said.get("log", []))

@@ -1,0 +1,64 @@
+"""What an update will do to a fleet: one row for each kind of device."""
+
+from rovu_fleet.pack import kind_of
+from rovu_fleet.verification import runs_target
+
+HEADER = ["DEVICES", "MODEL", "KERNEL", "ROOTFS", "NEXT KERNEL", "NEXT ROOTFS", "NEXT DATA", "VERDICT"]
+
+
+def group(looks, images):
+    """Devices that an update treats alike, in the order of the first of each: a list of [count, look].
+
+    `looks`: what look.sh printed on each. The room of a group is that of its smallest device.
+    """
+    groups = {}
+    for look in looks:
+        key = (look["model"], look["kernel"], look["rootfs"], look["active"], runs_target(look, images))
+        group_of = groups.setdefault(key, [0, dict(look)])
+        group_of[0] += 1
+        for room in ("tmp", "free_lebs"):
+            if look.get(room) and int(look[room]) < int(group_of[1].get(room) or look[room]):
+                group_of[1][room] = look[room]
+    return list(groups.values())
+
+
+def verdict(device, plan):
+    """One word, or the reason of a refusal."""
+    if not device["accepts"]:
+        return "refuses: " + device["refusal"]
+    room = device.get("device_room") or {}
+    if room.get("fits_tmp") is False:
+        return f"NO ROOM: {room['needs_tmp_bytes']} bytes are needed in /tmp, {room['tmp_bytes']} are there"
+    if room.get("fits_lebs") is False:
+        return f"NO ROOM: {room['needs_lebs']} LEBs are needed"
+    return "switches" if plan["switches"] else "stays"
+
+
+def next_of(plan):
+    """What each volume of the set that boots will hold: "2.1 new", "copied", "? earlier"."""
+    cells = {"kernel": "", "rootfs": "", "data": ""}
+    for boot in plan["boots"]:
+        version = boot["version"] or ("" if boot["kind"] == "data" else "?")
+        cells[boot["kind"]] = f"{version} {boot['content']}".strip()
+    return [cells["kernel"], cells["rootfs"], cells["data"]]
+
+
+def table(looks, pack):
+    """Rows of cells, the header first. One call of rovu-pack for all kinds."""
+    images = pack.images()
+    kinds = group(looks, images)
+    devices = pack.check([kind_of(look) for _, look in kinds])["devices"] if kinds else []
+    rows = [HEADER]
+    for (count, look), device in zip(kinds, devices):
+        plan = next(each for each in device["plans"] if each["active_set"] == int(look["active"]))
+        if runs_target(look, images):
+            cells = ["", "", "", "runs it already"]
+        else:
+            cells = [*next_of(plan), verdict(device, plan)]
+        rows.append([str(count), look["model"], look["kernel"], look["rootfs"], *cells])
+    return rows
+
+
+def text(rows):
+    widths = [max(len(row[column]) for row in rows) for column in range(len(HEADER))]
+    return ["  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip() for row in rows]
