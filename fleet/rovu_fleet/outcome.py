@@ -26,7 +26,7 @@ def outcome_of(work, record):
     except Outcome as outcome:
         end = outcome
     except LinkLost as lost:
-        end = Outcome("lost", f"no link: {lost}")
+        end = Outcome("unreachable", str(lost))
     except ScriptFailed as failed:
         end = Outcome("failed", str(failed))
     record.end(end.name, end.why, end.log)

@@ -79,7 +79,7 @@ class Update:
 
     def start(self, look):
         if self.record.data["attempts"] >= self.limits.attempts:
-            raise Outcome("failed", "the device restarted in the middle of its update, again")
+            raise Outcome("failed", "the device restarted in the middle of each attempt")
         attempts = self.record.data["attempts"] + 1
         token = f"{self.record.data['started']:.0f}.{attempts}"
         # Noted before the start: an update that nobody remembers would be started a second time.
@@ -96,45 +96,64 @@ class Update:
         return token
 
     def follow(self, look, token):
-        """Follows the update to its end. Returns if the device restarted in its middle: then it is to be started again."""
-        limit = self.limits.link
+        """Follows the update to its end. Returns if it is to be started again: after a restart in its middle, or a
+        download that was cut.
+        """
         while True:
-            state = (self.record.data["states"] or [["", 0]])[-1][0]
+            state = self.last_state()
+            limit = self.limits.restart if state in SWITCHING else self.limits.link
             try:
-                now = self.link.run("follow", limit=self.limits.restart if state in SWITCHING else limit)
+                now = self.link.run("follow", limit=limit)
             except LinkLost as lost:
-                if state in SWITCHING:
-                    raise Outcome("gone", f"the device did not come back: {lost}") from lost
-                raise
+                raise Outcome("gone", f'no answer since the state "{state}": {lost}') from lost
             if now.get("run_token") != token:
                 return self.back(look)
             if now.get("state"):
                 self.record.enter(now["state"])
-            if "run_status" in now:
-                self.ended(now)
+            if "run_status" in now and self.ended(now):
+                return None
             time.sleep(self.limits.poll)
 
+    def last_state(self):
+        return self.record.data["states"][-1][0] if self.record.data["states"] else ""
+
     def ended(self, now):
-        """Judges an update that has ended, while the device still runs."""
+        """Judges an update that has ended, while the device still runs. Returns whether it is to be started again."""
         log = now.get("log", [])
         if now["run_status"] == "0" and now.get("state") == "complete":
             if self.record.data.get("switches"):
-                return self.record.note(log=log)  # its restart is on its way
+                self.record.note(log=log)  # its restart is on its way
+                return False
             raise Outcome("done", "the update does not restart the device", log)
         if now["run_status"] == "0":
             raise Outcome("stopped", "a signal ended the update", log)
+        if self.is_cut_download(log) and self.record.data["attempts"] < self.limits.attempts:
+            self.record.note(token="")  # this end has been seen
+            return True
         raise Outcome("failed", (log or ["the update ended with status " + now["run_status"]])[-1], log)
+
+    @staticmethod
+    def is_cut_download(log):
+        """Whether the network ended the update, which has changed nothing then: the program tries some faults again
+        by itself, but not a transfer that the server ends early.
+        """
+        return any("CURL download failed" in line for line in log)
 
     def back(self, before):
         """The device has restarted."""
-        state = (self.record.data["states"] or [["", 0]])[-1][0]
+        state = self.last_state()
         look = self.link.run("look", limit=self.limits.restart)
         check_look(look)
         if look["active"] != before["active"]:
             self.finish(look, "updated")
-        if state == "complete" and set_of(look.get("bootswitcher")) == int(before["active"]):
-            raise Outcome("fell back", "the device started its old set again")
+        if state in SWITCHING or (self.is_recorded(look) and not self.is_recorded(before)):
+            raise Outcome("fell back", "the device has the new set, and started its old one")
         self.record.enter("restarted in the middle")
+
+    def is_recorded(self, look):
+        """Whether the reference files say that the update's volumes are written."""
+        volumes = self.record.data["expected"]["volumes"]
+        return all(look.get(f"reference.{volume['name']}") == volume["md5"] for volume in volumes)
 
     def finish(self, look, name):
         self.record.enter("verifying")

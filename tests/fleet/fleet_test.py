@@ -1,0 +1,285 @@
+"""The playbooks of the fleet, on simulated devices with real SSH servers.
+
+usage: fleet_test.py BUILD SCRATCH [unittest options]
+"""
+
+import json
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+import unittest
+
+FLEET = pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"
+BUILD = SCRATCH = None
+
+# What stands in a URL must not reach the device's shell.
+FOLDER = "it's;$(id)"
+
+MANIFEST = """{ version = 1, hardware = 'mast-4,cellar-2,roof-1', clone_overlay = 1,
+  { type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img' },
+  { type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img' },
+}
+"""
+
+SERVER = """pid {home}/nginx.pid; error_log {home}/error.log; events {{}}
+http {{ access_log off; client_body_temp_path {home}/t; proxy_temp_path {home}/t; fastcgi_temp_path {home}/t;
+uwsgi_temp_path {home}/t; scgi_temp_path {home}/t;
+server {{ listen 127.0.0.1:{port}; root {home}/www; limit_rate 400k; }} }}
+"""
+
+
+def free_port():
+    with socket.create_server(("127.0.0.1", 0)) as held:
+        return held.getsockname()[1]
+
+
+class World:
+    """An update, its web server and a fleet. Everything is ended by close()."""
+
+    def __init__(self, name, kinds, faults=()):
+        self.home = SCRATCH / name
+        shutil.rmtree(self.home, ignore_errors=True)
+        (self.home / "source").mkdir(parents=True)
+        self.fleet = self.home / "fleet"
+        self.fleet.mkdir()
+        self.port = free_port()
+        self.make_update()
+        self.serve()
+        for device, fault in faults:
+            with open(self.fleet / f"{device}.fault", "a") as file:
+                file.write(fault + "\n")
+        words = [str(FLEET / "simulation/devices"), str(self.fleet), "--build", str(BUILD)]
+        words += ["--key", str(self.home / "keys/rovu_pub.pem")]
+        for kind in kinds:
+            words += ["--kind", kind]
+        self.devices = subprocess.Popen(words, stdout=subprocess.PIPE, text=True)
+        if self.devices.stdout.readline() != "ready\n":
+            raise RuntimeError("the devices do not answer")
+
+    def close(self):
+        for process in (self.devices,):
+            process.send_signal(signal.SIGTERM)
+            process.wait()
+            process.stdout.close()
+        self.stop_serving()
+
+    def pack(self, *words):
+        subprocess.run([str(BUILD / "rovu-pack"), *words], cwd=self.home, check=True, stdout=subprocess.DEVNULL)
+
+    def make_update(self):
+        for name, size in (("k.img", 300000), ("r.img", 500000)):
+            (self.home / "source" / name).write_bytes(b"version=2.0\n" + os.urandom(size))
+        (self.home / "source/m.lua").write_text(MANIFEST)
+        self.pack("keygen", "keys")
+        (self.home / "www").mkdir()
+        base = f"http://127.0.0.1:{self.port}"
+        self.pack("build", "source/m.lua", "--out", f"www/{FOLDER}", "--key", "keys/private.pem", "--base-url", base)
+        # The spec names the tars at the top, and lies in a folder of its own.
+        for tar in ("kernel.tar", "rootfs.tar"):
+            shutil.move(self.home / "www" / FOLDER / tar, self.home / "www" / tar)
+        self.url = f"{base}/{FOLDER}/update.lua"
+        self.spec = self.home / "www" / FOLDER / "update.lua"
+
+    def serve(self):
+        (self.home / "nginx.conf").write_text(SERVER.format(home=self.home, port=self.port))
+        subprocess.run(["nginx", "-p", str(self.home), "-e", "error.log", "-c", str(self.home / "nginx.conf")], check=True)
+
+    def stop_serving(self):
+        pid = int((self.home / "nginx.pid").read_text())
+        os.kill(pid, signal.SIGTERM)
+        while (self.home / "nginx.pid").exists():
+            time.sleep(0.02)
+
+    def cut_downloads(self):
+        """Kills the server's worker, which the server replaces at once."""
+        master = (self.home / "nginx.pid").read_text().strip()
+        workers = subprocess.run(["ps", "-o", "pid=", "--ppid", master], capture_output=True, text=True, check=True)
+        for worker in workers.stdout.split():
+            os.kill(int(worker), signal.SIGKILL)
+
+    def play(self, book, *options, records="records", **variables):
+        """Starts a playbook, as the leader of a process group of its own."""
+        settings = {
+            "rovu_url": self.url,
+            "rovu_spec": str(self.spec),
+            "rovu_pub": str(self.home / "keys/rovu_pub.pem"),
+            "rovu_pack": str(BUILD / "rovu-pack"),
+            "rovu_records": str(self.home / records),
+            "rovu_report": str(self.home / f"{records}.html"),
+            "rovu_back_report": str(self.home / f"{records}.back.html"),
+            "rovu_soak": 0,
+            "rovu_poll": 0.5,
+            "rovu_link_limit": 15,
+            "rovu_restart_limit": 12,
+            **variables,
+        }
+        words = ["ansible-playbook", "-i", str(self.fleet / "inventory.yml"), str(FLEET / f"{book}.yml")]
+        environment = {**os.environ, "ANSIBLE_CONFIG": str(FLEET / "ansible.cfg"), "ANSIBLE_NOCOLOR": "1"}
+        # A control socket's path must be short.
+        environment["ANSIBLE_SSH_CONTROL_PATH_DIR"] = f"/tmp/rovu-fleet-test.{os.getpid()}"
+        return subprocess.Popen(
+            words + ["-e", json.dumps(settings), *options],
+            cwd=FLEET,
+            env=environment,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+            text=True,
+            start_new_session=True,
+        )
+
+    def run(self, book, *options, **more):
+        """Runs a playbook to its end. Returns its status and what it printed."""
+        process = self.play(book, *options, **more)
+        said, _ = process.communicate(timeout=170)
+        return process.returncode, said
+
+    def outcomes(self, records="records"):
+        found = {}
+        for path in sorted((self.home / records).glob("*.json")):
+            record = json.loads(path.read_text())
+            found[record["host"]] = record.get("outcome")
+        return found
+
+    def record(self, host, records="records"):
+        return json.loads((self.home / records / f"{host}.json").read_text())
+
+    def switches(self, host):
+        """How often the device's boot loader was given another set."""
+        calls = (self.fleet / host / "calls.log").read_text()
+        return sum(line.split("\t")[-1].startswith("fw_setenv") for line in calls.splitlines())
+
+    def active(self, host):
+        return (self.fleet / host / "device").read_text().split("running=")[1].strip()
+
+    def is_in(self, host, state):
+        try:
+            return f'"{state}"' in (self.fleet / host / "tmp/rovu.progress").read_text()
+        except OSError:
+            return False
+
+
+def wait_until(condition, seconds=30):
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            raise AssertionError("it did not come")
+        time.sleep(0.05)
+
+
+class Rollout(unittest.TestCase):
+    maxDiff = None
+
+    def test_every_fault_ends_as_it_should_and_hurts_nobody_else(self):
+        kinds = ["mast:9:mast-4:1.0:1.0", "cellar:9:cellar-2:1.0:1.0", "roof:4:roof-1:1.5:1.0:"]
+        kinds += ["small:1:roof-1:1.0:1.0:--tmp 600K", "attic:1:attic-1:1.0:1.0"]
+        faults = [
+            ("mast-2", "fail ubiupdatevol:2=exit:4"),
+            ("mast-3", "link-cut flashing images"),
+            ("mast-4", "power-cut flashing images"),
+            ("mast-5", "never-back"),
+            ("mast-6", "old-set"),
+        ]
+        world = World("faults", kinds, faults)
+        self.addCleanup(world.close)
+        other_key = self.make_other_key(world)
+        shutil.copy(other_key, world.fleet / "cellar-2/ssh/rovu_pub.pem")
+        (world.fleet / "cellar-3/tmp/rovu").mkdir()
+        (world.fleet / "cellar-4/tmp/rovu").mkdir()
+        self.start_other_update(world, "cellar-4")
+
+        status, said = world.run("plan")
+        self.assertEqual(status, 0, said)
+        self.assertIn('"9        mast-4    1.0     1.0     2.0 new      2.0 new      copied     switches"', said)
+        self.assertIn("attic-1", said)
+        status, said = world.run("rollout", "--check")
+        self.assertEqual(status, 0, said)
+        self.assertFalse((world.fleet / "mast-1/tmp/rovu-fleet").exists())
+
+        # The canary is well; of the next wave of four, one fails.
+        rollout = world.play("rollout", rovu_waves=[1, 4, "100%"], rovu_max_fail=24)
+        wait_until(lambda: world.is_in("mast-1", "downloading images"))
+        world.cut_downloads()
+        said, _ = rollout.communicate(timeout=120)
+        self.assertNotEqual(rollout.returncode, 0, said)
+        self.assertEqual(
+            world.outcomes(),
+            {"mast-1": "updated", "mast-2": "failed", "mast-3": "updated", "mast-4": "updated", "mast-5": "gone"},
+            said,
+        )
+        attempts = {host: world.record(host)["attempts"] for host in world.outcomes()}
+        self.assertEqual(attempts, {"mast-1": 2, "mast-2": 1, "mast-3": 1, "mast-4": 2, "mast-5": 1})
+
+        # With another threshold, to the end: what is done is skipped.
+        status, said = world.run("rollout", rovu_waves=["100%"], rovu_max_fail=100)
+        self.assertNotEqual(status, 0, said)
+        expected = {f"{kind}-{n}": "updated" for kind, count in (("mast", 9), ("cellar", 9), ("roof", 4)) for n in range(1, count + 1)}
+        expected.update({"mast-1": "current", "mast-3": "current", "mast-4": "current", "mast-5": "unreachable"})
+        expected.update({"mast-6": "fell back", "cellar-2": "failed", "cellar-4": "busy"})
+        expected.update({"small-1": "failed", "attic-1": "refused"})
+        self.assertEqual(world.outcomes(), expected, said)
+        for host, outcome in expected.items():
+            with self.subTest(host):
+                well = outcome in ("updated", "current")
+                self.assertEqual(world.switches(host), 2 if host == "mast-6" else 1 if well or host == "mast-5" else 0)
+                self.assertEqual(world.active(host), "1" if well else "0")
+        self.assertIn("Signature", world.record("cellar-2")["why"])
+        self.assertTrue((world.home / "records.html").stat().st_size > 1000)
+
+    @staticmethod
+    def make_other_key(world):
+        world.pack("keygen", "other")
+        return world.home / "other/rovu_pub.pem"
+
+    @staticmethod
+    def start_other_update(world, host):
+        """A process by the name of the device's program."""
+        port = next(line for line in (world.fleet / host / "ssh/sshd_config").read_text().splitlines() if "Port" in line)
+        command = "cd /tmp/rovu && cp /bin/cat rovu && mkfifo f && (./rovu f >/dev/null 2>&1 </dev/null &)"
+        words = ["ssh", "-F", "none", "-i", str(world.fleet / "operator"), "-p", port.split()[1]]
+        words += ["-o", f"UserKnownHostsFile={world.fleet}/known_hosts", "root@127.0.0.1", command]
+        subprocess.run(words, check=True, stderr=subprocess.DEVNULL)
+
+    def test_killed_control_machine_and_second_operator_lose_nothing(self):
+        world = World("resumed", ["mast:4:mast-4:1.0:1.0", "cellar:2:cellar-2:1.0:1.0"])
+        self.addCleanup(world.close)
+        killed = world.play("rollout", rovu_waves=["100%"])
+        wait_until(lambda: world.is_in("mast-2", "downloading images"))
+        os.killpg(killed.pid, signal.SIGKILL)
+        killed.communicate()
+
+        both = [world.play("rollout", rovu_waves=["100%"], records=name) for name in ("records", "second")]
+        for operator in both:
+            said, _ = operator.communicate(timeout=120)
+            self.assertEqual(operator.returncode, 0, said)
+        hosts = [f"mast-{n}" for n in range(1, 5)] + ["cellar-1", "cellar-2"]
+        for host in hosts:
+            with self.subTest(host):
+                self.assertEqual(world.switches(host), 1)
+                self.assertEqual(world.active(host), "1")
+                self.assertEqual(world.record(host)["attempts"], 1)
+                self.assertIn(world.outcomes("second")[host], ("updated", "current"))
+
+        # Back to the old set, but for one that is not whole any more.
+        broken = world.fleet / "mast-3/ubi/volume.0"
+        with open(broken, "r+b") as file:
+            file.write(b"damaged")
+        status, said = world.run("back", rovu_waves=["100%"])
+        self.assertEqual(status, 0, said)
+        expected = {host: "refused" if host == "mast-3" else "returned" for host in hosts}
+        self.assertEqual(world.outcomes("records.back"), expected, said)
+        for host in hosts:
+            self.assertEqual(world.active(host), "1" if host == "mast-3" else "0")
+        status, said = world.run("back", rovu_waves=["100%"])
+        self.assertEqual(set(world.outcomes("records.back").values()), {"refused", "current"}, said)
+
+
+if __name__ == "__main__":
+    BUILD, SCRATCH = (pathlib.Path(word).resolve() for word in sys.argv[1:3])
+    del sys.argv[1:3]
+    unittest.main(verbosity=2)
