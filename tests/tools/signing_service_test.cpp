@@ -102,7 +102,8 @@ TEST_F(SigningService, MissingSignatureIsToldFromADamagedOne) {
         {"inspect unsigned/update.lua --pub keys/rovu_pub.pem", 1, "signature   not there yet"},
         {"inspect unsigned/update.lua --json", 1, R"("signature": "missing")"},
         {"build m.lua --out new --base-url http://h/u", 2, "one of --key and --unsigned"},
-        {"sign unsigned/update.lua", 2, "one of --key and --digest"}};
+        {"sign unsigned/update.lua", 2, "one of --key and --digest"},
+        {"sign unsigned/update.lua --key ''", 2, "the value is empty"}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.arguments);
         EXPECT_EQ(shell(std::string("$PACK ") + row.arguments), row.status);

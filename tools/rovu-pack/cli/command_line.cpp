@@ -67,7 +67,7 @@ CLI::App* addBuild(CLI::App* app, BuildCommandOptions* commandOptions) {
     command->add_option("--out", options->out, "Folder for the output")->required()->type_name("DIR");
     CLI::Option* key = command->add_option(
         "--key", options->key, "Private key that signs the spec: a file, or pkcs11:... on a token");
-    key->type_name("KEY");
+    key->type_name("KEY")->check(refuseEmpty);
     addKeyPass(command, &options->keyPass, key);
     CLI::Option* elsewhere =
         command->add_flag("--unsigned", options->isUnsigned,
@@ -95,7 +95,7 @@ CLI::App* addSign(CLI::App* app, SignOptions* options) {
         ->type_name("FILE");
     CLI::Option* key = command->add_option("--key", options->key,
                                            "Private key that signs: a file, or pkcs11:... on a token");
-    key->type_name("KEY");
+    key->type_name("KEY")->check(refuseEmpty);
     addKeyPass(command, &options->keyPass, key);
     CLI::Option* digest =
         command->add_flag("--digest", options->isDigest,
@@ -115,7 +115,8 @@ CLI::App* addAttach(CLI::App* app, AttachOptions* options) {
         ->type_name("FILE");
     command->add_option("--pub", options->publicKey, "Public key that the devices hold")
         ->required()
-        ->type_name("PEM");
+        ->type_name("PEM")
+        ->check(refuseEmpty);
     return command;
 }
 
