@@ -1,9 +1,12 @@
 // The list of parts as a whole: what it leaves on the device.
 
 #include "install.h"
+#include "nearest_word.h"
 #include "rules.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdint>
 
 namespace {
 
@@ -35,8 +38,53 @@ void checkEnd(const SpecView& spec, const ScriptView& end, Findings* findings) {
     }
 }
 
+// "exit-success", "exit_sucess.sh"
+bool isNearlyExitSuccess(const std::string& name) {
+    std::string letters;
+    for (const char c : name.substr(0, name.rfind(".sh"))) {
+        if (isalpha(static_cast<unsigned char>(c)) != 0)
+            letters += static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    }
+    return letters.compare(0, 2, "ex") == 0 && letters.find("suc") != std::string::npos &&
+           !nearestWord(letters, {"exitsuccess"}).empty();
+}
+
+bool isMarked(const std::string& step) {
+    return !step.empty() && step[0] == '_';
+}
+
+// The first image or other script ends the preparation scripts, and the base name alone counts.
+void checkPreparation(const SpecView& spec, Findings* findings) {
+    size_t end = spec.images.empty() ? SIZE_MAX : spec.images.front().entry;
+    for (const ScriptView& script : spec.scripts) {
+        const bool isPreparation = isMarked(script.name.substr(script.name.rfind('/') + 1));
+        if (!isPreparation) end = std::min(end, script.entry);
+        if (isPreparation && script.entry > end)
+            findings->add(ePreparationLate, spec.at(script.key()),
+                          "\"" + script.name +
+                              "\" runs at its place in the list, after the images are downloaded: "
+                              "preparation scripts are at its beginning.");
+        if (!isPreparation && isMarked(script.name) && script.entry <= end)
+            findings->add(ePreparationLate, spec.at(script.key()),
+                          "\"" + script.name +
+                              "\" is no preparation script: its name, without folders, begins with no '_'.");
+    }
+}
+
+// Names that look as if they ended the run, and do not.
+void checkEndNames(const SpecView& spec, Findings* findings) {
+    for (const ScriptView& script : spec.scripts) {
+        if (script.endsRun() || !isNearlyExitSuccess(script.name)) continue;
+        findings->add(eNearlyExitSuccess, spec.at(script.key()),
+                      "\"" + script.name + "\" is a script like any other, and ends no run.");
+    }
+}
+
 // Without a URL no tar is fetched, and the first script is not found.
 void checkScriptSource(const SpecView& spec, Findings* findings) {
+    if (spec.scripts.empty() && !spec.text("script_url").empty() && !spec.hidesParts())
+        findings->add(eScriptTarUnused, spec.at("script_url"),
+                      "The list has no script, so the tar is not fetched.");
     if (!spec.hasRealScript() || spec.fetchesScriptTar() || !spec.hasText("script_url")) return;
     findings->add(eScriptMissing, spec.at("script_url"), "There are scripts and no tar that they come from.")
         .advice = "Fill in script_url, script_hash and script_dlsize.";
@@ -62,6 +110,8 @@ Findings checkParts(const SpecView& spec) {
     checkKinds(spec, &findings);
     checkScriptSource(spec, &findings);
     checkKeyUse(spec, &findings);
+    checkPreparation(spec, &findings);
+    checkEndNames(spec, &findings);
     const auto end = std::find_if(spec.scripts.begin(), spec.scripts.end(),
                                   [](const ScriptView& script) { return script.endsRun(); });
     if (end != spec.scripts.end()) {

@@ -52,9 +52,50 @@ using Urls = std::vector<std::pair<std::string, std::string>>;
 Urls urlsOf(const SpecView& spec) {
     Urls urls;
     if (spec.fetchesScriptTar()) urls.emplace_back("script_url", spec.text("script_url"));
-    for (const ImageView& image : spec.images)
-        urls.emplace_back(image.key("url"), image.text("url"));
+    for (const ImageView& image : spec.images) {
+        if (image.hasText("url")) urls.emplace_back(image.key("url"), image.text("url"));
+    }
     return urls;
+}
+
+// libcurl takes them all; whether a server does is not known. '$' is one only before a name.
+std::string oddCharacter(const std::string& url) {
+    for (size_t i = 0; i < url.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(url[i]);
+        if (c >= 0x80) return "a character that is not ASCII";
+        const bool isVariable =
+            c == '$' && i + 1 < url.size() && (isalpha(url[i + 1]) != 0 || url[i + 1] == '(');
+        if (isVariable || std::string("<>{}|\\^`\"").find(url[i]) != std::string::npos)
+            return std::string("\"") + url[i] + "\"";
+    }
+    const size_t first =
+        url.find("@", url.find("://") == std::string::npos ? 0 : url.find("/", url.find("://") + 3));
+    const size_t second = first == std::string::npos ? first : url.find('@', first + 1);
+    return second == std::string::npos ? "" : "\"@\" twice";
+}
+
+void checkTarget(const std::string& url, const FindingPlace& place, Findings* findings) {
+    const std::string odd = oddCharacter(url);
+    if (!odd.empty())
+        findings->add(eUrlCharacter, place,
+                      "The URL has " + odd + ", as of a template that was not filled in.");
+    const std::string host = hostOf(url);
+    const bool isFile = url.compare(0, 5, "file:") == 0;
+    if (!isFile && (host.empty() || host == "http" || host == "https")) {
+        findings->add(eUrlHost, place,
+                      host.empty() ? "The URL names no host." : "The URL's host is \"" + host + "\".");
+        return;
+    }
+    const size_t scheme = url.find("://");
+    const size_t start = scheme == std::string::npos ? 0 : scheme + 3;
+    const std::string path = url.substr(0, url.find_first_of("?#"));
+    const size_t slash = path.find('/', start);
+    const size_t at = url.find('@', start);
+    if (at != std::string::npos && at < slash)
+        findings->add(eUrlCredentials, place,
+                      "The URL has a user or a password, which everyone can read in the spec.");
+    if (url.find('?') == std::string::npos && (slash == std::string::npos || path.back() == '/'))
+        findings->add(eUrlFolder, place, "The URL names no file, but a folder.");
 }
 
 // If all URLs are on loopback, the update may be for a rehearsal on the machine that serves it.
@@ -73,8 +114,10 @@ void checkLoopback(const SpecView& spec, const Urls& urls, Findings* findings) {
 Findings checkUrls(const SpecView& spec) {
     Findings findings;
     const Urls urls = urlsOf(spec);
-    for (const auto& url : urls)
+    for (const auto& url : urls) {
         checkUrl(url.second, spec.at(url.first), &findings);
+        checkTarget(url.second, spec.at(url.first), &findings);
+    }
     checkLoopback(spec, urls, &findings);
     return findings;
 }

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 
 namespace {
 
@@ -19,6 +20,14 @@ constexpr unsigned long kMostOfField = 65535;
 
 bool isDigest(const std::string& text, size_t length) {
     return text.size() == length && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+// What stands in a digest's place for now, or comes from a file that was not there.
+bool isPlaceholder(const std::string& digest) {
+    constexpr const char* kOfNothing[] = {"e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855",
+                                          "d41d8cd98f00b204e9800998ecf8427e"};
+    return digest.find_first_not_of(digest[0]) == std::string::npos ||
+           std::find(std::begin(kOfNothing), std::end(kOfNothing), digest) != std::end(kOfNothing);
 }
 
 // As it is written: what the device's readers cut and clamp is not yet lost. Not a number: 0.
@@ -45,6 +54,11 @@ std::string modelFault(const std::string& model) {
         return "The whitespace in \"" + model + "\" counts as part of the model.";
     if (model.find_first_of(";|") != std::string::npos)
         return "Commas alone separate models: \"" + model + "\" is one model.";
+    if (std::any_of(model.begin(), model.end(), [](unsigned char c) { return c >= 0x80; }))
+        return "\"" + model +
+               "\" has a character that is not ASCII, as a dash or a space of a text processor.";
+    if (model.find_first_of("*?[]") != std::string::npos)
+        return "Models are compared verbatim, without wildcards: \"" + model + "\" is one model.";
     if (model.size() + 1 > kMostOfModel)
         return "A device reads " + std::to_string(kMostOfModel) +
                " bytes of its model with the line feed, and \"" + model + "\" is longer.";
@@ -56,7 +70,12 @@ struct ValueRule {
     Findings* findings;
 
     void digest(const std::string& key, const std::string& text, size_t length) const {
-        if (isDigest(text, length)) return;
+        if (isDigest(text, length) && !isPlaceholder(text)) return;
+        if (isDigest(text, length)) {
+            findings->add(eDigestPlaceholder, spec.at(key),
+                          "\"" + text + "\" is the digest of an empty file, or a placeholder for one.");
+            return;
+        }
         findings->add(eBadDigest, spec.at(key),
                       "The device compares with a lower-case hex digest of " + std::to_string(length) +
                           " characters, which \"" + text + "\" never matches.");
@@ -144,6 +163,24 @@ struct ValueRule {
         }
     }
 
+    // Of two entries, the second of which is most often a copy of the first that was not completed.
+    void pair(const ImageView& first, const ImageView& second) const {
+        const bool isSameUrl = first.text("url") == second.text("url");
+        const bool isSameHash = first.text("hash") == second.text("hash");
+        if (isSameUrl && !isSameHash && !first.text("hash").empty() && !second.text("hash").empty()) {
+            findings
+                ->add(eSameDigest, spec.at(second.key("hash")),
+                      "Both images come from one URL, and the digests of its file differ.")
+                .severity = eError;
+        } else if (!isSameUrl && isSameHash && isDigest(second.text("hash"), kSha256Length)) {
+            findings->add(eSameDigest, spec.at(second.key("hash")),
+                          "Both images' tars have the same digest.");
+        }
+        if (first.text("image_md5") == second.text("image_md5") &&
+            isDigest(second.text("image_md5"), kMd5Length))
+            findings->add(eSameDigest, spec.at(second.key("image_md5")), "Both images have the same digest.");
+    }
+
     void scriptTar() const {
         if (!spec.fetchesScriptTar()) return;
         hash("script_hash", findField(spec.file.table, "script_hash"));
@@ -173,5 +210,6 @@ Findings checkValues(const SpecView& spec) {
     rule.scriptTar();
     for (const ImageView& image : spec.images)
         rule.image(image);
+    if (spec.images.size() == 2) rule.pair(spec.images[0], spec.images[1]);
     return findings;
 }
