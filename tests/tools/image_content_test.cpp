@@ -2,29 +2,34 @@
 
 #include "image_content.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {
 
-// An image of 4096 bytes that begins with `head`; what is not given is 'x'.
+// An image that begins with `head`, and has 4096 bytes if it ends before them.
 std::string judge(const std::string& head, const std::string& kind) {
     ImageContent content;
-    const std::string bytes = head + std::string(4096 - head.size(), 'x');
+    const std::string bytes = head + std::string(std::max<size_t>(head.size(), 4096) - head.size(), '\x01');
     content.add(0, "stale", 5);
     content.add(0, bytes.data(), 100);
     content.add(100, bytes.data() + 100, bytes.size() - 100);
     std::string text;
-    for (const Finding& finding : checkImageContent(content, kind, "it", {}).all)
+    for (const Finding& finding : checkImageContent(content, {kind, "3.10.53", "it", {}}).all)
         text += std::string(text.empty() ? "" : ", ") + severityText(finding.severity) + " " +
                 findingCodeText(finding.code);
     return text;
 }
 
 std::string at(size_t place, const std::string& bytes) {
-    return std::string(place, 'x') + bytes;
+    return std::string(place, '\x01') + bytes;
 }
 
 const std::string kUimage("\x27\x05\x19\x56________\0\0\1\0____________\5\5", 30);
+std::string uimageOf(const std::string& name) {
+    return kUimage + std::string("\2\1", 2) + name + std::string(32 - name.size(), '\0');
+}
+
 const std::string kElfEnd = std::string(12, '_') + std::string("\0\0\0\x34__________\0\x28\0\x08__", 20);
 const std::string kMips = std::string("\x7F"
                                       "ELF\1\2__________\0\2\0\x08",
@@ -66,6 +71,14 @@ const Row kRows[] = {
                  "ELF\2\2__________\0\2\0\x08",
                  20),
      kMips32, kKind + ", " + kMips32},
+    {"bzImage", at(514, "HdrS"), kMips32, kKind + ", " + kMips32},
+    {"uImage, another release", uimageOf("Linux-3.10.49"), "warning image-version", kKind},
+    {"uImage, the release", uimageOf("Linux-3.10.53-2"), "", kKind},
+    {"uImage, another numbering", uimageOf("Linux-6.1.53"), "", kKind},
+    {"uImage, no numbers", uimageOf("Linux-3.10.53-yocto"), "warning kernel-release", kKind},
+    {"banner", at(95, "Linux version 3.10.49-2-gcc (gcc 12)"), "warning image-version", ""},
+    {"banner without numbers", at(3000, "Linux version 3.10.53+ (gcc 12)"), "error kernel-release", ""},
+    {"text", std::string(70000, 'x') + "\n", "warning not-an-image", "warning not-an-image"},
     {"squashfs 3", std::string("hsqs________________________\3\0", 30), kKind, "warning image-old"},
     {"UBIFS", "\x31\x18\x10\x06", kMaybeKind, ""},
     {"JFFS2", "\x19\x85\xE0\x01", kKind, ""},

@@ -24,8 +24,8 @@ std::string rootfsWith(const std::string& dep) {
 class PackBuildCheck : public ::testing::Test {
 protected:
     PackBuildCheck() {
-        writeWholeFile(path("parts/k.img"), "kernel");
-        writeWholeFile(path("parts/r.img"), "rootfs");
+        writeWholeFile(path("parts/k.img"), "version=2.0\nkernel");
+        writeWholeFile(path("parts/r.img"), "version=2.0\nrootfs");
         EXPECT_EQ(run("keygen keys"), 0);
     }
 
@@ -111,7 +111,7 @@ TEST_F(PackBuildCheck, ImagesAreJudgedByTheirBytes) {
 TEST_F(PackBuildCheck, EarlierUpdateSurvivesARefusal) {
     ASSERT_EQ(build(kKernel + kRootfs), 0);
     const std::string before = readWholeFile(path("www/update.lua"));
-    writeWholeFile(path("parts/k.img"), "another kernel");
+    writeWholeFile(path("parts/k.img"), "version=2.1\nkernel");
     EXPECT_EQ(build(kOptional), 1);
     EXPECT_EQ(readWholeFile(path("www/update.lua")), before);
     EXPECT_EQ(std::distance(fs::directory_iterator(path("www")), fs::directory_iterator()), 3);

@@ -168,6 +168,8 @@ const std::string kModel(29, 'm');  // with a line feed the longest that a devic
 const std::string kUimage("\x27\x05\x19\x56________\0\0\x07\x90____________\x05\x05\x02", 31);
 const std::string kArmUimage("\x27\x05\x19\x56________\0\0\x07\x90____________\x05\x02\x02", 31);
 const std::string kSquashfs("hsqs________________________\4\0__________\xD0\x07\0\0\0\0\0\0", 48);
+const std::string kOldUimage = kUimage + "_Linux-4.0.9" + std::string(21, '\0');
+const std::string kUbifs("\x31\x18\x10\x06________________\6_______________\0\xF8\1\0", 40);
 const std::string kGzip("\x1F\x8B\x08");
 const std::string kSparse = "cd .. && truncate -s 64K rootfs.img && tar -Scf files/rootfs rootfs.img";
 const std::string kWithHoles = "cd .. && truncate -s 64K rootfs.img && tar -cf files/rootfs rootfs.img";
@@ -198,6 +200,7 @@ const FindingRow kFindingRows[] = {
      {field("hardware", "'RV\xE2\x80\x93"
                         "20'")},
      {field("hardware", "'RV-20'")}},
+    {eHardwareToken, {field("hardware", "'RV-20,RV-21,RV-20'")}, {field("hardware", "'RV-20,RV-21,RV-2'")}},
     {eHardwareToken, {field("hardware", "'RV-*'")}, {field("hardware", "'RV-+'")}},
     {eHardwareToken, {field("hardware", "'" + kModel + "m'")}, {field("hardware", "'" + kModel + "'")}},
     {eBadDigest, {kernel("image_md5", "'0123456789ABCDEF0123456789ABCDEF'")}, {kernel("image_md5", kMd5)}},
@@ -220,6 +223,7 @@ const FindingRow kFindingRows[] = {
     {eLimitLoose, {kernel("dlsize", "86017")}, {kernel("dlsize", "86016")}},
     {eNegativeSize, {kernel("imsize", "-1")}, {field("clone_overlay", "-1")}},
     {eVolumeTooSmall, {kernel("imsize", "2999")}, {kernel("imsize", "3000")}},
+    {eVolumeLoose, {kernel("imsize", "16777217")}, {kernel("imsize", "16777216")}},
     {eNumberTooLarge, {kernel("imsize", "2^31")}, {kernel("imsize", "2^31 - 1")}},
     {eNumberTooLarge, {field("script_dlsize", "1/0")}, {field("script_dlsize", "0/0")}},
     {eOverlayFraction, {field("clone_overlay", "0.5")}, {field("clone_overlay", "1.5")}},
@@ -257,6 +261,9 @@ const FindingRow kFindingRows[] = {
      {steps({"rootfs"}), rootfs("dep", "{{'kernel','4','9'}}"), device("inactive-kernel=3.9")},
      {steps({"rootfs"}), rootfs("dep", "{{'kernel','4','9'}}"), device("inactive-kernel=4")}},
     {eBootsBlank, {steps({"rootfs"}), device("inactive-kernel=blank")}, {device("inactive-kernel=blank")}},
+    {eDowngrade,
+     {kernel("version", "'3.9'"), device("tmp=9M")},
+     {kernel("version", "'4'"), device("tmp=9M")}},
     {eDepNotTable, {kernel("dep", "{'rootfs','1','9'}")}, {kernel("dep", "{{'rootfs','1','9'}}")}},
     {eDepWrongKind, {kernel("dep", "{{'!kernel','8','9'}}")}, {kernel("dep", "{{'!rootfs','8','9'}}")}},
     {eDepUnsatisfiable,
@@ -300,6 +307,7 @@ const FindingRow kFindingRows[] = {
     {eUrlCredentials, {kernel("url", "'http://a:b@h/kernel'")}, {kernel("url", "'http://h/a:b@h/kernel'")}},
     {eUrlFolder, {kernel("url", "'http://h/u/'")}, {kernel("url", "'http://h/?kernel/'")}},
     {eTarMissing, {shell("mkdir v && mv kernel v")}, {shell("mkdir u && mv kernel u")}},
+    {eTarUnreadable, {shell("chmod o-r kernel")}, {shell("chmod u=r,g=,o=r kernel")}},
     {eTarNotOpened,
      {kEncrypted, field("encr_key_offset", "0")},
      {kEncrypted, field("encr_key_offset", "0"), kWithSecrets}},
@@ -319,6 +327,8 @@ const FindingRow kFindingRows[] = {
     {eScriptSyntax, {script("if true; then\n")}, {script("false; exit 1\n")}},
     {eScriptInterpreter, {script("#!/usr/bin/env python3\npass\n")}, {script("#!/bin/busybox sh\n:\n")}},
     {eScriptBash, {script("echo {1..3}\n")}, {script("echo '{1..3}' # {1..3}\n")}},
+    {eScriptHazard, {script("sync\nreboot\n")}, {script("echo reboot\n")}},
+    {eScriptLastTest, {script("[ -e x ] && rm x\n")}, {script("[ -e x ] && rm x\n:\n")}},
     {eScriptUnused, {steps({"before", "kernel", "rootfs"})}, {}},
     {eScriptUnused,
      {shell("touch x.sh && tar -rf kernel x.sh")},
@@ -338,6 +348,16 @@ const FindingRow kFindingRows[] = {
     {eImageCutShort, {image("kernel", kUimage, 1999)}, {image("kernel", kUimage, 2000)}},
     {eImageCutShort, {image("rootfs", kSquashfs, 1999)}, {image("rootfs", kSquashfs, 2000)}},
     {eImageOld, {image("rootfs", "sqsh")}, {image("rootfs", kSquashfs)}},
+    {eMemberTwice, {shell("touch pre && tar -rf kernel pre")}, {shell("touch prep && tar -rf kernel prep")}},
+    {eImageVersion,
+     {image("kernel", kOldUimage)},
+     {image("kernel", kOldUimage), kernel("version", "'4.0.9'")}},
+    {eKernelRelease,
+     {image("kernel", "version=4\nLinux version 4.1-x ")},
+     {image("kernel", "version=4\nLinux version 4.1-2 ")}},
+    {eImageLebSize,
+     {image("rootfs", kUbifs), device("free-lebs=9,leb-size=126976")},
+     {image("rootfs", kUbifs), device("free-lebs=9,leb-size=129024")}},
     {eDigestMismatch, {kernel("image_md5", kMd5)}, {kWithoutFiles, kernel("image_md5", kMd5)}},
     {eKeyWithoutEncryption, {field("encr_key_offset", "0")}, {field("encr_key_offset", "-1")}},
     {eEncryptedWithoutKey, {kEncrypted}, {kEncrypted, field("encr_key_offset", "0")}},

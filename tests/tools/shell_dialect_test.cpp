@@ -25,6 +25,20 @@ const Row kRows[] = {
     {"make |& cat", "a pipe of errors"},
     {"if x; then declare -A a; fi", "a command of bash"},
 
+    {"#!/bin/sh\n./helper.sh", "a file of the working directory, which is not that of the script", 2},
+    {". ./lib.sh", "a file of the working directory, which is not that of the script"},
+    {"if x; then reboot; fi", "a reboot, which cuts the update short"},
+    {"fw_setenv -c x bootswitcher 1", "bootswitcher, which the device changes itself"},
+    {"rm -rf /tmp/rovu", "a removal of the device's work directory"},
+    {"sudo true", "a command of workstations"},
+    {"\ncp \"$1\" x", "an argument, and the device gives none", 2},
+    {"f() { echo $1; }; f x", ""},
+    {"set -- x; echo $1; awk '{ print $1 }'", ""},
+    {"echo {{ version }}", "a template's placeholder"},
+    {"cat <<EOF\na\n EOF", "a here-document without its end", 3},
+
+    {"/opt/./x; tar -xf a ./b; echo reboot; killall reboot; rm -rf /tmp/rovu.old /tmp/x", ""},
+    {"fw_printenv bootswitcher; echo '{{ a }}' {{}} ; sudoku; test -x ./a", ""},
     {"a='(1 2)' b=$(x) c=\"(1)\" f() (x)", ""},
     {"echo 'it''s' \"a=(1)\" # a=(1)", ""},
     {"awk '\n{ a=(1) }\n' x", ""},
@@ -37,14 +51,34 @@ const Row kRows[] = {
     {"function f { source x; }; cat <(ls); read -r a; printf -- -v", ""},
 };
 
-TEST(ShellDialect, OnlyWhatNoBusyBoxKnowsIsFound) {
+TEST(ShellDialect, OnlyWhatNoBusyBoxKnowsOrNoDeviceGivesIsFound) {
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.script);
-        const std::vector<BashConstruct> found = findBashConstructs(row.script);
+        const std::vector<ScriptConstruct> found = findConstructs(row.script);
         ASSERT_EQ(found.size(), *row.name == '\0' ? 0U : 1U);
         if (found.empty()) continue;
         EXPECT_STREQ(found.front().name, row.name);
         EXPECT_EQ(found.front().lines, std::vector<size_t>{row.line});
+    }
+}
+
+TEST(ShellDialect, TestBeforeAndAtTheEndDecidesTheExitStatus) {
+    const struct {
+        const char* script;
+        bool ends;
+    } rows[] = {
+        {"[ -f x ] && rm x\n\n# end\n", true},
+        {"test -f x && rm x", true},
+        {"grep -q a b && c", true},
+        {"[ -f x ] && rm x\ntrue\n", false},
+        {"[ -f x ] && rm x || :", false},
+        {"if [ a ] && [ b ]; then\nc\nfi", false},
+        {"[ -f x ]\n", false},
+        {"x && y", false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.script);
+        EXPECT_EQ(endsInTest(row.script), row.ends);
     }
 }
 

@@ -90,7 +90,7 @@ struct FileRule {
         } else if (Fault fault = openEncrypted(tar, &decrypted, &source.path)) {
             return fault;
         }
-        if (tar->opened) findings->append(checkMembers(spec, tars, *tar, source));
+        if (tar->opened) findings->append(checkMembers(spec, tars, source, tar));
         return interruption();
     }
 
@@ -123,6 +123,7 @@ struct FileRule {
         comparison.size(eLimitTooSmall, tar->keyPrefix + "dlsize", {tar->path, tar->size}, "limit",
                         tar->limit);
         checkLooseLimit(*tar);
+        checkMode(*tar);
         return true;
     }
 
@@ -133,6 +134,14 @@ struct FileRule {
         add(eLimitLoose, tar.keyPrefix + "dlsize",
             tar.path + " has " + std::to_string(tar.size) + " bytes, and the limit is " +
                 std::to_string(static_cast<uint64_t>(tar.limit)) + ".");
+    }
+
+    // A build's files keep the mask of its user.
+    void checkMode(const TarFacts& tar) const {
+        std::error_code fault;
+        const std::filesystem::perms mode = std::filesystem::status(tar.path, fault).permissions();
+        if (fault || (mode & std::filesystem::perms::others_read) != std::filesystem::perms::none) return;
+        add(eTarUnreadable, tar.keyPrefix + "url", tar.path + " can be read by its owner or group alone.");
     }
 
     // Leaves in `*damage` what is wrong with a file that begins as a tar; nothing if it does not.

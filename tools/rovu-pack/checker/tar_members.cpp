@@ -1,6 +1,7 @@
 #include "tar_members.h"
 
 #include "comparison.h"
+#include "image_format.h"
 #include "script_content.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ bool isNamedLikeHook(const std::string& name) {
 struct MemberRule {
     const SpecView& spec;
     const Tars& tars;
-    const TarFacts& tar;
+    TarFacts& tar;
     const MemberSource& source;
     Findings* findings;
     std::string* scripts;  // the bytes of all that were judged
@@ -59,6 +60,16 @@ struct MemberRule {
             Finding& finding = add(code, at, nameOf(member.name) + fault);
             if (!required) finding.severity = eWarning;  // nothing extracts it
         }
+    }
+
+    // A zero too many; a reserve to grow is smaller.
+    void checkLooseVolume(const std::string& what, uint64_t size) const {
+        constexpr double kTimes = 8;
+        constexpr double kReserve = 16777216;
+        if (tar.volumeSize <= kTimes * static_cast<double>(size) || tar.volumeSize <= kReserve) return;
+        add(eVolumeLoose, tar.keyPrefix + "imsize",
+            what + " has " + std::to_string(size) + " bytes, and its volume " +
+                std::to_string(static_cast<uint64_t>(tar.volumeSize)) + ".");
     }
 
     // After the scripts were judged. The device extracts the members that the spec names, and no other.
@@ -107,6 +118,9 @@ struct MemberRule {
         if (member->type == TarMember::eOther)
             return missing(required, nameOf(required.name) + " is no file.");
         if (member->type != TarMember::eFile) return;
+        const auto isSame = [&required](const TarMember& other) { return other.name == required.name; };
+        if (std::count_if(tar.members.begin(), tar.members.end(), isSame) > 1)
+            add(eMemberTwice, required.key, nameOf(required.name) + " is there more than once.");
         if (member->isSparse)
             add(eMemberSparse, required.key,
                 nameOf(required.name) +
@@ -150,19 +164,20 @@ struct MemberRule {
             comparison.digest(tar.keyPrefix + "image_md5", what, digest, tar.imageMd5);
         }
         const ImageContent& content = source.built == nullptr ? read : source.built->image;
-        findings->append(checkImageContent(content, tar.kind, what, spec.at(required.key)));
+        findings->append(checkImageContent(content, {tar.kind, tar.version, what, spec.at(required.key)}));
+        tar.lebSize = findFormat(content.head()).lebSize;
+        checkLooseVolume(what, member.size);
     }
 };
 
 }  // namespace
 
-Findings checkMembers(const SpecView& spec, const Tars& tars, const TarFacts& tar,
-                      const MemberSource& source) {
+Findings checkMembers(const SpecView& spec, const Tars& tars, const MemberSource& source, TarFacts* tar) {
     Findings findings;
     std::string scripts;
-    const MemberRule rule = {spec, tars, tar, source, &findings, &scripts};
+    const MemberRule rule = {spec, tars, *tar, source, &findings, &scripts};
     rule.checkAll();
-    for (const RequiredMember& required : tar.required)
+    for (const RequiredMember& required : tar->required)
         rule.checkRequired(required);
     rule.checkUnused();
     return findings;

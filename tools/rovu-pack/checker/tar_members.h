@@ -30,6 +30,6 @@ struct MemberSource {
     WorkProgress* progress;
 };
 
-/// \param tar one of `tars`, with its members. One file may be several of them.
-Findings checkMembers(const SpecView& spec, const Tars& tars, const TarFacts& tar,
-                      const MemberSource& source);
+/// \param tars of which `*tar`, with its members, is one. One file may be several of them.
+/// \param tar receives what its image says of the flash.
+Findings checkMembers(const SpecView& spec, const Tars& tars, const MemberSource& source, TarFacts* tar);

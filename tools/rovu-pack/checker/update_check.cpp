@@ -81,6 +81,7 @@ Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
     result->tars = std::move(files.tars);
     if (verdict.refusedIn == eStateInvalid) findings->append(reportRefusals(spec, result->fleet));
     findings->append(reportBoots(spec, result->fleet));
+    findings->append(reportDowngrades(spec, result->fleet));
     findings->append(reportLackOfRoom(spec, result->fleet));
     findings->sort();
     return {};

@@ -194,7 +194,9 @@ struct ValueRule {
         for (size_t at = 0, end = 0; at <= list.size(); at = end + 1) {
             end = std::min(list.find(',', at), list.size());
             const std::string model = list.substr(at, end - at);
-            const std::string fault = modelFault(model);
+            std::string fault = modelFault(model);
+            if (fault.empty() && ("," + list.substr(0, at)).find("," + model + ",") != std::string::npos)
+                fault = "\"" + model + "\" is there twice: a model may be missing.";
             if (!fault.empty()) findings->add(eHardwareToken, spec.at("hardware"), fault);
         }
     }

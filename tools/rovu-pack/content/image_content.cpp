@@ -1,20 +1,37 @@
 #include "image_content.h"
 
 #include "image_format.h"
+#include "util/installed_version.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace {
 
+// Compares the fields that both have: "3.10.53-yocto" has three. Two that differ in the first are of different
+// numberings.
+bool isSameRelease(const std::string& release, const std::string& claimed) {
+    size_t at = 0;
+    size_t claimedAt = 0;
+    for (bool isFirst = true; at < release.size() && claimedAt < claimed.size(); isFirst = false) {
+        const size_t end = std::min(release.find_first_not_of("0123456789", at), release.size());
+        const size_t claimedEnd = std::min(claimed.find('.', claimedAt), claimed.size());
+        if (end == at) return true;
+        if (release.compare(at, end - at, claimed, claimedAt, claimedEnd - claimedAt) != 0) return isFirst;
+        at = end + 1;
+        claimedAt = claimedEnd + 1;
+    }
+    return true;
+}
+
 struct ContentRule {
     const ImageFormat& format;
-    bool isKernel;
-    const std::string& name;
-    const FindingPlace& place;
+    const ImageClaim& claim;
     Findings* findings;
+    bool isKernel = claim.kind == "kernel";
 
     Finding& add(FindingCode code, const std::string& why) const {
-        return findings->add(code, place, name + why);
+        return findings->add(code, claim.place, claim.name + why);
     }
 
     Finding& addKind(const std::string& why) const {
@@ -49,6 +66,9 @@ struct ContentRule {
                 " is " + format.name + ", which is flashed whole and is not a volume's contents.")
                 .advice = "Give the image that was put into it, as ubinize's configuration names it.";
             break;
+        case eText:
+            add(eNotAnImage, " is text.").severity = eWarning;
+            break;
         case eNoImage:
             add(eNotAnImage, " is " + format.name + ".");
             break;
@@ -72,6 +92,23 @@ struct ContentRule {
         if (format.isOld && !isKernel)
             add(eImageOld, " is a squashfs of a version before 4, which Linux mounts no more since 2.6.29.");
     }
+
+    // The next update asks the running kernel for its release. Another numbering than the spec's is no fault.
+    void judgeRelease(const std::string& release, bool isExact) const {
+        std::string text = release;
+        PackedVersion version = 0;
+        if (release.empty()) return;
+        if (parseKernelRelease(&version, text.data()) != 0) {
+            Finding& finding =
+                add(eKernelRelease,
+                    " has the release \"" + release +
+                        "\", which the device cannot read: a device that runs it refuses every update.");
+            if (!isExact) finding.severity = eWarning;
+        }
+        if (isSameRelease(release, claim.version)) return;
+        add(eImageVersion,
+            " has the release \"" + release + "\", and the spec has version " + claim.version + ".");
+    }
 };
 
 std::string uniformText(const ImageContent& content) {
@@ -88,19 +125,36 @@ void ImageContent::add(uint64_t offset, const char* bytes, size_t size) {
     if (head_.size() < kFormatHead) head_.append(bytes, std::min(size, kFormatHead - head_.size()));
     if (isUniform_) isUniform_ = std::all_of(bytes, bytes + size, [this](char c) { return c == head_[0]; });
     size_ = offset + size;
+    if (release_.empty()) findRelease(bytes, size);
 }
 
-Findings checkImageContent(const ImageContent& content, const std::string& kind, const std::string& name,
-                           const FindingPlace& place) {
+void ImageContent::findRelease(const char* bytes, size_t size) {
+    constexpr char kBanner[] = "Linux version ";
+    constexpr size_t kLongest = 96;  // bytes of the banner with its release
+    const std::string window = tail_ + std::string(bytes, size);
+    for (size_t at = window.find(kBanner); at != std::string::npos; at = window.find(kBanner, at + 1)) {
+        const size_t start = at + sizeof kBanner - 1;
+        if (window.size() < at + kLongest && size != 0) break;  // the rest comes with the next bytes
+        const size_t end = window.find_first_of(std::string(" (\n\0", 4), start);
+        if (start >= window.size() || isdigit(static_cast<unsigned char>(window[start])) == 0) continue;
+        release_ = window.substr(start, end == std::string::npos ? end : end - start);
+        return;
+    }
+    tail_ = window.substr(window.size() - std::min(window.size(), kLongest));
+}
+
+Findings checkImageContent(const ImageContent& content, const ImageClaim& claim) {
     Findings findings;
     const std::string uniform = content.isUniform() ? uniformText(content) : "";
     if (!uniform.empty()) {
-        findings.add(eNotAnImage, place, name + uniform);
+        findings.add(eNotAnImage, claim.place, claim.name + uniform);
         return findings;
     }
     const ImageFormat format = findFormat(content.head());
-    const ContentRule rule = {format, kind == "kernel", name, place, &findings};
+    const ContentRule rule = {format, claim, &findings};
     rule.judgeUse();
     rule.judgeHeader(content.size());
+    const bool isExact = !content.release().empty();
+    if (rule.isKernel) rule.judgeRelease(isExact ? content.release() : format.release, isExact);
     return findings;
 }

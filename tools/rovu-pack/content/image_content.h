@@ -17,15 +17,26 @@ public:
     const std::string& head() const { return head_; }  // its first bytes
     uint64_t size() const { return size_; }            // bytes
     bool isUniform() const { return isUniform_; }      // all bytes are one and the same, or there are none
+    /// What follows the words "Linux version " of a kernel that is not compressed; empty: nothing.
+    const std::string& release() const { return release_; }
 
 private:
+    void findRelease(const char* bytes, size_t size);
+
+    std::string tail_;  // the last bytes before those that come next
+    std::string release_;
     std::string head_;
     uint64_t size_ = 0;
     bool isUniform_ = true;
 };
 
-/// Judges the image that is to be the device's `kind`, "kernel" or "rootfs".
-/// \param name what the sentences call it.
-/// \param place where its name stands in the spec.
-Findings checkImageContent(const ImageContent& content, const std::string& kind, const std::string& name,
-                           const FindingPlace& place);
+/// What the spec says of an image.
+struct ImageClaim {
+    std::string kind;  // "kernel" or "rootfs"
+    std::string version;
+    std::string name;    // what the sentences call it
+    FindingPlace place;  // where its name stands in the spec
+};
+
+/// Judges an image's bytes by what they should be.
+Findings checkImageContent(const ImageContent& content, const ImageClaim& claim);

@@ -10,6 +10,7 @@ struct Magic {
     std::string bytes;
     FormatUse use;
     const char* name;
+    const char* processor = "";
 };
 
 const Magic kMagics[] = {
@@ -29,6 +30,15 @@ const Magic kMagics[] = {
     {0, {"\x04\x22\x4D\x18", 4}, eCompressed, "compressed with lz4"},
     {0, {"\x02\x21\x4C\x18", 4}, eCompressed, "compressed with lz4"},
     {0, {"\x89LZO", 4}, eCompressed, "compressed with lzop"},
+    {514, {"HdrS", 4}, eBootable, "a bzImage", "x86"},
+    {36, {"\x18\x28\x6F\x01", 4}, eBootable, "a zImage", "ARM"},
+    {56, {"ARM\x64", 4}, eBootable, "a kernel", "64-bit ARM"},
+    {56, {"RSC\x05", 4}, eBootable, "a kernel", "RISC-V"},
+    {512, {"EFI PART", 8}, eNoImage, "an image of a whole disk"},
+    {0, {"QFI\xFB", 4}, eNoImage, "a disk of a virtual machine"},
+    {32769, {"CD001", 5}, eNoImage, "an image of a CD"},
+    {0, {"!<arch>\n", 8}, eNoImage, "a package or a library"},
+    {0, {"\xED\xAB\xEE\xDB", 4}, eNoImage, "a package"},
     {257, {"ustar", 5}, eNoImage, "a tar"},
     {0, {"PK\x03\x04", 4}, eNoImage, "a zip archive"},
     {0, {"7z\xBC\xAF\x27\x1C", 6}, eNoImage, "a 7z archive"},
@@ -56,6 +66,14 @@ constexpr const char* kUimageProcessors[] = {
     "MicroBlaze", "Nios II",    "Blackfin", "AVR32",  "ST200",   "a sandbox", "NDS32",
     "OpenRISC",   "64-bit ARM", "ARC",      "x86-64", "Xtensa",  "RISC-V"};
 
+ImageFormat formatOf(FormatUse use, const char* name, uint64_t size = 0) {
+    ImageFormat format;
+    format.use = use;
+    format.name = name;
+    format.size = size;
+    return format;
+}
+
 bool startsWith(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
@@ -78,6 +96,16 @@ uint64_t little(const std::string& bytes, size_t place, size_t size) {
     return numberAt(bytes, place, size, false);
 }
 
+// Of the name "Linux-3.10.53", as the kernel's own build gives it; empty also if it may be cut.
+std::string releaseOf(const std::string& head) {
+    const std::string prefix = "Linux-";
+    const std::string name = head.substr(std::min<size_t>(32, head.size()), 32);
+    const size_t end = name.find('\0');
+    return end == std::string::npos || !startsWith(name, prefix)
+               ? ""
+               : name.substr(prefix.size(), end - prefix.size());
+}
+
 ImageFormat uimage(const std::string& head) {
     constexpr size_t kTypes = 9;
     const struct {
@@ -95,8 +123,9 @@ ImageFormat uimage(const std::string& head) {
     const uint64_t type = big(head, 30, 1);
     const uint64_t processor = big(head, 29, 1);
     const auto& entry = types[type < kTypes ? type : 0];
-    ImageFormat format = {entry.use, entry.name, "", kUimageHeader + big(head, 12, 4), false};
+    ImageFormat format = formatOf(entry.use, entry.name, kUimageHeader + big(head, 12, 4));
     if (processor < std::size(kUimageProcessors)) format.processor = kUimageProcessors[processor];
+    format.release = releaseOf(head);
     return format;
 }
 
@@ -104,7 +133,7 @@ ImageFormat uimage(const std::string& head) {
 ImageFormat tree(const std::string& head) {
     const std::string node("\0\0\0\1images\0", 11);
     const bool isFit = head.find(node) != std::string::npos;
-    return {isFit ? eBundle : eNoImage, isFit ? "a FIT image" : "a device tree", "", big(head, 4, 4), false};
+    return formatOf(isFit ? eBundle : eNoImage, isFit ? "a FIT image" : "a device tree", big(head, 4, 4));
 }
 
 const char* elfProcessor(uint64_t machine) {
@@ -129,7 +158,7 @@ const char* elfProcessor(uint64_t machine) {
 ImageFormat elf(const std::string& head) {
     const bool isBigEndian = big(head, 5, 1) == 2;
     const bool is64Bit = big(head, 4, 1) == 2;
-    ImageFormat format = {eBootable, "an ELF program", "", 0, false};
+    ImageFormat format = formatOf(eBootable, "an ELF program");
     const uint64_t machine = numberAt(head, 18, 2, isBigEndian);
     if (machine != kElfMips) {
         format.processor = elfProcessor(machine);
@@ -173,23 +202,35 @@ bool isPage(const std::string& head) {
                        [&text](const char* page) { return startsWith(text, page); });
 }
 
+// Also what a server says in place of a file. The simulator's images may be text that names their version.
+bool isText(const std::string& head) {
+    return !head.empty() && !startsWith(head, "version=") &&
+           std::all_of(head.begin(), head.end(),
+                       [](unsigned char c) { return c >= ' ' ? c != 0x7F : (c >= '\t' && c <= '\r'); });
+}
+
 }  // namespace
 
 ImageFormat findFormat(const std::string& head) {
     if (startsWith(head, kUimageMagic)) return uimage(head);
     if (startsWith(head, kTreeMagic)) return tree(head);
     if (startsWith(head, kElfMagic)) return elf(head);
-    if (isJffs2(head)) return {eFileSystem, "a JFFS2", "", 0, false};
-    if (isExt(head)) return {eFileSystem, "an ext2, ext3 or ext4", "", 0, false};
-    if (isPage(head)) return {eNoImage, "a page of HTML or XML", "", 0, false};
+    if (isJffs2(head)) return formatOf(eFileSystem, "a JFFS2");
+    if (isExt(head)) return formatOf(eFileSystem, "an ext2, ext3 or ext4");
+    if (isPage(head)) return formatOf(eNoImage, "a page of HTML or XML");
     for (const Magic& magic : kMagics) {
         if (head.size() < magic.place || head.compare(magic.place, magic.bytes.size(), magic.bytes) != 0)
             continue;
-        ImageFormat format = {magic.use, magic.name, "", 0, false};
+        ImageFormat format = formatOf(magic.use, magic.name);
+        format.processor = magic.processor;
         const bool isSquashfs = magic.use == eFileSystem && startsWith(head, "hsqs");
         if (isSquashfs && little(head, 28, 2) >= 4) format.size = little(head, 40, 8);
+        constexpr uint64_t kUbifsSuperblock = 6;
+        if (magic.use == eFlashSystem && little(head, 20, 1) == kUbifsSuperblock)
+            format.lebSize = little(head, 36, 4);
         format.isOld = startsWith(head, "sqsh") || (isSquashfs && little(head, 28, 2) < 4);
         return format;
     }
+    if (isText(head)) return formatOf(eText, "text");
     return {};
 }

@@ -18,6 +18,7 @@ enum FormatUse {
     eRamDisk,      // a boot loader passes it to the kernel
     eCompressed,   // what it holds is not known
     eVolumes,      // volumes with their flash's own headers, not what one of them holds
+    eText,         // characters alone
     eNoImage,      // neither boots nor is mounted
 };
 
@@ -27,6 +28,8 @@ struct ImageFormat {
     std::string processor;  // it is for this one, which is not the device's; empty: not known to be
     uint64_t size = 0;      // bytes that its header claims; 0: it claims none
     bool isOld = false;     // Linux mounts it no more
+    uint64_t lebSize = 0;   // bytes of the erase blocks that a UBIFS was made for; 0: not known
+    std::string release;    // of the kernel, by the name of a uImage; empty: not known
 };
 
 /// \param head the image's first kFormatHead bytes, or all of them.

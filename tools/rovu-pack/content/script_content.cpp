@@ -63,11 +63,12 @@ void checkInterpreter(const std::string& bytes, const std::string& name, const F
         finding.severity = eNote;
 }
 
-// "an array (lines 3, 8)"
-std::string constructsText(const std::vector<BashConstruct>& constructs) {
+// "an array (lines 3, 8)"; empty: there is none of the kind.
+std::string constructsText(const std::vector<ScriptConstruct>& constructs, ScriptConstruct::Kind kind) {
     constexpr size_t kMostLines = 5;
     std::string text;
-    for (const BashConstruct& construct : constructs) {
+    for (const ScriptConstruct& construct : constructs) {
+        if (construct.kind != kind) continue;
         text += (text.empty() ? "" : ", ") + std::string(construct.name) +
                 (construct.lines.size() == 1 ? " (line " : " (lines ");
         for (size_t i = 0; i < std::min(construct.lines.size(), kMostLines); ++i)
@@ -77,13 +78,20 @@ std::string constructsText(const std::vector<BashConstruct>& constructs) {
     return text;
 }
 
-void checkDialect(const std::string& bytes, const std::string& name, const FindingPlace& place,
-                  Findings* findings) {
-    const std::vector<BashConstruct> constructs = findBashConstructs(bytes);
-    if (constructs.empty()) return;
-    findings->add(
-        eScriptBash, place,
-        name + " has what bash knows and the shell of BusyBox does not: " + constructsText(constructs) + ".");
+void checkConstructs(const std::string& bytes, const std::string& name, const FindingPlace& place,
+                     Findings* findings) {
+    const std::vector<ScriptConstruct> constructs = findConstructs(bytes);
+    const std::string bash = constructsText(constructs, ScriptConstruct::eBash);
+    const std::string hazards = constructsText(constructs, ScriptConstruct::eHazard);
+    if (!bash.empty())
+        findings->add(eScriptBash, place,
+                      name + " has what bash knows and the shell of BusyBox does not: " + bash + ".");
+    if (!hazards.empty()) findings->add(eScriptHazard, place, name + " has " + hazards + ".");
+    if (endsInTest(bytes))
+        findings->add(
+            eScriptLastTest, place,
+            name +
+                " ends in a test before \"&&\": where it is false, the script fails, and so does the update.");
 }
 
 }  // namespace
@@ -106,7 +114,7 @@ Findings checkScript(const std::string& bytes, const std::string& name, const Fi
         checkInterpreter(bytes, name, place, &findings);
         if (!isGoodSyntax(bytes))
             findings.add(eScriptSyntax, place, "A shell does not understand " + name + ".");
-        checkDialect(bytes, name, place, &findings);
+        checkConstructs(bytes, name, place, &findings);
     }
     return findings;
 }

@@ -2,6 +2,7 @@
 
 #include "device_log.h"
 #include "install.h"
+#include "util/installed_version.h"
 #include "work_dir.h"
 
 #include <algorithm>
@@ -103,6 +104,27 @@ bool FleetRow::bootsRefusedPair() const {
                        [](const BootVolume& volume) { return !volume.refusedBy.empty(); });
 }
 
+// What the device runs, against what it will; the device never compares the two.
+Findings reportDowngrades(const SpecView& spec, const std::vector<FleetRow>& fleet) {
+    Findings findings;
+    for (const FleetRow& row : fleet) {
+        for (const BootVolume& volume : row.plans[0].boots) {
+            if (volume.content != BootVolume::eNew) continue;
+            const bool isKernel = volume.kind == "kernel";
+            std::string running = isKernel ? row.device.kernel : row.device.rootfs;
+            PackedVersion before = 0;
+            PackedVersion after = 0;
+            const int rc = isKernel ? parseKernelRelease(&before, running.data())
+                                    : parseVersion(&before, running.c_str());
+            if (rc != 0 || parseVersion(&after, volume.version.c_str()) != 0 || after >= before) continue;
+            findings.add(eDowngrade, spec.at(""),
+                         nameOf(row.device) + " boots the " + volume.kind + " " + volume.version +
+                             " afterwards, an older one.");
+        }
+    }
+    return findings;
+}
+
 bool FleetRow::lacksRoom() const {
     return accepts() && (fitsTmp(room, device.room) == eFitsNot || fitsLebs(room, device.room) == eFitsNot);
 }
@@ -119,6 +141,11 @@ Findings reportLackOfRoom(const SpecView& spec, const std::vector<FleetRow>& fle
             if (!row.room.isExact)
                 finding.severity = eWarning;  // the files may be smaller than the spec's limits
         }
+        if (row.room.imageLebSize != 0 && room.lebSize && row.room.imageLebSize != *room.lebSize)
+            findings.add(eImageLebSize, spec.at(""),
+                         nameOf(row.device) + " has LEBs of " + std::to_string(*room.lebSize) +
+                             " bytes, and the update has a UBIFS for LEBs of " +
+                             std::to_string(row.room.imageLebSize) + ".");
         if (row.accepts() && fitsLebs(row.room, room) == eFitsNot) {
             findings.add(eRoomLebs, spec.at(""),
                          nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +

@@ -26,6 +26,9 @@ std::vector<FleetRow> planFleet(const SpecView& spec, UpdateState refusedIn,
 /// A finding for each kind of device that refuses a spec which not every device refuses.
 Findings reportRefusals(const SpecView& spec, const std::vector<FleetRow>& fleet);
 
+/// A finding for each kind of device and image that is older than what runs there.
+Findings reportDowngrades(const SpecView& spec, const std::vector<FleetRow>& fleet);
+
 /// A finding for each kind of device, of which the room is known, that has too little of it.
 Findings reportLackOfRoom(const SpecView& spec, const std::vector<FleetRow>& fleet);
 

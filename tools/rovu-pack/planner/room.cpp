@@ -47,6 +47,7 @@ RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::
         if (tar == nullptr) continue;
         if (tar->expectedSize() == 0) room.isKnown = false;
         if (!tar->found) room.isExact = false;
+        if (tar->lebSize != 0) room.imageLebSize = tar->lebSize;
         room.tars += tar->expectedSize();
         room.extracted = std::max(room.extracted, largestMember(*tar, &room));
     }

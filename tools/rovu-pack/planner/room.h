@@ -22,6 +22,7 @@ struct RoomNeed {
     bool isKnown = true;     // false: a tar has no limit and is not at hand
     bool clonesOverlay = false;
     uint64_t overlay = 0;             // bytes of its copy; 0: not known, or none
+    uint64_t imageLebSize = 0;        // bytes of the erase blocks that an image is made for; 0: not known
     std::vector<VolumeNeed> volumes;  // in the order in which they are made; only of a device
 
     uint64_t peak() const { return tars + std::max(extracted, overlay); }

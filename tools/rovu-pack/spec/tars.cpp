@@ -31,6 +31,7 @@ TarFacts imageTarOf(const ImageView& image) {
     tar.limit = image.number("dlsize").value_or(0);
     tar.kind = image.text("type");
     tar.volumeSize = image.number("imsize").value_or(0);
+    tar.version = image.text("version");
     tar.imageMd5 = image.text("image_md5");
     for (const std::string field : {"image", "preinst", "postinst"}) {
         const std::string name = image.text(field);

@@ -23,12 +23,14 @@ struct TarFacts {
     std::string kind;  // "kernel" or "rootfs", as the spec has it; empty: the script tar
     std::vector<RequiredMember> required;
     double volumeSize;     // bytes that the spec gives the image's volume; 0: the script tar
+    std::string version;   // that the spec gives the image; empty: the script tar
     std::string imageMd5;  // that the spec gives; empty: the script tar
     std::string path;      // where the file should be; empty: nowhere
     bool found = false;    // it is there, and `size` is its own
     uint64_t size = 0;     // bytes
     bool opened = false;   // `members` are its own
     std::vector<TarMember> members;
+    uint64_t lebSize = 0;  // bytes of the erase blocks that the image, a UBIFS, is for; 0: not known
 
     /// Bytes of the file; if it is not at hand, those that the spec allows; 0: not known.
     uint64_t expectedSize() const;
