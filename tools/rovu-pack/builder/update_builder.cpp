@@ -72,9 +72,7 @@ Fault readFileKey(const std::string& secrets, Build* build) {
 }
 
 Fault readKey(const BuildOptions& options, SigningKey* key) {
-    if (options.isUnsigned) return {};
-    Fault fault = readSigningKey(options.key, options.keyPass, key);
-    return fault ? fault.of("--key") : fault;
+    return options.isUnsigned ? Fault() : readSigningKey(options.key, options.keyPass, key);
 }
 
 struct PackedTar {

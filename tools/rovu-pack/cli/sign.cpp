@@ -27,7 +27,7 @@ Fault signFile(const SignOptions& options) {
     std::string spec;
     if (Fault fault = resolveFile(options.spec, &path, &mode)) return fault;
     if (Fault fault = readWholeFile(path, &old)) return fault;
-    if (Fault fault = readSigningKey(options.key, options.keyPass, &key)) return fault.of("--key");
+    if (Fault fault = readSigningKey(options.key, options.keyPass, &key)) return fault;
     if (Fault fault = signBytes(old, key, &spec)) return fault.of(options.spec);
     return replaceFile(path, spec, mode);
 }

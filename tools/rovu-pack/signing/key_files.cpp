@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
@@ -33,7 +34,10 @@ std::string kindOf(const SigningKey& key) {
 Fault refusePrivate(const std::string& path) {
     Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
     std::string bytes;
-    if (const Fault unread = readWholeFile(path, &bytes)) return unread;
+    if (const Fault unreadable = readWholeFile(path, &bytes)) {
+        std::error_code ignored;  // a pipe has been read already, and its reason is libcrypto's
+        return std::filesystem::is_directory(path, ignored) ? unreadable : fault;
+    }
     const std::string advice = adviceOnKeyFile(bytes, path, KeyUse::ePrivate);
     return advice.empty() ? fault : Fault(EINVAL, path + ": " + advice);
 }
@@ -79,10 +83,10 @@ Fault readSigningKey(const std::string& name, const std::string& passSource, Sig
     if (Fault fault = passPhrase->read(passSource, "--key-pass")) return fault;
     Fault fault =
         isOnToken ? readTokenKey(name, passPhrase, key) : readPrivateFile(name, passPhrase.get(), key);
-    if (fault) return fault;
+    if (fault) return fault.of("--key");
     if (EVP_PKEY_base_id(key->get()) == EVP_PKEY_RSA && EVP_PKEY_bits(key->get()) == kKeyBits) return {};
     const std::string shownName = isOnToken ? splitTokenUri(name).object : name;
-    return {EINVAL, shownName + ": " + kindOf(*key) + kOnlyVerified};
+    return {EINVAL, "--key: " + shownName + ": " + kindOf(*key) + kOnlyVerified};
 }
 
 Fault readPublicKey(const std::string& path, PublicKey* key) {
