@@ -29,8 +29,8 @@ Json filesJson(const BuildResult& result) {
 
 std::string buildJson(const BuildOptions& options, const BuildResult& result) {
     Json whole = {{"manifest", options.manifest}, {"out", options.out}, {"made", !result.isRefused}};
-    whole["to_sign"] = result.toSign.empty() ? Json(nullptr) : Json(result.toSign);
     addFindings(result.findings, &whole);
+    whole["to_sign"] = result.toSign.empty() ? Json(nullptr) : Json(result.toSign);
     whole["files"] = filesJson(result);
     return jsonText(whole);
 }

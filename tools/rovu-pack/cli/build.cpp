@@ -45,9 +45,7 @@ void reportFindings(const BuildResult& result) {
     fprintf(stderr, "rovu-pack build: %s\n", outcome);
 }
 
-void print(const BuildResult& result) {
-    reportFindings(result);
-    if (result.isRefused) return;
+void printMade(const BuildResult& result) {
     printReport(result.files, stdout);
     if (result.toSign.empty()) return;
     printf("The spec is not signed. Sign SHA-256 %s, and append the signature: rovu-pack attach.\n",
@@ -62,7 +60,8 @@ int runBuild(const BuildCommandOptions& options) {
     if (options.json) {
         fputs(buildJson(options.build, result).c_str(), stdout);
     } else {
-        print(result);
+        reportFindings(result);
+        if (!result.isRefused) printMade(result);
     }
     return result.isRefused ? kExitFindings : kExitClean;
 }
