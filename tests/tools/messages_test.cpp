@@ -71,6 +71,8 @@ const Row kManifestRows[] = {
      "t.lua:1: a byte-order mark"},
     {"a byte-order mark for check", "(printf '\\357\\273\\277'; cat m.lua) >t.lua; $CHECK t.lua", 1,
      "a byte-order mark stands there; save"},
+    {"a manifest for sign", "$PACK sign m.lua --key keys/private.pem", 2,
+     "m.lua seems to be a manifest, of which \"rovu-pack build\" makes a spec"},
     {"a manifest for check", "$CHECK m.lua", 1, "This seems to be a manifest"},
 };
 

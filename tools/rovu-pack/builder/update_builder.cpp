@@ -221,26 +221,42 @@ Fault makeSpec(const BuildOptions& options, Build* build) {
     return createFile(build->staging.pathOf(kSpecName), spec, kFileMode);
 }
 
+// Where a file will be is what its reader knows, and not where it is made.
+Fault withoutHiddenFolder(const Fault& fault, const BuildOptions& options, const Build& build) {
+    const std::string& hidden = build.staging.folder();
+    std::string message = fault.message();
+    const size_t at = hidden.empty() ? std::string::npos : message.find(hidden);
+    if (at == std::string::npos) return fault;
+    message.replace(at, hidden.size(), options.out);
+    if (fault.code() == ENOSPC) message += "; free some there, or name another folder with --out";
+    return {fault.code(), message};
+}
+
+Fault makeUpdate(const BuildOptions& options, Build* build) {
+    build->commandFiles = {options.manifest, options.key, options.secrets};
+    build->baseUrl = options.baseUrl;
+    if (Fault fault = normaliseBaseUrl(&build->baseUrl)) return fault;
+    if (Fault fault = readTime(&build->time)) return fault;
+    if (Fault fault = readManifest(options.manifest, options.variables, &build->manifest)) return fault;
+    if (Fault fault = readFileKey(options.secrets, build)) return fault;
+    if (Fault fault = readKey(options, &build->signingKey)) return fault;
+    std::vector<TarJob> jobs = planTars(build->manifest);
+    uint64_t bytes = 0;
+    if (Fault fault = measureInputs(build->manifest, jobs, &bytes)) return fault;
+    build->bar->expect(bytes);
+    if (Fault fault = build->staging.prepare(options.out)) return fault.of("--out");
+    if (Fault fault = settleNames(&jobs, build)) return fault;
+    if (Fault fault = makeTars(jobs, build)) return fault;
+    if (Fault fault = makeSpec(options, build)) return fault;
+    return build->result->isRefused ? Fault() : build->staging.publish();
+}
+
 }  // namespace
 
 Fault buildUpdate(const BuildOptions& options, ProgressBar* bar, BuildResult* result) {
     Build build;
     build.bar = bar;
     build.result = result;
-    build.commandFiles = {options.manifest, options.key, options.secrets};
-    build.baseUrl = options.baseUrl;
-    if (Fault fault = normaliseBaseUrl(&build.baseUrl)) return fault;
-    if (Fault fault = readTime(&build.time)) return fault;
-    if (Fault fault = readManifest(options.manifest, options.variables, &build.manifest)) return fault;
-    if (Fault fault = readFileKey(options.secrets, &build)) return fault;
-    if (Fault fault = readKey(options, &build.signingKey)) return fault;
-    std::vector<TarJob> jobs = planTars(build.manifest);
-    uint64_t bytes = 0;
-    if (Fault fault = measureInputs(build.manifest, jobs, &bytes)) return fault;
-    bar->expect(bytes);
-    if (Fault fault = build.staging.prepare(options.out)) return fault.of("--out");
-    if (Fault fault = settleNames(&jobs, &build)) return fault;
-    if (Fault fault = makeTars(jobs, &build)) return fault;
-    if (Fault fault = makeSpec(options, &build)) return fault;
-    return result->isRefused ? Fault() : build.staging.publish();
+    const Fault fault = makeUpdate(options, &build);
+    return fault ? withoutHiddenFolder(fault, options, build) : fault;
 }

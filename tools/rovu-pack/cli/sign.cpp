@@ -6,6 +6,7 @@
 #include "files.h"
 #include "key_files.h"
 #include "signing.h"
+#include "spec_view.h"
 
 #include <cstdio>
 
@@ -28,7 +29,13 @@ Fault signFile(const SignOptions& options) {
     if (Fault fault = resolveFile(options.spec, &path, &mode)) return fault;
     if (Fault fault = readWholeFile(path, &old)) return fault;
     if (Fault fault = readSigningKey(options.key, options.keyPass, &key)) return fault;
-    if (Fault fault = signBytes(old, key, &spec)) return fault.of(options.spec);
+    if (Fault fault = signBytes(old, key, &spec)) {
+        const SpecFile file = specFileOf(options.spec, old);
+        if (!viewOf(file).isManifest()) return fault.of(options.spec);
+        return {fault.code(),
+                options.spec +
+                    " seems to be a manifest, of which \"rovu-pack build\" makes a spec: " + fault.message()};
+    }
     return replaceFile(path, spec, mode);
 }
 

@@ -22,10 +22,10 @@ bool isLuaName(const std::string& name) {
     return !name.empty() && isdigit(static_cast<unsigned char>(name[0])) == 0;
 }
 
-template <typename Container>
-std::vector<std::string> namesOf(const Container& container) {
+std::vector<std::string> namesOf(const std::map<std::string, std::string>& values) {
     std::vector<std::string> names;
-    for (const auto& entry : container)
+    names.reserve(values.size());
+    for (const auto& entry : values)
         names.push_back(entry.first);
     return names;
 }
