@@ -1,0 +1,135 @@
+"""What an operator reads about an outcome, and about a message that a device logged.
+
+Messages and states are looked up in the tables of docs/operating.md, so that each is explained in one place.
+"""
+
+import dataclasses
+import pathlib
+import re
+
+DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "operating.md"
+
+# The most urgent first: what may need a visit to the device, then what may happen to the devices that follow, then
+# what changed nothing.
+OUTCOMES = {
+    "gone": "The device was told to start its new set and has not answered since. Check its power, its network and "
+    "its console. Once it answers, run the playbook again: it then verifies the device.",
+    "lost": "The device did not answer for as long as it may, and its update may still be running. Check the link. "
+    "Once the device answers, run the playbook again: it follows the update, or starts it.",
+    "fell back": "The boot loader started the old set again, so the device works as before. Look at the console of one "
+    "such device before the update goes to more: the new set may not boot on this kind.",
+    "unsound": "The device cannot be updated as it is, or does not hold what the update writes. Find the cause before "
+    "the update goes to more devices.",
+    "unhealthy": "The device runs the update and its volumes are as expected, but the health command failed. Look at "
+    "what the command printed.",
+    "failed": "The update ended with an error, and was not started again. Fix the cause, then run the playbook again.",
+    "stopped": "A signal ended the update before it was complete. Run the playbook again: it starts from the beginning.",
+    "busy": "Another update runs on the device, so this one was not started. Run the playbook again once it has ended.",
+    "refused": "The device would not accept the update, or would end in a state that is an error, so nothing was "
+    "started. Use an update for this kind of device, or take the device out of the inventory.",
+    "running": "The update is under way. If no playbook is running, run it again: it follows the update.",
+    "updated": "The device runs the update, and its volumes were verified.",
+    "current": "The device ran the update already. Nothing was started, and its volumes were verified.",
+    "done": "The update ran, and does not restart the device.",
+}
+GOOD = ("updated", "current", "done")
+
+# What a message may have for each variable of the document.
+VARIABLES = {"%s": r".*", "%d": r"-?\d+", "%u": r"\d+", "%c": r".", "%08x": r"[0-9a-fA-F]{8}"}
+HEAD = re.compile(r"[A-Z]+ \[[^\]]*:\d+, \d\d/\d\d-\d\d:\d\d:\d\d\]: ")
+FAULT_HEAD = "LUA parsing failed: "
+# A longer line is none of the device's messages, and would only take time.
+LONGEST_LINE = 2000
+
+
+@dataclasses.dataclass(frozen=True)
+class Advice:
+    """A row of the document. All but `message` is Markdown; `level`, `meaning` and `action` may be empty."""
+
+    message: str
+    level: str = ""
+    meaning: str = ""
+    action: str = ""
+
+
+def without_head(line):
+    """The message of a log line, which names module, source line and time before it."""
+    return HEAD.sub("", line, count=1).strip()
+
+
+def tables(text):
+    """Each table of a Markdown document: the heading above it, its column titles, and its rows."""
+    heading, rows = "", []
+    for line in [*text.splitlines(), ""]:
+        if line.startswith("|"):
+            rows.append([cell.strip().replace("\\|", "|") for cell in re.split(r"(?<!\\)\|", line)[1:-1]])
+            continue
+        if len(rows) > 2:
+            yield heading, rows[0], rows[2:]
+        rows = []
+        if line.startswith("#"):
+            heading = line.lstrip("#").strip()
+
+
+def pattern_of(message):
+    """The regular expression of a documented message, and its count of fixed characters."""
+    parts = re.split("(" + "|".join(VARIABLES) + ")", message)
+    expression = "".join(VARIABLES.get(part) or re.escape(part) for part in parts)
+    return re.compile(expression, re.DOTALL), sum(len(part) for part in parts if part not in VARIABLES)
+
+
+class Book:
+    """The tables of docs/operating.md. Of a document that is not there, every look-up finds nothing."""
+
+    def __init__(self, path=DOCUMENT):
+        self.states = {}
+        self._silent = {}
+        self._patterns = []
+        try:
+            text = pathlib.Path(path).read_text(encoding="utf-8")
+        except FileNotFoundError:
+            return
+        messages, faults = [], []
+        for _, titles, rows in tables(text):
+            if titles[0] == "Message":
+                messages += [Advice(name(row[0]), *row[1:4]) for row in rows]
+            elif titles == ["Fault", "Meaning"]:
+                faults += rows
+            elif titles[0] == "State" and titles[-1] == "If it stops here":
+                states = {name(row[0]): row[-1] for row in rows}
+                as_for = re.compile("as for `([^`]+)`")
+                self.states = {
+                    state: as_for.sub(lambda other: states.get(other[1], other[0]), text) for state, text in states.items()
+                }
+            elif titles == ["State", "Cause"]:
+                self._silent = {name(each): row[1] for row in rows for each in row[0].split(", ")}
+        head = next((each for each in messages if each.message == FAULT_HEAD + "%s"), Advice(""))
+        for fault, meaning in faults:
+            messages.append(Advice(FAULT_HEAD + name(fault), head.level, meaning, head.action))
+        self._add(messages)
+
+    def _add(self, messages):
+        found = [(*pattern_of(each.message), each) for each in messages]
+        # Of several that match, the one with the most fixed text, and with numbers rather than strings.
+        found.sort(key=lambda entry: (-entry[1], entry[2].message.count("%s")))
+        self._patterns = [(pattern, advice) for pattern, _, advice in found]
+
+    def message(self, line):
+        """The Advice for a line of a device's log, or for a message without a head; None if there is none."""
+        said = without_head(line)
+        if not said or len(said) > LONGEST_LINE:
+            return None
+        return next((advice for pattern, advice in self._patterns if pattern.fullmatch(said)), None)
+
+    def state(self, state):
+        """What to do about an update that stopped in this state; empty if there is nothing."""
+        return self.states.get(state, "")
+
+    def silent(self, state):
+        """Why an update may fail in this state without a message; empty if there is nothing."""
+        return self._silent.get(state, "")
+
+
+def name(cell):
+    """What a cell of the first column names, without its quotes."""
+    return cell.strip().strip("`")
