@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import re
+import statistics
 import sys
 import time
 
@@ -129,7 +130,7 @@ def environment():
         lstrip_blocks=True,
     )
     env.filters.update(duration=duration_text, utc=utc, number=number, tone=tone, kind=kind_text, markdown=markdown)
-    env.filters.update(state_number=state_number)
+    env.filters.update(state_number=state_number, median=statistics.median)
     env.globals.update(period=period, time_line=time_line, time_stops=time_stops, alike=alike)
     return env
 
