@@ -133,7 +133,7 @@ TEST_F(PackBuildCheck, JsonHoldsWhatWasMadeAndWhatIsWrongWithIt) {
         Strings held;
     };
     const std::string image =
-        R"("image": { "name": "k.img", "bytes": 18, "md5": ")" + md5Hex("kernel") + "\" } }, {";
+        R"("image": { "name": "k.img", "bytes": 18, "md5": ")" + md5Hex("version=2.0\nkernel") + "\" } }, {";
     const Row rows[] = {
         {kKernel + kRootfs,
          "",
