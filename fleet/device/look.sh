@@ -13,6 +13,7 @@ say bootswitcher "$(fw_printenv bootswitcher 2>&- | sed -n 's/^bootswitcher=//p'
 
 # Room: in bytes, and in free and whole LEBs.
 room=$(df -kP /tmp | tail -n 1)
+# shellcheck disable=SC2086 # its words
 set -- $room
 say tmp $(($4 * 1024))
 info=$(ubinfo /dev/ubi0 2>&-)

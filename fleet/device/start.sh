@@ -14,6 +14,7 @@ rm -f /tmp/rovu.progress
     # The end of the link's session must not end the update.
     trap '' HUP
     status=0
+    # shellcheck disable=SC2086 # OPTIONS are words
     env -i PATH="$PATH" HOME=/ "$PROGRAM" $OPTIONS "$URL" >$run/log 2>&1 </dev/null || status=$?
     echo $status >$run/status
 ) >/dev/null 2>&1 </dev/null &

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """The report of a fleet: what it counts and explains, that records cannot harm the page, and that it fits its screen."""
 
 import functools
