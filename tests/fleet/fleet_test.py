@@ -29,7 +29,7 @@ MANIFEST = """{ version = 1, hardware = 'mast-4,cellar-2,roof-1', clone_overlay 
 SERVER = """pid {home}/nginx.pid; error_log {home}/error.log; events {{}}
 http {{ access_log off; client_body_temp_path {home}/t; proxy_temp_path {home}/t; fastcgi_temp_path {home}/t;
 uwsgi_temp_path {home}/t; scgi_temp_path {home}/t;
-server {{ listen 127.0.0.1:{port}; root {home}/www; limit_rate 400k; }} }}
+server {{ listen 127.0.0.1:{port}; root {home}/www; limit_rate {rate}; }} }}
 """
 
 
@@ -86,7 +86,7 @@ class World:
         self.spec = self.home / "www" / FOLDER / "update.lua"
 
     def serve(self):
-        (self.home / "nginx.conf").write_text(SERVER.format(home=self.home, port=self.port))
+        (self.home / "nginx.conf").write_text(SERVER.format(home=self.home, port=self.port, rate="400k"))
         subprocess.run(["nginx", "-p", str(self.home), "-e", "error.log", "-c", str(self.home / "nginx.conf")], check=True)
 
     def stop_serving(self):
@@ -102,7 +102,7 @@ class World:
         for worker in workers.stdout.split():
             os.kill(int(worker), signal.SIGKILL)
 
-    def play(self, book, *options, records="records", **variables):
+    def play(self, book, *options, records="records", output=None, **variables):
         """Starts a playbook, as the leader of a process group of its own."""
         settings = {
             "rovu_url": self.url,
@@ -127,7 +127,7 @@ class World:
             cwd=FLEET,
             env=environment,
             stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE,
+            stdout=subprocess.PIPE if output is None else open(output, "w"),
             stderr=subprocess.STDOUT,
             text=True,
             start_new_session=True,
