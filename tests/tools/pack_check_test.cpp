@@ -298,7 +298,7 @@ const FindingRow kFindingRows[] = {
     {eUrlLoopback, {kernel("url", "'127.1.0.1/u/kernel'")}, {kernel("url", "'127.1.0.net/u/kernel'")}},
     {eUrlLoopback, {kernel("url", "'http://[::1]:80/u/kernel'")}, {kernel("url", "'http://[::2]/u/kernel'")}},
     {eUrlCharacter, {kernel("url", "'http://h/${V}/kernel'")}, {kernel("url", "'http://h/$/kernel'")}},
-    {eUrlCharacter, {kernel("url", "'http://h/@V@/kernel'")}, {kernel("url", "'http://a:b@h/@V/kernel'")}},
+    {eUrlCharacter, {kernel("url", "'http://h/@V@/kernel'")}, {kernel("url", "'http://a:b@h/@V/@W/kernel'")}},
     {eUrlCharacter,
      {kernel("url", "'http://h/\xE2\x80\x93/kernel'")},
      {kernel("url", "'http://h/%E2%80%93/kernel'")}},

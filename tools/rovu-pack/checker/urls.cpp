@@ -58,20 +58,27 @@ Urls urlsOf(const SpecView& spec) {
     return urls;
 }
 
-// libcurl takes them all; whether a server does is not known. '$' is one only before a name.
+// "@VERSION@"
+bool hasMarkedWord(const std::string& url) {
+    for (size_t at = url.find('@'); at != std::string::npos; at = url.find('@', at + 1)) {
+        const size_t end =
+            url.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_", at + 1);
+        if (end != std::string::npos && end > at + 1 && url[end] == '@') return true;
+    }
+    return false;
+}
+
+// libcurl takes them all; whether a server does is not known. '$' is one only before a name. Empty: there is none.
 std::string oddCharacter(const std::string& url) {
     for (size_t i = 0; i < url.size(); ++i) {
         const unsigned char c = static_cast<unsigned char>(url[i]);
+        const unsigned char next = static_cast<unsigned char>(i + 1 < url.size() ? url[i + 1] : '\0');
         if (c >= 0x80) return "a character that is not ASCII";
-        const bool isVariable =
-            c == '$' && i + 1 < url.size() && (isalpha(url[i + 1]) != 0 || url[i + 1] == '(');
+        const bool isVariable = c == '$' && (isalpha(next) != 0 || next == '(');
         if (isVariable || std::string("<>{}|\\^`\"").find(url[i]) != std::string::npos)
             return std::string("\"") + url[i] + "\"";
     }
-    const size_t first =
-        url.find("@", url.find("://") == std::string::npos ? 0 : url.find("/", url.find("://") + 3));
-    const size_t second = first == std::string::npos ? first : url.find('@', first + 1);
-    return second == std::string::npos ? "" : "\"@\" twice";
+    return hasMarkedWord(url) ? "a word between \"@\"" : "";
 }
 
 void checkTarget(const std::string& url, const FindingPlace& place, Findings* findings) {
