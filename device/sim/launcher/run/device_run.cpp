@@ -27,7 +27,6 @@
 #include <poll.h>
 #include <sched.h>
 #include <sstream>
-#include <sys/inotify.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -38,7 +37,7 @@
 namespace rovusim {
 namespace {
 
-constexpr int kRedrawMilliseconds = 200;
+constexpr int kLookMilliseconds = 200;
 constexpr int kSocketNumber = 250;  // lowest descriptor number for the end of process 1
 
 // What a run holds on the host until its end.
@@ -53,9 +52,9 @@ struct Run {
     Descriptor listener;
     Supervisor supervisor;
     Watch watch;
-    Descriptor reboots;  // readable when the device may have asked for its restart
     InitPlan plan;
     pid_t init = -1;
+    bool endsAtReboot = false;
     bool isRebooting = false;  // and ended for it
 };
 
@@ -290,19 +289,9 @@ bool takeSignal(Run* run, int* exitStatus) {
     return true;
 }
 
-int watchForReboot(Run* run) {
-    const std::string& directory = run->plan.sandbox.stateDir;
-    run->reboots = Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (!run->reboots.isOpen() || inotify_add_watch(run->reboots.get(), directory.c_str(), IN_MOVED_TO) < 0)
-        return cannot("watch", directory, errno);
-    return 0;
-}
-
+// Looked at with each round: a machine has few inotify instances, and may have many devices.
 void endIfRebooting(Run* run) {
-    char events[4096];
-    while (read(run->reboots.get(), events, sizeof events) > 0) {
-    }
-    if (!rebootRequested(run->plan.sandbox.stateDir)) return;
+    if (run->isRebooting || !rebootRequested(run->plan.sandbox.stateDir)) return;
     run->isRebooting = true;
     kill(run->init, SIGKILL);
 }
@@ -313,11 +302,10 @@ int superviseUntilEnd(Run* run) {
         {run->signals.get(), POLLIN, 0},
         {run->listener.get(), POLLIN, 0},
         {run->watch.changes.get(), POLLIN, 0},  // negative, and so ignored, without --watch
-        {run->reboots.get(), POLLIN, 0},        // likewise
     };
+    const bool looksAgain = run->watch.changes.isOpen() || run->endsAtReboot;
     for (;;) {
-        if (poll(files, std::size(files), run->watch.changes.isOpen() ? kRedrawMilliseconds : -1) < 0 &&
-            errno != EINTR) {
+        if (poll(files, std::size(files), looksAgain ? kLookMilliseconds : -1) < 0 && errno != EINTR) {
             cannot("wait for", "the device", errno);
             kill(run->init, SIGKILL);
             return exitStatus;
@@ -326,7 +314,7 @@ int superviseUntilEnd(Run* run) {
         // After the last process the listener would stay readable for ever.
         if ((files[1].revents & POLLHUP) != 0) files[1].fd = -1;
         if ((files[2].revents & POLLIN) != 0) followProgress(&run->watch);
-        if ((files[3].revents & POLLIN) != 0) endIfRebooting(run);
+        if (run->endsAtReboot) endIfRebooting(run);
         redrawWatch(run->watch);
         if ((files[0].revents & POLLIN) != 0 && takeSignal(run, &exitStatus))
             return run->isRebooting ? 0 : exitStatus;
@@ -343,7 +331,7 @@ int prepareRun(const RunOptions& options, Run* run) {
     if (options.watch) {
         if (int rc = startWatch(tmpDuring(*run), &run->watch); rc != 0) return rc;
     }
-    if (int rc = options.untilReboot ? watchForReboot(run) : 0; rc != 0) return rc;
+    run->endsAtReboot = options.untilReboot;
     return openChannels(run);
 }
 
