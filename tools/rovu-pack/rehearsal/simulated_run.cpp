@@ -33,12 +33,19 @@ Fault simulatorFault(const std::string& what, int rc) {
                    : Fault(rc, "the simulated device: " + what + ": " + std::generic_category().message(rc));
 }
 
-// Room for the device's own volumes, and for new ones of any size.
-uint32_t lebsFor(const Tars& tars) {
+// LEBs of the six volumes that a new device has.
+constexpr uint32_t kUsedLebs = 30;
+
+// As many as the kind says are free. If it says nothing, room for new volumes of any size.
+uint32_t lebsFor(const DeviceRoom& room, const Tars& tars) {
     constexpr double kMost = 1 << 19;
     double lebs = rovusim::DeviceOptions().totalLebs;
     for (const TarFacts& tar : tars)
         lebs += tar.volumeSize > 0 ? tar.volumeSize / rovusim::kLebBytes + 1 : 0;
+    if (room.freeLebs && room.lebSize) {
+        const double bytes = static_cast<double>(*room.freeLebs) * static_cast<double>(*room.lebSize);
+        lebs = kUsedLebs + bytes / rovusim::kLebBytes;
+    }
     return static_cast<uint32_t>(std::min(lebs, kMost));
 }
 
@@ -52,7 +59,8 @@ public:
         options.model = kind_.model;
         options.kernelRelease = kind_.kernel;
         options.rootfsVersion = kind_.rootfs;
-        options.totalLebs = lebsFor(tars);
+        options.totalLebs = lebsFor(kind_.room, tars);
+        options.tmpBytes = kind_.room.tmp.value_or(0);
         if (Fault fault = simulatorFault("making it", rovusim::createDevice(state(), options))) return fault;
         if (Fault fault = copy(files.key, kPublicKeyPath)) return fault;
         if (Fault fault = copy(files.secrets, kSecretsPath)) return fault;
