@@ -44,12 +44,16 @@ LONGEST_LINE = 2000
 
 @dataclasses.dataclass(frozen=True)
 class Advice:
-    """A row of the document. All but `message` is Markdown; `level`, `meaning` and `action` may be empty."""
+    """A row of the document. `meaning` and `action` are Markdown; all but `message` may be empty.
+
+    `section`: the heading above the row, which may name the states in which the message is logged.
+    """
 
     message: str
     level: str = ""
     meaning: str = ""
     action: str = ""
+    section: str = ""
 
 
 def without_head(line):
@@ -84,28 +88,26 @@ class Book:
     def __init__(self, path=DOCUMENT):
         self.states = {}
         self._silent = {}
+        self._errnos = {}
         self._patterns = []
         try:
             text = pathlib.Path(path).read_text(encoding="utf-8")
         except FileNotFoundError:
             return
         messages, faults = [], []
-        for _, titles, rows in tables(text):
+        for heading, titles, rows in tables(text):
             if titles[0] == "Message":
-                messages += [Advice(name(row[0]), *row[1:4]) for row in rows]
+                messages += [Advice(name(row[0]), *row[1:4], heading) for row in rows]
             elif titles == ["Fault", "Meaning"]:
                 faults += rows
             elif titles[0] == "State" and titles[-1] == "If it stops here":
-                states = {name(row[0]): row[-1] for row in rows}
-                as_for = re.compile("as for `([^`]+)`")
-                self.states = {
-                    state: as_for.sub(lambda other: states.get(other[1], other[0]), text) for state, text in states.items()
-                }
+                self.states = resolved({name(row[0]): row[-1] for row in rows})
             elif titles == ["State", "Cause"]:
                 self._silent = {name(each): row[1] for row in rows for each in row[0].split(", ")}
+            elif titles[0] == "Name" and titles[-1] == "Meaning":
+                self._errnos = {int(value): f"{row[0]}, {row[-1]}" for row in rows for value in row[1:-1]}
         head = next((each for each in messages if each.message == FAULT_HEAD + "%s"), Advice(""))
-        for fault, meaning in faults:
-            messages.append(Advice(FAULT_HEAD + name(fault), head.level, meaning, head.action))
+        messages += [dataclasses.replace(head, message=FAULT_HEAD + name(row[0]), meaning=row[1]) for row in faults]
         self._add(messages)
 
     def _add(self, messages):
@@ -121,6 +123,22 @@ class Book:
             return None
         return next((advice for pattern, advice in self._patterns if pattern.fullmatch(said)), None)
 
+    def states_of(self, advice):
+        """The states in which the message is logged, as far as its section names them."""
+        return [state for state in self.states if re.search(rf"\b{state}\b", advice.section)]
+
+    def numbers(self, line, advice):
+        """What the numbers in a message say; empty if that is not known. `advice`: that of the line."""
+        said = without_head(line)
+        pair = re.search(r"\((-?\d+), (-?\d+)[,)]", said)
+        if "(%d, %d" in advice.message and pair:
+            return "; ".join(filter(None, (self._errnos.get(-int(pair[1])), status_text(int(pair[2])))))
+        last = re.search(r": (\d+)$", said)
+        # Where it may be an exit status, it cannot be told from an errno value.
+        if advice.message.endswith(": %d") and last and "exit status" not in advice.meaning:
+            return self._errnos.get(int(last[1]), "")
+        return ""
+
     def state(self, state):
         """What to do about an update that stopped in this state; empty if there is nothing."""
         return self.states.get(state, "")
@@ -133,3 +151,18 @@ class Book:
 def name(cell):
     """What a cell of the first column names, without its quotes."""
     return cell.strip().strip("`")
+
+
+def resolved(states):
+    """The texts of the states, with those to which they refer by "as for" in them."""
+    as_for = re.compile("as for `([^`]+)`")
+    return {state: as_for.sub(lambda other: states.get(other[1], other[0]), text) for state, text in states.items()}
+
+
+def status_text(status):
+    """The exit status of a command, as far as it tells more than that the command failed."""
+    if status == 127:
+        return "exit status 127, no such command"
+    if status == -1 or status > 128:
+        return f"exit status {status}, a signal killed the command"
+    return ""

@@ -142,7 +142,7 @@ def failure(group, advice, book):
     outcome = group[0]["outcome"]
     texts = collections.Counter(without_head(record["why"]) for record in group).most_common()
     sample = next((record for record in group if record["log"]), group[0])
-    states = collections.Counter(last_state(record) for record in group if record["states"]).most_common()
+    numbers = [book.numbers(text, advice) for text, _ in texts] if advice else []
     # Where a failure left no message of its own, only the state tells its cause.
     silent = outcome == "failed" and (not advice or advice.level in ("info", "debug"))
     return {
@@ -152,6 +152,7 @@ def failure(group, advice, book):
         "texts": [list(each) for each in texts],
         "meaning": advice.meaning if advice else "",
         "action": advice.action if advice else "",
+        "numbers": list(dict.fromkeys(filter(None, numbers)))[:RELATED],
         "states": [
             {
                 "state": state,
@@ -159,13 +160,24 @@ def failure(group, advice, book):
                 "advice": book.state(state) if outcome == "failed" else "",
                 "cause": book.silent(state) if silent else "",
             }
-            for state, devices in states
+            for state, devices in stopped_in(group, book.states_of(advice) if advice else [])
         ],
         "related": related(sample, book),
         "log_host": sample["host"],
         "log": sample["log"],
         "devices": [record["host"] for record in group],
     }
+
+
+def stopped_in(group, possible):
+    """In which states the updates stopped, each with a count of devices.
+
+    The last state that was seen may be an earlier one; where the message is logged in a single state, it tells.
+    """
+    if len(possible) == 1:
+        return [(possible[0], len(group))]
+    seen = collections.Counter(last_state(record) for record in group if record["states"]).most_common()
+    return [(state, devices) for state, devices in seen if not possible or state in possible]
 
 
 def related(record, book):

@@ -84,6 +84,11 @@ class Summary(Folder):
         self.add(*(record(f"h{n}", "lost", f"no link: h{n} at 10.0.0.{n}") for n in (1, 22)))
         self.assertEqual([each["devices"] for each in self.summary()["failures"]], [["h1", "h22"]])
 
+    def test_message_tells_the_state_that_was_not_seen(self):
+        self.add(record("a", "failed", "Failed to run fw_setenv (0, 1)"), record("b", "failed", "own words"))
+        states = [[state["state"] for state in each["states"]] for each in self.summary()["failures"]]
+        self.assertEqual(states, [["switching volume"], ["verifying"]])
+
     def test_time_line_covers_the_whole_duration(self):
         self.add(record("a"), record("b", None, ended=None))
         done, running = (device["segments"] for device in reversed(self.summary()["waves"][0]["devices"]))
@@ -132,6 +137,21 @@ class AdviceOfMessages(unittest.TestCase):
         for line in ("", "ubiupdatevol: error", 'Failed to remove UBI volume "k1" x', "Failed to read model number (a, 0, 1)"):
             with self.subTest(line):
                 self.assertIsNone(Book().message(line))
+
+    def test_tells_the_numbers(self):
+        book = Book()
+        for message, words in (
+            ('Failed to create directory "/tmp/rovu": 17', "EEXIST, the directory exists"),
+            ("Parsing of FW update spec file failed: 54", "EBADRQC"),
+            ("Failed to read bootswitcher state (-12, 127).", "ENOMEM"),
+            ("Failed to read bootswitcher state (-12, 127).", "no such command"),
+            ("Failed to run fw_setenv (0, 137)", "signal"),
+        ):
+            with self.subTest(message):
+                self.assertIn(words, book.numbers(message, book.message(message)))
+        for message in ("Failed to run fw_setenv (0, 1)", "Failed to parse rootfs release number: 2", "Caught signal 2. Exiting..."):
+            with self.subTest(message):
+                self.assertEqual(book.numbers(message, book.message(message)), "")
 
     def test_of_a_state_holds_without_the_others(self):
         self.assertEqual(Book().state("running scripts")[:29], "see the script's own output; ")
