@@ -12,27 +12,28 @@ DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "operating.md"
 # The most urgent first: what may need a visit to the device, then what may happen to the devices that follow, then
 # what changed nothing.
 OUTCOMES = {
-    "gone": "The device was told to start its new set and has not answered since. Check its power, its network and "
-    "its console. Once it answers, run the playbook again: it then verifies the device.",
-    "lost": "The device did not answer for as long as it may, and its update may still be running. Check the link. "
-    "Once the device answers, run the playbook again: it follows the update, or starts it.",
-    "fell back": "The boot loader started the old set again, so the device works as before. Look at the console of one "
-    "such device before the update goes to more: the new set may not boot on this kind.",
-    "unsound": "The device cannot be updated as it is, or does not hold what the update writes. Find the cause before "
-    "the update goes to more devices.",
-    "unhealthy": "The device runs the update and its volumes are as expected, but the health command failed. Look at "
-    "what the command printed.",
-    "failed": "The update ended with an error, and was not started again. Fix the cause, then run the playbook again.",
-    "stopped": "A signal ended the update before it was complete. Run the playbook again: it starts from the beginning.",
-    "busy": "Another update runs on the device, so this one was not started. Run the playbook again once it has ended.",
-    "refused": "The device would not accept the update, or would end in a state that is an error, so nothing was "
-    "started. Use an update for this kind of device, or take the device out of the inventory.",
+    "gone": "The device has not answered since the state that is named. In \"switching volume\" or \"complete\", it has not "
+    "come back from its restart. Check its power, its link and its console. The update may go on without the link: run "
+    "the playbook again when the device answers.",
+    "fell back": "The device did not start the set that it was told to start, but the one before. Look at the console "
+    "of one such device before the update goes to more.",
+    "unsound": "The device is not what it should be, or tells contradictory things. Look at it before anything else is "
+    "done to it.",
+    "unhealthy": "The volumes are as expected, but the health command failed. See what it printed; the playbook back.yml "
+    "returns the device to its former set.",
+    "failed": "The update ended with an error. Fix the cause, then run the playbook again.",
+    "unreachable": "The device did not answer, so nothing was started. Check the link, then run the playbook again.",
+    "stopped": "A signal ended the update before it was complete. Find out who sent it, then run the playbook again.",
+    "busy": "Another update runs on the device, so this one was not started. Run the playbook again when it has ended.",
+    "refused": "Nothing was started: the device would refuse the update, or it would do harm. Use an update for this "
+    "kind of device, or take the device out of the inventory.",
     "running": "The update is under way. If no playbook is running, run it again: it follows the update.",
     "updated": "The device runs the update, and its volumes were verified.",
-    "current": "The device ran the update already. Nothing was started, and its volumes were verified.",
+    "current": "Nothing was to be done. Nothing was started.",
     "done": "The update ran, and does not restart the device.",
+    "returned": "The device runs its former set again, and its volumes were verified.",
 }
-GOOD = ("updated", "current", "done")
+GOOD = ("updated", "current", "done", "returned")
 
 # What a message may have for each variable of the document.
 VARIABLES = {"%s": r".*", "%d": r"-?\d+", "%u": r"\d+", "%c": r".", "%08x": r"[0-9a-fA-F]{8}"}

@@ -14,7 +14,7 @@ import time
 import jinja2
 import markupsafe
 
-from rovu_fleet.advice import GOOD
+from rovu_fleet.advice import GOOD, OUTCOMES
 from rovu_fleet.summary import BEFORE, summarize
 
 # The states in their order, as the legend numbers them; 0 is the time before the first.
@@ -38,7 +38,7 @@ STATES = (
     "error",
 )
 # Of the device nothing was changed, and nothing is broken.
-HELD = ("stopped", "busy", "refused")
+HELD = ("unreachable", "stopped", "busy", "refused")
 # A larger fleet's good devices are folded away; if even more devices than these are shown, their time lines lose their
 # text. So the page of ten thousand devices has a few megabytes.
 FOLDED_FROM = 500
@@ -148,6 +148,7 @@ def render(data):
         folded=data["total"] > FOLDED_FROM,
         detailed=sum(device["outcome"] not in GOOD for device in devices) <= FOLDED_FROM,
         good_outcomes=GOOD,
+        outcomes=OUTCOMES,
         states=sorted((state_number(state), state) for state in seen),
     ).lstrip()
 

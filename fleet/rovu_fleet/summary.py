@@ -12,6 +12,8 @@ from rovu_fleet.advice import GOOD, OUTCOMES, Book, without_head
 UNPRINTABLE = re.compile("[\x00-\x08\x0b-\x1f\x7f-\x9f\ud800-\udfff]")
 BEFORE = "before the start"
 LATEST_TIME = 2**33
+# What the records of back.yml have before the spec in place of the URL.
+BACK = "back from "
 RELATED = 3  # messages before the last one that are explained too
 
 
@@ -212,6 +214,24 @@ def waves_of(records, now):
     return sorted(found, key=lambda wave: wave["started"])
 
 
+def select(records):
+    """The URL of the update that was started last, its records, and how many records are of which other URL.
+
+    A device that was returned since then has lost its record of the update, and still belongs to it.
+    """
+    if not records:
+        return "", [], {}
+    newest = max(records, key=lambda record: (not record["url"].startswith(BACK), record["started"]))
+    first = min(record["started"] for record in records if record["url"] == newest["url"])
+    chosen, others = [], collections.Counter()
+    for record in records:
+        if record["url"] == newest["url"] or (record["url"].startswith(BACK) and record["started"] >= first):
+            chosen.append(record)
+        else:
+            others[record["url"]] += 1
+    return newest["url"], chosen, dict(others.most_common())
+
+
 def summarize(folder, now, book=None):
     """What the report of a folder of records shows. `now` in seconds since the epoch.
 
@@ -219,9 +239,7 @@ def summarize(folder, now, book=None):
     """
     book = book or Book()
     records, unreadable = read_records(folder)
-    url = max(records, key=lambda record: record["started"])["url"] if records else ""
-    others = collections.Counter(record["url"] for record in records if record["url"] != url)
-    records = [record for record in records if record["url"] == url]
+    url, records, others = select(records)
     waves = waves_of(records, now)
     devices = [device for wave in waves for device in wave["devices"]]
     running = any(device["ended"] is None for device in devices)
@@ -235,6 +253,6 @@ def summarize(folder, now, book=None):
         "counts": count(devices),
         "failures": failures_of(records, book),
         "waves": waves,
-        "others": dict(others.most_common()),
+        "others": others,
         "unreadable": unreadable,
     }

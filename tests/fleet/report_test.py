@@ -60,17 +60,17 @@ class Folder(unittest.TestCase):
 class Summary(Folder):
     def test_what_is_urgent_and_frequent_comes_first(self):
         self.add(record("mast-10"), record("mast-9", wave="v", started=NOW - 500, states=[]))
-        self.add(record("a-1", "refused", "no"), record("b", None, ended=None), record("c", "lost", "no link: c is off"))
+        self.add(record("a-1", "refused", "no"), record("b", None, ended=None), record("c", "gone", "c is off"))
         self.add(record("x", "failed", "odd"), *(record(f"f-{n}", "failed", FLASH.format(n % 2)) for n in range(3)))
         data = self.summary()
         self.assertEqual(
-            list(data["counts"].items()), [("lost", 1), ("failed", 4), ("refused", 1), ("running", 1), ("updated", 2)]
+            list(data["counts"].items()), [("gone", 1), ("failed", 4), ("refused", 1), ("running", 1), ("updated", 2)]
         )
         groups = [(each["outcome"], each["message"], each["devices"]) for each in data["failures"]]
         self.assertEqual(
             groups,
             [
-                ("lost", "no link: c is off", ["c"]),
+                ("gone", "c is off", ["c"]),
                 ("failed", 'Failed to flash UBI volume "…"', ["f-0", "f-1", "f-2"]),
                 ("failed", "odd", ["x"]),
                 ("refused", "no", ["a-1"]),
@@ -81,7 +81,7 @@ class Summary(Folder):
         self.assertIsNone(data["ended"])
 
     def test_messages_that_differ_in_host_and_numbers_are_one_group(self):
-        self.add(*(record(f"h{n}", "lost", f"no link: h{n} at 10.0.0.{n}") for n in (1, 22)))
+        self.add(*(record(f"h{n}", "gone", f"no link: h{n} at 10.0.0.{n}") for n in (1, 22)))
         self.assertEqual([each["devices"] for each in self.summary()["failures"]], [["h1", "h22"]])
 
     def test_message_tells_the_state_that_was_not_seen(self):
@@ -92,9 +92,16 @@ class Summary(Folder):
     def test_time_line_covers_the_whole_duration(self):
         self.add(record("a"), record("b", None, ended=None))
         done, running = (device["segments"] for device in reversed(self.summary()["waves"][0]["devices"]))
-        self.assertEqual([(state, seconds) for state, _, seconds in done][:2], [("before the start", 5), ("starting", 5)])
+        self.assertEqual([[state, seconds] for state, _, seconds in done[:2]], [["before the start", 5], ["starting", 5]])
         self.assertEqual(sum(seconds for _, _, seconds in done), 45)
         self.assertEqual(running[-1][2], 60)
+
+    def test_returned_devices_belong_to_the_update(self):
+        back = {"url": "back from update.lua", "outcome": "returned"}
+        self.add(record("a"), record("b", started=NOW - 50, **back), record("old", started=NOW - 900, **back))
+        data = self.summary()
+        self.assertEqual((data["url"], data["counts"]), (URL, {"updated": 1, "returned": 1}))
+        self.assertEqual(data["others"], {"back from update.lua": 1})
 
     def test_bad_and_foreign_records_are_left_out_and_named(self):
         self.add(record("a"), record("old", url="http://other", started=NOW - 900), record("b", started=1e300))
@@ -111,7 +118,7 @@ class AdviceOfMessages(unittest.TestCase):
     ROWS = (
         ('UBI [common/ubi_tools:83, 03/14-09:26:53]: Failed to remove UBI volume "k1_root"', "mounted or open"),
         ('UBI [common/ubi_tools:9, 03/14-09:26:53]: Volume verification for "k0" failed (32, 0).', "compare the MD5s"),
-        ("UBI [common/active_set:41, 12/31-23:59:59]: Failed to read bootswitcher state (-2, 127).", "its configuration"),
+        ("UBI [common/active_set:4, 12/31-23:59:59]: Failed to read bootswitcher state (-2, 127).", "configuration"),
         ("DOWNLD [common/fetch:7, 03/14-09:26:53]: CURL download failed after 0 bytes: (22) 404", "size limit"),
         ("DOWNLD [common/fetch:7, 03/14-09:26:53]: Hash verification failed", "the spec's hash"),
         ('ROVU [app/run:1, 03/14-09:26:53]: Failed to create directory "/tmp/rovu": 17', "clean up"),
@@ -134,7 +141,7 @@ class AdviceOfMessages(unittest.TestCase):
                 self.assertIn(words, f"{advice.meaning}; {advice.action}")
 
     def test_is_none_for_other_lines(self):
-        for line in ("", "ubiupdatevol: error", 'Failed to remove UBI volume "k1" x', "Failed to read model number (a, 0, 1)"):
+        for line in ("", "tar: error", 'Failed to remove UBI volume "k1" x', "Failed to read model number (a, 0, 1)"):
             with self.subTest(line):
                 self.assertIsNone(Book().message(line))
 
@@ -149,7 +156,7 @@ class AdviceOfMessages(unittest.TestCase):
         ):
             with self.subTest(message):
                 self.assertIn(words, book.numbers(message, book.message(message)))
-        for message in ("Failed to run fw_setenv (0, 1)", "Failed to parse rootfs release number: 2", "Caught signal 2. Exiting..."):
+        for message in ("Failed to run fw_setenv (0, 1)", "Failed to parse rootfs release number: 2"):
             with self.subTest(message):
                 self.assertEqual(book.numbers(message, book.message(message)), "")
 
@@ -164,7 +171,8 @@ class AdviceOfMessages(unittest.TestCase):
 
 # What the template gives its elements.
 ATTRIBUTES = set(
-    "aria-hidden aria-label aria-labelledby charset class colspan content href http-equiv id lang name role scope style title".split()
+    "aria-hidden aria-label aria-labelledby charset class colspan content href http-equiv id lang name role scope style "
+    "title".split()
 )
 
 
@@ -224,7 +232,8 @@ class Page(Folder):
         css = (FLEET / "rovu_fleet/report.css").read_text()
         schemes = [dict(re.findall(r"--([\w-]+): (#\w+)", part)) for part in css.split("@media", 2)[:2]]
         for colours in schemes:
-            pairs = [(text, back) for text in "ink muted link good running held bad".split() for back in ("paper", "panel")]
+            texts = "ink muted link good running held bad".split()
+            pairs = [(text, back) for text in texts for back in ("paper", "panel")]
             pairs += [("on-state", f"s{number}") for number in range(18)]
             for text, back in pairs:
                 with self.subTest(f"{text} on {back}: {colours[text]} on {colours[back]}"):
@@ -251,8 +260,8 @@ class Quiet(http.server.SimpleHTTPRequestHandler):
 @unittest.skipUnless(shutil.which("chromium"), "chromium is not installed")
 class Browser(Folder):
     # The page in a frame of the width in question, and how wide its content is: the browser has no narrow windows.
-    FRAME = """<!DOCTYPE html><iframe id=f src=a.html style="width:{}px;height:900px;border:0"></iframe><p id=p></p><script>
-        f.onload = () => {{ for (const each of f.contentDocument.querySelectorAll("details")) each.open = true;
+    FRAME = """<!DOCTYPE html><iframe id=f src=a.html style="width:{}px;height:900px;border:0"></iframe><p id=p></p>
+        <script>f.onload = () => {{ for (const each of f.contentDocument.querySelectorAll("details")) each.open = true;
             const page = f.contentDocument.documentElement;
             p.textContent = `content ${{page.scrollWidth}} of ${{page.clientWidth}}`; }};</script>"""
 
@@ -262,8 +271,9 @@ class Browser(Folder):
         handler = functools.partial(Quiet, directory=self.folder)
         with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
             threading.Thread(target=server.serve_forever, daemon=True).start()
-            words = "--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking"
-            words += " --disable-component-update --disable-sync --virtual-time-budget=10000 --dump-dom"
+            words = "--headless --no-sandbox --disable-gpu --disable-quic --no-first-run"
+            words += " --disable-background-networking --disable-component-update --disable-sync"
+            words += " --virtual-time-budget=10000 --dump-dom"
             dump = subprocess.run(
                 ["chromium", *words.split(), f"--user-data-dir={self.folder}/profile",
                  f"http://127.0.0.1:{server.server_address[1]}/frame.html"],
