@@ -17,7 +17,7 @@ import unittest
 
 FLEET = pathlib.Path(__file__).resolve().parents[2] / "fleet"
 sys.path.insert(0, str(FLEET))
-from rovu_fleet.advice import OUTCOMES, Book  # noqa: E402
+from rovu_fleet.advice import OUTCOMES, Book, tables  # noqa: E402
 from rovu_fleet.report import render  # noqa: E402
 from rovu_fleet.summary import summarize  # noqa: E402
 
@@ -163,6 +163,11 @@ class AdviceOfMessages(unittest.TestCase):
     def test_of_a_state_holds_without_the_others(self):
         self.assertEqual(Book().state("running scripts")[:29], "see the script's own output; ")
         self.assertIn("the tar is not the one", Book().state("downloading images"))
+
+    def test_is_there_for_each_outcome(self):
+        text = (FLEET.parent / "docs/fleet.md").read_text(encoding="utf-8")
+        named = {row[0].strip("`") for _, titles, rows in tables(text) if titles[0] == "Outcome" for row in rows}
+        self.assertEqual(named | {"running"}, set(OUTCOMES))
 
     def test_is_not_needed(self):
         book = Book("/nonexistent")
