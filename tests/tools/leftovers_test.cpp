@@ -111,11 +111,8 @@ TEST_F(Leftovers, AreNoneOnAFullDiskWhichIsNamed) {
         << said();
     EXPECT_EQ(said().find("\nout/"), std::string::npos) << said();
     ASSERT_EQ(shell(std::string("$PACK ") + kBuild), 0) << said();
-    EXPECT_EQ(onFull("tmp", kCheck), 2);
-    EXPECT_NE(said().find("decrypting out/rootfs.tar: "), std::string::npos) << said();
-    EXPECT_NE(said().find("No space left on device"), std::string::npos) << said();
-    EXPECT_EQ(shell(std::string("TMPDIR=/nowhere $PACK ") + kCheck), 2);
-    EXPECT_NE(said().find("TMPDIR"), std::string::npos) << said();
+    EXPECT_EQ(onFull("tmp", kCheck), 0) << said();  // which decrypts without writing anything
+    EXPECT_EQ(shell(std::string("TMPDIR=/nowhere $PACK ") + kCheck), 0) << said();
 }
 
 }  // namespace

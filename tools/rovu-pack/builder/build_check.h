@@ -14,7 +14,7 @@ struct BuiltSpec {
     std::string bytes;   // accepted by the device's code
     std::string folder;  // where its tars are
     std::string out;     // where they will be: the folder's name in messages
-    const BuiltTars& tars;
+    const TarContents& tars;
 };
 
 /// Applies the rules of `check` to the spec and its tars, encrypted or not.

@@ -39,7 +39,7 @@ struct Build {
     time_t time = 0;
     SigningKey signingKey;
     UpdateStaging staging;
-    BuiltTars tars;
+    TarContents tars;
     ProgressBar* bar;
     BuildResult* result;
 };
@@ -83,7 +83,7 @@ struct PackedTar {
 };
 
 // For the check, which then need not read the tar.
-void note(const std::string& member, const char* bytes, size_t size, BuiltTar* built) {
+void note(const std::string& member, const char* bytes, size_t size, TarContent* built) {
     for (TarMember& candidate : built->members) {
         if (candidate.name == member) candidate.size += size;
     }
@@ -98,7 +98,7 @@ Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedT
     OutputFile file;
     if (Fault fault = file.open(build->staging.pathOf(job.name), build->fileKey)) return fault;
     Digest md5(EVP_md5());
-    BuiltTar* built = &build->tars[job.name];
+    TarContent* built = &build->tars[job.name];
     for (const TarInput& input : job.inputs)
         built->members.push_back({input.member, TarMember::eFile, 0, "", false});
     const ByteSink add = [&file](const char* bytes, size_t size) { return file.add(bytes, size); };

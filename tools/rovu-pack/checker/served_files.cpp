@@ -9,7 +9,6 @@
 #include "interruption.h"
 #include "progress_bar.h"
 #include "tar_members.h"
-#include "temporary_file.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -35,11 +34,50 @@ std::string servedFile(const std::string& folder, const std::string& url) {
     return path.empty() ? "" : folder + "/" + path;
 }
 
-// Whatever the spec says of its volume, which may be wrong.
-bool hasImage(const TarFacts& tar) {
-    return std::any_of(tar.required.begin(), tar.required.end(),
-                       [](const RequiredMember& required) { return required.isImage; });
+// By its first bytes, whole or not.
+bool beginsAsTar(const std::string& path) {
+    std::error_code ignored;
+    std::vector<TarMember> members;
+    std::string compression;
+    if (!std::filesystem::is_regular_file(path, ignored) || std::filesystem::file_size(path, ignored) == 0)
+        return false;
+    return !listTar(path, &members, &compression) || !members.empty();
 }
+
+// Keeps of a tar's bytes what is judged of the members that the spec names.
+class ContentKeeper {
+public:
+    ContentKeeper(const TarFacts& tar, TarContent* content) : tar_(tar), content_(content) {}
+
+    void keep(const TarMember& member, uint64_t offset, const char* bytes, size_t size) {
+        bool isImage = false;
+        bool isScript = false;
+        for (const RequiredMember& required : tar_.required) {
+            if (required.name != member.name) continue;
+            (required.isImage ? isImage : isScript) = true;
+        }
+        if (isImage) keepOfImage(offset, bytes, size);
+        if (isScript) keepOfScript(member.name, offset, bytes, size);
+    }
+
+private:
+    void keepOfImage(uint64_t offset, const char* bytes, size_t size) {
+        if (offset == 0) md5_ = Digest(EVP_md5());
+        md5_.add(bytes, size);
+        content_->image.add(offset, bytes, size);
+        if (size == 0) content_->imageMd5 = md5_.hex();
+    }
+
+    void keepOfScript(const std::string& name, uint64_t offset, const char* bytes, size_t size) {
+        std::string& script = content_->scripts[name];
+        if (offset == 0) script.clear();
+        script.append(bytes, std::min(size, kMostOfScript - script.size()));
+    }
+
+    const TarFacts& tar_;
+    TarContent* content_;
+    Digest md5_{EVP_md5()};
+};
 
 struct FileRule {
     const SpecView& spec;
@@ -63,68 +101,61 @@ struct FileRule {
         return {};
     }
 
-    // Each tar is read once as it travels, once to be decrypted, and once for its image.
+    // Each tar is read once.
     void expectWork(const Tars& tars) const {
         uint64_t bytes = 0;
         for (const TarFacts& tar : tars) {
             std::error_code missing;
             const uint64_t size = std::filesystem::file_size(tar.path, missing);
-            if (missing) continue;
-            bytes += size;
-            if (key.present) bytes += size;
-            if (hasImage(tar)) bytes += size;
+            if (!missing) bytes += size;
         }
         bar->expect(bytes);
     }
 
     Fault check(const Tars& tars, TarFacts* tar) const {
         bar->begin(std::filesystem::path(tar->path).filename());
-        if (!find(tar)) return interruption();
-        MemberSource source = {tar->path, builtOf(*tar), bar->progress()};
-        TemporaryFile decrypted;
-        if (source.built != nullptr) {
-            tar->members = source.built->members;
-            tar->opened = true;
-        } else if (spec.keyOffset() < 0) {
-            openPlain(tar);
-        } else if (Fault fault = openEncrypted(tar, &decrypted, &source.path)) {
-            return fault;
+        TarContent read;
+        const TarContent* content = builtOf(*tar);
+        if (content != nullptr) {
+            takeBuilt(tar, *content);
+        } else {
+            content = &read;
+            readTar(tar, &read);
         }
-        if (tar->opened) findings->append(checkMembers(spec, tars, source, tar));
+        if (tar->opened) findings->append(checkMembers(spec, tars, *content, tar));
         return interruption();
     }
 
     // By the file's name alone: a build puts all of them into one folder.
-    const BuiltTar* builtOf(const TarFacts& tar) const {
+    const TarContent* builtOf(const TarFacts& tar) const {
         if (options.built == nullptr) return nullptr;
         const auto found = options.built->find(std::filesystem::path(tar.path).filename());
         return found == options.built->end() ? nullptr : &found->second;
     }
 
-    Fault measure(const TarFacts& tar, uint64_t* size, std::string* sha256) const {
-        if (tar.path.empty()) return {ENOENT, "its URL names no file"};
-        if (options.built == nullptr) return digestFile(tar.path, bar->progress(), size, sha256);
+    void reportMissing(const TarFacts& tar, const Fault& fault) const {
+        add(eTarMissing, tar.keyPrefix + "url", "The tar is not among the files: " + fault.message() + ".");
+    }
+
+    // The spec's digest is that of the file.
+    void takeBuilt(TarFacts* tar, const TarContent& content) const {
         std::error_code fault;
-        *size = std::filesystem::file_size(tar.path, fault);
-        return fault ? fileFault(tar.path, fault.value()) : Fault();
+        const uint64_t size = std::filesystem::file_size(tar->path, fault);
+        if (fault) return reportMissing(*tar, fileFault(tar->path, fault.value()));
+        compareFile(tar, size, tar->hash);
+        tar->members = content.members;
+        tar->opened = true;
     }
 
     // The file as it travels.
-    bool find(TarFacts* tar) const {
-        std::string sha256 = tar->hash;
-        if (Fault fault = measure(*tar, &tar->size, &sha256)) {
-            add(eTarMissing, tar->keyPrefix + "url",
-                "The tar is not among the files: " + fault.message() + ".");
-            return false;
-        }
+    void compareFile(TarFacts* tar, uint64_t size, const std::string& sha256) const {
         tar->found = true;
+        tar->size = size;
         const Comparison comparison = {spec, findings};
         comparison.digest(tar->keyPrefix + "hash", tar->path, sha256, tar->hash);
-        comparison.size(eLimitTooSmall, tar->keyPrefix + "dlsize", {tar->path, tar->size}, "limit",
-                        tar->limit);
+        comparison.size(eLimitTooSmall, tar->keyPrefix + "dlsize", {tar->path, size}, "limit", tar->limit);
         checkLooseLimit(*tar);
         checkMode(*tar);
-        return true;
     }
 
     // Twice the file and more is no reserve, but most often the number of another file.
@@ -144,32 +175,30 @@ struct FileRule {
         add(eTarUnreadable, tar.keyPrefix + "url", tar.path + " can be read by its owner or group alone.");
     }
 
-    // Leaves in `*damage` what is wrong with a file that begins as a tar; nothing if it does not.
-    bool list(TarFacts* tar, const std::string& path, std::string* damage) const {
-        std::string compression;
-        const Fault fault = tar->size > 0 ? listTar(path, &tar->members, &compression) : Fault();
-        tar->opened = tar->size > 0 && !fault;
-        if (fault && !tar->members.empty()) {
-            *damage = fault.message().substr(path.size() + 2);  // the path may be that of a temporary file
-            tar->members.clear();
+    // One pass over the file for all that is judged of it.
+    void readTar(TarFacts* tar, TarContent* content) const {
+        if (tar->path.empty()) return reportMissing(*tar, {ENOENT, "its URL names no file"});
+        const bool isPlain = spec.keyOffset() < 0 || beginsAsTar(tar->path);
+        ContentKeeper keeper(*tar, content);
+        const MemberSink keep = [&keeper](const TarMember& member, uint64_t offset, const char* bytes,
+                                          size_t size) { keeper.keep(member, offset, bytes, size); };
+        TarPass pass;
+        if (Fault fault = passOverTar(tar->path, isPlain ? FileKey() : key, keep, bar->progress(), &pass))
+            return reportMissing(*tar, fault);
+        compareFile(tar, pass.size, pass.sha256);
+        if (isPlain) {
+            judgePlain(tar, pass);
+        } else {
+            judgeEncrypted(tar, pass);
         }
-        if (tar->opened && !compression.empty())
-            add(eCompressedTar, tar->keyPrefix + "url",
-                tar->path + " is compressed by " + compression + ", which not every tar detects.");
-        return tar->opened;
     }
 
-    void reportDamage(const TarFacts& tar, const std::string& damage) const {
-        add(eNotATar, tar.keyPrefix + "url",
-            tar.path + " is damaged, and most likely not whole: " + damage + ".")
-            .advice = "Copy the file again, and compare its size with the original's.";
-    }
-
-    void openPlain(TarFacts* tar) const {
-        std::string damage;
-        if (list(tar, tar->path, &damage)) return;
-        if (!damage.empty()) return reportDamage(*tar, damage);
-        if (tar->size == 0 || tar->size % kCipherBlock != 0) {
+    void judgePlain(TarFacts* tar, const TarPass& pass) const {
+        if (spec.keyOffset() >= 0)
+            add(eKeyWithoutEncryption, "encr_key_offset",
+                "The device decrypts every tar, and " + tar->path + " is plain.");
+        if (open(tar, pass)) return;
+        if (pass.size == 0 || pass.size % kCipherBlock != 0) {
             add(eNotATar, tar->keyPrefix + "url", tar->path + " is no tar.");
         } else {
             add(eEncryptedWithoutKey, tar->keyPrefix + "url",
@@ -177,32 +206,33 @@ struct FileRule {
         }
     }
 
-    // Leaves the path of the plain tar in `*path`.
-    Fault openEncrypted(TarFacts* tar, TemporaryFile* decrypted, std::string* path) const {
-        std::string damage;
-        if (list(tar, tar->path, &damage) || !damage.empty()) {
-            add(eKeyWithoutEncryption, "encr_key_offset",
-                "The device decrypts every tar, and " + tar->path + " is plain.");
-            if (!damage.empty()) reportDamage(*tar, damage);
-            return {};
-        }
+    void judgeEncrypted(TarFacts* tar, const TarPass& pass) const {
         if (options.secrets.empty())
             add(eTarNotOpened, "encr_key_offset", tar->path + " is encrypted, and was not opened.");
-        if (!key.present) return {};
-        if (Fault fault = decrypted->open()) return fault;
-        *path = decrypted->path();
-        Fault fault = decryptFileTo(tar->path, *path, key, bar->progress());
-        if (fault.code() == EBADMSG) {
-            add(eDecryptionFails, "encr_key_offset", "A tar does not decrypt: " + fault.message() + ".");
-            return {};
-        }
-        if (fault) return fault.of("decrypting " + tar->path);
-        if (list(tar, *path, &damage)) return {};
-        if (damage.empty())
+        if (!key.present) return;
+        if (pass.cipherFault) {
+            add(eDecryptionFails, "encr_key_offset",
+                "A tar does not decrypt: " + pass.cipherFault.message() + ".");
+        } else if (!open(tar, pass)) {
             add(eDecryptionFails, "encr_key_offset", "What the key makes of " + tar->path + " is no tar.");
-        else
-            reportDamage(*tar, damage);
-        return {};
+        }
+    }
+
+    // Whether it is a tar; one that is damaged is reported, and stays closed.
+    bool open(TarFacts* tar, const TarPass& pass) const {
+        if (pass.size == 0 || (pass.tarFault && pass.members.empty())) return false;
+        if (pass.tarFault) {
+            add(eNotATar, tar->keyPrefix + "url",
+                tar->path + " is damaged, and most likely not whole: " + pass.tarFault.message() + ".")
+                .advice = "Copy the file again, and compare its size with the original's.";
+            return true;
+        }
+        tar->members = pass.members;
+        tar->opened = true;
+        if (!pass.compression.empty())
+            add(eCompressedTar, tar->keyPrefix + "url",
+                tar->path + " is compressed by " + pass.compression + ", which not every tar detects.");
+        return true;
     }
 };
 

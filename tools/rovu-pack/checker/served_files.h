@@ -11,10 +11,10 @@
 #include <string>
 
 struct FileOptions {
-    std::string folder;                // where the files are, each under the last step of its URL
-    std::string secrets;               // key file as the device holds it; empty: not given
-    ProgressBar* bar = nullptr;        // that expects this work; null: one of the check's own
-    const BuiltTars* built = nullptr;  // null: the files are not just built
+    std::string folder;                  // where the files are, each under the last step of its URL
+    std::string secrets;                 // key file as the device holds it; empty: not given
+    ProgressBar* bar = nullptr;          // that expects this work; null: one of the check's own
+    const TarContents* built = nullptr;  // null: the files are not just built
 };
 
 struct ServedFiles {

@@ -31,7 +31,7 @@ struct MemberRule {
     const SpecView& spec;
     const Tars& tars;
     TarFacts& tar;
-    const MemberSource& source;
+    const TarContent& content;
     Findings* findings;
     std::string* scripts;  // the bytes of all that were judged
 
@@ -133,19 +133,10 @@ struct MemberRule {
     }
 
     void checkScriptOf(const RequiredMember& required) const {
-        const std::string what = nameOf(required.name);
-        std::string bytes;
-        if (Fault fault = readScript(required.name, &bytes))
-            return missing(required, what + " cannot be read: " + fault.message() + ".");
-        findings->append(checkScript(bytes, what, spec.at(required.key)));
+        const auto found = content.scripts.find(required.name);
+        const std::string bytes = found == content.scripts.end() ? "" : found->second;
+        findings->append(checkScript(bytes, nameOf(required.name), spec.at(required.key)));
         *scripts += bytes;
-    }
-
-    Fault readScript(const std::string& name, std::string* bytes) const {
-        if (source.built == nullptr) return readTarMember(source.path, name, kMostOfScript, bytes);
-        const auto found = source.built->scripts.find(name);
-        if (found != source.built->scripts.end()) *bytes = found->second;
-        return {};
     }
 
     void checkImage(const RequiredMember& required, const TarMember& member) const {
@@ -153,29 +144,21 @@ struct MemberRule {
         const Comparison comparison = {spec, findings};
         comparison.size(eVolumeTooSmall, tar.keyPrefix + "imsize", {what, member.size}, "volume",
                         tar.volumeSize);
-        ImageContent read;
-        if (source.built == nullptr) {
-            std::string digest;
-            const MemberSink take = [&read](uint64_t offset, const char* bytes, size_t size) {
-                read.add(offset, bytes, size);
-            };
-            if (Fault fault = digestTarMember(source.path, required.name, take, source.progress, &digest))
-                return missing(required, what + " cannot be read: " + fault.message() + ".");
-            comparison.digest(tar.keyPrefix + "image_md5", what, digest, tar.imageMd5);
-        }
-        const ImageContent& content = source.built == nullptr ? read : source.built->image;
-        findings->append(checkImageContent(content, {tar.kind, tar.version, what, spec.at(required.key)}));
-        tar.lebSize = findFormat(content.head()).lebSize;
+        if (!content.imageMd5.empty())
+            comparison.digest(tar.keyPrefix + "image_md5", what, content.imageMd5, tar.imageMd5);
+        findings->append(
+            checkImageContent(content.image, {tar.kind, tar.version, what, spec.at(required.key)}));
+        tar.lebSize = findFormat(content.image.head()).lebSize;
         checkLooseVolume(what, member.size);
     }
 };
 
 }  // namespace
 
-Findings checkMembers(const SpecView& spec, const Tars& tars, const MemberSource& source, TarFacts* tar) {
+Findings checkMembers(const SpecView& spec, const Tars& tars, const TarContent& content, TarFacts* tar) {
     Findings findings;
     std::string scripts;
-    const MemberRule rule = {spec, tars, *tar, source, &findings, &scripts};
+    const MemberRule rule = {spec, tars, *tar, content, &findings, &scripts};
     rule.checkAll();
     for (const RequiredMember& required : tar->required)
         rule.checkRequired(required);

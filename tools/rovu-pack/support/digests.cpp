@@ -45,24 +45,3 @@ std::string hexSha256(const std::string& bytes) {
     digest.add(bytes.data(), bytes.size());
     return digest.hex();
 }
-
-Fault digestFile(const std::string& path, WorkProgress* progress, uint64_t* size, std::string* sha256) {
-    File file;
-    uint64_t total = 0;
-    if (Fault fault = openRegularFile(path, &file, &total)) return fault;
-    Digest digest(EVP_sha256());
-    total = 0;  // what is read counts, should it be growing
-    std::vector<char> chunk(kChunk);
-    while (const size_t got = fread(chunk.data(), 1, chunk.size(), file.get())) {
-        digest.add(chunk.data(), got);
-        total += got;
-        if (Fault fault = interruption()) return fault;
-        reportWork(progress, got);
-    }
-    if (ferror(file.get()) != 0) return fileFault(path, errno);
-    std::string hex = digest.hex();
-    if (hex.empty()) return {ENOMEM, path + ": libcrypto refuses to compute its digest"};
-    *size = total;
-    *sha256 = std::move(hex);
-    return {};
-}

@@ -35,6 +35,3 @@ std::string hexOf(const std::string& bytes);
 
 /// \return the hex digest of bytes in memory; empty if libcrypto fails.
 std::string hexSha256(const std::string& bytes);
-
-/// Reads the file at `path` once for its size in bytes and its SHA-256. Both are written on success only.
-Fault digestFile(const std::string& path, WorkProgress* progress, uint64_t* size, std::string* sha256);

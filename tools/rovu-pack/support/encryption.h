@@ -1,12 +1,10 @@
-// A spec's files under its file key: AES-256-CBC with PKCS#7 padding and nothing around it. Files are read in
-// pieces: a tar need not fit into memory.
+// A spec's files under its file key: AES-256-CBC with PKCS#7 padding and nothing around it.
 
 #pragma once
 
 #include "fault.h"
 #include "file_key.h"
 #include "handles.h"
-#include "work_progress.h"
 
 #include <cstdint>
 #include <openssl/evp.h>
@@ -24,8 +22,5 @@ Fault readSecret(const std::string& path, int64_t offset, FileKey* key);
 /// \return a cipher that encrypts; null without memory.
 Cipher encryptionWith(const FileKey& key);
 
-/// Makes or truncates the file at `target`, and writes the file at `source` to it decrypted. A wrong key shows in the
-/// padding only, and not always.
-/// \return EBADMSG for bytes that another key encrypted, or that are not whole.
-Fault decryptFileTo(const std::string& source, const std::string& target, const FileKey& key,
-                    WorkProgress* progress);
+/// \return a cipher that decrypts; null without memory.
+Cipher decryptionWith(const FileKey& key);

@@ -15,11 +15,15 @@ ScratchFolder::~ScratchFolder() {
 
 Fault ScratchFolder::make() {
     const char* named = getenv("TMPDIR");
-    const std::string parent = named != nullptr && named[0] != '\0' ? named : "/tmp";
+    const bool isGiven = named != nullptr && named[0] != '\0';
+    const std::string parent = isGiven ? named : "/tmp";
     char resolved[PATH_MAX];
-    if (realpath(parent.c_str(), resolved) == nullptr) return fileFault(parent, errno);
-    std::string path = std::string(resolved) + "/rovu-pack.XXXXXX";
-    if (mkdtemp(path.data()) == nullptr) return fileFault(path, errno);
+    std::string path;
+    if (realpath(parent.c_str(), resolved) != nullptr) path = std::string(resolved) + "/rovu-pack.XXXXXX";
+    if (path.empty() || mkdtemp(path.data()) == nullptr) {
+        Fault fault = fileFault("no folder can be made in " + parent, errno);
+        return isGiven ? fault.of("TMPDIR") : fault;
+    }
     path_ = path;
     return {};
 }

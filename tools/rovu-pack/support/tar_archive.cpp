@@ -3,10 +3,10 @@
 
 #include "tar_archive.h"
 
-#include "digests.h"
 #include "files.h"
 #include "handles.h"
 #include "interruption.h"
+#include "tar_source.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -28,10 +28,12 @@ using Reader = Handle<archive, archive_read_free>;
 using Writer = Handle<archive, archive_write_free>;
 using Entry = Handle<archive_entry, archive_entry_free>;
 
+// `path` may be empty: whoever gets the fault knows the file.
 Fault archiveFault(const std::string& path, archive* handle) {
     const char* text = archive_error_string(handle);
     const int code = archive_errno(handle);
-    return {code > 0 ? code : EIO, path + ": " + (text == nullptr ? "libarchive gives no reason" : text)};
+    return {code > 0 ? code : EIO,
+            (path.empty() ? "" : path + ": ") + (text == nullptr ? "libarchive gives no reason" : text)};
 }
 
 // Where a tar goes, and the first fault there: libarchive knows only that there was one.
@@ -122,32 +124,49 @@ TarMember describe(archive_entry* entry) {
 
 using TakeMember = std::function<Fault(const TarMember&, archive*)>;
 
-// Calls `take` for each member, with the archive at its data.
-Fault walkTar(const std::string& path, const TakeMember& take) {
-    const Reader tar(archive_read_new());
-    if (tar == nullptr) return fileFault(path, ENOMEM);
-    if (Fault fault = openTar(path, tar.get())) return fault;
+// Calls `take` for each member of the open archive, with the archive at its data.
+Fault walkMembers(const std::string& path, archive* tar, const TakeMember& take) {
     archive_entry* entry = nullptr;
     for (;;) {
-        const int rc = archive_read_next_header(tar.get(), &entry);
+        const int rc = archive_read_next_header(tar, &entry);
         if (rc == ARCHIVE_EOF) return {};
-        if (rc != ARCHIVE_OK && rc != ARCHIVE_WARN) return archiveFault(path, tar.get());
-        if (Fault fault = take(describe(entry), tar.get())) return fault;
+        if (rc != ARCHIVE_OK && rc != ARCHIVE_WARN) return archiveFault(path, tar);
+        if (Fault fault = take(describe(entry), tar)) return fault;
     }
 }
 
+// A file that libarchive reads, and the first fault there: libarchive knows only that there was one.
+struct TarInputStream {
+    TarSource source;
+    Fault fault;
+};
+
+la_ssize_t readBlock(archive* /*tar*/, void* data, const void** block) {
+    auto* input = static_cast<TarInputStream*>(data);
+    const unsigned char* bytes = nullptr;
+    size_t size = 0;
+    if (!input->fault) input->fault = input->source.next(&bytes, &size);
+    *block = bytes;
+    return input->fault ? -1 : static_cast<la_ssize_t>(size);
+}
+
+Fault openStream(TarInputStream* input, archive* tar) {
+    archive_read_support_filter_all(tar);
+    archive_read_support_format_tar(tar);
+    if (archive_read_open(tar, input, nullptr, readBlock, nullptr) == ARCHIVE_OK) return {};
+    return archiveFault("", tar);
+}
+
 // The data of the member at which the archive stands.
-Fault readMember(const std::string& path, archive* tar, WorkProgress* progress, const MemberSink& take) {
+Fault readMember(archive* tar, const TarMember& member, const MemberSink& take) {
     std::vector<char> chunk(kChunk);
     uint64_t offset = 0;
     for (;;) {
         const la_ssize_t got = archive_read_data(tar, chunk.data(), chunk.size());
-        if (got < 0) return archiveFault(path, tar);
-        take(offset, chunk.data(), static_cast<size_t>(got));
+        if (got < 0) return archiveFault("", tar);
+        take(member, offset, chunk.data(), static_cast<size_t>(got));
         if (got == 0) return {};
         offset += static_cast<uint64_t>(got);
-        reportWork(progress, static_cast<uint64_t>(got));
-        if (Fault fault = interruption()) return fault;
     }
 }
 
@@ -182,46 +201,27 @@ Fault listTar(const std::string& path, std::vector<TarMember>* members, std::str
         if (archive_filter_code(tar, 0) != ARCHIVE_FILTER_NONE) *compression = archive_filter_name(tar, 0);
         return {};
     };
-    return walkTar(path, take);
+    const Reader tar(archive_read_new());
+    if (tar == nullptr) return fileFault(path, ENOMEM);
+    if (Fault fault = openTar(path, tar.get())) return fault;
+    return walkMembers(path, tar.get(), take);
 }
 
-Fault readTarMember(const std::string& path, const std::string& name, size_t most, std::string* bytes) {
-    bool found = false;
-    const TakeMember take = [&](const TarMember& member, archive* tar) -> Fault {
-        if (member.name != name || member.type != TarMember::eFile) return {};
-        found = true;
-        bytes->assign(most, '\0');
-        size_t size = 0;
-        while (size < most) {
-            const la_ssize_t got = archive_read_data(tar, bytes->data() + size, most - size);
-            if (got < 0) return archiveFault(path, tar);
-            if (got == 0) break;
-            size += static_cast<size_t>(got);
-        }
-        bytes->resize(size);
-        return {};
+Fault passOverTar(const std::string& path, const FileKey& key, const MemberSink& take, WorkProgress* progress,
+                  TarPass* pass) {
+    TarInputStream input;
+    if (Fault fault = input.source.open(path, key, progress)) return fault;
+    const Reader tar(archive_read_new());
+    if (tar == nullptr) return fileFault(path, ENOMEM);
+    const TakeMember takeMember = [&](const TarMember& member, archive* at) -> Fault {
+        pass->members.push_back(member);
+        if (archive_filter_code(at, 0) != ARCHIVE_FILTER_NONE) pass->compression = archive_filter_name(at, 0);
+        return member.type == TarMember::eFile ? readMember(at, member, take) : Fault();
     };
-    if (Fault fault = walkTar(path, take)) return fault;
-    if (found) return {};
-    return {ENOENT, path + ": no file \"" + name + "\" in it"};
-}
-
-Fault digestTarMember(const std::string& path, const std::string& name, const MemberSink& take,
-                      WorkProgress* progress, std::string* md5) {
-    bool found = false;
-    const TakeMember takeMember = [&](const TarMember& member, archive* tar) -> Fault {
-        if (member.name != name || member.type != TarMember::eFile) return {};
-        found = true;
-        Digest digest(EVP_md5());
-        const MemberSink both = [&](uint64_t offset, const char* bytes, size_t size) {
-            digest.add(bytes, size);
-            take(offset, bytes, size);
-        };
-        Fault fault = readMember(path, tar, progress, both);
-        *md5 = digest.hex();
-        return fault;
-    };
-    if (Fault fault = walkTar(path, takeMember)) return fault;
-    if (found) return {};
-    return {ENOENT, path + ": no file \"" + name + "\" in it"};
+    pass->tarFault = openStream(&input, tar.get());
+    if (!pass->tarFault) pass->tarFault = walkMembers("", tar.get(), takeMember);
+    if (input.fault) return input.fault;
+    if (Fault fault = input.source.finish(&pass->size, &pass->sha256)) return fault;
+    pass->cipherFault = input.source.cipherFault();
+    return {};
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fault.h"
+#include "file_key.h"
 #include "work_progress.h"
 
 #include <cstdint>
@@ -38,8 +39,10 @@ struct TarMember {
     bool isSparse;           // its holes are left out of the tar, which not every tar can extract
 };
 
-/// Takes the bytes of a member in their order, from `offset` 0; a second member of the name begins at 0 again.
-using MemberSink = std::function<void(uint64_t offset, const char* bytes, size_t size)>;
+/// Takes the bytes of a member in their order, from `offset` 0, and none (`size` 0) at its end; a second member of the
+/// name, which is what an extraction leaves, begins at 0 again.
+using MemberSink =
+    std::function<void(const TarMember& member, uint64_t offset, const char* bytes, size_t size)>;
 
 /// Lists the tar at `path`, compressed or not, in its own order. A name that is there twice is listed twice.
 /// \param members receives, of a tar that is damaged, those before the damage: none means that it is no tar at all.
@@ -47,13 +50,19 @@ using MemberSink = std::function<void(uint64_t offset, const char* bytes, size_t
 /// \param compression receives the name of the outermost one; empty: none.
 Fault listTar(const std::string& path, std::vector<TarMember>* members, std::string* compression);
 
-/// Reads one regular file of a tar, as far as its first `most` bytes; of several of one name the last.
-/// \return ENOENT if it is not there.
-Fault readTarMember(const std::string& path, const std::string& name, size_t most, std::string* bytes);
+/// What one pass over a tar's file tells.
+struct TarPass {
+    uint64_t size = 0;               // bytes of the file
+    std::string sha256;              // likewise
+    std::vector<TarMember> members;  // as of listTar(), also if the tar is damaged
+    std::string compression;         // as of listTar()
+    Fault tarFault;                  // the file, decrypted, is no tar, or is damaged; names no file
+    Fault cipherFault;               // the file does not decrypt (EBADMSG)
+};
 
-/// Reads one regular file of a tar and passes its bytes to `take`; of several of one name the last is what an extraction
-/// leaves.
-/// \param md5 receives its digest.
-/// \return ENOENT if it is not there.
-Fault digestTarMember(const std::string& path, const std::string& name, const MemberSink& take,
-                      WorkProgress* progress, std::string* md5);
+/// Reads the file at `path` once to its end, whether it is a tar or not, and decrypts it if `key` is present. Nothing
+/// decrypted is written anywhere.
+/// \param take receives the bytes of each regular file in it.
+/// \return a fault of the file itself: it cannot be read, or is no regular file; EINTR.
+Fault passOverTar(const std::string& path, const FileKey& key, const MemberSink& take, WorkProgress* progress,
+                  TarPass* pass);

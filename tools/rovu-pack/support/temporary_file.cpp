@@ -15,8 +15,8 @@ Fault TemporaryFile::open() {
     file_.reset(mkostemp(name.data(), O_CLOEXEC));
     if (!file_.isOpen()) {
         const std::string place = isGiven ? "TMPDIR, which is " + std::string(folder) : "/tmp";
-        return {errno, "no temporary file in " + place + ": " + strerror(errno) +
-                           "; set TMPDIR to a folder with room for a tar"};
+        return {errno,
+                "no temporary file in " + place + ": " + strerror(errno) + "; set TMPDIR to another folder"};
     }
     unlink(name.c_str());
     return {};
