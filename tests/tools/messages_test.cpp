@@ -112,8 +112,12 @@ const Row kFileRows[] = {
      "out/rootfs.tar is damaged, and most likely not whole"},
     {"a truncated tar of two blocks",
      "truncate -s 512 out/rootfs.tar; $CHECK out/update.lua --files out; status=$?; "
-     "grep encrypted-without-key said && exit 9; exit $status",
+     "cat said | grep encrypted-without-key && exit 9; exit $status",
      1, "out/rootfs.tar is damaged, and most likely not whole"},
+    {"an image twice in a tar, the right one last",
+     "mkdir d; echo old >d/k.img; tar -cf out/kernel.tar -C d k.img; tar -rf out/kernel.tar k.img; "
+     "$CHECK out/update.lua --files out; status=$?; cat said | grep image_md5 && exit 9; exit $status",
+     1, "out/kernel.tar has the digest"},
     {"a truncated encrypted tar",
      "truncate -s 1024000 oute/rootfs.tar; $CHECK oute/update.lua --files oute --secrets secrets", 1,
      "oute/rootfs.tar: the key is wrong, or the file is not whole"},

@@ -144,8 +144,8 @@ struct MemberRule {
         const Comparison comparison = {spec, findings};
         comparison.size(eVolumeTooSmall, tar.keyPrefix + "imsize", {what, member.size}, "volume",
                         tar.volumeSize);
-        if (!content.imageMd5.empty())
-            comparison.digest(tar.keyPrefix + "image_md5", what, content.imageMd5, tar.imageMd5);
+        if (content.imageMd5)
+            comparison.digest(tar.keyPrefix + "image_md5", what, *content.imageMd5, tar.imageMd5);
         findings->append(
             checkImageContent(content.image, {tar.kind, tar.version, what, spec.at(required.key)}));
         tar.lebSize = findFormat(content.image.head()).lebSize;

@@ -6,6 +6,7 @@
 #include "tars.h"
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,7 @@ constexpr size_t kMostOfScript = 1048576;
 struct TarContent {
     std::vector<TarMember> members;
     ImageContent image;
-    std::string imageMd5;  // empty: that of the spec, as after a build
+    std::optional<std::string> imageMd5;  // none: that of the spec, as after a build
     std::map<std::string, std::string>
         scripts;  // any member's bytes, as far as kMostOfScript; none if it is empty
 };
