@@ -5,9 +5,10 @@ say() { printf '%s=%s\n' "$1" "$2"; }
 say model "$(/usr/local/bin/readplatform.sh model 2>&-)"
 say kernel "$(uname -r)"
 say rootfs "$(/usr/local/bin/readplatform.sh rootfsrev 2>&-)"
+other=
 case " $(cat /proc/cmdline)" in
-*k0_root*) say active 0 ;;
-*k1_root*) say active 1 ;;
+*k0_root*) say active 0 && other=1 ;;
+*k1_root*) say active 1 && other=0 ;;
 esac
 say bootswitcher "$(fw_printenv bootswitcher 2>&- | sed -n 's/^bootswitcher=//p')"
 
@@ -17,7 +18,13 @@ room=$(df -kP /tmp | tail -n 1)
 set -- $room
 say tmp $(($4 * 1024))
 info=$(ubinfo /dev/ubi0 2>&-)
-say free_lebs "$(echo "$info" | sed -n 's/^Amount of available logical eraseblocks: *\([0-9]*\).*/\1/p')"
+# What is free for new volumes: those of the other set are removed first.
+free=$(echo "$info" | sed -n 's/^Amount of available logical eraseblocks: *\([0-9]*\).*/\1/p')
+for name in "k$other" "k${other}_root"; do
+    volume=$(ubinfo /dev/ubi0 -N "$name" 2>&- | sed -n 's/^Size: *\([0-9]*\) LEBs.*/\1/p')
+    if [ -n "$free" ] && [ -n "$volume" ]; then free=$((free + volume)); fi
+done
+say free_lebs "$free"
 say leb_size "$(echo "$info" | sed -n 's/^Logical eraseblock size: *\([0-9]*\).*/\1/p')"
 
 # The reference files: what each volume should hold.

@@ -176,7 +176,7 @@ class Rollout(unittest.TestCase):
     maxDiff = None
 
     def test_every_fault_ends_as_it_should_and_hurts_nobody_else(self):
-        kinds = ["mast:9:mast-4:1.0:1.0", "cellar:9:cellar-2:1.0:1.0", "roof:4:roof-1:1.5:1.0:"]
+        kinds = ["mast:9:mast-4:1.0:1.0", "cellar:9:cellar-2:1.0:1.0", "roof:4:roof-1:1.5:1.0:--lebs 34"]
         kinds += ["small:1:roof-1:1.0:1.0:--tmp 600K", "attic:1:attic-1:1.0:1.0"]
         faults = [
             ("mast-2", "fail ubiupdatevol:2=exit:4"),
