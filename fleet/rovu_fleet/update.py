@@ -36,34 +36,38 @@ class Update:
         check_look(look)
         if runs_target(look, self.images):
             self.finish(look, "updated" if self.record.data["attempts"] else "current")
-        token = self.record.data.get("token", "")
-        if not self.is_under_way(look, token):
-            self.plan(look)
-            token = self.start(look)
-        self.follow(look, token)
+        if not self.is_under_way(look):
+            refusal = self.plan(look)
+            if refusal:
+                raise Outcome("refused", refusal)
+            self.start(look)
+        self.follow(look)
 
-    def is_under_way(self, look, token):
-        """Whether an update of this URL is there to be followed."""
-        if look.get("run_url") == self.url and "run_status" not in look:
-            self.record.note(token=look["run_token"], attempts=max(1, self.record.data["attempts"]))
-            return True
-        if look.get("run_url") == self.url and token and look.get("run_token") == token:
-            return True  # it ended while nobody looked
+    def is_under_way(self, look):
+        """Whether an update of this URL is there to be followed: this operator's or another's."""
+        token = self.record.data.get("token")
+        is_switched = set_of(look.get("bootswitcher")) != int(look["active"])
+        if look.get("run_url") == self.url and look.get("run_token"):
+            if token and look["run_token"] == token:
+                return True  # it may have ended while nobody looked
+            if "run_status" not in look or (is_switched and look["run_status"] == "0"):
+                self.plan(look)  # who started it has seen to it that nothing is refused
+                self.record.note(token=look["run_token"], attempts=max(1, self.record.data["attempts"]))
+                return True
         if look.get("alive"):
             raise Outcome("busy", "another update runs: " + ", ".join(look["alive"]))
-        if set_of(look.get("bootswitcher")) != int(look["active"]):
+        if is_switched:
             raise Outcome("unsound", "the device was switched to its other set, and not restarted")
         return False
 
     def plan(self, look):
-        """Refuses what rovu-pack says the device would refuse, or would regret."""
+        """Notes what the update will do to this device. Returns why it is to be refused, because rovu-pack says that
+        the device would refuse it, or would regret it; otherwise an empty string.
+        """
         check = self.pack.check([kind_of(look)])
         device = check["devices"][0]
         if not device["accepts"]:
-            raise Outcome("refused", device["refusal"])
-        errors = [each for each in check["findings"] if each["severity"] == "error"]
-        if errors:
-            raise Outcome("refused", "rovu-pack check: " + errors[0]["why"])
+            return device["refusal"]
         plan = next(each for each in device["plans"] if each["active_set"] == int(look["active"]))
         volumes = [
             {"name": boot["volume"], "kind": boot["kind"], "version": boot["version"], "md5": self.images[boot["kind"]]["md5"]}
@@ -76,6 +80,8 @@ class Update:
             switches=plan["switches"],
             expected={"volumes": volumes},
         )
+        errors = [each["why"] for each in check["findings"] if each["severity"] == "error"]
+        return "rovu-pack check: " + errors[0] if errors else ""
 
     def start(self, look):
         if self.record.data["attempts"] >= self.limits.attempts:
@@ -93,9 +99,8 @@ class Update:
             OPTIONS=self.options,
             CLEAR="yes" if look.get("work_directory") else "",
         )
-        return token
 
-    def follow(self, look, token):
+    def follow(self, look):
         """Follows the update to its end. Returns if it is to be started again: after a restart in its middle, or a
         download that was cut.
         """
@@ -106,7 +111,7 @@ class Update:
                 now = self.link.run("follow", limit=limit)
             except LinkLost as lost:
                 raise Outcome("gone", f'no answer since the state "{state}": {lost}') from lost
-            if now.get("run_token") != token:
+            if now.get("run_token") != self.record.data["token"]:
                 return self.back(look)
             if now.get("state"):
                 self.record.enter(now["state"])

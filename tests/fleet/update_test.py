@@ -1,0 +1,93 @@
+"""The course of one device's update, with a link that plays the device.
+
+usage: update_test.py
+"""
+
+import pathlib
+import sys
+import tempfile
+import types
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
+from rovu_fleet.link import LinkLost  # noqa: E402
+from rovu_fleet.record import Record  # noqa: E402
+from rovu_fleet.update import Update  # noqa: E402
+
+URL = "http://updates.example/update.lua"
+MD5 = {"kernel": "a" * 32, "rootfs": "b" * 32}
+OLD = {"model": "mast-4", "kernel": "1.0", "rootfs": "1.0", "active": "0", "bootswitcher": "0A0A00", "references": "agree"}
+NEW = {**OLD, "kernel": "2.0", "rootfs": "2.0", "active": "1", "bootswitcher": "0A0A01"}
+NEW.update({"reference.k1": MD5["kernel"], "reference.k1_root": MD5["rootfs"]})
+OTHERS = {"run_url": URL, "run_token": "other"}
+DIGESTS = {"k1": MD5["kernel"], "k1_root": MD5["rootfs"]}
+
+
+class Pack:
+    def images(self):
+        return {kind: {"kind": kind, "version": "2.0", "md5": MD5[kind], "mandatory": True} for kind in MD5}
+
+    def check(self, _):
+        boots = [
+            {"volume": volume, "kind": kind, "version": "2.0", "content": "new"}
+            for kind, volume in (("kernel", "k1"), ("rootfs", "k1_root"))
+        ]
+        plans = [{"active_set": 0, "switches": True, "boots": boots}]
+        return {"devices": [{"accepts": True, "plans": plans}], "findings": []}
+
+
+class Device:
+    """Answers each script with what is next in the list of its answers; the last one stays."""
+
+    def __init__(self, **answers):
+        self.answers = {"digests": [DIGESTS], **answers}
+        self.calls = []
+        self.token = None
+
+    def run(self, name, limit=None, **variables):
+        self.calls.append(name)
+        if name == "start":
+            self.token = variables["TOKEN"]
+        answers = self.answers[name]
+        answer = answers.pop(0) if len(answers) > 1 else answers[0]
+        if isinstance(answer, Exception):
+            raise answer
+        return {key: self.token if value == "own" else value for key, value in answer.items()}
+
+    def left(self):
+        return {name: answers for name, answers in self.answers.items() if len(answers) > 1}
+
+
+OWN = {"run_url": URL, "run_token": "own"}
+STARTED = [{"started": "now"}]
+
+
+class Course(unittest.TestCase):
+    def run_on(self, device, **limits):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.record = Record(folder.name, "mast-1", URL)
+        limits = types.SimpleNamespace(**{"poll": 0, "link": 1, "restart": 0.2, "attempts": 2, **limits})
+        return Update(device, Pack(), self.record, limits, {"url": URL, "program": "rovu"}).run()
+
+    def test_each_course_ends_in_its_outcome(self):
+        running = {**OWN, "state": "flashing images"}
+        complete = {**OWN, "state": "complete"}
+        their_end = {**OTHERS, "state": "complete", "run_status": "0"}
+        rows = {
+            "an update": ("updated", Device(look=[OLD, NEW], start=STARTED, follow=[running, complete, {}])),
+            "another operator's": ("updated", Device(look=[{**OLD, **OTHERS}, NEW], follow=[OTHERS, their_end, {}])),
+            "another's, which restarts now": (
+                "updated",
+                Device(look=[{**OLD, **their_end, "bootswitcher": "0A0A01"}, NEW], follow=[their_end, {}]),
+            ),
+        }
+        for name, (outcome, device) in rows.items():
+            with self.subTest(name):
+                end = self.run_on(device)
+                self.assertEqual(end.name, outcome, end.why)
+                self.assertEqual(device.left(), {}, "answers that nobody asked for")
+
+
+if __name__ == "__main__":
+    unittest.main()
