@@ -40,7 +40,8 @@ class Update:
             refusal = self.plan(look)
             if refusal:
                 raise Outcome("refused", refusal)
-            self.start(look)
+            if not self.start(look):
+                return  # and looks at what the other operator has started
         self.follow(look)
 
     def is_under_way(self, look):
@@ -84,6 +85,7 @@ class Update:
         return "rovu-pack check: " + errors[0] if errors else ""
 
     def start(self, look):
+        """Returns whether the update was started, and not another one since the look."""
         if self.record.data["attempts"] >= self.limits.attempts:
             raise Outcome("failed", "the device restarted in the middle of each attempt")
         attempts = self.record.data["attempts"] + 1
@@ -91,14 +93,19 @@ class Update:
         # Noted before the start: an update that nobody remembers would be started a second time.
         self.record.note(token=token, attempts=attempts)
         self.record.enter("starting")
-        self.link.run(
+        started = self.link.run(
             "start",
             URL=self.url,
             TOKEN=token,
+            BEFORE=look.get("run_token", ""),
             PROGRAM=self.program,
             OPTIONS=self.options,
             CLEAR="yes" if look.get("work_directory") else "",
         )
+        if started.get("started") == "other":
+            self.record.note(token="", attempts=attempts - 1)
+            return False
+        return True
 
     def follow(self, look):
         """Follows the update to its end. Returns if it is to be started again: after a restart in its middle, or a

@@ -77,6 +77,10 @@ class Course(unittest.TestCase):
         rows = {
             "an update": ("updated", Device(look=[OLD, NEW], start=STARTED, follow=[running, complete, {}])),
             "another operator's": ("updated", Device(look=[{**OLD, **OTHERS}, NEW], follow=[OTHERS, their_end, {}])),
+            "another's, since the look": (
+                "updated",
+                Device(look=[OLD, {**OLD, **OTHERS}, NEW], start=[{"started": "other"}], follow=[OTHERS, {}]),
+            ),
             "another's, which restarts now": (
                 "updated",
                 Device(look=[{**OLD, **their_end, "bootswitcher": "0A0A01"}, NEW], follow=[their_end, {}]),
