@@ -29,7 +29,8 @@ rm -f /tmp/rovu.progress
     status=0
     # shellcheck disable=SC2086 # OPTIONS are words
     env -i PATH="$PATH" HOME=/ "$PROGRAM" $OPTIONS "$URL" >$run/log 2>&1 </dev/null || status=$?
-    echo $status >$run/status
+    echo $status >$run/status.new
+    mv $run/status.new $run/status
 ) >/dev/null 2>&1 </dev/null &
 echo $! >$run/process
 echo started=now

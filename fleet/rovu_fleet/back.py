@@ -7,6 +7,7 @@ import time
 
 from rovu_fleet.link import LinkLost
 from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of
+from rovu_fleet.update import has_ended
 from rovu_fleet.verification import faults, runs_target, set_of
 
 
@@ -25,7 +26,7 @@ class Back:
             if self.record.data["attempts"]:
                 self.finish(look)
             raise Outcome("current", "the device does not run the update")
-        if look.get("alive") or (look.get("run_url") and "run_status" not in look):
+        if look.get("alive") or (look.get("run_url") and not has_ended(look)):
             raise Outcome("busy", "an update runs")
         other = 1 - int(look["active"])
         if set_of(look.get("bootswitcher")) == int(look["active"]):

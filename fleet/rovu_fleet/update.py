@@ -15,6 +15,11 @@ from rovu_fleet.verification import faults, runs_target, set_of
 SWITCHING = ("switching volume", "complete")
 
 
+def has_ended(look):
+    """Whether the last update that was started has ended, by itself or because it was killed."""
+    return "run_status" in look or "run_dead" in look
+
+
 class Update:
     def __init__(self, link, pack, record, limits, args):
         self.link, self.pack, self.record, self.limits = link, pack, record, limits
@@ -51,7 +56,7 @@ class Update:
         if look.get("run_url") == self.url and look.get("run_token"):
             if token and look["run_token"] == token:
                 return True  # it may have ended while nobody looked
-            if "run_status" not in look or (is_switched and look["run_status"] == "0"):
+            if not has_ended(look) or (is_switched and look.get("run_status") == "0"):
                 self.plan(look)  # who started it has seen to it that nothing is refused
                 self.record.note(token=look["run_token"], attempts=max(1, self.record.data["attempts"]))
                 return True
@@ -122,8 +127,10 @@ class Update:
                 return self.back(look)
             if now.get("state"):
                 self.record.enter(now["state"])
-            if "run_status" in now and self.ended(now):
+            if has_ended(now) and self.ended(now):
                 return None
+            if state == "complete" and time.time() - self.record.data["states"][-1][1] > self.limits.restart:
+                raise Outcome("unsound", "the update is complete, and the device did not restart", now.get("log", []))
             time.sleep(self.limits.poll)
 
     def last_state(self):
@@ -132,17 +139,18 @@ class Update:
     def ended(self, now):
         """Judges an update that has ended, while the device still runs. Returns whether it is to be started again."""
         log = now.get("log", [])
-        if now["run_status"] == "0" and now.get("state") == "complete":
-            if self.record.data.get("switches"):
-                self.record.note(log=log)  # its restart is on its way
-                return False
+        status = now.get("run_status", "137")  # that of a killed process, where nothing was left to tell it
+        if now.get("state") == "complete" and self.record.data.get("switches"):
+            self.record.note(log=log)  # its restart is on its way, and may have killed it
+            return False
+        if now.get("state") == "complete" and status == "0":
             raise Outcome("done", "the update does not restart the device", log)
-        if now["run_status"] == "0":
+        if status == "0" or int(status or 1) > 128:
             raise Outcome("stopped", "a signal ended the update", log)
         if self.is_cut_download(log) and self.record.data["attempts"] < self.limits.attempts:
             self.record.note(token="")  # this end has been seen
             return True
-        raise Outcome("failed", (log or ["the update ended with status " + now["run_status"]])[-1], log)
+        raise Outcome("failed", (log or ["the update ended with status " + status])[-1], log)
 
     @staticmethod
     def is_cut_download(log):
@@ -164,7 +172,7 @@ class Update:
 
     def is_recorded(self, look):
         """Whether the reference files say that the update's volumes are written."""
-        volumes = self.record.data["expected"]["volumes"]
+        volumes = self.record.data.get("expected", {"volumes": []})["volumes"]
         return all(look.get(f"reference.{volume['name']}") == volume["md5"] for volume in volumes)
 
     def finish(self, look, name):

@@ -71,11 +71,19 @@ class Course(unittest.TestCase):
         return Update(device, Pack(), self.record, limits, {"url": URL, "program": "rovu"}).run()
 
     def test_each_course_ends_in_its_outcome(self):
+        killed = {**OWN, "run_dead": "yes", "state": "flashing images"}
         running = {**OWN, "state": "flashing images"}
         complete = {**OWN, "state": "complete"}
         their_end = {**OTHERS, "state": "complete", "run_status": "0"}
         rows = {
             "an update": ("updated", Device(look=[OLD, NEW], start=STARTED, follow=[running, complete, {}])),
+            "no restart": ("unsound", Device(look=[OLD], start=STARTED, follow=[{**complete, "run_status": "0"}])),
+            "killed": ("stopped", Device(look=[OLD], start=STARTED, follow=[running, killed])),
+            "ended by a signal": ("stopped", Device(look=[OLD], start=STARTED, follow=[{**OWN, "run_status": "143"}])),
+            "killed before": (
+                "updated",
+                Device(look=[{**OLD, **OTHERS, "run_dead": "yes"}, NEW], start=STARTED, follow=[complete, {}]),
+            ),
             "another operator's": ("updated", Device(look=[{**OLD, **OTHERS}, NEW], follow=[OTHERS, their_end, {}])),
             "another's, since the look": (
                 "updated",
