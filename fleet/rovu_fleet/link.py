@@ -30,8 +30,8 @@ def script_text(name, variables):
 def parse(output):
     """Lines NAME=VALUE as a dictionary; a name that comes several times has a list of all its values."""
     values = {}
-    for line in output.splitlines():
-        match = re.match(r"([a-z][a-z0-9_.]*)=(.*)$", line)
+    for line in output.split("\n"):
+        match = re.match(r"([a-z][a-z0-9_.]*)=(.*)$", line.rstrip("\r"))
         if not match:
             continue
         name, value = match.groups()
@@ -71,6 +71,8 @@ class Link:
         result = self._action._low_level_execute_command(text, executable="/bin/sh")
         if result["rc"] == 255:
             raise AnsibleConnectionFailure("the connection was lost")
+        if result["rc"] > 125:  # a device that shuts down kills the shell, or cannot start it any more
+            raise AnsibleConnectionFailure(f"the device's shell ended with status {result['rc']}")
         if result["rc"] != 0:
             raise ScriptFailed(f"{name}.sh ended with status {result['rc']}: {result['stderr'].strip()}")
         return parse(result["stdout"])

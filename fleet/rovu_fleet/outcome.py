@@ -1,5 +1,7 @@
 """How the work on one device ended, and what every such work asks of a device."""
 
+from ansible.errors import AnsibleActionFail
+
 from rovu_fleet.link import LinkLost, ScriptFailed
 
 # docs/fleet.md says what each outcome means. Those that leave a device as it was wanted, or as it was:
@@ -26,17 +28,22 @@ def outcome_of(work, record):
     except Outcome as outcome:
         end = outcome
     except LinkLost as lost:
-        end = Outcome("unreachable", str(lost))
-    except ScriptFailed as failed:
+        states = record.data["states"]
+        end = Outcome("gone", f'no answer since the state "{states[-1][0]}": {lost}') if states else Outcome("unreachable", str(lost))
+    except (ScriptFailed, AnsibleActionFail) as failed:
         end = Outcome("failed", str(failed))
     record.end(end.name, end.why, end.log)
     return end
 
 
+def missing(look):
+    """What the device should tell, and does not."""
+    return [name for name in ("model", "kernel", "rootfs", "active") if not look.get(name)]
+
+
 def check_look(look):
-    missing = [name for name in ("model", "kernel", "rootfs", "active") if not look.get(name)]
-    if missing:
-        raise Outcome("unsound", "the device does not tell: " + ", ".join(missing))
+    if missing(look):
+        raise Outcome("unsound", "the device does not tell: " + ", ".join(missing(look)))
 
 
 def check_health(link, command):

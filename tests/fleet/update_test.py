@@ -78,6 +78,18 @@ class Course(unittest.TestCase):
         rows = {
             "an update": ("updated", Device(look=[OLD, NEW], start=STARTED, follow=[running, complete, {}])),
             "no restart": ("unsound", Device(look=[OLD], start=STARTED, follow=[{**complete, "run_status": "0"}])),
+            "shutdown without /tmp": (
+                "updated",
+                Device(look=[OLD, {**OLD, "bootswitcher": "0A0A01"}, NEW], start=STARTED, follow=[complete, {}]),
+            ),
+            "start before all is mounted": (
+                "updated",
+                Device(look=[OLD, {**NEW, "references": "missing", "model": ""}, NEW], start=STARTED, follow=[complete, {}]),
+            ),
+            "old set": ("fell back", Device(look=[OLD], start=STARTED, follow=[complete, {}])),
+            "no answer": ("unreachable", Device(look=[LinkLost()])),
+            "no answer to the start": ("gone", Device(look=[OLD], start=[LinkLost()])),
+            "no answer after the restart": ("gone", Device(look=[OLD, LinkLost()], start=STARTED, follow=[complete, {}])),
             "killed": ("stopped", Device(look=[OLD], start=STARTED, follow=[running, killed])),
             "ended by a signal": ("stopped", Device(look=[OLD], start=STARTED, follow=[{**OWN, "run_status": "143"}])),
             "killed before": (
