@@ -11,7 +11,8 @@ import time
 
 class Record:
     def __init__(self, folder, host, url):
-        self._path = pathlib.Path(folder) / f"{host}.json"
+        # Nothing that an inventory may call a device leads out of the folder.
+        self._path = pathlib.Path(folder) / f"{host.replace('%', '%25').replace('/', '%2F')}.json"
         self._path.parent.mkdir(parents=True, exist_ok=True)
         self.data = self._read()
         if self.data.get("url") != url or self.data.get("ended"):
@@ -38,6 +39,7 @@ class Record:
         self.note(outcome=outcome, why=why, log=log, ended=time.time())
 
     def _store(self):
-        part = self._path.with_suffix(".part")
+        # Another operator may write the same record.
+        part = self._path.with_suffix(f".{os.getpid()}.part")
         part.write_text(json.dumps(self.data, indent=1) + "\n")
         os.replace(part, self._path)

@@ -53,8 +53,9 @@ class Update:
         token = self.record.data.get("token")
         is_switched = set_of(look.get("bootswitcher")) != int(look["active"])
         if look.get("run_url") == self.url and look.get("run_token"):
-            if token and look["run_token"] == token:
-                return True  # it may have ended while nobody looked
+            if token and look["run_token"] == token:  # it may have ended while nobody looked
+                self.record.note(attempts=max(1, self.record.data["attempts"]))
+                return True
             if not has_ended(look) or (is_switched and look.get("run_status") == "0"):
                 self.plan(look)  # who started it has seen to it that nothing is refused
                 self.record.note(token=look["run_token"], attempts=max(1, self.record.data["attempts"]))
@@ -94,8 +95,9 @@ class Update:
             raise Outcome("failed", "the device restarted in the middle of each attempt")
         attempts = self.record.data["attempts"] + 1
         token = f"{self.record.data['started']:.0f}.{attempts}"
-        # Noted before the start: an update that nobody remembers would be started a second time.
-        self.record.note(token=token, attempts=attempts)
+        # Noted before the start: an update that nobody remembers would be started a second time. It counts only after
+        # it, or a control machine that was killed here would have used it up.
+        self.record.note(token=token)
         self.record.enter("starting")
         started = self.link.run(
             "start",
@@ -107,8 +109,9 @@ class Update:
             CLEAR="yes" if look.get("work_directory") else "",
         )
         if started.get("started") == "other":
-            self.record.note(token="", attempts=attempts - 1)
+            self.record.note(token="")
             return False
+        self.record.note(attempts=attempts)
         return True
 
     def follow(self, look):

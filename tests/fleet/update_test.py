@@ -50,7 +50,7 @@ class Device:
             self.token = variables["TOKEN"]
         answers = self.answers[name]
         answer = answers.pop(0) if len(answers) > 1 else answers[0]
-        if isinstance(answer, Exception):
+        if isinstance(answer, BaseException):
             raise answer
         return {key: self.token if value == "own" else value for key, value in answer.items()}
 
@@ -63,10 +63,34 @@ STARTED = [{"started": "now"}]
 
 
 class Course(unittest.TestCase):
+    def test_the_start_before_which_a_control_machine_was_killed_does_not_count(self):
+        for killed_in in ("start", "follow"):
+            with self.subTest(killed_in):
+                device = Device(look=[OLD], start=STARTED, follow=[{}])
+                device.answers[killed_in] = [KeyboardInterrupt()]
+                with self.assertRaises(KeyboardInterrupt):
+                    self.run_on(device, attempts=1)
+                there = {"run_url": URL, "run_token": self.record.data["token"]} if killed_in == "follow" else {}
+                device.answers.update(look=[{**OLD, **there}, NEW], start=STARTED, follow=[there or {**OWN}, {}])
+                end = self.run_again(device, attempts=1)
+                self.assertEqual((end.name, self.record.data["attempts"]), ("updated", 1), end.why)
+                self.assertEqual(device.calls.count("start"), 2 if killed_in == "start" else 1)
+
+    def test_every_name_of_a_device_is_a_file_of_the_folder(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for host in ("a/b", "../x", "/etc/y", "fe80::1%eth0", "mast-1.example", "mast-1"):
+                Record(folder, host, URL).note()
+                Record(folder, host, URL).note()
+            self.assertEqual(len(list(pathlib.Path(folder).glob("*.json"))), 6)
+
     def run_on(self, device, **limits):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
-        self.record = Record(folder.name, "mast-1", URL)
+        self.folder = folder.name
+        return self.run_again(device, **limits)
+
+    def run_again(self, device, **limits):
+        self.record = Record(self.folder, "mast-1", URL)
         limits = types.SimpleNamespace(**{"poll": 0, "link": 1, "restart": 0.2, "attempts": 2, **limits})
         return Update(device, Pack(), self.record, limits, {"url": URL, "program": "rovu"}).run()
 
