@@ -5,8 +5,7 @@ Only a device that runs the update is touched, so that the work can be repeated:
 
 import time
 
-from rovu_fleet.link import LinkLost
-from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of
+from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of, settled
 from rovu_fleet.update import has_ended
 from rovu_fleet.verification import faults, runs_target, set_of
 
@@ -22,7 +21,10 @@ class Back:
     def work(self):
         look = self.link.run("look")
         check_look(look)
-        if not runs_target(look, self.pack.images()):
+        images = self.pack.images()
+        if not any(image["mandatory"] for image in images.values()):
+            raise Outcome("refused", "the update has no mandatory image, which would tell the devices that run it")
+        if not runs_target(look, images):
             if self.record.data["attempts"]:
                 self.finish(look)
             raise Outcome("current", "the device does not run the update")
@@ -33,7 +35,8 @@ class Back:
             self.check_set(look, other)
             self.record.note(attempts=1, active=int(look["active"]))
             self.record.enter("switching volume")
-            self.link.run("back", SET=other)
+            if self.link.run("back", SET=other).get("switched") == "busy":
+                raise Outcome("busy", "an update has started")
         self.finish(self.return_of(look))
 
     def check_set(self, look, other):
@@ -50,18 +53,13 @@ class Back:
 
     def return_of(self, before):
         """Waits for the restart. Returns what the device then is."""
-        end = time.monotonic() + self.limits.restart
-        while time.monotonic() < end:
-            time.sleep(self.limits.poll)
-            try:
-                look = self.link.run("look", limit=end - time.monotonic())
-            except LinkLost as lost:
-                raise Outcome("gone", f"the device did not come back: {lost}") from lost
-            if look.get("active") != before["active"]:
-                return look
-            if set_of(look.get("bootswitcher")) == int(before["active"]):
-                raise Outcome("fell back", "the boot loader started the new set again")
-        raise Outcome("gone", "the device did not restart")
+        time.sleep(self.limits.poll)
+        look = settled(self.link, before, self.limits)
+        if look.get("active") != before["active"]:
+            return look
+        if set_of(look.get("bootswitcher")) == int(before["active"]):
+            raise Outcome("fell back", "the boot loader started the new set again")
+        raise Outcome("unsound", "the device was switched to its other set, and did not restart")
 
     def finish(self, look):
         check_look(look)

@@ -1,8 +1,11 @@
 """How the work on one device ended, and what every such work asks of a device."""
 
+import time
+
 from ansible.errors import AnsibleActionFail
 
 from rovu_fleet.link import LinkLost, ScriptFailed
+from rovu_fleet.verification import set_of
 
 # docs/fleet.md says what each outcome means. Those that leave a device as it was wanted, or as it was:
 GOOD = ("updated", "current", "done", "returned")
@@ -44,6 +47,21 @@ def missing(look):
 def check_look(look):
     if missing(look):
         raise Outcome("unsound", "the device does not tell: " + ", ".join(missing(look)))
+
+
+def settled(link, before, limits):
+    """What a device is after its restart. One that shuts down may still answer when /tmp is empty already, and one that
+    starts, before all is there. `before`: what it was. Raises LinkLost.
+    """
+    active = before["active"]
+    end = time.monotonic() + limits.restart
+    while True:
+        look = link.run("look", limit=max(0, end - time.monotonic()))
+        is_on_its_way = look.get("active") == active and set_of(look.get("bootswitcher")) != int(active)
+        is_starting = missing(look) or (look.get("references") == "missing" != before.get("references"))
+        if not (is_on_its_way or is_starting) or time.monotonic() >= end:
+            return look
+        time.sleep(limits.poll)
 
 
 def check_health(link, command):

@@ -6,7 +6,7 @@ not updated again, and an update that is under way is followed and not started a
 
 import time
 
-from rovu_fleet.outcome import Outcome, check_health, check_look, missing, outcome_of
+from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of, settled
 from rovu_fleet.pack import kind_of
 from rovu_fleet.verification import faults, runs_target, set_of
 
@@ -161,26 +161,13 @@ class Update:
     def back(self, before):
         """The device has restarted."""
         state = self.last_state()
-        look = self.settled(before)
+        look = settled(self.link, before, self.limits)
         check_look(look)
         if look["active"] != before["active"]:
             self.finish(look, "updated")
         if state in SWITCHING or (self.is_recorded(look) and not self.is_recorded(before)):
             raise Outcome("fell back", "the device has the new set, and started its old one")
         self.record.enter("restarted in the middle")
-
-    def settled(self, before):
-        """What the device is after its restart. One that shuts down may still answer when /tmp is empty already, and
-        one that starts, before all is there.
-        """
-        end = time.monotonic() + self.limits.restart
-        while True:
-            look = self.link.run("look", limit=max(0, end - time.monotonic()))
-            is_on_its_way = look.get("active") == before["active"] and set_of(look.get("bootswitcher")) != int(before["active"])
-            is_starting = missing(look) or (look.get("references") == "missing" != before.get("references"))
-            if not (is_on_its_way or is_starting) or time.monotonic() >= end:
-                return look
-            time.sleep(self.limits.poll)
 
     def is_recorded(self, look):
         """Whether the reference files say that the update's volumes are written."""

@@ -1,4 +1,4 @@
-"""The course of one device's update, with a link that plays the device.
+"""The course of one device's update, and of its way back, with a link that plays the device.
 
 usage: update_test.py
 """
@@ -10,6 +10,7 @@ import types
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
+from rovu_fleet.back import Back  # noqa: E402
 from rovu_fleet.link import LinkLost  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
 from rovu_fleet.update import Update  # noqa: E402
@@ -82,6 +83,29 @@ class Course(unittest.TestCase):
                 Record(folder, host, URL).note()
                 Record(folder, host, URL).note()
             self.assertEqual(len(list(pathlib.Path(folder).glob("*.json"))), 6)
+
+    def test_each_way_back_ends_in_its_outcome(self):
+        there = {**NEW, "reference.k0": "c" * 32, "reference.k0_root": "d" * 32}
+        old = {**there, "active": "0", "bootswitcher": "0A0A00"}
+        switched = {**there, "bootswitcher": "0A0A00"}
+        whole = {"k0": "c" * 32, "k0_root": "d" * 32}
+        said = [{"switched": "yes"}]
+        rows = {
+            "restarted": ("returned", [there, switched, {**old, "references": "missing"}, old], [whole], said),
+            "not whole": ("refused", [there], [{**whole, "k0": "e" * 32}], []),
+            "another fell back": ("fell back", [there], [whole], said),
+            "an update since the look": ("busy", [there], [whole], [{"switched": "busy"}]),
+            "an update that was killed": ("returned", [{**there, **OTHERS, "run_dead": "yes"}, old], [whole], said),
+            "no restart": ("unsound", [there, switched], [whole], said),
+            "no return": ("gone", [there, LinkLost()], [whole], said),
+        }
+        for name, (outcome, looks, digests, back) in rows.items():
+            with self.subTest(name), tempfile.TemporaryDirectory() as folder:
+                device = Device(look=looks, digests=digests, back=back)
+                limits = types.SimpleNamespace(poll=0, link=1, restart=0.2)
+                end = Back(device, Pack(), Record(folder, "mast-1", "back"), limits, "").run()
+                self.assertEqual(end.name, outcome, end.why)
+                self.assertEqual(device.left(), {}, "answers that nobody asked for")
 
     def run_on(self, device, **limits):
         folder = tempfile.TemporaryDirectory()
