@@ -8,7 +8,7 @@ import sys
 from ansible.plugins.action import ActionBase
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
-from rovu_fleet.plan import table, text  # noqa: E402
+from rovu_fleet.plan import split, table, text  # noqa: E402
 from rovu_fleet.task import PACK_ARGS, pack_of  # noqa: E402
 
 
@@ -19,6 +19,5 @@ class ActionModule(ActionBase):
     def run(self, tmp=None, task_vars=None):
         result = super().run(tmp, task_vars)
         args = self._task.args
-        answered = [look["device"] for look in args["looks"].values() if look.get("answered")]
-        silent = {name: look.get("why", "unreachable") for name, look in args["looks"].items() if not look.get("answered")}
+        answered, silent = split(args["looks"])
         return {**result, "table": text(table(answered, pack_of(args))), "silent": silent, "changed": False}

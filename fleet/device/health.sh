@@ -3,4 +3,4 @@ PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 
 said=$(sh -c "$COMMAND" 2>&1 </dev/null)
 echo "health=$?"
-echo "$said" | tail -n 5 | sed 's/^/log=/'
+printf '%s\n' "$said" | tail -n 5 | sed 's/^/log=/'

@@ -12,11 +12,12 @@ case " $(cat /proc/cmdline)" in
 esac
 say bootswitcher "$(fw_printenv bootswitcher 2>&- | sed -n 's/^bootswitcher=//p')"
 
-# Room: in bytes, and in free and whole LEBs.
+# Room: in bytes, and in free and whole LEBs. What a work directory that nobody owns holds will be free.
+stale=$(du -sk /tmp/rovu 2>&- | sed 's/[^0-9].*//')
 room=$(df -kP /tmp | tail -n 1)
 # shellcheck disable=SC2086 # its words
 set -- $room
-say tmp $(($4 * 1024))
+if [ -n "${4:-}" ]; then say tmp $((($4 + ${stale:-0}) * 1024)); fi
 info=$(ubinfo /dev/ubi0 2>&-)
 # What is free for new volumes: those of the other set are removed first.
 free=$(echo "$info" | sed -n 's/^Amount of available logical eraseblocks: *\([0-9]*\).*/\1/p')

@@ -1,9 +1,23 @@
 """What an update will do to a fleet: one row for each kind of device."""
 
+from rovu_fleet.outcome import missing
 from rovu_fleet.pack import kind_of
 from rovu_fleet.verification import runs_target
 
 HEADER = ["DEVICES", "MODEL", "KERNEL", "ROOTFS", "NEXT KERNEL", "NEXT ROOTFS", "NEXT DATA", "VERDICT"]
+
+
+def split(results):
+    """The devices that told what they are, and why each of the others did not. `results`: those of rovu_look, by name."""
+    answered, silent = [], {}
+    for name, result in results.items():
+        if not result.get("answered"):
+            silent[name] = result.get("why") or "unreachable"
+        elif missing(result["device"]):
+            silent[name] = "the device does not tell: " + ", ".join(missing(result["device"]))
+        else:
+            answered.append(result["device"])
+    return answered, silent
 
 
 def group(looks, images):

@@ -12,6 +12,7 @@ import unittest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
 from rovu_fleet.back import Back  # noqa: E402
 from rovu_fleet.link import LinkLost  # noqa: E402
+from rovu_fleet.plan import split  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
 from rovu_fleet.update import Update  # noqa: E402
 
@@ -106,6 +107,13 @@ class Course(unittest.TestCase):
                 end = Back(device, Pack(), Record(folder, "mast-1", "back"), limits, "").run()
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
+
+    def test_plan_names_the_devices_that_tell_too_little(self):
+        results = {"a": {"answered": True, "device": OLD}, "b": {"answered": True, "device": {**OLD, "model": ""}}}
+        results.update({"c": {"answered": False, "why": "Connection refused"}, "d": {"unreachable": True}})
+        answered, silent = split(results)
+        self.assertEqual(answered, [OLD])
+        self.assertEqual(silent, {"b": "the device does not tell: model", "c": "Connection refused", "d": "unreachable"})
 
     def run_on(self, device, **limits):
         folder = tempfile.TemporaryDirectory()
