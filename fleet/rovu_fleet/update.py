@@ -39,6 +39,8 @@ class Update:
         look = self.link.run("look")
         check_look(look)
         if runs_target(look, self.images):
+            if self.record.data.get("token"):
+                self.record.note(attempts=max(1, self.record.data["attempts"]))
             self.finish(look, "updated" if self.record.data["attempts"] else "current")
         if not self.is_under_way(look):
             refusal = self.plan(look)

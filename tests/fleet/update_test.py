@@ -66,17 +66,17 @@ STARTED = [{"started": "now"}]
 
 class Course(unittest.TestCase):
     def test_the_start_before_which_a_control_machine_was_killed_does_not_count(self):
-        for killed_in in ("start", "follow"):
-            with self.subTest(killed_in):
+        for killed_in, look in (("start", {}), ("follow", {}), ("start", NEW)):
+            with self.subTest(killed_in=killed_in, look=look):
                 device = Device(look=[OLD], start=STARTED, follow=[{}])
                 device.answers[killed_in] = [KeyboardInterrupt()]
                 with self.assertRaises(KeyboardInterrupt):
                     self.run_on(device, attempts=1)
                 there = {"run_url": URL, "run_token": self.record.data["token"]} if killed_in == "follow" else {}
-                device.answers.update(look=[{**OLD, **there}, NEW], start=STARTED, follow=[there or {**OWN}, {}])
+                device.answers.update(look=[look or {**OLD, **there}, NEW], start=STARTED, follow=[there or {**OWN}, {}])
                 end = self.run_again(device, attempts=1)
                 self.assertEqual((end.name, self.record.data["attempts"]), ("updated", 1), end.why)
-                self.assertEqual(device.calls.count("start"), 2 if killed_in == "start" else 1)
+                self.assertEqual(device.calls.count("start"), 2 if killed_in == "start" and not look else 1)
 
     def test_every_name_of_a_device_is_a_file_of_the_folder(self):
         with tempfile.TemporaryDirectory() as folder:
