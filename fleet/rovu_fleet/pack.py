@@ -1,6 +1,8 @@
 """rovu-pack, which knows what an update is and what a device will do with it."""
 
+import hashlib
 import json
+import pathlib
 import subprocess
 
 from ansible.errors import AnsibleActionFail
@@ -25,10 +27,17 @@ class Pack:
             self._files += ["--secrets", secrets]
 
     def _run(self, words):
-        done = subprocess.run([self._program, *words], capture_output=True, text=True, check=False)
+        try:
+            done = subprocess.run([self._program, *words], capture_output=True, text=True, check=False)
+        except OSError as error:
+            raise AnsibleActionFail(f"{self._program}: {error.strerror}") from error
         if done.returncode not in (0, 1):
             raise AnsibleActionFail(done.stderr.strip() or f"{self._program} ended with status {done.returncode}")
         return done.stdout
+
+    def digest(self):
+        """The SHA-256 of the spec as it is."""
+        return hashlib.sha256(pathlib.Path(self._spec).read_bytes()).hexdigest()
 
     def images(self):
         """The images of the update, by their kind: "kernel" and "rootfs"."""

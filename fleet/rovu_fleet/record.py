@@ -15,7 +15,10 @@ class Record:
         self._path = pathlib.Path(folder) / f"{host.replace('%', '%25').replace('/', '%2F')}.json"
         self._path.parent.mkdir(parents=True, exist_ok=True)
         self.data = self._read()
-        if self.data.get("url") != url or self.data.get("ended"):
+        before = self.data if self.data.get("url") == url else {}
+        # What an update that leaves no trace on the device had done. Empty, or the SHA-256 of its spec.
+        self.done = before.get("done", "")
+        if not before or before.get("ended"):
             self.data = {"host": host, "url": url, "started": time.time(), "attempts": 0, "states": []}
 
     def _read(self):

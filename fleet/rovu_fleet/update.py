@@ -43,6 +43,9 @@ class Update:
                 self.record.note(attempts=max(1, self.record.data["attempts"]))
             self.finish(look, "updated" if self.record.data["attempts"] else "current")
         if not self.is_under_way(look):
+            if self.record.done == self.pack.digest():
+                self.record.note(done=self.record.done)
+                raise Outcome("current", "the update, which does not restart the device, has run before")
             refusal = self.plan(look)
             if refusal:
                 raise Outcome("refused", refusal)
@@ -145,6 +148,7 @@ class Update:
             self.record.note(log=log)  # its restart is on its way, and may have killed it
             return False
         if now.get("state") == "complete" and status == "0":
+            self.record.note(done=self.pack.digest())
             raise Outcome("done", "the update does not restart the device", log)
         if status == "0" or int(status or 1) > 128:
             raise Outcome("stopped", "a signal ended the update", log)

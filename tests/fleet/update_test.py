@@ -26,6 +26,11 @@ DIGESTS = {"k1": MD5["kernel"], "k1_root": MD5["rootfs"]}
 
 
 class Pack:
+    switches = True
+
+    def digest(self):
+        return "of the spec"
+
     def images(self):
         return {kind: {"kind": kind, "version": "2.0", "md5": MD5[kind], "mandatory": True} for kind in MD5}
 
@@ -34,7 +39,7 @@ class Pack:
             {"volume": volume, "kind": kind, "version": "2.0", "content": "new"}
             for kind, volume in (("kernel", "k1"), ("rootfs", "k1_root"))
         ]
-        plans = [{"active_set": 0, "switches": True, "boots": boots}]
+        plans = [{"active_set": 0, "switches": self.switches, "boots": boots}]
         return {"devices": [{"accepts": True, "plans": plans}], "findings": []}
 
 
@@ -78,6 +83,15 @@ class Course(unittest.TestCase):
                 self.assertEqual((end.name, self.record.data["attempts"]), ("updated", 1), end.why)
                 self.assertEqual(device.calls.count("start"), 2 if killed_in == "start" and not look else 1)
 
+    def test_an_update_without_a_restart_runs_once(self):
+        pack = Pack()
+        pack.switches = False
+        device = Device(look=[OLD], start=STARTED, follow=[{**OWN, "state": "complete", "run_status": "0"}])
+        ends = [self.run_on(device, pack).name] + [self.run_again(device, pack).name for _ in range(2)]
+        self.assertEqual(ends, ["done", "current", "current"])
+        pack.digest = lambda: "of another spec"
+        self.assertEqual(self.run_again(device, pack).name, "done")
+
     def test_every_name_of_a_device_is_a_file_of_the_folder(self):
         with tempfile.TemporaryDirectory() as folder:
             for host in ("a/b", "../x", "/etc/y", "fe80::1%eth0", "mast-1.example", "mast-1"):
@@ -115,16 +129,16 @@ class Course(unittest.TestCase):
         self.assertEqual(answered, [OLD])
         self.assertEqual(silent, {"b": "the device does not tell: model", "c": "Connection refused", "d": "unreachable"})
 
-    def run_on(self, device, **limits):
+    def run_on(self, device, pack=None, **limits):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
-        return self.run_again(device, **limits)
+        return self.run_again(device, pack, **limits)
 
-    def run_again(self, device, **limits):
+    def run_again(self, device, pack=None, **limits):
         self.record = Record(self.folder, "mast-1", URL)
         limits = types.SimpleNamespace(**{"poll": 0, "link": 1, "restart": 0.2, "attempts": 2, **limits})
-        return Update(device, Pack(), self.record, limits, {"url": URL, "program": "rovu"}).run()
+        return Update(device, pack or Pack(), self.record, limits, {"url": URL, "program": "rovu"}).run()
 
     def test_each_course_ends_in_its_outcome(self):
         killed = {**OWN, "run_dead": "yes", "state": "flashing images"}
