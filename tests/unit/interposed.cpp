@@ -112,8 +112,7 @@ CURLcode __wrap_curl_easy_setopt(CURL* handle, int number, ...) {
     const CURLoption option = static_cast<CURLoption>(number);
     if (!isLong) return __real_curl_easy_setopt(handle, option, pointer);
     interposed.numbers.emplace_back(number, value);
-    // A verbose libcurl would only clutter the tests' output.
-    return option == CURLOPT_VERBOSE ? CURLE_OK : __real_curl_easy_setopt(handle, option, value);
+    return __real_curl_easy_setopt(handle, option, value);
 }
 
 CURLcode __wrap_curl_easy_perform(CURL* handle) {

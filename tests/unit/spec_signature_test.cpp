@@ -33,9 +33,8 @@ TEST(SpecSignature, FollowsTheLastTwoHyphensIfNoMoreFollow) {
         {"text--c2ln", 4},  {"text\n--c2ln", 5},  {"a-b--c--d--c2ln", 9},
         {"text---c2ln", 5}, {"text--", 4},        {"--c2ln", 0},
         {"--", 0},          {"text -- end\n", 5}, {"a\0--s"s, 2},
-        {"", kNone},        {"-", kNone},         {"-text", kNone},
-        {"text", kNone},    {"text-", kNone},     {"a--b 'http://x-y'", kNone},
-        {"a--b-", kNone},   {"--x-y", kNone},
+        {"", kNone},        {"-", kNone},         {"text-", kNone},
+        {"a--b-", kNone},   {"--x-y", kNone},     {"a--b 'http://x-y'", kNone},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.file);
@@ -46,11 +45,11 @@ TEST(SpecSignature, FollowsTheLastTwoHyphensIfNoMoreFollow) {
     }
 }
 
-TEST(SpecSignature, IsGoodForItsSpecAndItsKeyOnly) {
+TEST(SpecSignature, DecodesTo256BytesOfItsSpecAndItsKey) {
     const std::string key = publicKeyText(), spec = "{ -- a spec\n}\n", signature = signatureOf(spec);
     std::string otherKey = key;
     otherKey[100] = otherKey[100] == 'A' ? 'B' : 'A';  // within the modulus
-    const std::string wrongLabel = std::regex_replace(key, std::regex("PUBLIC"), "RSA PUBLIC");
+    const std::string bytes255(340, 'A');
     const struct {
         const char* name;
         std::string key, spec, signature;
@@ -60,13 +59,19 @@ TEST(SpecSignature, IsGoodForItsSpecAndItsKeyOnly) {
         {"text before the key", "a key:\n" + key, spec, signature, 0},
         {"empty spec", key, "", signatureOf(""), 0},
         {"changed spec", key, "{ -- a spec\n]\n", signature, EBADMSG},
-        {"shortened spec", key, "{ -- a spec\n}", signature, EBADMSG},
         {"another spec's signature", key, spec, signatureOf("{}"), EBADMSG},
         {"key of 1024 bits", kKeyOf1024Bits, spec, signature, EBADMSG},
         {"another key", otherKey, spec, signature, EBADMSG},
-        {"wrong PEM label", wrongLabel, spec, signature, ENOMEM},
-        {"no PEM", "no PEM", spec, signature, ENOMEM},
+        {"wrong PEM label", std::regex_replace(key, std::regex("PUBLIC"), "RSA PUBLIC"), spec, signature,
+         ENOMEM},
         {"empty key file", "", spec, signature, ENOMEM},
+        {"256 bytes", key, spec, bytes255 + "AA==", EBADMSG},
+        {"255 bytes", key, spec, bytes255, EILSEQ},
+        {"257 bytes", key, spec, bytes255 + "AAA=", EILSEQ},
+        {"300 bytes", key, spec, std::string(400, 'A'), EILSEQ},
+        {"no base64", key, spec, std::string(344, '!'), EILSEQ},
+        {"empty signature", key, spec, "", EILSEQ},
+        {"without a part of its padding", key, spec, bytes255 + "AA=", EILSEQ},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -74,33 +79,4 @@ TEST(SpecSignature, IsGoodForItsSpecAndItsKeyOnly) {
         EXPECT_EQ(verify(row.key, row.spec, row.signature), row.result);
         EXPECT_EQ(log.messages(), "");
     }
-}
-
-TEST(SpecSignature, DecodesTo256Bytes) {
-    const std::string bytes255(340, 'A');
-    const struct {
-        const char* name;
-        std::string base64;
-        int result;
-    } rows[] = {
-        {"256 bytes", bytes255 + "AA==", EBADMSG},
-        {"255 bytes", bytes255, EILSEQ},
-        {"257 bytes", bytes255 + "AAA=", EILSEQ},
-        {"272 bytes", std::string(360, 'A') + "AAA=", EILSEQ},
-        {"300 bytes", std::string(400, 'A'), EILSEQ},
-        {"no base64", std::string(344, '!'), EILSEQ},
-        {"empty", "", EILSEQ},
-        {"without a part of its padding", bytes255 + "AA=", EILSEQ},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(verify(publicKeyText(), "text", row.base64), row.result);
-    }
-}
-
-TEST(SpecSignature, AMissingKeyFileIsNamed) {
-    const LogCapture log;
-    EXPECT_EQ(verifySpecSignature("/dev/null/key", "", 0, "", 0), ENOTDIR);
-    EXPECT_EQ(log.messages(),
-              "ROVU: Failed to open public-key file /dev/null/key: " + std::to_string(ENOTDIR) + "\n");
 }
