@@ -1,6 +1,7 @@
 // The judge of power cuts, on short logs made to order: what it must visit, and the faults that it must see.
 
 #include "disk.h"
+#include "flash_format.h"
 #include "recording/replay.h"
 #include "selection.h"
 #include "support/crypto.h"
@@ -12,11 +13,14 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <stdexcept>
+#include <tuple>
 
 namespace {
 
 constexpr char kRef1[] = ".ubiRefChk1";
 constexpr char kRef2[] = ".ubiRefChk2";
+const std::string kUndescribed = "a reference file does not describe the set that boots";
+const std::string kNotTheOldKernel = "volume k1 is not that of 2.0";
 
 std::string sectors(char byte, size_t count) {
     return std::string(512 * count, byte);
@@ -30,12 +34,10 @@ protected:
     const std::string oldRef_ =
         refFileContents({sets_.old, {0, "1.0", {"", md5Hex("1")}, {"", md5Hex("2")}}});
     const std::string newRef_ = refFileContents({sets_.old, sets_.next});
-    const std::string oldEnvironment_ = environmentCopy(1, 1);
-    const std::string newEnvironment_ = environmentCopy(0, 2);
+    const std::string oldEnvironment_ = environmentCopy("bootswitcher=0A0A01", 1);
+    const std::string newEnvironment_ = environmentCopy("bootswitcher=0A0A00", 2);
     const std::string oldApp0_ = syntheticApp0({{kRef1, oldRef_}, {kRef2, oldRef_}});
     const std::string newApp0_ = syntheticApp0({{kRef1, newRef_}, {kRef2, newRef_}});
-
-    Verdict judgeDisk(const std::string& disk) { return Judge(sets_, &app0_, disk).judge(disk); }
 
     // How often each verdict was reached in a replay of these writes on the device before the update.
     std::map<Verdict, size_t> judgeLog(const std::vector<LogEntry>& entries) {
@@ -58,7 +60,6 @@ protected:
         return writeAt(kApp0.offset + at, newRefSector_);
     }
 
-private:
     const ScratchDir scratch_;
     App0Reader app0_{scratch_.path, kSyntheticKey};
     std::string newRefSector_ = newRef_ + std::string(512 - newRef_.size(), '\0');
@@ -73,21 +74,6 @@ std::vector<std::string> faultsOf(const std::map<Verdict, size_t>& verdicts) {
 }
 
 }  // namespace
-
-TEST(WriteLog, IsReadInTheOrderOfItsEntries) {
-    const std::string first = sectors('a', 2);
-    const std::string second = sectors('b', 1);
-    const std::string bytes = logBytes({writeAt(1024, first), flush(), writeAt(512, second)});
-    const std::vector<LogEntry> log = parseWriteLog(bytes);
-    ASSERT_EQ(log.size(), 3U);
-    EXPECT_EQ(log[0].range.offset, 1024U);
-    EXPECT_EQ(log[0].data, first);
-    EXPECT_FALSE(log[0].flushes);
-    EXPECT_TRUE(log[1].flushes);
-    EXPECT_EQ(log[1].range.size, 0U);
-    EXPECT_EQ(log[2].range.offset, 512U);
-    EXPECT_EQ(log[2].data, second);
-}
 
 TEST(WriteLog, IsRefusedIfItIsNotWholeOrNotKnown) {
     const std::string data = sectors('a', 2);
@@ -118,39 +104,24 @@ TEST(Replay, VisitsEveryCutOnce) {
     const std::string three = sectors('3', 1);
     const std::vector<LogEntry> log = {writeAt(kApp0.offset, one), writeAt(kApp0.offset + 512, two),
                                        writeAt(kFlash.offset, three), flush(), writeAt(kFlash.offset, three)};
-    struct Row {
-        CutKind kind;
-        size_t entry;
-        size_t detail;
-        bool isDistinct;
-        std::string app0;  // its first sectors' first bytes
-        char flash;        // its first byte
+    // The kind of cut, its entry and its detail; whether it is distinct; the first bytes of three sectors of /app0 and
+    // that of the flash.
+    using Visit = std::tuple<CutKind, size_t, size_t, bool, std::string>;
+    const std::vector<Visit> expected = {
+        {CutKind::kBetween, 0, 0, true, "100 0"},  {CutKind::kDropped, 0, Cut::kAll, true, "000 0"},
+        {CutKind::kTorn, 1, 512, true, "120 0"},   {CutKind::kBetween, 1, 0, true, "122 0"},
+        {CutKind::kDropped, 1, 0, true, "022 0"},  {CutKind::kDropped, 1, Cut::kAll, true, "000 0"},
+        {CutKind::kBetween, 2, 0, true, "122 3"},  {CutKind::kDropped, 2, 0, true, "022 3"},
+        {CutKind::kDropped, 2, 1, true, "100 3"},  {CutKind::kDropped, 2, Cut::kAll, true, "000 3"},
+        {CutKind::kBetween, 4, 0, false, "122 3"},
     };
-    const Row rows[] = {
-        {CutKind::kBetween, 0, 0, true, "100", '0'},  {CutKind::kDropped, 0, Cut::kAll, true, "000", '0'},
-        {CutKind::kTorn, 1, 512, true, "120", '0'},   {CutKind::kBetween, 1, 0, true, "122", '0'},
-        {CutKind::kDropped, 1, 0, true, "022", '0'},  {CutKind::kDropped, 1, Cut::kAll, true, "000", '0'},
-        {CutKind::kBetween, 2, 0, true, "122", '3'},  {CutKind::kDropped, 2, 0, true, "022", '3'},
-        {CutKind::kDropped, 2, 1, true, "100", '3'},  {CutKind::kDropped, 2, Cut::kAll, true, "000", '3'},
-        {CutKind::kBetween, 4, 0, false, "122", '3'},
-    };
-    std::vector<std::pair<Cut, std::string>> visited;
-    std::vector<bool> distinct;
+    std::vector<Visit> visited;
     Replay(std::string(kDiskSize, '0'), log).forEachState([&](const CutState& state) {
         const std::string app0 = state.app0();
-        visited.emplace_back(state.cut,
-                             std::string{app0[0], app0[512], app0[1024], (*state.prefix)[kFlash.offset]});
-        distinct.push_back(state.isDistinct);
+        const std::string bytes = {app0[0], app0[512], app0[1024], ' ', (*state.prefix)[kFlash.offset]};
+        visited.emplace_back(state.cut.kind, state.cut.entry, state.cut.detail, state.isDistinct, bytes);
     });
-    ASSERT_EQ(visited.size(), std::size(rows));
-    for (size_t i = 0; i < visited.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(visited[i].first.kind, rows[i].kind);
-        EXPECT_EQ(visited[i].first.entry, rows[i].entry);
-        EXPECT_EQ(visited[i].first.detail, rows[i].detail);
-        EXPECT_EQ(visited[i].second, rows[i].app0 + rows[i].flash);
-        EXPECT_EQ(distinct[i], rows[i].isDistinct);
-    }
+    EXPECT_EQ(visited, expected);
 }
 
 // Reading again only what was written must come to what reading everything comes to.
@@ -206,19 +177,18 @@ TEST_F(PowerCut, BootsTheSetOfTheEnvironmentIfItIsComplete) {
         {"in the gap", flash_, oldEnvironment_, gap, Boots::kOld, 0, ""},
         {"switched in the gap", flash_, newEnvironment_, gap, Boots::kNew, 0,
          "the new set boots without reference files"},
-        {"switched too early", flash_, newEnvironment_, oldApp0_, Boots::kNew, 2,
-         "a reference file does not describe the set that boots"},
+        {"switched too early", flash_, newEnvironment_, oldApp0_, Boots::kNew, 2, kUndescribed},
         {"lost", flash_, oldEnvironment_, noFiles, Boots::kOld, 0, "the reference files are lost"},
         {"damaged", flash_, oldEnvironment_, damagedRef, Boots::kOld, 1, "a reference file is damaged"},
         {"key file", flash_, oldEnvironment_, noKey, Boots::kOld, 2, "/app0: the key file is damaged"},
-        {"flash", damagedFlash, oldEnvironment_, oldApp0_, Boots::kNeither, 2,
-         "volume k1 is not that of 2.0"},
+        {"flash", damagedFlash, oldEnvironment_, oldApp0_, Boots::kNeither, 2, kNotTheOldKernel},
         {"other set", damagedFlash, newEnvironment_, newApp0_, Boots::kNew, 2, ""},
         {"environment", flash_, noEnvironment, oldApp0_, Boots::kNeither, 2, "the environment is unreadable"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const Verdict verdict = judgeDisk(syntheticDisk(row.flash, row.environment, row.app0));
+        const std::string disk = syntheticDisk(row.flash, row.environment, row.app0);
+        const Verdict verdict = Judge(sets_, &app0_, disk).judge(disk);
         EXPECT_EQ(verdict.boots, row.boots);
         EXPECT_EQ(verdict.references, row.references);
         EXPECT_EQ(verdict.fault, row.fault);
@@ -226,7 +196,6 @@ TEST_F(PowerCut, BootsTheSetOfTheEnvironmentIfItIsComplete) {
 }
 
 TEST_F(PowerCut, SeesWritesThatComeInTheWrongOrder) {
-    const std::string undescribed = "a reference file does not describe the set that boots";
     const std::string erased = sectors('\xFF', 1);
     const struct {
         const char* name;
@@ -234,14 +203,14 @@ TEST_F(PowerCut, SeesWritesThatComeInTheWrongOrder) {
         std::vector<std::string> faults;
     } rows[] = {
         {"as it must be", {writeReference(1), writeReference(2), flush(), switchSets()}, {}},
-        {"the variable first", {switchSets(), writeReference(1), writeReference(2), flush()}, {undescribed}},
-        {"nothing is flushed", {writeReference(1), writeReference(2), switchSets(), flush()}, {undescribed}},
+        {"the variable first", {switchSets(), writeReference(1), writeReference(2), flush()}, {kUndescribed}},
+        {"nothing is flushed", {writeReference(1), writeReference(2), switchSets(), flush()}, {kUndescribed}},
         {"one file late",
          {writeReference(1), flush(), switchSets(), writeReference(2), flush()},
-         {undescribed}},
+         {kUndescribed}},
         {"the set that runs is erased",
          {writeAt(kFlash.offset + 2 * kFlashBlockSize, erased)},
-         {"volume k1 is not that of 2.0"}},
+         {kNotTheOldKernel}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -268,17 +237,12 @@ TEST(Selection, BootsEveryDistinctStateOfTheSwitching) {
         selection.add(state, state.cut.entry >= 2,
                       {Boots::kOld, state.cut.kind == CutKind::kDropped ? 0 : 2, ""});
     });
-    const struct {
-        const char* name;
-        std::vector<Candidate> chosen;
+    const auto entriesOf = [](const std::vector<Candidate>& chosen) {
         std::vector<size_t> entries;
-    } rows[] = {{"all", selection.choose(SIZE_MAX, 100), {0, 2, 2, 3, 3}},
-                {"three", selection.choose(3, 100), {2, 2, 3}}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        std::vector<size_t> entries;
-        for (const Candidate& candidate : row.chosen)
+        for (const Candidate& candidate : chosen)
             entries.push_back(candidate.cut.entry);
-        EXPECT_EQ(entries, row.entries);
-    }
+        return entries;
+    };
+    EXPECT_EQ(entriesOf(selection.choose(SIZE_MAX, 100)), (std::vector<size_t>{0, 2, 2, 3, 3}));
+    EXPECT_EQ(entriesOf(selection.choose(3, 100)), (std::vector<size_t>{2, 2, 3}));
 }

@@ -2,6 +2,7 @@
 
 #include "child_process.h"
 #include "disk.h"
+#include "flash_format.h"
 #include "support/crypto.h"
 #include "support/scratch.h"
 #include "ubi_tools/ref_checksums.h"
@@ -10,46 +11,13 @@
 
 namespace {
 
-constexpr size_t kDataAt = 128;
 constexpr size_t kSector = 512;
-constexpr size_t kMostVolumes = 128;
-constexpr uint32_t kTableVolume = 0x7FFFEFFF;
-
-std::string bigEndian(uint32_t value) {
-    std::string bytes;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        bytes += static_cast<char>(value >> shift & 0xFF);
-    return bytes;
-}
 
 std::string littleEndian(uint64_t value, size_t size) {
     std::string bytes;
     for (size_t i = 0; i < size; ++i)
         bytes += static_cast<char>(value >> (8 * i) & 0xFF);
     return bytes;
-}
-
-std::string withCrc(std::string bytes, size_t sizeBefore) {
-    bytes.resize(sizeBefore);
-    return bytes + bigEndian(crc32(bytes.data(), bytes.size()));
-}
-
-std::string eraseblock(uint32_t volume, const std::string& data) {
-    std::string bytes = withCrc(
-        "UBI#" + std::string("\1\0\0\0", 4) + std::string(8, '\0') + bigEndian(64) + bigEndian(kDataAt), 60);
-    bytes += withCrc("UBI!" + std::string("\1\1\0\0", 4) + bigEndian(volume) + bigEndian(0) + bigEndian(0) +
-                         bigEndian(static_cast<uint32_t>(data.size())) + bigEndian(1) + bigEndian(0) +
-                         bigEndian(crc32(data.data(), data.size())) + std::string(8, '\0') + bigEndian(1),
-                     60);
-    bytes += data;
-    bytes.resize(kFlashBlockSize, '\xFF');
-    return bytes;
-}
-
-std::string tableRecord(const std::string& name, char type) {
-    return withCrc(bigEndian(4) + bigEndian(1) + bigEndian(0) + type + '\0' +
-                       bigEndian(static_cast<uint32_t>(name.size())).substr(2) + name,
-                   168);
 }
 
 ExpectedImage image(const std::string& bytes) {
@@ -64,26 +32,19 @@ ExpectedSets syntheticSets() {
 }
 
 std::string syntheticFlash(const ExpectedSets& sets) {
-    std::string table;
-    std::string blocks;
-    uint32_t id = 0;
+    std::vector<VolumeRecord> table;
+    std::string flash;
     for (const ExpectedSet& set : {sets.next, sets.old}) {
-        table += tableRecord(set.kernelVolume(), 2) + tableRecord(set.rootfsVolume(), 2) +
-                 tableRecord(set.kernelVolume() + "_data", 1);
-        blocks += eraseblock(id, set.kernel.bytes) + eraseblock(id + 1, set.rootfs.bytes);
-        id += 3;
+        const uint32_t id = static_cast<uint32_t>(table.size());
+        table.push_back({set.kernelVolume(), kStaticVolume});
+        table.push_back({set.rootfsVolume(), kStaticVolume});
+        table.push_back({set.kernelVolume() + "_data", kDynamicVolume});
+        flash += blockImage({id, 0, 1, set.kernel.bytes}, kFlashBlockSize) +
+                 blockImage({id + 1, 0, 1, set.rootfs.bytes}, kFlashBlockSize);
     }
-    while (id++ < kMostVolumes)
-        table += withCrc("", 168);
-    std::string flash = blocks + eraseblock(kTableVolume, table);
+    flash += blockImage({kTableVolume, 0, 1, volumeTable(table)}, kFlashBlockSize);
     flash.resize(kFlash.size, '\xFF');
     return flash;
-}
-
-std::string environmentCopy(unsigned set, char flag) {
-    std::string variables = "bootswitcher=0A0A0" + std::to_string(set);
-    variables.resize(0x2000 - 5, '\0');
-    return bigEndian(~crc32(variables.data(), variables.size())) + flag + variables;
 }
 
 std::string refFileContents(const std::vector<ExpectedSet>& sets) {

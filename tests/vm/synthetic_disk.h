@@ -15,9 +15,6 @@ ExpectedSets syntheticSets();
 /// The flash with the volumes of both sets, each complete.
 std::string syntheticFlash(const ExpectedSets& sets);
 
-/// A copy of the environment with `bootswitcher` set for this set. The copy with the higher flag is newer.
-std::string environmentCopy(unsigned set, char flag);
-
 /// The contents of a reference file with the volumes of these sets.
 std::string refFileContents(const std::vector<ExpectedSet>& sets);
 
