@@ -36,12 +36,12 @@ int InDevice::killed() {
     return status;
 }
 
-Strings InDevice::tools() const {
+std::string InDevice::tools() const {
     std::vector<rovusim::Call> calls;
     rovusim::readCalls(rovusim::kStateInside, &calls);
-    Strings tools;
+    std::string tools;
     for (const rovusim::Call& call : calls)
-        tools.push_back(call.tool);
+        tools += call.tool + " ";
     return tools;
 }
 

@@ -30,12 +30,11 @@ public:
     /// What a killed command comes to: -1, or what this host's shell makes of it.
     static int killed();
 
-    /// The tools that were called, in order.
-    Strings tools() const;
+    /// The tools that were called, in order, with a space after each.
+    std::string tools() const;
 
-    /// The messages logged since the last call, each with a newline: errors and warnings, unless told otherwise.
+    /// The errors and warnings logged since the last call, each with a newline.
     std::string messages();
-    void listenTo(unsigned int levels) { log_.listenTo(levels); }
 
     /// Makes the device report this model and this version of its root file system.
     void describe(const std::string& model, const std::string& rootfs);

@@ -4,18 +4,14 @@
 #include <regex>
 
 LogCapture::LogCapture(unsigned int levels) {
-    listenTo(levels);
+    LOG_channel_set_levels(channel_, levels);
+    LOG_channel_apply(channel_);
 }
 
 LogCapture::~LogCapture() {
     LOG_channel_free(channel_);
     fclose(stream_);
     free(bytes_);
-}
-
-void LogCapture::listenTo(unsigned int levels) {
-    LOG_channel_set_levels(channel_, levels);
-    LOG_channel_apply(channel_);
 }
 
 std::string LogCapture::lines() const {

@@ -14,9 +14,6 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    /// Takes the messages of other levels from now on.
-    void listenTo(unsigned int levels);
-
     LOG_Channel* channel() const { return channel_; }
 
     /// The lines as they were written.
