@@ -25,8 +25,8 @@ TEST(Sandbox, EvaluatesOneExpressionToItsValue) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.expression);
         LuaState lua;
-        EXPECT_EQ(lua.load(row.expression), row.type == nullptr ? EBADRQC : 0);
-        EXPECT_EQ(lua_gettop(lua.lua), row.type == nullptr ? 1 : 0);
+        ASSERT_EQ(lua.load(row.expression), row.type == nullptr ? EBADRQC : 0);
+        ASSERT_EQ(lua_gettop(lua.lua), row.type == nullptr ? 1 : 0);
         if (row.type == nullptr) {
             EXPECT_EQ(std::regex_replace(lua_tostring(lua.lua, -1), place, ""), row.message);
         } else {
