@@ -23,8 +23,8 @@ struct Device {
     std::string kernelRelease;  // used if the kernel volume names none
     std::string rootfsVersion;  // used if the root volume names none
     uint32_t totalLebs = 0;
-    uint64_t tmpBytes = 0;    // that fit into /tmp; 0: as many as the host has
     unsigned runningSet = 0;  // 0 or 1
+    uint64_t tmpBytes = 0;    // that fit into /tmp; 0: as many as the host has
 };
 
 /// Makes a device with six filled volumes and active set 0. The directory must not exist.
