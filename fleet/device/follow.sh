@@ -1,4 +1,4 @@
-# Prints how far the update is, a line NAME=VALUE each, and the end of its log once it has ended.
+# Prints how far the update is, a line NAME=VALUE each, and the end of its log, which a restart removes.
 PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 say() { printf '%s=%s\n' "$1" "$2"; }
 
@@ -14,6 +14,4 @@ done
 if [ -n "$dead" ] && [ ! -e /tmp/rovu-fleet/status ]; then say run_dead yes; fi
 sed -n -e 's/^"STATE":"\(.*\)",$/state=\1/p' -e 's/^"DL_ATTEMPTS":"\(.*\)",$/attempts=\1/p' \
     -e 's/^"DL_PERCENT":"\(.*\)",$/percent=\1/p' /tmp/rovu.progress 2>&-
-if [ -n "$dead" ] || [ -e /tmp/rovu-fleet/status ]; then
-    tail -n 20 /tmp/rovu-fleet/log | sed 's/^/log=/'
-fi
+tail -n 20 /tmp/rovu-fleet/log 2>&- | sed 's/^/log=/'

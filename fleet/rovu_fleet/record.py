@@ -39,7 +39,8 @@ class Record:
         self._store()
 
     def end(self, outcome, why, log):
-        self.note(outcome=outcome, why=why, log=log, ended=time.time())
+        """`log`: if it is empty, what was noted of it before stays."""
+        self.note(outcome=outcome, why=why, log=log or self.data.get("log", []), ended=time.time())
 
     def _store(self):
         # Another operator may write the same record.

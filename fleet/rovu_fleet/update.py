@@ -42,6 +42,9 @@ class Update:
             if self.record.data.get("token"):
                 self.record.note(attempts=max(1, self.record.data["attempts"]))
             self.finish(look, "updated" if self.record.data["attempts"] else "current")
+        if self.has_restarted(look):
+            self.back({**look, "active": str(self.record.data["active"])})
+            return
         if not self.is_under_way(look):
             if self.record.done == self.pack.digest():
                 self.record.note(done=self.record.done)
@@ -52,6 +55,11 @@ class Update:
             if not self.start(look):
                 return  # and looks at what the other operator has started
         self.follow(look)
+
+    def has_restarted(self, look):
+        """Whether the update had come to its restart, which nobody saw because the control machine was killed."""
+        token = self.record.data.get("token")
+        return self.last_state() in SWITCHING and token and "active" in self.record.data and look.get("run_token") != token
 
     def is_under_way(self, look):
         """Whether an update of this URL is there to be followed: this operator's or another's."""
@@ -131,6 +139,8 @@ class Update:
                 return self.back(look)
             if now.get("state"):
                 self.record.enter(now["state"])
+            if now.get("log", []) != self.record.data.get("log", []):
+                self.record.note(log=now.get("log", []))
             if has_ended(now) and self.ended(now):
                 return None
             if state == "complete" and time.time() - self.record.data["states"][-1][1] > self.limits.restart:
@@ -145,8 +155,7 @@ class Update:
         log = now.get("log", [])
         status = now.get("run_status", "137")  # that of a killed process, where nothing was left to tell it
         if now.get("state") == "complete" and self.record.data.get("switches"):
-            self.record.note(log=log)  # its restart is on its way, and may have killed it
-            return False
+            return False  # its restart is on its way, and may have killed it
         if now.get("state") == "complete" and status == "0":
             self.record.note(done=self.pack.digest())
             raise Outcome("done", "the update does not restart the device", log)
@@ -187,7 +196,7 @@ class Update:
         if found:
             raise Outcome("unsound", "; ".join(found))
         check_health(self.link, self.health)
-        raise Outcome(name, log=self.record.data.get("log", []))
+        raise Outcome(name)
 
     def expected_of(self, look):
         """The volumes of a device that ran the target before."""

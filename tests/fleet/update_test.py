@@ -83,6 +83,15 @@ class Course(unittest.TestCase):
                 self.assertEqual((end.name, self.record.data["attempts"]), ("updated", 1), end.why)
                 self.assertEqual(device.calls.count("start"), 2 if killed_in == "start" and not look else 1)
 
+    def test_a_fallback_while_the_control_machine_was_off_is_told(self):
+        complete = {**OWN, "state": "complete", "log": ["Rebooting..."]}
+        device = Device(look=[OLD], start=STARTED, follow=[complete, KeyboardInterrupt()])
+        with self.assertRaises(KeyboardInterrupt):
+            self.run_on(device)
+        end = self.run_again(device)
+        self.assertEqual((end.name, self.record.data["log"]), ("fell back", ["Rebooting..."]))
+        self.assertEqual(device.calls.count("start"), 1)
+
     def test_an_update_without_a_restart_runs_once(self):
         pack = Pack()
         pack.switches = False
