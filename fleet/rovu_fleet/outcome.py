@@ -32,7 +32,9 @@ def outcome_of(work, record):
         end = outcome
     except LinkLost as lost:
         states = record.data["states"]
-        end = Outcome("gone", f'no answer since the state "{states[-1][0]}": {lost}') if states else Outcome("unreachable", str(lost))
+        end = Outcome("unreachable", str(lost))
+        if states:
+            end = Outcome("gone", f'no answer since the state "{states[-1][0]}": {lost}')
     except (ScriptFailed, AnsibleActionFail) as failed:
         end = Outcome("failed", str(failed))
     record.end(end.name, end.why, end.log)

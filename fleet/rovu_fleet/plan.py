@@ -8,7 +8,10 @@ HEADER = ["DEVICES", "MODEL", "KERNEL", "ROOTFS", "NEXT KERNEL", "NEXT ROOTFS", 
 
 
 def split(results):
-    """The devices that told what they are, and why each of the others did not. `results`: those of rovu_look, by name."""
+    """The devices that told what they are, and why each of the others did not.
+
+    `results`: those of rovu_look, by name.
+    """
     answered, silent = [], {}
     for name, result in results.items():
         if not result.get("answered"):

@@ -59,7 +59,8 @@ class Update:
     def has_restarted(self, look):
         """Whether the update had come to its restart, which nobody saw because the control machine was killed."""
         token = self.record.data.get("token")
-        return self.last_state() in SWITCHING and token and "active" in self.record.data and look.get("run_token") != token
+        is_planned = token and "active" in self.record.data
+        return self.last_state() in SWITCHING and is_planned and look.get("run_token") != token
 
     def is_under_way(self, look):
         """Whether an update of this URL is there to be followed: this operator's or another's."""
@@ -75,6 +76,8 @@ class Update:
                 return True
         if look.get("alive"):
             raise Outcome("busy", "another update runs: " + ", ".join(look["alive"]))
+        if set_of(look.get("bootswitcher")) is None:
+            raise Outcome("unsound", f'the boot loader\'s variable reads "{look.get("bootswitcher", "")}", which names no set')
         if is_switched:
             raise Outcome("unsound", "the device was switched to its other set, and not restarted")
         return False

@@ -165,6 +165,7 @@ class Course(unittest.TestCase):
                 "updated",
                 Device(look=[OLD, {**NEW, "references": "missing", "model": ""}, NEW], start=STARTED, follow=[complete, {}]),
             ),
+            "no variable": ("unsound", Device(look=[{**OLD, "bootswitcher": ""}])),
             "old set": ("fell back", Device(look=[OLD], start=STARTED, follow=[complete, {}])),
             "no answer": ("unreachable", Device(look=[LinkLost()])),
             "no answer to the start": ("gone", Device(look=[OLD], start=[LinkLost()])),
