@@ -15,6 +15,8 @@ OUTCOMES = {
     "gone": "The device has not answered since the state that is named. In \"switching volume\" or \"complete\", it has not "
     "come back from its restart. Check its power, its link and its console. The update may go on without the link: run "
     "the playbook again when the device answers.",
+    "stalled": "The update still runs, but does not get on: a script that waits, or a very slow link. Look at the device, "
+    "then run the playbook again: it follows the update.",
     "fell back": "The device did not start the set that it was told to start, but the one before. Look at the console "
     "of one such device before the update goes to more.",
     "unsound": "The device is not what it should be, or tells contradictory things. Look at it before anything else is "

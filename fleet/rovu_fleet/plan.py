@@ -4,7 +4,7 @@ from rovu_fleet.outcome import missing
 from rovu_fleet.pack import kind_of
 from rovu_fleet.verification import runs_target
 
-HEADER = ["DEVICES", "MODEL", "KERNEL", "ROOTFS", "NEXT KERNEL", "NEXT ROOTFS", "NEXT DATA", "VERDICT"]
+HEADER = ["DEVICES", "MODEL", "KERNEL", "ROOTFS", "OTHER SET", "NEXT KERNEL", "NEXT ROOTFS", "NEXT DATA", "VERDICT"]
 
 
 def split(results):
@@ -23,6 +23,15 @@ def split(results):
     return answered, silent
 
 
+def other_set(look, images):
+    """What the inactive set holds, by the reference files."""
+    other = 1 - int(look["active"])
+    held = {kind: look.get(f"reference.k{other}{suffix}") for kind, suffix in (("kernel", ""), ("rootfs", "_root"))}
+    if images and all(held[kind] == image["md5"] for kind, image in images.items()):
+        return "this update"
+    return "an earlier one" if all(held.values()) else "not recorded"
+
+
 def group(looks, images):
     """Devices that an update treats alike, in the order of the first of each: a list of [count, look].
 
@@ -31,6 +40,7 @@ def group(looks, images):
     groups = {}
     for look in looks:
         key = (look["model"], look["kernel"], look["rootfs"], look["active"], runs_target(look, images))
+        key += (other_set(look, images),)
         group_of = groups.setdefault(key, [0, dict(look)])
         group_of[0] += 1
         for room in ("tmp", "free_lebs"):
@@ -72,7 +82,7 @@ def table(looks, pack):
             cells = ["", "", "", "runs it already"]
         else:
             cells = [*next_of(plan), verdict(device, plan)]
-        rows.append([str(count), look["model"], look["kernel"], look["rootfs"], *cells])
+        rows.append([str(count), look["model"], look["kernel"], look["rootfs"], other_set(look, images), *cells])
     return rows
 
 

@@ -12,11 +12,13 @@ class Limits:
         self.poll = float(args.get("poll", 5))
         self.link = float(args.get("link_limit", 600))
         self.restart = float(args.get("restart_limit", 600))
+        self.look = float(args.get("look_limit", 30))
+        self.state = float(args.get("state_limit", 14400))
         self.attempts = int(args.get("attempts", 2))
 
 
 PACK_ARGS = ("pack", "spec", "pub", "files", "secrets")
-WORK_ARGS = ("records", "wave", "health", "poll", "link_limit", "restart_limit", "attempts")
+WORK_ARGS = ("records", "wave", "health", "poll", "link_limit", "restart_limit", "look_limit", "state_limit", "attempts")
 
 
 def pack_of(args):

@@ -36,7 +36,8 @@ class Update:
             self.attempt()
 
     def attempt(self):
-        look = self.link.run("look")
+        # A device that is not known to be amid its update is waited for no longer than plan.yml does.
+        look = self.link.run("look", limit=self.limits.link if self.record.data.get("token") else self.limits.look)
         check_look(look)
         if runs_target(look, self.images):
             if self.record.data.get("token"):
@@ -146,12 +147,18 @@ class Update:
                 self.record.note(log=now.get("log", []))
             if has_ended(now) and self.ended(now):
                 return None
-            if state == "complete" and time.time() - self.record.data["states"][-1][1] > self.limits.restart:
+            waited = time.time() - self.last_change()
+            if state == "complete" and waited > self.limits.restart:
                 raise Outcome("unsound", "the update is complete, and the device did not restart", now.get("log", []))
+            if waited > self.limits.state:
+                raise Outcome("stalled", f'in the state "{self.last_state()}" for {waited:.0f} s, and not at its end')
             time.sleep(self.limits.poll)
 
     def last_state(self):
         return self.record.data["states"][-1][0] if self.record.data["states"] else ""
+
+    def last_change(self):
+        return self.record.data["states"][-1][1] if self.record.data["states"] else self.record.data["started"]
 
     def ended(self, now):
         """Judges an update that has ended, while the device still runs. Returns whether it is to be started again."""

@@ -116,6 +116,7 @@ class World:
             "rovu_poll": 0.5,
             "rovu_link_limit": 15,
             "rovu_restart_limit": 12,
+            "rovu_look_limit": 8,
             **variables,
         }
         words = ["ansible-playbook", "-i", str(self.fleet / "inventory.yml"), str(FLEET / f"{book}.yml")]
@@ -195,7 +196,7 @@ class Rollout(unittest.TestCase):
 
         status, said = world.run("plan")
         self.assertEqual(status, 0, said)
-        self.assertIn('"9        mast-4    1.0     1.0     2.0 new      2.0 new      copied     switches"', said)
+        self.assertIn('"9        mast-4    1.0     1.0     an earlier one  2.0 new      2.0 new      copied     switches"', said)
         self.assertIn("attic-1", said)
         status, said = world.run("rollout", "--check")
         self.assertEqual(status, 0, said)

@@ -131,6 +131,11 @@ class Course(unittest.TestCase):
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
 
+    def test_update_that_does_not_get_on_is_left_alone(self):
+        running = {**OWN, "state": "running scripts"}
+        end = self.run_on(Device(look=[OLD], start=STARTED, follow=[running]), state=0.1)
+        self.assertEqual((end.name, "running scripts" in end.why), ("stalled", True))
+
     def test_plan_names_the_devices_that_tell_too_little(self):
         results = {"a": {"answered": True, "device": OLD}, "b": {"answered": True, "device": {**OLD, "model": ""}}}
         results.update({"c": {"answered": False, "why": "Connection refused"}, "d": {"unreachable": True}})
@@ -146,7 +151,7 @@ class Course(unittest.TestCase):
 
     def run_again(self, device, pack=None, **limits):
         self.record = Record(self.folder, "mast-1", URL)
-        limits = types.SimpleNamespace(**{"poll": 0, "link": 1, "restart": 0.2, "attempts": 2, **limits})
+        limits = types.SimpleNamespace(**{"poll": 0, "link": 1, "restart": 0.2, "look": 1, "state": 60, "attempts": 2, **limits})
         return Update(device, pack or Pack(), self.record, limits, {"url": URL, "program": "rovu"}).run()
 
     def test_each_course_ends_in_its_outcome(self):
