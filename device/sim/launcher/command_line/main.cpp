@@ -26,6 +26,10 @@ int main(int argc, char** argv) {
         std::fputs(rovusim::kUsage, stdout);
         return EXIT_SUCCESS;
     }
+    if (std::strcmp(name, "--version") == 0) {
+        std::puts("rovu-sim " ROVU_SIM_VERSION);
+        return EXIT_SUCCESS;
+    }
     for (const Subcommand& subcommand : kSubcommands) {
         if (std::strcmp(name, subcommand.name) == 0) return subcommand.run(argc - 1, argv + 1);
     }

@@ -6,6 +6,7 @@ const char* const kUsage =
     R"(rovu-sim simulates a device on a workstation, so that an update can be rehearsed before it runs on one.
 
 usage: rovu-sim COMMAND ... (details: rovu-sim COMMAND --help)
+       rovu-sim --version
 
   init STATE                  make a device in the new directory STATE
   run STATE -- COMMAND...     run a command inside the device
