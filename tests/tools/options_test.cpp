@@ -1,4 +1,5 @@
-// The manual page and the completion know every command and every option that the program takes, and no other.
+// The manual pages and the completions of the tools know every command and every option that the program takes, and no
+// other.
 
 #include "support/program.h"
 #include "support/scratch.h"
@@ -11,6 +12,18 @@ namespace {
 
 using Words = std::set<std::string>;
 
+struct Tool {
+    std::string name;
+    std::string program;
+    std::string folder;     // of the manual page and of both completions
+    std::string function;   // the completion for bash
+    std::string nextTitle;  // in the manual page, after the commands
+};
+const Tool kTools[] = {
+    {"rovu-pack", ROVU_PACK_PROGRAM, ROVU_PACK_SOURCE, "_rovu_pack", ".SH FINDINGS"},
+    {"rovu-sim", ROVU_SIM_PROGRAM, ROVU_SIM_SOURCE, "_rovu_sim", ".SH FAILURES"},
+};
+
 class OptionTexts : public ::testing::Test {
 protected:
     // What a shell prints.
@@ -21,15 +34,16 @@ protected:
         return readWholeFile(path);
     }
 
-    std::string help(const std::string& command) const {
-        return shell("'" ROVU_PACK_PROGRAM "' " + command + " --help");
+    std::string help(const Tool& tool, const std::string& command) const {
+        return shell("'" + tool.program + "' " + command + " --help");
     }
 
-    // What is offered for the word `start` after `before`, which are words of a command line.
-    Words completions(const std::string& before, const std::string& start) const {
-        const std::string offered = shell(
-            "source '" ROVU_PACK_SOURCE "/rovu-pack.bash'; COMP_WORDS=(" + before + " '" + start +
-            "'); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); " + "_rovu_pack; printf '%s\\n' \"${COMPREPLY[@]}\"");
+    // What bash offers for the word `start` after `before`, which are words of a command line.
+    Words completions(const Tool& tool, const std::string& before, const std::string& start) const {
+        const std::string offered =
+            shell("source '" + tool.folder + "/" + tool.name + ".bash'; COMP_WORDS=(" + before + " '" +
+                  start + "'); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); " + tool.function +
+                  "; printf '%s\\n' \"${COMPREPLY[@]}\"");
         return matches(offered, "(\\S+)");
     }
 
@@ -48,32 +62,49 @@ protected:
         return text.substr(from + begin.size(), text.find(end, from + begin.size()) - from - begin.size());
     }
 
+    // Of one command, with those of the list that two commands share.
+    static Words zshOptions(const std::string& completion, const std::string& command) {
+        std::string section = between(completion, "\n    " + command + ")\n", ";;");
+        if (section.empty()) section = between(completion, "\n    " + command + " | ", ";;");
+        if (section.empty()) section = between(completion, " | " + command + ")\n", ";;");
+        if (section.find("$judged") != std::string::npos) section += between(completion, "judged=(", "\n  )");
+        return matches(section, "['\"](?:\\([^)]*\\))?\\*?(--[a-z-]+)");
+    }
+
 private:
     const ScratchDir scratch_;
 };
 
-TEST_F(OptionTexts, AreInHelpManualAndCompletion) {
-    const std::string manual =
-        std::regex_replace(readWholeFile(ROVU_PACK_SOURCE "/rovu-pack.1"), std::regex("\\\\-"), "-");
-    const std::string synopsis = between(manual, ".SH SYNOPSIS", ".SH DESCRIPTION");
-    const std::string commandSections = between(manual, ".SH COMMANDS", ".SH FINDINGS");
-    const Words commands = matches(help(""), "^  ([a-z]+) ");
-    ASSERT_GT(commands.size(), 5U) << help("");
-    Words offered = completions("rovu-pack", "");
-    EXPECT_EQ(offered.erase("--help") + offered.erase("--version"), 2U);
-    EXPECT_EQ(offered, commands);
-    EXPECT_EQ(matches(synopsis, "^\\.B rovu-pack ([a-z]+)"), commands);
-    EXPECT_EQ(matches(commandSections, "^\\.SS ([a-z]+)"), commands);
-    for (const std::string& command : commands) {
-        SCOPED_TRACE(command);
-        Words options = matches(help(command), "^  (?:-h,)?(--[a-z-]+)");
-        EXPECT_EQ(completions("rovu-pack " + command, "--"), options);
-        EXPECT_EQ(options.erase("--help"), 1U);
-        const std::string use = between(synopsis, ".B rovu-pack " + command + "\n", ".br");
-        EXPECT_EQ(matches(use, "(--[a-z-]+)"), options);
-        const std::string section = between(commandSections, ".SS " + command + " ", ".SS ");
-        for (const std::string& option : options)
-            EXPECT_EQ(matches(section, "^\\.[A-Z]+ .*(" + option + ")(?![a-z-])").size(), 1U) << option;
+TEST_F(OptionTexts, AreInHelpManualAndCompletions) {
+    for (const Tool& tool : kTools) {
+        SCOPED_TRACE(tool.name);
+        EXPECT_EQ(shell("'" + tool.program + "' --version"), tool.name + " " ROVU_VERSION "\n");
+        const std::string manual =
+            std::regex_replace(readWholeFile(tool.folder + "/" + tool.name + ".1"), std::regex("\\\\-"), "-");
+        const std::string synopsis = between(manual, ".SH SYNOPSIS", ".SH DESCRIPTION");
+        const std::string commandSections = between(manual, ".SH COMMANDS", tool.nextTitle);
+        const std::string zsh = readWholeFile(tool.folder + "/_" + tool.name);
+        const Words commands = matches(help(tool, ""), "^  ([a-z]+) ");
+        ASSERT_GT(commands.size(), 5U) << help(tool, "");
+        Words offered = completions(tool, tool.name, "");
+        EXPECT_EQ(offered.erase("--help") + offered.erase("--version"), 2U);
+        EXPECT_EQ(offered, commands);
+        EXPECT_EQ(matches(zsh, "^    '([a-z]+):"), commands);
+        EXPECT_EQ(matches(synopsis, "^\\.B " + tool.name + " ([a-z]+)"), commands);
+        EXPECT_EQ(matches(commandSections, "^\\.SS ([a-z]+)"), commands);
+        for (const std::string& command : commands) {
+            SCOPED_TRACE(command);
+            Words options = matches(help(tool, command), "^  (?:-h,)?(--[a-z-]+)");
+            options.insert("--help");
+            EXPECT_EQ(completions(tool, tool.name + " " + command, "--"), options);
+            EXPECT_EQ(zshOptions(zsh, command), options);
+            options.erase("--help");
+            const std::string use = between(synopsis, ".B " + tool.name + " " + command + "\n", ".br");
+            EXPECT_EQ(matches(use, "(--[a-z-]+)"), options);
+            const std::string section = between(commandSections, ".SS " + command + " ", ".SS ");
+            for (const std::string& option : options)
+                EXPECT_EQ(matches(section, "^\\.[A-Z]+ .*(" + option + ")(?![a-z-])").size(), 1U) << option;
+        }
     }
 }
 
