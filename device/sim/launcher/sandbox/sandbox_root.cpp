@@ -116,7 +116,11 @@ int makePrivateMountPoints(const std::string& newRoot) {
     for (const char* path : kPrivate) {
         if (int rc = makeDirectories(newRoot + path); rc != 0) return cannot("make", newRoot + path, rc);
     }
-    return 0;
+    // A minimal host has none, and what is served needs one to replace.
+    const std::string hosts = newRoot + "/etc/hosts";
+    if (access(hosts.c_str(), F_OK) == 0) return 0;
+    const int rc = makeFile(hosts);
+    return rc == 0 ? 0 : cannot("make", hosts, rc);
 }
 
 // The device's directories that are kept in the state directory between runs.
