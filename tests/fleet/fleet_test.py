@@ -21,7 +21,7 @@ BUILD = SCRATCH = None
 FOLDER = "it's;$(id)"
 
 MANIFEST = """{ version = 1, hardware = 'mast-4,cellar-2,roof-1', clone_overlay = 1,
-  { type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img' },
+  { type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img', preinst = 'before.sh' },
   { type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img' },
 }
 """
@@ -74,6 +74,8 @@ class World:
     def make_update(self):
         for name, size in (("k.img", 300000), ("r.img", 500000)):
             (self.home / "source" / name).write_bytes(b"version=2.0\n" + os.urandom(size))
+        # Long enough for the faults that come while images are flashed.
+        (self.home / "source/before.sh").write_text("sleep 0.8\n")
         (self.home / "source/m.lua").write_text(MANIFEST)
         self.pack("keygen", "keys")
         (self.home / "www").mkdir()
