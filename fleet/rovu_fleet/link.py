@@ -21,9 +21,9 @@ class ScriptFailed(Exception):
 def script_text(name, variables):
     """The script without its comments (some SSH servers accept no more than 9,000 bytes), after its variables."""
     lines = [f"{key}={shlex.quote(str(value))}" for key, value in variables.items()]
-    for line in (SCRIPTS / f"{name}.sh").read_text().splitlines():
-        if line.strip() and not line.lstrip().startswith("#"):
-            lines.append(line)
+    for part in ("run", name) if name in ("look", "follow") else (name,):
+        text = (SCRIPTS / f"{part}.sh").read_text()
+        lines += [line for line in text.splitlines() if line.strip() and not line.lstrip().startswith("#")]
     return "\n".join(lines) + "\n"
 
 
