@@ -95,17 +95,20 @@ struct Download : testing::Test {
     Downloader downloader{false, false};
 };
 
+struct TransferRow {
+    const char* name;
+    Strings replies;
+    uint32_t limit;
+    int32_t result;
+    std::string file;
+    Reports reports;
+    int secondOffset = 5;  // bytes from which a second transfer goes on
+};
+
 }  // namespace
 
 TEST_F(Download, EndsAsTheServerAndTheLimitHaveIt) {
-    const struct {
-        const char* name;
-        Strings replies;
-        uint32_t limit;
-        int32_t result;
-        std::string file;
-        Reports reports;
-    } rows[] = {
+    const TransferRow rows[] = {
         {"limit of its size", {kWhole}, 10, 0, kBody, {{0, 100}}},
         {"lower limit", {kWhole}, 9, -CURLE_WRITE_ERROR, "012345678", {{0, 100}}},
         {"higher limit", {kWhole}, 12, 0, kBody, {{0, 83}}},
@@ -134,15 +137,7 @@ TEST_F(Download, ContinuesWhereTheLastAttemptStopped) {
                                   "DOWNLD: CURL download failed after 5 bytes: (28) Timeout was reached\n"
                                   "DOWNLD: Waiting for 60 secs for network to recover...\n" +
                                   attempt(1));
-    const struct {
-        const char* name;
-        Strings replies;
-        uint32_t limit;
-        int32_t result;
-        std::string file;
-        Reports reports;
-        int secondOffset = 5;
-    } rows[] = {
+    const TransferRow rows[] = {
         {"the rest", {kCut, kRest}, 10, 0, kBody, {{0, 50}, {1, 100}}},
         {"not a range", {kCut, kWhole}, 10, -CURLE_RANGE_ERROR, "01234", {{0, 50}}},
         {"limit below", {kCut, kRest}, 9, -CURLE_WRITE_ERROR, "012345678", {{0, 55}, {1, 100}}},
