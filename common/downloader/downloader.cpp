@@ -21,6 +21,11 @@ constexpr long kMaxRedirects = 3;
 constexpr long kLowSpeedTime = 180;   // seconds
 constexpr long kLowSpeedLimit = 100;  // bytes per second
 
+// The stream's buffer. libcurl delivers 16 KiB at a time; larger writes are fewer, and a tmpfs serves them with larger
+// pages. Static: there is one transfer at a time, and a buffer from the heap would be one more thing to fail.
+char streamBuffer[131072];
+constexpr uint32_t kBlock = 4096;  // bytes
+
 // The network's failures, which another attempt may not meet.
 bool isRetryable(CURLcode code) {
     return code == CURLE_OPERATION_TIMEDOUT || code == CURLE_COULDNT_RESOLVE_HOST ||
@@ -37,8 +42,12 @@ int percentOf(const Downloader& downloader) {
 size_t writeBody(char* data, size_t size, size_t count, void* userData) {
     Downloader& downloader = *static_cast<Downloader*>(userData);
     const size_t room = downloader.maxSize - downloader.received;
-    const size_t written = fwrite(data, 1, std::min(size * count, room), downloader.file);
+    size_t written = fwrite(data, 1, std::min(size * count, room), downloader.file);
     downloader.received += static_cast<uint32_t>(written);
+    // What the buffer could hold whole is written through, but for less than a block: a full disk ends the transfer,
+    // as it does that of a larger file, and does not first show at the close.
+    const bool small = downloader.received >= kBlock && downloader.received <= sizeof streamBuffer;
+    if (small && fflush(downloader.file) != 0) written = 0;
     if (downloader.progress) {
         downloader.progress(static_cast<int>(downloader.attempts), percentOf(downloader));
     }
@@ -124,6 +133,7 @@ int32_t Downloader::transferOnce() {
         LOG_MSG(LOG_LVL_ERROR, "Unable to open file %s: %d", path.c_str(), error);
         return error;
     }
+    setvbuf(stream.get(), streamBuffer, _IOFBF, sizeof streamBuffer);
     CurlHandle curl(curl_easy_init());
     if (curl == nullptr) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to initialize curl");

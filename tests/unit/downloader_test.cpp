@@ -225,4 +225,7 @@ TEST_F(Download, WhatFailsOutsideTheTransferIsNamed) {
     EXPECT_EQ(errors.messages(), "DOWNLD: Unable to open file " + path + "/x: " + std::to_string(ENOENT) +
                                      "\nDOWNLD: Failed to close output file: " + std::to_string(ENOSPC) +
                                      "\n");
+    const ScriptedServer larger({kWithoutLength + std::string(5000, 'x')});
+    downloader.setup(larger.port.url(), "/dev/full", 6000, "");
+    EXPECT_EQ(downloader.run(4, 60), -CURLE_WRITE_ERROR);
 }
