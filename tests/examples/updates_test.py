@@ -1,0 +1,81 @@
+"""The example updates: the commands that stand at the head of each manifest, and what devices do with the result."""
+
+import re
+
+import world
+from world import World
+
+SWITCHES = "as planned: updates and restarts"
+STAYS = "as planned: runs, and stays on its set"
+REFUSES = "as planned: refuses"
+
+# By folder: what each kind of device of the manifest's rehearsal does, the warnings of `check`, and what that says of
+# the kernel on each kind of device.
+UPDATES = {
+    "both-images": ([SWITCHES, REFUSES], [], ["kept", "kept"]),
+    "dependency-ranges": ([SWITCHES, SWITCHES, SWITCHES, REFUSES], ["stale-volume"], ["dropped", "promoted"]),
+    "encrypted": ([SWITCHES, REFUSES], [], ["kept"]),
+    "scripts-only": ([STAYS, REFUSES], [], []),
+}
+
+# Devices that a preparation script refuses, and its words.
+REFUSED_BY_SCRIPT = [
+    ("scripts-only", "rootfs=2.3.9", "The root file system is 2.3.9, and this update is for 2.4."),
+    ("scripts-only", "rootfs=2.40", "The root file system is 2.40, and this update is for 2.4."),
+    ("dependency-ranges", "rootfs=2.3", "The root file system is 2.3. Install 2.4 first."),
+    ("dependency-ranges", "rootfs=2.4,inactive-kernel=3.10.5", "k1 holds another kernel than 3.10.51, and would boot."),
+    ("dependency-ranges", "rootfs=2.4,inactive-kernel=3.10.51-1", "k0 holds another kernel than 3.10.51, and would"),
+]
+
+
+class Updates(World):
+    example = "updates"
+
+    def build(self, name):
+        """Runs the commands of the manifest, and returns what they printed."""
+        manifest = (self.home / name / "manifest.lua").read_text()
+        commands = re.findall(r"^--   (.*\n)", manifest, re.MULTILINE)
+        return self.shell("".join(commands))
+
+    def setUp(self):
+        super().setUp()
+        self.shell("./trial-files")
+
+    def test_does_what_its_manifest_says(self):
+        self.assertEqual(sorted(UPDATES), sorted(path.parent.name for path in self.home.glob("*/manifest.lua")))
+        for name, (outcomes, warnings, kernels) in UPDATES.items():
+            with self.subTest(name):
+                said = self.build(name)
+                runs = re.findall(r"from set [01]: (.*)", said)
+                self.assertEqual(runs, [outcome for outcome in outcomes for _ in (0, 1)], said)
+                self.assertEqual(re.findall(r"^(?:warning|error) +(\S+) .*www", said, re.MULTILINE), warnings, said)
+                self.assertEqual(re.findall(r"kernel +(kept|dropped|promoted)", said), kernels, said)
+                self.assertIn("\n0 errors, ", said)
+
+    def test_scripts_refuse_devices(self):
+        for name in {row[0] for row in REFUSED_BY_SCRIPT}:
+            self.build(name)
+        for name, kind, words in REFUSED_BY_SCRIPT:
+            with self.subTest(kind):
+                said = self.shell(f"rovu-pack rehearse {name}/www/update.lua --files {name}/www --pub "
+                                  f"keys/rovu_pub.pem --device model=RV-20,kernel=3.10.51,{kind}", status=1)
+                self.assertIn(words, said)
+                self.assertNotIn("as planned", said)
+
+    def test_changes_the_list_once_and_again(self):
+        self.build("scripts-only")
+        self.shell("rovu-sim init dev --key keys/rovu_pub.pem; mkdir -p dev/app0/etc; echo old >dev/app0/etc/time-servers")
+        for _ in (1, 2):
+            self.shell("rovu-sim run dev --no-wait --serve http://updates.example/time-servers=scripts-only/www -- "
+                       f"{world.BUILD}/rovu http://updates.example/time-servers/update.lua")
+            self.assertEqual(self.shell("cd dev/app0/etc; ls; cat time-servers"),
+                             "time-servers\ntime1.example\ntime2.example\n")
+        self.assertEqual(self.boot_set(), 0)
+
+    def test_busybox_understands_the_scripts(self):
+        for script in self.home.glob("*/*.sh"):
+            self.shell(f"busybox sh -n {script}")
+
+
+if __name__ == "__main__":
+    world.main()
