@@ -31,8 +31,9 @@ ROWS = [
 
 # Runs on the device, given a shell and the script: an update, and another start while it runs.
 TWICE = """
+umask 077
 "$@" & first=$!
-until grep -q preparation /tmp/rovu.progress 2>/dev/null; do sleep 0.05; done
+until grep -q preparation /tmp/rovu.progress 2>/dev/null; do kill -0 $first && sleep 0.05 || exit 90; done
 grep -qx 'running 0 http://updates.example/2.0/update.lua' /app0/update/outcome || exit 91
 echo http://updates.example/second >/app0/update/request
 if "$@"; then exit 92; fi
@@ -81,11 +82,12 @@ class UpdateOnce(World):
     def test_neither_repeats_an_update_nor_starts_a_second(self):
         for shell in ("busybox sh", "dash"):
             with self.subTest(shell):
-                self.new_device(first="while [ ! -e /tmp/go ]; do sleep 0.05; done")
+                self.new_device(first="umask; while [ ! -e /tmp/go ]; do sleep 0.05; done")
                 self.request(URL)
                 (self.home / "twice").write_text(TWICE)
                 self.shell(self.command(f"sh {self.home}/twice {shell}"), 0)
                 self.assertEqual(self.kept("outcome"), f"complete: {URL}\n")
+                self.assertIn("0022\n", self.kept("log"))
                 self.assertIn("Rebooting", self.kept("log"))
                 self.assertEqual(self.boot_set(), 1)
                 self.shell("rovu-sim restart dev")
