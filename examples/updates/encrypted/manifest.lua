@@ -12,7 +12,7 @@
 --       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 --device model=RV-30,kernel=3.10.49-2,rootfs=2.4.1
 {
   version = 1,
-  hardware = 'RV-20',
+  hardware = 'RV-20,RV-21',
   clone_overlay = 1,
   encr_key_offset = vars.offset + 0,  -- a number
   'save.sh',
