@@ -64,7 +64,8 @@ class Updates(World):
 
     def test_changes_the_list_once_and_again(self):
         self.build("scripts-only")
-        self.shell("rovu-sim init dev --key keys/rovu_pub.pem; mkdir -p dev/app0/etc; echo old >dev/app0/etc/time-servers")
+        self.shell("rovu-sim init dev --key keys/rovu_pub.pem; mkdir -p dev/app0/etc; "
+                   "echo old >dev/app0/etc/time-servers")
         for _ in (1, 2):
             self.shell("rovu-sim run dev --no-wait --serve http://updates.example/time-servers=scripts-only/www -- "
                        f"{world.BUILD}/rovu http://updates.example/time-servers/update.lua")
