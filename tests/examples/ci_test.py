@@ -30,19 +30,19 @@ BAD = [
 class Release(World):
     example = "updates"
 
-    def setUp(self):
-        super().setUp()
-        shutil.copytree(EXAMPLES / "ci", self.home / "ci")
-        self.shell("./trial-files; mv both-images update")
-        self.reset()
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        shutil.copytree(EXAMPLES / "ci", cls.home / "ci")
+        cls.shell("./trial-files; cp -r both-images update; mv keys good-keys")
         job = yaml.safe_load((EXAMPLES / "ci/workflow.yml").read_text())["jobs"]["release"]
-        self.command = [step["run"] for step in job["steps"] if step.get("name") == "Release"][0]
+        cls.command = [step["run"] for step in job["steps"] if step.get("name") == "Release"][0]
 
-    def reset(self):
-        self.shell(f"rm -rf 2.5.0; cp {EXAMPLES}/updates/both-images/* update; cp ci/devices update; rm -f keys/*; "
-                   "rovu-pack keygen keys")
+    def setUp(self):
+        self.shell("rm -rf keys 2.5.0; cp -r good-keys keys; cp both-images/* ci/devices update")
 
-    def environment(self):
+    @classmethod
+    def environment(cls):
         return {**super().environment(), "KEYS": "keys", "TAG": "v2.5.0"}
 
     def test_leaves_a_good_update_with_its_digests(self):
@@ -55,14 +55,14 @@ class Release(World):
         self.assertEqual(self.shell("cat 2.5.0/rehearsal.txt").count("as planned"), 6)
 
     def test_releases_an_encrypted_update(self):
-        self.shell("cp -r update both-images; ci/release -m encrypted/manifest.lua -d update/devices -p "
+        self.shell("ci/release -m encrypted/manifest.lua -d update/devices -p "
                    "keys/rovu_pub.pem -s preshared -o out/ -- --key keys/private.pem --base-url http://updates.example "
                    "--set kernel=3.10.53 --set rootfs=2.5.0 --set images=../images --set offset=0; ls out/update.lua")
 
     def test_leaves_nothing_of_a_bad_one(self):
         for fault, status, words in BAD:
             with self.subTest(fault):
-                self.reset()
+                self.setUp()
                 self.shell(fault)
                 self.assertIn(words, self.shell(self.command, status))
                 self.assertEqual(self.shell("ls -d 2.5.0/* 2.5.0.new || :").count("cannot access"), 2)

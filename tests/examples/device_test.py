@@ -45,10 +45,11 @@ wait $first
 class UpdateOnce(World):
     example = "device"
 
-    def setUp(self):
-        super().setUp()
-        self.shell("rovu-pack keygen keys; echo version=2.0 | tee k.img r.img; seq 9999 >>k.img; seq 5555 >>r.img")
-        (self.home / "m.lua").write_text(MANIFEST)
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.shell("rovu-pack keygen keys; echo version=2.0 | tee k.img r.img; seq 9999 >>k.img; seq 5555 >>r.img")
+        (cls.home / "m.lua").write_text(MANIFEST)
 
     def new_device(self, preparation="", first=":"):
         (self.home / "_first.sh").write_text(first + "\n")

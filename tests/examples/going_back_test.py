@@ -12,12 +12,16 @@ MANIFEST = """{ version = 1, hardware = 'RV-20', clone_overlay = 1, '_confirmed.
 class GoingBack(World):
     example = "going-back"
 
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        (cls.home / "m.lua").write_text(MANIFEST)
+        cls.shell("echo version=2.0 | tee k.img r.img; seq 9999 >>k.img; seq 5555 >>r.img; mkdir healthy ill; "
+                  "echo fine >healthy/health; rovu-pack keygen keys; "
+                  "rovu-pack build m.lua --out www --key keys/private.pem --base-url http://updates.example/2.0")
+
     def setUp(self):
-        super().setUp()
-        (self.home / "m.lua").write_text(MANIFEST)
-        self.shell("echo version=2.0 | tee k.img r.img; seq 9999 >>k.img; seq 5555 >>r.img; mkdir healthy ill; "
-                   "echo fine >healthy/health; rovu-pack keygen keys; rovu-sim init dev --key keys/rovu_pub.pem; "
-                   "rovu-pack build m.lua --out www --key keys/private.pem --base-url http://updates.example/2.0")
+        self.shell("rm -rf dev; rovu-sim init dev --key keys/rovu_pub.pem")
 
     def update(self, status):
         return self.shell(f"rovu-sim run dev --no-wait --serve http://updates.example/2.0=www -- {world.BUILD}/rovu "

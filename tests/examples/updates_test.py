@@ -31,21 +31,21 @@ REFUSED_BY_SCRIPT = [
 class Updates(World):
     example = "updates"
 
-    def build(self, name):
-        """Runs the commands of the manifest, and returns what they printed."""
-        manifest = (self.home / name / "manifest.lua").read_text()
-        commands = re.findall(r"^--   (.*\n)", manifest, re.MULTILINE)
-        return self.shell("".join(commands))
-
-    def setUp(self):
-        super().setUp()
-        self.shell("./trial-files")
+    @classmethod
+    def setUpClass(cls):
+        """Runs the commands of each manifest."""
+        super().setUpClass()
+        cls.shell("./trial-files")
+        cls.said = {}
+        for manifest in sorted(cls.home.glob("*/manifest.lua")):
+            commands = re.findall(r"^--   (.*\n)", manifest.read_text(), re.MULTILINE)
+            cls.said[manifest.parent.name] = cls.shell("".join(commands))
 
     def test_does_what_its_manifest_says(self):
-        self.assertEqual(sorted(UPDATES), sorted(path.parent.name for path in self.home.glob("*/manifest.lua")))
+        self.assertEqual(sorted(UPDATES), sorted(self.said))
         for name, (outcomes, warnings, kernels) in UPDATES.items():
             with self.subTest(name):
-                said = self.build(name)
+                said = self.said[name]
                 runs = re.findall(r"from set [01]: (.*)", said)
                 self.assertEqual(runs, [outcome for outcome in outcomes for _ in (0, 1)], said)
                 self.assertEqual(re.findall(r"^(?:warning|error) +(\S+) .*www", said, re.MULTILINE), warnings, said)
@@ -53,8 +53,6 @@ class Updates(World):
                 self.assertIn("\n0 errors, ", said)
 
     def test_scripts_refuse_devices(self):
-        for name in {row[0] for row in REFUSED_BY_SCRIPT}:
-            self.build(name)
         for name, kind, words in REFUSED_BY_SCRIPT:
             with self.subTest(kind):
                 said = self.shell(f"rovu-pack rehearse {name}/www/update.lua --files {name}/www --pub "
@@ -63,7 +61,6 @@ class Updates(World):
                 self.assertNotIn("as planned", said)
 
     def test_changes_the_list_once_and_again(self):
-        self.build("scripts-only")
         self.shell("rovu-sim init dev --key keys/rovu_pub.pem; mkdir -p dev/app0/etc; "
                    "echo old >dev/app0/etc/time-servers")
         for _ in (1, 2):

@@ -21,27 +21,32 @@ def main():
 
 
 class World(unittest.TestCase):
-    """A copy of an example's folder, in which shell() works."""
+    """A copy of an example's folder, in which shell() works. The tests of a class share it."""
 
     maxDiff = None
     example = None
 
-    def setUp(self):
-        self.home = SCRATCH / self.id().replace("__main__.", "")
-        shutil.rmtree(self.home, ignore_errors=True)
-        shutil.copytree(EXAMPLES / self.example, self.home)
+    @classmethod
+    def setUpClass(cls):
+        cls.home = SCRATCH / cls.__name__
+        shutil.rmtree(cls.home, ignore_errors=True)
+        shutil.copytree(EXAMPLES / cls.example, cls.home)
 
-    def tearDown(self):
-        shutil.rmtree(self.home)
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.home)
 
-    def environment(self):
-        return {"PATH": f"{BUILD}:/usr/sbin:/usr/bin:/sbin:/bin", "TMPDIR": str(self.home)}
+    @classmethod
+    def environment(cls):
+        return {"PATH": f"{BUILD}:/usr/sbin:/usr/bin:/sbin:/bin", "TMPDIR": str(cls.home)}
 
-    def shell(self, line, status=0):
+    @classmethod
+    def shell(cls, line, status=0):
         """Runs the line, and returns what it printed, errors included."""
-        done = subprocess.run(["/bin/sh", "-euc", line], cwd=self.home, env=self.environment(), text=True,
+        done = subprocess.run(["/bin/sh", "-euc", line], cwd=cls.home, env=cls.environment(), text=True,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        self.assertEqual(done.returncode, status, f"{line}\n{done.stdout}")
+        if done.returncode != status:
+            raise AssertionError(f"status {done.returncode} instead of {status}: {line}\n{done.stdout}")
         return done.stdout
 
     def boot_set(self):
