@@ -1,0 +1,75 @@
+"""The order of a run: programs, measurements, and what is written about them."""
+
+import argparse
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+
+from . import memory, packing, pieces, plan, sizes, update
+from .pairs import run
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+MEASUREMENTS = {"pieces": pieces, "update": update, "packing": packing, "memory": memory, "sizes": sizes}
+PROGRAMS = ["rovu", "rovu-pack", "rovu-sim", "rovu-sim-tool", "rovu-bench-pieces"]
+INSIDE = "ROVU_BENCH_INSIDE"  # set once the run has a mount namespace of its own
+
+
+def arguments(usage):
+    parser = argparse.ArgumentParser(description=usage, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--quick", action="store_true", help="small files and three pairs: that it works, no figures")
+    parser.add_argument("--pairs", type=int, help="pairs of each comparison (default: 21)")
+    parser.add_argument("--only", action="append", choices=MEASUREMENTS, help="only this measurement; repeatable")
+    parser.add_argument("--build", type=pathlib.Path, help="a build folder whose programs to measure")
+    parser.add_argument("--document", action="store_true", help="write bench/results.json and docs/performance.md")
+    options = parser.parse_args()
+    if options.pairs is not None and options.pairs < 2:
+        parser.error("--pairs: at least 2, for quartiles")
+    if options.document and (options.quick or options.only or options.build):
+        parser.error("--document: needs a full run, without --quick, --only and --build")
+    return options
+
+
+def build_programs():
+    """Builds the preset `bench`; returns its folder."""
+    subprocess.run([ROOT / "tools/install-packages", "build", "demo", "bench"], check=True)
+    run(["cmake", "--preset", "bench"], cwd=ROOT)
+    print("Building build/bench", flush=True)
+    run(["cmake", "--build", "build/bench", "--target", *PROGRAMS], cwd=ROOT)
+    return ROOT / "build/bench"
+
+
+def enter_own_namespace(words):
+    """Runs this program again where its file system in memory is invisible to others, and ends with it."""
+    os.environ[INSIDE] = "1"
+    os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", *words])
+
+
+def measure(name, build, chosen):
+    print(f"Measuring: {name}", flush=True)
+    work = build / "bench"
+    work.mkdir(exist_ok=True)
+    run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", work])
+    try:
+        return MEASUREMENTS[name].measure(build, work, chosen)
+    finally:
+        os.chdir(ROOT)
+        run(["umount", "--lazy", work])
+
+
+def main(usage):
+    options = arguments(usage)
+    if os.geteuid() != 0:
+        raise SystemExit("bench/run: the simulator needs root")
+    if INSIDE not in os.environ:
+        import sys
+
+        enter_own_namespace(sys.argv)
+    build = options.build.resolve() if options.build else build_programs()
+    chosen = plan.QUICK if options.quick else plan.FULL
+    if options.pairs:
+        chosen = chosen._replace(pairs=options.pairs)
+    results = {name: measure(name, build, chosen) for name in options.only or MEASUREMENTS}
+    print(json.dumps(results, indent=2))
+    return 0
