@@ -16,6 +16,7 @@ file(COPY ${CPACK_ROVU_CHANGELOG} ${CPACK_ROVU_CHANGES} DESTINATION ${doc})
 file(MAKE_DIRECTORY ${root}/share/lintian/overrides)
 file(COPY_FILE ${CPACK_ROVU_DEBIAN_FILES}/lintian-overrides ${root}/share/lintian/overrides/rovu-tools)
 file(CREATE_LINK ../../rovu/docs ${doc}/docs SYMBOLIC)
+file(CREATE_LINK ../../rovu/examples ${doc}/examples SYMBOLIC)
 file(GLOB pages ${root}/share/man/man*/*)
 compress(${pages} ${doc}/changelog)
 
