@@ -2,7 +2,6 @@
 
 import re
 
-import world
 from world import EXAMPLES, World
 
 
@@ -11,12 +10,8 @@ class Readme(World):
 
     def test_its_commands_lead_to_an_update(self):
         commands = re.findall(r"^    (.*\n)", (EXAMPLES / "README.md").read_text(), re.MULTILINE)
-        said = self.shell(f"mkdir top; cp -r {EXAMPLES} top; cd top; rovu={world.BUILD}/rovu\n{''.join(commands)}"
+        said = self.shell(f"mkdir top; cp -r {EXAMPLES} top; cd top; rovu={self.build}/rovu\n{''.join(commands)}"
                           "rovu-sim show dev")
         self.assertIn("\nrelease: 2.5.0\n", said)
         self.assertIn("\ncomplete: http://updates.example/2.5.0/update.lua\n", said)
         self.assertRegex(said, r"kernel +3\.10\.53")
-
-
-if __name__ == "__main__":
-    world.main()

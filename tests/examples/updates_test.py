@@ -2,7 +2,6 @@
 
 import re
 
-import world
 from world import World
 
 SWITCHES = "as planned: updates and restarts"
@@ -65,15 +64,11 @@ class Updates(World):
                    "echo old >dev/app0/etc/time-servers")
         for _ in (1, 2):
             self.shell("rovu-sim run dev --no-wait --serve http://updates.example/time-servers=scripts-only/www -- "
-                       f"{world.BUILD}/rovu http://updates.example/time-servers/update.lua")
+                       f"{self.build}/rovu http://updates.example/time-servers/update.lua")
             self.assertEqual(self.shell("cd dev/app0/etc; ls; cat time-servers"),
                              "time-servers\ntime1.example\ntime2.example\n")
-        self.assertEqual(self.boot_set(), 0)
+        self.assertEqual(self.boot_variables(), ["bootswitcher=0A0A00"])
 
     def test_busybox_understands_the_scripts(self):
         for script in self.home.glob("*/*.sh"):
             self.shell(f"busybox sh -n {script}")
-
-
-if __name__ == "__main__":
-    world.main()
