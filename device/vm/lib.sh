@@ -20,6 +20,7 @@ fail() {
 # Missing images are made, and those that another root file system was made from.
 require_images() {
     if [ -e "$images/www.img" ] && [ -x "$host_build/rovu-vm-image" ] && [ -x "$vm_boot_loader" ] &&
+        [ -e "$host_build/rovu-vm-cut-write.so" ] &&
         [ -z "$(find "$here/root" -newer "$images/www.img")" ]; then return; fi
     "$here/make-images" >&2
 }
