@@ -4,10 +4,10 @@ import argparse
 import json
 import os
 import pathlib
-import shutil
 import subprocess
+import sys
 
-from . import memory, packing, pieces, plan, sizes, update
+from . import document, machine, memory, packing, pieces, plan, plot, sizes, update
 from .pairs import run
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
@@ -19,9 +19,10 @@ INSIDE = "ROVU_BENCH_INSIDE"  # set once the run has a mount namespace of its ow
 def arguments(usage):
     parser = argparse.ArgumentParser(description=usage, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--quick", action="store_true", help="small files and three pairs: that it works, no figures")
-    parser.add_argument("--pairs", type=int, help="pairs of each comparison (default: 21)")
+    parser.add_argument("--pairs", type=int, help="pairs of each comparison (default: 31)")
     parser.add_argument("--only", action="append", choices=MEASUREMENTS, help="only this measurement; repeatable")
     parser.add_argument("--build", type=pathlib.Path, help="a build folder whose programs to measure")
+    parser.add_argument("--results", type=pathlib.Path, help="take the results from this file, and measure nothing")
     parser.add_argument("--document", action="store_true", help="write bench/results.json and docs/performance.md")
     options = parser.parse_args()
     if options.pairs is not None and options.pairs < 2:
@@ -58,18 +59,30 @@ def measure(name, build, chosen):
         run(["umount", "--lazy", work])
 
 
-def main(usage):
-    options = arguments(usage)
-    if os.geteuid() != 0:
-        raise SystemExit("bench/run: the simulator needs root")
-    if INSIDE not in os.environ:
-        import sys
-
-        enter_own_namespace(sys.argv)
+def measure_all(options):
     build = options.build.resolve() if options.build else build_programs()
     chosen = plan.QUICK if options.quick else plan.FULL
     if options.pairs:
         chosen = chosen._replace(pairs=options.pairs)
-    results = {name: measure(name, build, chosen) for name in options.only or MEASUREMENTS}
-    print(json.dumps(results, indent=2))
+    results = {"machine": {**machine.describe(), "pairs": chosen.pairs}}
+    results.update({name: measure(name, build, chosen) for name in options.only or MEASUREMENTS})
+    results["machine"]["load_after"] = os.getloadavg()[0]
+    return results
+
+
+def main(usage):
+    options = arguments(usage)
+    if options.results:
+        results = json.loads(options.results.read_text())
+    else:
+        if os.geteuid() != 0:
+            raise SystemExit("bench/run: the simulator needs root")
+        if INSIDE not in os.environ:
+            enter_own_namespace(sys.argv)
+        results = measure_all(options)
+    document.print_tables(results)
+    if options.document:
+        (ROOT / "bench/results.json").write_text(json.dumps(results, indent=2) + "\n")
+        document.update_document(ROOT / "docs/performance.md", results)
+        plot.update_plot(ROOT / "docs/performance.svg", results)
     return 0

@@ -15,7 +15,7 @@ class Plan(NamedTuple):
 
 
 FULL = Plan(
-    pairs=21,
+    pairs=31,
     download=256,
     decryption=64,
     images={"kernel": 16 * MIB, "rootfs": 64 * MIB},

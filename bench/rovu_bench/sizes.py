@@ -2,7 +2,7 @@
 
 import os
 import pathlib
-import subprocess
+import platform
 
 from .pairs import run
 
@@ -21,7 +21,7 @@ def has_mips_libraries():
 
 
 def measure(build, work, _plan):
-    result = {"x86-64": stripped_size(build / "rovu", "strip", work)}
+    result = {platform.machine(): stripped_size(build / "rovu", "strip", work)}
     if has_mips_libraries():
         run(["cmake", "--preset", "mips"], cwd=ROOT)
         run(["cmake", "--build", "build/mips", "--target", "rovu"], cwd=ROOT)

@@ -1,0 +1,117 @@
+"""The tables of docs/performance.md, between its markers."""
+
+import re
+
+# Path of the result, what is measured, against what, the most time that the goal allows, the goal.
+GOALS = [
+    ("pieces", "download/curl", "Download, {download_mib} MiB", "`curl`", 1 / 0.98, "1.02: 0.98 of the rate"),
+    ("pieces", "download/libcurl", "Download, {download_mib} MiB", "libcurl's simplest use", None, ""),
+    (
+        "pieces",
+        "decryption/openssl",
+        "Decryption, {decryption_mib} MiB",
+        "`openssl enc -d -aes-256-cbc`",
+        1.0,
+        "1.00: the same rate",
+    ),
+    ("update", None, "Complete update, images of {images} MiB", "`bench/by_hand/update`", 1.05, "1.05"),
+    ("packing", None, "`rovu-pack build`, images of {images} MiB", "`bench/by_hand/build`", 0.6, "0.60"),
+]
+CALLS = {
+    "spec/signature": "verify the signature of a spec, with the reading of the public key",
+    "spec/read": "evaluate and read a spec of two images",
+    "fletcher32/4096": "Fletcher-32 of 4096 bytes",
+    "version": "read a version number",
+}
+
+
+def comparison_of(results, measurement, name):
+    result = results[measurement]
+    return result["comparison"] if name is None else result["comparisons"][name]
+
+
+def ratio(quartiles):
+    first, median, third = quartiles
+    return f"{median:.2f} ({first:.2f} to {third:.2f})"
+
+
+def title(results, measurement, text):
+    result = results[measurement]
+    images = " and ".join(map(str, result.get("images_mib", [])))
+    return text.format(images=images, **{name: value for name, value in result.items() if name.endswith("_mib")})
+
+
+def verdict(median, limit):
+    return "" if limit is None else "yes" if median <= limit else "**no**"
+
+
+def goals_table(results):
+    lines = [
+        "| What | Against | Goal: at most | Time, ours / other | Processor time | Met |",
+        "|---|---|---|---|---|---|",
+    ]
+    for measurement, name, text, other, limit, goal in GOALS:
+        if measurement not in results:
+            continue
+        found = comparison_of(results, measurement, name)
+        cells = [title(results, measurement, text), other, goal, ratio(found["wall"]), ratio(found["processor"])]
+        lines.append("| " + " | ".join([*cells, verdict(found["wall"][1], limit)]) + " |")
+    return lines
+
+
+def calls_table(results):
+    times = results["pieces"]["nanoseconds"]
+    lines = ["| Call | Nanoseconds |", "|---|---|"]
+    return lines + [f"| {text} | {times[name]:,.0f} |" for name, text in CALLS.items()]
+
+
+def memory_table(results):
+    def mebibytes(entry):
+        return f"{entry['total'] / 1024:.1f} | {entry['private'] / 1024:.1f}"
+
+    memory = results["memory"]
+    lines = ["| Image | Scripts | Encrypted | MiB resident | of it private |", "|---|---|---|---|---|"]
+    for encrypted, name in (("no", "plain"), ("yes", "encrypted"), ("no", "parts")):
+        lines += [f"| {entry['mib']} MiB | {entry['scripts']} | {encrypted} | {mebibytes(entry)} |" for entry in memory[name]]
+    return lines
+
+
+def sizes_table(results):
+    lines = ["| Processor | Bytes |", "|---|---|"]
+    return lines + [f"| {processor} | {size:,} |" for processor, size in results["sizes"].items()]
+
+
+def machine_line(results):
+    line = (
+        "{processors} processors of the class {model}, {memory} GiB of memory, Linux {kernel}, {system}; load average "
+        "{load_before:.1f} at the start and {load_after:.1f} at the end; {pairs} pairs."
+    )
+    return [line.format(**results["machine"])]
+
+
+# The measurements that a section is made of, any of them, and what makes its lines.
+SECTIONS = {
+    "machine": ({"machine"}, machine_line),
+    "goals": ({"pieces", "update", "packing"}, goals_table),
+    "calls": ({"pieces"}, calls_table),
+    "memory": ({"memory"}, memory_table),
+    "sizes": ({"sizes"}, sizes_table),
+}
+
+
+def print_tables(results):
+    for measurements, make in SECTIONS.values():
+        if measurements & results.keys():
+            print("\n" + "\n".join(make(results)))
+
+
+def update_document(path, results):
+    """Replaces what stands between `<!-- NAME -->` and `<!-- end -->`, for each of SECTIONS."""
+    text = path.read_text()
+    for name, (_, make) in SECTIONS.items():
+        section = "\n".join([f"<!-- {name} -->", "", *make(results), "", "<!-- end -->"])
+        pattern = re.compile(rf"<!-- {name} -->\n.*?<!-- end -->", re.DOTALL)
+        text, found = pattern.subn(lambda _, section=section: section, text)
+        if found != 1:
+            raise SystemExit(f"bench/run: {path} must have the markers of the section `{name}` once")
+    path.write_text(text)
