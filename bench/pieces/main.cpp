@@ -73,7 +73,14 @@ public:
 };
 
 void registerPair(const char* name, int pairs, const std::function<void(benchmark::State&)>& bench) {
-    benchmark::RegisterBenchmark(name, bench)
+    const auto guarded = [bench](benchmark::State& state) {
+        try {
+            bench(state);
+        } catch (const std::exception& error) {
+            state.SkipWithError(error.what());
+        }
+    };
+    benchmark::RegisterBenchmark(name, guarded)
         ->Iterations(pairs)
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);

@@ -5,7 +5,6 @@ import pathlib
 import shutil
 
 from .pairs import Cost, run
-from .release import MIB
 
 LEB = 126976  # bytes of an erase block in the simulator
 HERE = pathlib.Path(__file__).resolve().parent

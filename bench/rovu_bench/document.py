@@ -65,15 +65,17 @@ def calls_table(results):
     return lines + [f"| {text} | {times[name]:,.0f} |" for name, text in CALLS.items()]
 
 
-def memory_table(results):
-    def mebibytes(entry):
-        return f"{entry['total'] / 1024:.1f} | {entry['private'] / 1024:.1f}"
+def mebibytes(entry):
+    return f"{entry['total'] / 1024:.1f} | {entry['private'] / 1024:.1f}"
 
+
+def memory_table(results):
     memory = results["memory"]
-    lines = ["| Image | Scripts | Encrypted | MiB resident | of it private |", "|---|---|---|---|---|"]
-    for encrypted, name in (("no", "plain"), ("yes", "encrypted"), ("no", "parts")):
-        lines += [f"| {entry['mib']} MiB | {entry['scripts']} | {encrypted} | {mebibytes(entry)} |" for entry in memory[name]]
-    return lines
+    lines = ["| Image | Resident, MiB | of it private | Encrypted: resident | of it private |", "|---|---|---|---|---|"]
+    for plain, encrypted in zip(memory["plain"], memory["encrypted"]):
+        lines.append(f"| {plain['mib']} MiB | {mebibytes(plain)} | {mebibytes(encrypted)} |")
+    lines += ["", "| Scripts, and an image of 8 MiB | Resident, MiB | of it private |", "|---|---|---|"]
+    return lines + [f"| {entry['scripts']} | {mebibytes(entry)} |" for entry in memory["parts"]]
 
 
 def sizes_table(results):
@@ -83,8 +85,8 @@ def sizes_table(results):
 
 def machine_line(results):
     line = (
-        "{processors} processors of the class {model}, {memory} GiB of memory, Linux {kernel}, {system}; load average "
-        "{load_before:.1f} at the start and {load_after:.1f} at the end; {pairs} pairs."
+        "{processors} processors of the class {model}, {memory} GiB of memory, Linux {kernel}, {system};\n"
+        "load average {load_before:.1f} at the start and {load_after:.1f} at the end; {pairs} pairs."
     )
     return [line.format(**results["machine"])]
 

@@ -1,4 +1,4 @@
-"""docs/performance.svg: the ratios with their goals, and the memory of an update. Readable on a light and a dark page."""
+"""docs/performance.svg: the ratios with their goals, and the memory of an update. For light and dark pages."""
 
 import io
 
@@ -39,8 +39,9 @@ def draw_memory(axes, results):
     memory = results["memory"]
     for name, line in (("plain", "-"), ("encrypted", "--")):
         sizes = [entry["mib"] for entry in memory[name]]
-        axes.plot(sizes, [entry["total"] / 1024 for entry in memory[name]], line, color=BAR, label=f"resident, {name}")
-        axes.plot(sizes, [entry["private"] / 1024 for entry in memory[name]], line, color=PRIVATE, label=f"private, {name}")
+        for kind, label, color in (("total", "resident", BAR), ("private", "private", PRIVATE)):
+            mebibytes = [entry[kind] / 1024 for entry in memory[name]]
+            axes.plot(sizes, mebibytes, line, color=color, label=f"{label}, {name}")
     axes.set_xscale("log", base=2)
     axes.set_xticks(sizes, [str(size) for size in sizes])
     axes.set_yscale("log", base=2)
@@ -54,7 +55,9 @@ def draw_memory(axes, results):
 def with_dark_page(svg):
     """Adds the colours of a dark page to the file."""
     rules = "".join(
-        f'[style*="{kind}: {light}"] {{ {kind}: {dark} !important; }}\n' for light, dark in DARK.items() for kind in ("fill", "stroke")
+        f'[style*="{kind}: {light}"] {{ {kind}: {dark} !important; }}\n'
+        for light, dark in DARK.items()
+        for kind in ("fill", "stroke")
     )
     text = f'text:not([style*="fill:"]) {{ fill: {INK}; }}\n'
     style = f"<style>\n{text}@media (prefers-color-scheme: dark) {{\n{rules}}}\n</style>\n"
