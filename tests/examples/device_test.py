@@ -18,7 +18,7 @@ ROWS = [
     ("this one runs", URL, "mkdir dev/tmp/update-once", "", 1, ""),
     ("no program", URL, "rm rovu", "", 1, "failed: cannot run {home}/rovu: " + URL),
     ("an old report", URL, "ln -sf /bin/true rovu; echo '\"STATE\":\"complete\",' >dev/tmp/rovu.progress", "", 1,
-     'stopped in state "": ' + URL),
+     "running 0 " + URL),
     ("no URL", "-h", "", "", 1, "failed: not a URL: -h"),
     ("an empty request", "", "", "", 1, "failed: not a URL: "),
     ("what a shell would run", "http://$(reboot)`reboot`;reboot", "", "", 1, "failed: http://$(reboot)`reboot`;reboot"),
