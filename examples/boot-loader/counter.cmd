@@ -1,4 +1,5 @@
-# A boot loader that falls back by itself: commands for U-Boot's prompt, or for the board's default environment.
+# A boot loader that falls back by itself: commands for U-Boot's prompt. In the board's default environment: the values
+# of `give_up`, `count` and `bootcmd`, and `good` set in the factory.
 #
 # A set that nobody has confirmed is started three times; the fourth start is that of the set that was confirmed
 # last, and `bootswitcher` selects it again. A confirmed set costs no write to the environment.

@@ -33,6 +33,12 @@ class GoingBack(World):
         self.assertNotIn("fw_setenv", self.shell("rovu-sim calls dev --last"))
         self.update(0)
 
+    def test_a_return_by_hand_leaves_no_tries(self):
+        env = self.home / "dev/uboot.env"
+        env.write_text("bootswitcher=0A0A00\ngood=0A0A00\ntries=3\n")
+        self.confirm(0, "ill")
+        self.assertEqual(self.boot_variables(), ["bootswitcher=0A0A00", "good=0A0A00"])
+
     def test_a_cut_between_its_writes_leaves_all_tries(self):
         (self.home / "dev/uboot.env").write_text("bootswitcher=0A0A00\ngood=0A0A01\ntries=2\n")
         self.shell("rovu-sim run dev --serve http://127.0.0.1=healthy --fail fw_setenv:2=exit:1 -- "
