@@ -15,6 +15,7 @@ void decryptInPlace(const std::string& path);
 // Pairs; see comparePairs(). `size` is in bytes, and `self` is the path of this program.
 void benchDownloadAgainstLibcurl(benchmark::State& state, size_t size);
 void benchDownloadAgainstCurl(benchmark::State& state, size_t size, const std::string& self);
+void benchCurlAgainstItself(benchmark::State& state, size_t size);
 void benchDecryptionAgainstOpenssl(benchmark::State& state, size_t size, const std::string& self);
 
 // Time per call.

@@ -22,6 +22,10 @@ void downloadWithLibcurl(const std::string& url, const std::string& target) {
     if (curl_easy_perform(curl.get()) != CURLE_OK) throw std::runtime_error("libcurl's download failed");
 }
 
+Cost costOfCurl(const ServedFile& file) {
+    return costOfProgram({"curl", "--silent", "--fail", "--output", file.target(), file.url()});
+}
+
 }  // namespace
 
 void download(const std::string& url, const std::string& target) {
@@ -47,7 +51,12 @@ void benchDownloadAgainstCurl(benchmark::State& state, size_t size, const std::s
         [&] {
             return costOfProgram({self, "download", file.url(), file.target()});
         },
-        [&] {
-            return costOfProgram({"curl", "--silent", "--fail", "--output", file.target(), file.url()});
-        });
+        [&] { return costOfCurl(file); });
+}
+
+// The control: how far from 1 the same work is on this machine, at this time.
+void benchCurlAgainstItself(benchmark::State& state, size_t size) {
+    const ServedFile file(size);
+    comparePairs(
+        state, [&] { return costOfCurl(file); }, [&] { return costOfCurl(file); });
 }

@@ -91,6 +91,8 @@ void registerAll(const Sizes& sizes, const std::string& self) {
                  [=](benchmark::State& state) { benchDownloadAgainstLibcurl(state, sizes.download); });
     registerPair("download/curl", sizes.pairs,
                  [=](benchmark::State& state) { benchDownloadAgainstCurl(state, sizes.download, self); });
+    registerPair("control/curl", sizes.pairs,
+                 [=](benchmark::State& state) { benchCurlAgainstItself(state, sizes.download); });
     registerPair("decryption/openssl", sizes.pairs, [=](benchmark::State& state) {
         benchDecryptionAgainstOpenssl(state, sizes.decryption, self);
     });

@@ -7,6 +7,7 @@ import re
 GOALS = [
     ("pieces", "download/curl", "Download, {download_mib} MiB", "`curl`", 1 / 0.98, "1.02: 0.98 of the rate"),
     ("pieces", "download/libcurl", "Download, {download_mib} MiB", "libcurl's simplest use", None, ""),
+    ("pieces", "control/curl", "Control: `curl`, {download_mib} MiB", "`curl` itself", None, ""),
     (
         "pieces",
         "decryption/openssl",

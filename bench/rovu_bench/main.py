@@ -59,8 +59,22 @@ def measure(name, build, chosen):
         run(["umount", "--lazy", work])
 
 
+def programs_of(folder):
+    missing = [name for name in PROGRAMS if not (folder / name).exists()]
+    if missing:
+        raise SystemExit(f"bench/run: {folder} lacks {', '.join(missing)}; build the preset `bench` or `dev` first")
+    return folder.resolve()
+
+
+def read_results(path):
+    try:
+        return json.loads(path.read_text())
+    except (OSError, ValueError) as error:
+        raise SystemExit(f"bench/run: {path} holds no results of an earlier run: {error}") from None
+
+
 def measure_all(options):
-    build = options.build.resolve() if options.build else build_programs()
+    build = programs_of(options.build) if options.build else build_programs()
     chosen = plan.QUICK if options.quick else plan.FULL
     if options.pairs:
         chosen = chosen._replace(pairs=options.pairs)
@@ -73,7 +87,7 @@ def measure_all(options):
 def main(usage):
     options = arguments(usage)
     if options.results:
-        results = json.loads(options.results.read_text())
+        results = read_results(options.results)
     else:
         if os.geteuid() != 0:
             raise SystemExit("bench/run: the simulator needs root")
