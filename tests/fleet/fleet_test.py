@@ -26,7 +26,7 @@ MANIFEST = """{ version = 1, hardware = 'mast-4,cellar-2,roof-1', clone_overlay 
 }
 """
 
-SERVER = """pid {home}/nginx.pid; error_log {home}/error.log; events {{}}
+SERVER = """user root; pid {home}/nginx.pid; error_log {home}/error.log; events {{}}
 http {{ access_log off; client_body_temp_path {home}/t; proxy_temp_path {home}/t; fastcgi_temp_path {home}/t;
 uwsgi_temp_path {home}/t; scgi_temp_path {home}/t;
 server {{ listen 127.0.0.1:{port}; root {home}/www; limit_rate {rate}; }} }}
