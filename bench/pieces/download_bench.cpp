@@ -1,4 +1,5 @@
-// A download, against the simplest use of libcurl and against the program curl.
+// A download, against the simplest use of libcurl with the same options, and against the program curl, which has
+// others.
 
 #include "benchmarks.h"
 #include "downloader/downloader.h"
@@ -18,6 +19,9 @@ void downloadWithLibcurl(const std::string& url, const std::string& target) {
     const std::unique_ptr<CURL, void (*)(CURL*)> curl(curl_easy_init(), curl_easy_cleanup);
     if (file == nullptr || curl == nullptr) throw std::runtime_error("no file or no libcurl handle");
     curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
+    curl_easy_setopt(curl.get(), CURLOPT_MAXREDIRS, 3L);
+    curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_TIME, 180L);
+    curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_LIMIT, 100L);
     curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, file.get());
     if (curl_easy_perform(curl.get()) != CURLE_OK) throw std::runtime_error("libcurl's download failed");
 }

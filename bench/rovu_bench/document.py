@@ -5,8 +5,8 @@ import re
 
 # Path of the result, what is measured, against what, the most time that the goal allows, the goal.
 GOALS = [
-    ("pieces", "download/curl", "Download, {download_mib} MiB", "`curl`", 1 / 0.98, "1.02: 0.98 of the rate"),
-    ("pieces", "download/libcurl", "Download, {download_mib} MiB", "libcurl's simplest use", None, ""),
+    ("pieces", "download/libcurl", "Download, {download_mib} MiB", "libcurl's simplest use, same options", 1.0, "1.00"),
+    ("pieces", "download/curl", "Download, {download_mib} MiB", "`curl`, larger receive buffer", None, ""),
     ("pieces", "control/curl", "Control: `curl`, {download_mib} MiB", "`curl` itself", None, ""),
     (
         "pieces",

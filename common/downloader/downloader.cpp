@@ -12,6 +12,7 @@
 #include <ctime>
 #include <curl/curl.h>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -20,11 +21,6 @@ constexpr time_t kQuickFailure = 20;  // seconds; a failure that took longer has
 constexpr long kMaxRedirects = 3;
 constexpr long kLowSpeedTime = 180;   // seconds
 constexpr long kLowSpeedLimit = 100;  // bytes per second
-
-// The stream's buffer. libcurl delivers 16 KiB at a time; larger writes are fewer, and a tmpfs serves them with larger
-// pages. Static: there is one transfer at a time, and a buffer from the heap would be one more thing to fail.
-char streamBuffer[131072];
-constexpr uint32_t kBlock = 4096;  // bytes
 
 // The network's failures, which another attempt may not meet.
 bool isRetryable(CURLcode code) {
@@ -38,16 +34,13 @@ int percentOf(const Downloader& downloader) {
 }
 
 // libcurl's write function. What lies beyond the limit is not written, and a result other than the length of
-// the chunk makes libcurl give up: so the limit and a full disk end a transfer in the same way.
+// the chunk makes libcurl give up: so the limit and a full disk end a transfer in the same way. The stream has the
+// buffer of fopen, one block: more of it would be counted in `received` and not be in the file when the disk is full.
 size_t writeBody(char* data, size_t size, size_t count, void* userData) {
     Downloader& downloader = *static_cast<Downloader*>(userData);
     const size_t room = downloader.maxSize - downloader.received;
-    size_t written = fwrite(data, 1, std::min(size * count, room), downloader.file);
+    const size_t written = fwrite(data, 1, std::min(size * count, room), downloader.file);
     downloader.received += static_cast<uint32_t>(written);
-    // What the buffer could hold whole is written through, but for less than a block: a full disk ends the transfer,
-    // as it does that of a larger file, and does not first show at the close.
-    const bool small = downloader.received >= kBlock && downloader.received <= sizeof streamBuffer;
-    if (small && fflush(downloader.file) != 0) written = 0;
     if (downloader.progress) {
         downloader.progress(static_cast<int>(downloader.attempts), percentOf(downloader));
     }
@@ -84,6 +77,11 @@ int32_t failTransfer(CURLcode code, uint32_t received) {
     LOG_MSG(LOG_LVL_WARNING, "CURL download failed after %u bytes: (%d) %s", received, static_cast<int>(code),
             curl_easy_strerror(code));
     return isRetryable(code) ? EAGAIN : -static_cast<int32_t>(code);
+}
+
+uint32_t sizeOf(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 ? static_cast<uint32_t>(info.st_size) : 0;
 }
 
 time_t monotonicSeconds() {
@@ -133,7 +131,6 @@ int32_t Downloader::transferOnce() {
         LOG_MSG(LOG_LVL_ERROR, "Unable to open file %s: %d", path.c_str(), error);
         return error;
     }
-    setvbuf(stream.get(), streamBuffer, _IOFBF, sizeof streamBuffer);
     CurlHandle curl(curl_easy_init());
     if (curl == nullptr) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to initialize curl");
@@ -148,12 +145,16 @@ int32_t Downloader::transferOnce() {
     const CURLcode code = curl_easy_perform(curl.get());
     ++attempts;
     file = nullptr;
-    if (code != CURLE_OK) return failTransfer(code, received);
+    const int32_t failure = code == CURLE_OK ? 0 : failTransfer(code, received);
 
-    // Closed by hand, and after the handle: a close that fails is a failed transfer.
+    // Closed by hand, and after the handle: a close that fails is a failed transfer. After another failure, what
+    // the close cannot store was not received: the next attempt asks for it again.
     curl.reset();
-    if (fclose(stream.release()) != 0) {
-        const int error = errno;
+    const bool isStored = fclose(stream.release()) == 0;
+    const int error = errno;
+    if (failure == EAGAIN && !isStored) received = std::min(received, sizeOf(path));
+    if (failure != 0) return failure;
+    if (!isStored) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to close output file: %d", error);
         return error;
     }

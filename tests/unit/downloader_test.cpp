@@ -3,6 +3,8 @@
 #include "support/web_server.h"
 #include "unit_test.h"
 
+#include <csignal>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -105,6 +107,46 @@ struct TransferRow {
     int secondOffset = 5;  // bytes from which a second transfer goes on
 };
 
+// A limit on the size of this process's files: what is beyond it is refused as on a full disk, with another number.
+class Room {
+public:
+    explicit Room(size_t bytes) : action_(signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limited = {bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    ~Room() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        signal(SIGXFSZ, action_);
+    }
+    Room(const Room&) = delete;
+    Room& operator=(const Room&) = delete;
+
+private:
+    sighandler_t action_;
+    rlimit before_ = {};
+};
+
+struct RoomRow {
+    const char* name;
+    size_t size, room;  // bytes
+    int32_t result;
+};
+
+std::string bodyOf(size_t size) {
+    std::string body;
+    for (uint32_t i = 0; body.size() < size; ++i)
+        body += std::to_string(i) + " ";
+    return body.substr(0, size);
+}
+
+std::string replyFrom(size_t start, const std::string& body) {
+    const std::string end = "-" + std::to_string(body.size() - 1) + "/" + std::to_string(body.size());
+    const std::string range =
+        "HTTP/1.0 206 Some\r\nContent-Range: bytes " + std::to_string(start) + end + "\r\n\r\n";
+    return (start == 0 ? kWithoutLength : range) + body.substr(start);
+}
+
 }  // namespace
 
 TEST_F(Download, EndsAsTheServerAndTheLimitHaveIt) {
@@ -150,6 +192,60 @@ TEST_F(Download, ContinuesWhereTheLastAttemptStopped) {
         EXPECT_EQ(readWholeFile(path), row.file);
         EXPECT_EQ(reports, row.reports);
         EXPECT_EQ(offsets, (Offsets{kNoRange, row.secondOffset}));
+    }
+}
+
+TEST_F(Download, CountsWhatAFullDiskStores) {
+    constexpr size_t kBlock = 4096;
+    const RoomRow rows[] = {
+        {"early", 400000, kBlock, -CURLE_WRITE_ERROR},
+        {"late", 400000, 80 * kBlock, -CURLE_WRITE_ERROR},
+        {"in the last piece", 170000, 40 * kBlock, -CURLE_WRITE_ERROR},
+        {"far into a large file", 5000000, 1000 * kBlock, -CURLE_WRITE_ERROR},
+        {"small file", 5000, 0, -CURLE_WRITE_ERROR},
+        // The stream holds what is missing: the transfer succeeds, and the close fails.
+        {"in the last block", 5000, kBlock, EFBIG},
+        {"less than a block", 3000, 0, EFBIG},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string body = bodyOf(row.size);
+        const LogCapture messages(LOG_LVL_WARNING | LOG_LVL_ERROR);
+        {
+            const ScriptedServer server({replyFrom(0, body)});
+            const Room room(row.room);
+            downloader.setup(server.port.url(), path, 0, "");
+            EXPECT_EQ(downloader.run(0, 0), row.result);
+        }
+        const size_t stored = readWholeFile(path).size();
+        EXPECT_EQ(stored, row.room);
+        EXPECT_GE(downloader.received, stored);
+        EXPECT_LE(downloader.received, stored + kBlock);
+        const std::string received = std::to_string(downloader.received), error = std::to_string(EFBIG);
+        EXPECT_EQ(messages.messages(),
+                  row.result < 0 ? "DOWNLD: CURL download failed after " + received +
+                                       " bytes: (23) Failed writing received data to disk/application\n"
+                                 : "DOWNLD: Failed to close output file: " + error + "\n");
+    }
+}
+
+TEST_F(Download, IsResumedWhereAFullDiskEndedAStalledTransfer) {
+    for (const RoomRow& row :
+         {RoomRow{"some blocks", 170000, 163840, EAGAIN}, {"nothing", 3000, 0, EAGAIN}}) {
+        SCOPED_TRACE(row.name);
+        const std::string body = bodyOf(row.size);
+        // The stalled transfer ends within the block that has no room.
+        const ScriptedServer server(
+            {replyFrom(0, body.substr(0, row.room + 2000)), replyFrom(row.room, body)});
+        interposed.outcomes = {CURLE_OPERATION_TIMEDOUT};
+        downloader.setup(server.port.url(), path, 0, "");
+        {
+            const Room room(row.room);
+            EXPECT_EQ(downloader.run(0, 0), row.result);
+        }
+        EXPECT_EQ(downloader.received, row.room);
+        EXPECT_EQ(downloader.run(0, 0), 0);
+        EXPECT_TRUE(readWholeFile(path) == body);
     }
 }
 
@@ -225,7 +321,4 @@ TEST_F(Download, WhatFailsOutsideTheTransferIsNamed) {
     EXPECT_EQ(errors.messages(), "DOWNLD: Unable to open file " + path + "/x: " + std::to_string(ENOENT) +
                                      "\nDOWNLD: Failed to close output file: " + std::to_string(ENOSPC) +
                                      "\n");
-    const ScriptedServer larger({kWithoutLength + std::string(5000, 'x')});
-    downloader.setup(larger.port.url(), "/dev/full", 6000, "");
-    EXPECT_EQ(downloader.run(4, 60), -CURLE_WRITE_ERROR);
 }

@@ -13,8 +13,8 @@ using ProgressFn = std::function<void(int attempts, int percent)>;
 /// A download. It lives on its caller's stack, owns no resource between two attempts, and leaves the file
 /// to the caller, whatever became of it.
 ///
-/// Invariants: `received` never exceeds `maxSize`, and between two attempts the file is closed and holds
-/// exactly `received` bytes.
+/// Invariants: `received` never exceeds `maxSize`; during a transfer the file lacks at most one block of it, which
+/// the stream still holds; between two attempts the file is closed and holds exactly `received` bytes.
 class Downloader {
 public:
     Downloader(bool verboseTransfer, bool dry) : verbose(verboseTransfer), dryRun(dry) {}
