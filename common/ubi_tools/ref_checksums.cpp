@@ -62,7 +62,7 @@ std::string folderOf(const std::string& path) {
 }
 
 void syncFolder(const std::string& folder) {
-    const Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY));
+    const zem::Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY));
     if (directory.isOpen()) fsync(directory.get());
 }
 

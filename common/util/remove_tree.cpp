@@ -58,7 +58,7 @@ int removeEntries(int folder, int* error) {
 }
 
 int removeFolder(int parent, const char* name) {
-    const Descriptor folder(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const zem::Descriptor folder(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!folder.isOpen()) return errno;
     // A reading may pass over entries while others are removed: it is repeated until there is nothing to remove.
     int error = 0;

@@ -36,10 +36,9 @@ void blockAllSignals() {
 // Runs the removal in a shell, as system() would, but without its lock. Signals act on the shell as on any other command.
 // See POSIX posix_spawn().
 bool removeByShell() {
-    static const char line[] = "rm -Rf '/tmp/rovu'";
     static char shell[] = "sh";
     static char option[] = "-c";
-    char* const arguments[] = {shell, option, const_cast<char*>(line), nullptr};
+    char* const arguments[] = {shell, option, const_cast<char*>(kRemoveWorkDir), nullptr};
     sigset_t none;
     sigemptyset(&none);
     posix_spawnattr_t attributes;
@@ -61,7 +60,7 @@ void cleanupAtExit() {
     blockAllSignals();
     LOG_channel_free(mainChannel);
     int exitStatus = 0;
-    const int32_t ran = runCommandF(nullptr, 0, &exitStatus, nullptr, "rm -Rf '%s'", kWorkDir);
+    const int32_t ran = runCommand(kRemoveWorkDir, nullptr, 0, &exitStatus, nullptr);
     if (ran != 0 || exitStatus != 0) removeTree(kWorkDir);
 }
 

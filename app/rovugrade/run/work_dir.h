@@ -2,15 +2,21 @@
 
 #pragma once
 
+// A macro, so that every path and command line with it is made by the compiler: some are used without memory.
+#define ROVU_WORK_DIR "/tmp/rovu"
+
 /// The work directory. Its existence means that a run is active, and locks out a second one.
-constexpr char kWorkDir[] = "/tmp/rovu";
+constexpr char kWorkDir[] = ROVU_WORK_DIR;
+
+/// The command that removes it, with all that is in it.
+constexpr char kRemoveWorkDir[] = "rm -Rf '" ROVU_WORK_DIR "'";
 
 /// The report for other programs. It lies beside the work directory, in the same file system, and outlives
 /// the run.
 constexpr char kProgressPath[] = "/tmp/rovu.progress";
 
-/// The next report, until it takes the place of the last one. A path of its own: it is written without memory too.
-constexpr char kNextProgressPath[] = "/tmp/rovu/progress.tmp";
+/// The next report, until it takes the place of the last one.
+constexpr char kNextProgressPath[] = ROVU_WORK_DIR "/progress.tmp";
 
 // Names in the work directory. An image's tar is named by its part (UpdateSpecVer1::Image::localName), the staging
 // copy of a volume by the UBI tools (kStagingName).

@@ -24,25 +24,25 @@ constexpr int kCipherFailure = -1;
 // A shared mapping of a whole file; null if it could not be made.
 class Mapping {
 public:
-    Mapping(int fd, size_t size) : size_(size) {
+    Mapping(int fd, size_t size) : length(size) {
         void* start = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-        if (start != MAP_FAILED) start_ = static_cast<uint8_t*>(start);
+        if (start != MAP_FAILED) mapped = static_cast<uint8_t*>(start);
     }
     ~Mapping() { release(); }
     Mapping(const Mapping&) = delete;
     Mapping& operator=(const Mapping&) = delete;
 
-    uint8_t* start() const { return start_; }
-    size_t size() const { return size_; }
+    uint8_t* start() const { return mapped; }
+    size_t size() const { return length; }
 
     void release() {
-        if (start_ != nullptr) munmap(start_, size_);
-        start_ = nullptr;
+        if (mapped != nullptr) munmap(mapped, length);
+        mapped = nullptr;
     }
 
 private:
-    uint8_t* start_ = nullptr;
-    const size_t size_;
+    uint8_t* mapped = nullptr;
+    const size_t length;
 };
 
 struct CipherFreer {
@@ -75,7 +75,7 @@ bool decryptMapping(EVP_CIPHER_CTX* cipher, const Mapping& mapping, const uint8_
 }  // namespace
 
 int decryptFile(const char* path, const uint8_t* key, const uint8_t* iv) {
-    const Descriptor file(open(path, O_RDWR));
+    const zem::Descriptor file(open(path, O_RDWR));
     if (!file.isOpen()) {
         const int error = errno;
         LOG_MSG(LOG_LVL_ERROR, "Failed to open file %s for decryption: %d", path, error);

@@ -24,7 +24,7 @@ int readKey(int fd, int32_t offset, FileKey* fileKey) {
 int loadFileKey(int32_t offset, FileKey* fileKey) {
     fileKey->present = offset >= 0;
     if (!fileKey->present) return 0;
-    const Descriptor file(open(kKeyFilePath, O_RDONLY));
+    const zem::Descriptor file(open(kKeyFilePath, O_RDONLY));
     if (!file.isOpen()) return errno;
     return readKey(file.get(), offset, fileKey);
 }

@@ -74,8 +74,8 @@ int parseLog(const std::string& text, std::vector<Call>* calls) {
     return 0;
 }
 
-int openLocked(const std::string& stateDir, Descriptor* log) {
-    Descriptor file(open(logPath(stateDir).c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+int openLocked(const std::string& stateDir, zem::Descriptor* log) {
+    zem::Descriptor file(open(logPath(stateDir).c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
     if (!file.isOpen()) return errno;
     if (flock(file.get(), LOCK_EX) != 0) return errno;
     *log = std::move(file);
@@ -97,7 +97,7 @@ int readCallsOfLastRun(const std::string& stateDir, std::vector<Call>* calls) {
 }
 
 int clearCalls(const std::string& stateDir) {
-    Descriptor log;
+    zem::Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
     if (ftruncate(log.get(), 0) != 0) return errno;
     return replaceTextFile(markPath(stateDir), "0\n");
@@ -105,7 +105,7 @@ int clearCalls(const std::string& stateDir) {
 
 int beginRunInCallLog(const std::string& stateDir, bool fresh) {
     if (fresh) return clearCalls(stateDir);
-    Descriptor log;
+    zem::Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
     const off_t end = lseek(log.get(), 0, SEEK_END);
     if (end < 0) return errno;
@@ -114,7 +114,7 @@ int beginRunInCallLog(const std::string& stateDir, bool fresh) {
 
 int recordCall(const std::string& stateDir, const std::string& tool, const std::vector<std::string>& args,
                CallCount* count) {
-    Descriptor log;
+    zem::Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
     std::vector<Call> earlier;
     if (int rc = readCallsOfLastRun(stateDir, &earlier); rc != 0) return rc;
@@ -134,7 +134,7 @@ int recordCall(const std::string& stateDir, const std::string& tool, const std::
 }
 
 int recordWait(const std::string& stateDir, const std::string& seconds) {
-    Descriptor log;
+    zem::Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
     const std::string line = "-\t" + progressColumn(stateDir) + "\tsleep " + seconds + "\n";
     return writeFully(log.get(), line.data(), line.size());

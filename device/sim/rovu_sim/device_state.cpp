@@ -146,7 +146,7 @@ int saveDevice(const std::string& stateDir, const Device& device) {
 std::string versionInVolume(const std::string& stateDir, const std::string& volume) {
     Volume found;
     if (findVolume(stateDir, volume, &found) != 0) return "";
-    Descriptor file(open(volumePath(stateDir, found.id).c_str(), O_RDONLY | O_CLOEXEC));
+    zem::Descriptor file(open(volumePath(stateDir, found.id).c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.isOpen()) return "";
     char head[kHeadBytes];
     const ssize_t got = read(file.get(), head, sizeof head);
@@ -195,7 +195,7 @@ int setToBoot(const std::string& stateDir, unsigned* set) {
 int restartDevice(const std::string& stateDir, std::string* why) {
     std::string unused;
     std::string& reason = why != nullptr ? *why : unused;
-    Descriptor lock;
+    zem::Descriptor lock;
     if (int rc = lockDevice(stateDir, &lock); rc != 0) {
         reason = rc == EBUSY ? "a command is running in the device" : "there is no device";
         return rc;

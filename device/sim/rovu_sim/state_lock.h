@@ -10,6 +10,6 @@ namespace rovusim {
 /// Takes the lock without waiting. It is held until `lock` is closed.
 /// \return 0, EBUSY if another process holds it, ENOENT if `stateDir` is not a device, or another errno
 /// value.
-[[nodiscard]] int lockDevice(const std::string& stateDir, Descriptor* lock);
+[[nodiscard]] int lockDevice(const std::string& stateDir, zem::Descriptor* lock);
 
 }  // namespace rovusim

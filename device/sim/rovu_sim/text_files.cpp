@@ -12,7 +12,7 @@
 namespace rovusim {
 
 int readTextFile(const std::string& path, std::string* text) {
-    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    zem::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.isOpen()) return errno;
     std::string all;
     char buffer[16384];
@@ -40,7 +40,7 @@ int writeFully(int fd, const char* bytes, size_t size) {
 
 int replaceTextFile(const std::string& path, const std::string& text) {
     const std::string temporary = path + ".tmp";
-    Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    zem::Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!file.isOpen()) return errno;
     int rc = writeFully(file.get(), text.data(), text.size());
     if (rc == 0 && rename(temporary.c_str(), path.c_str()) != 0) rc = errno;

@@ -24,8 +24,8 @@ std::string tablePath(const std::string& stateDir) {
 }
 
 // Held for each change of the table, so that two tools at once do not lose a change.
-int lockTable(const std::string& stateDir, Descriptor* lock) {
-    Descriptor file(open((stateDir + "/ubi/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+int lockTable(const std::string& stateDir, zem::Descriptor* lock) {
+    zem::Descriptor file(open((stateDir + "/ubi/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
     if (!file.isOpen()) return errno;
     if (flock(file.get(), LOCK_EX) != 0) return errno;
     *lock = std::move(file);
@@ -61,7 +61,7 @@ int saveTable(const std::string& stateDir, const std::vector<Volume>& volumes) {
 }
 
 int markUpdating(const std::string& stateDir, uint32_t id, bool updating) {
-    Descriptor lock;
+    zem::Descriptor lock;
     if (int rc = lockTable(stateDir, &lock); rc != 0) return rc;
     std::vector<Volume> volumes;
     if (int rc = listVolumes(stateDir, &volumes); rc != 0) return rc;
@@ -173,7 +173,7 @@ int createVolume(const std::string& stateDir, const std::string& name, bool dyna
     if (bytes == 0 || name.empty() || name.size() > kMaxName) return EINVAL;
     if (name.find_first_of("\t\n") != std::string::npos) return EINVAL;
     if (id != kAnyId && id >= kMaxVolumes) return EINVAL;
-    Descriptor lock;
+    zem::Descriptor lock;
     if (int rc = lockTable(stateDir, &lock); rc != 0) return rc;
     std::vector<Volume> volumes;
     if (int rc = listVolumes(stateDir, &volumes); rc != 0) return rc;
@@ -194,7 +194,7 @@ int createVolume(const std::string& stateDir, const std::string& name, bool dyna
     volume.bytes = dynamic ? lebs * kLebBytes : 0;
     // Always a new inode: a reader that holds the removed volume open keeps its bytes.
     unlink(volumePath(stateDir, volume.id).c_str());
-    Descriptor file(
+    zem::Descriptor file(
         open(volumePath(stateDir, volume.id).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (!file.isOpen()) return errno;
     if (int rc = wipe(file.get(), volume); rc != 0) return rc;
@@ -205,7 +205,7 @@ int createVolume(const std::string& stateDir, const std::string& name, bool dyna
 }
 
 int removeVolume(const std::string& stateDir, uint32_t id) {
-    Descriptor lock;
+    zem::Descriptor lock;
     if (int rc = lockTable(stateDir, &lock); rc != 0) return rc;
     std::vector<Volume> volumes;
     if (int rc = listVolumes(stateDir, &volumes); rc != 0) return rc;
@@ -221,7 +221,7 @@ int updateVolume(const std::string& stateDir, uint32_t id, int source, uint64_t 
     Volume volume;
     if (int rc = findVolumeById(stateDir, id, &volume); rc != 0) return rc;
     if (size > uint64_t{volume.lebs} * kLebBytes) return EFBIG;
-    Descriptor file(open(volumePath(stateDir, id).c_str(), O_WRONLY | O_CLOEXEC));
+    zem::Descriptor file(open(volumePath(stateDir, id).c_str(), O_WRONLY | O_CLOEXEC));
     if (!file.isOpen()) return errno;
     if (int rc = markUpdating(stateDir, id, true); rc != 0) return rc;
     if (int rc = wipe(file.get(), volume); rc != 0) return rc;
@@ -238,7 +238,7 @@ int readVolume(const std::string& stateDir, const std::string& name, std::string
 int writeVolume(const std::string& stateDir, const std::string& name, const std::string& bytes) {
     Volume volume;
     if (int rc = findVolume(stateDir, name, &volume); rc != 0) return rc;
-    Descriptor memory(memfd_create("volume", MFD_CLOEXEC));
+    zem::Descriptor memory(memfd_create("volume", MFD_CLOEXEC));
     if (!memory.isOpen()) return errno;
     if (int rc = writeFully(memory.get(), bytes.data(), bytes.size()); rc != 0) return rc;
     if (lseek(memory.get(), 0, SEEK_SET) != 0) return errno;

@@ -81,8 +81,8 @@ int makeNode(uint32_t id) {
 void forgetCachedBlocks(uint32_t id) {
     struct stat info;
     if (stat(nodeOf(id).c_str(), &info) != 0 || !S_ISBLK(info.st_mode)) return;
-    Descriptor node(open(nodeOf(id).c_str(), O_RDONLY | O_CLOEXEC));
-    Descriptor file(open(volumePath(kStateInside, id).c_str(), O_RDWR | O_CLOEXEC));
+    zem::Descriptor node(open(nodeOf(id).c_str(), O_RDONLY | O_CLOEXEC));
+    zem::Descriptor file(open(volumePath(kStateInside, id).c_str(), O_RDWR | O_CLOEXEC));
     if (!node.isOpen() || !file.isOpen()) return;
     fsync(file.get());
     posix_fadvise(node.get(), 0, 0, POSIX_FADV_DONTNEED);
@@ -97,8 +97,8 @@ bool checkUbiDevice(const ToolCall& call) {
     return false;
 }
 
-int openImage(const ToolCall& call, const std::string& path, Descriptor* image, uint64_t* size) {
-    *image = Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+int openImage(const ToolCall& call, const std::string& path, zem::Descriptor* image, uint64_t* size) {
+    *image = zem::Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat info;
     if (!image->isOpen() || fstat(image->get(), &info) != 0)
         return ubiError(call, "cannot open \"" + path + "\"", errno);
@@ -192,7 +192,7 @@ int ubiupdatevol(const ToolCall& call) {
     if (!parseVolumeNode(node, &id) || findVolumeById(kStateInside, id, &volume) != 0)
         return ubiError(call, "error while probing \"" + node + "\"", ENODEV);
 
-    Descriptor image;
+    zem::Descriptor image;
     uint64_t size = 0;
     if (!truncate) {
         if (int failed = openImage(call, call.argv[optind + 1], &image, &size); failed != 0) return failed;

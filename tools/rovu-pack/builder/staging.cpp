@@ -17,7 +17,7 @@ constexpr mode_t kFolderMode = 0777;  // the mask narrows it
 constexpr char kFolderPrefix[] = ".rovu-pack.";
 
 Fault syncFile(const std::string& path) {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const zem::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file.get() < 0 || fsync(file.get()) != 0) return fileFault(path, errno);
     return {};
 }
@@ -28,7 +28,7 @@ void removeLeftovers(const std::string& target) {
     for (const auto& entry : std::filesystem::directory_iterator(target, ignored)) {
         const std::string& path = entry.path();
         if (entry.path().filename().string().rfind(kFolderPrefix, 0) != 0) continue;
-        const Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        const zem::Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (folder.isOpen() && flock(folder.get(), LOCK_EX | LOCK_NB) == 0)
             std::filesystem::remove_all(path, ignored);
     }
@@ -50,7 +50,7 @@ Fault UpdateStaging::prepare(const std::string& target) {
     madeTarget_ = mkdir(target.c_str(), kFolderMode) == 0;
     if (!madeTarget_ && errno != EEXIST) return fileFault(target, errno);
     // Until the new folder is locked, no other build may take it for a leftover.
-    const Descriptor whole(open(target.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const zem::Descriptor whole(open(target.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!whole.isOpen() || flock(whole.get(), LOCK_EX) != 0) return fileFault(target, errno);
     removeLeftovers(target);
     std::string path = target + "/" + kFolderPrefix + "XXXXXX";

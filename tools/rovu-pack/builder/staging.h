@@ -38,7 +38,7 @@ public:
 private:
     std::string targetFolder_;
     std::string folder_;
-    Descriptor lock_;  // on the folder
+    zem::Descriptor lock_;  // on the folder
     bool madeTarget_ = false;
     std::vector<std::string> names_;
 };

@@ -50,7 +50,8 @@ Fault waitFor(pid_t child, int* status) {
 }  // namespace
 
 Fault runChild(const std::vector<std::string>& words, const std::string& log, int* status) {
-    const Descriptor output(open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, kLogMode));
+    const zem::Descriptor output(
+        open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, kLogMode));
     if (!output.isOpen()) return fileFault(log, errno);
     const pid_t parent = getpid();
     const pid_t child = fork();

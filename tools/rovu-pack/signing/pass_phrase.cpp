@@ -45,7 +45,7 @@ Fault refusal(const std::string& source, const std::string& option) {
 }
 
 bool canOpenTerminal() {
-    return Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)).get() >= 0;
+    return zem::Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)).get() >= 0;
 }
 
 }  // namespace
@@ -61,7 +61,7 @@ Fault PassPhrase::read(const std::string& source, const char* option) {
     Fault fault;
     int fd = -1;
     if (isOfKind("file:", source, &rest)) {
-        const Descriptor file(open(rest.c_str(), O_RDONLY | O_CLOEXEC));
+        const zem::Descriptor file(open(rest.c_str(), O_RDONLY | O_CLOEXEC));
         fault = file.get() < 0 ? Fault(errno, strerror(errno)) : readLine(file.get());
     } else if (isOfKind("fd:", source, &rest)) {
         fault = readDescriptorNumber(rest, &fd) ? readLine(fd) : Fault(EINVAL, "not a descriptor's number");

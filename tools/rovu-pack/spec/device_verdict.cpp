@@ -103,7 +103,7 @@ public:
     const std::string& path() const { return path_; }
 
 private:
-    Descriptor file_;
+    zem::Descriptor file_;
     std::string path_;
 };
 

@@ -56,7 +56,7 @@ Fault fileFault(const std::string& path, int code) {
 }
 
 Fault openRegularFile(const std::string& path, File* file, uint64_t* size) {
-    Descriptor opened(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    zem::Descriptor opened(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status;
     if (!opened.isOpen() || fstat(opened.get(), &status) != 0) return fileFault(path, errno);
     if (Fault fault = requireRegular(path, status)) return fault;

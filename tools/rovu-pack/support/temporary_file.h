@@ -16,5 +16,5 @@ public:
     std::string path() const { return "/proc/self/fd/" + std::to_string(file_.get()); }
 
 private:
-    Descriptor file_;
+    zem::Descriptor file_;
 };

@@ -15,7 +15,7 @@ namespace zem {
 /// See POSIX pthread_mutex_lock().
 class Lock {
 public:
-    explicit Lock(pthread_mutex_t* mutexToHold) : mutex_(mutexToHold) { lock(); }
+    explicit Lock(pthread_mutex_t* mutexToHold) : mutex(mutexToHold) { lock(); }
     ~Lock() { unlock(); }
 
     Lock(const Lock&) = delete;
@@ -23,18 +23,18 @@ public:
 
 private:
     void lock() {
-        const int ret = pthread_mutex_lock(mutex_);
+        const int ret = pthread_mutex_lock(mutex);
         assert(ret == 0);
         static_cast<void>(ret);
     }
 
     void unlock() {
-        const int ret = pthread_mutex_unlock(mutex_);
+        const int ret = pthread_mutex_unlock(mutex);
         assert(ret == 0);
         static_cast<void>(ret);
     }
 
-    pthread_mutex_t* mutex_;
+    pthread_mutex_t* mutex;
 };
 
 }  // namespace zem

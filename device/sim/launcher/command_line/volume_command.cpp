@@ -41,7 +41,7 @@ int getVolume(const std::string& state, const std::string& name, const char* pat
     if (rc != 0 && rc != ENOENT) cannot("read the volume", name, rc);
     if (rc != 0) return rc;
     if (strcmp(path, "-") == 0) return writeFully(STDOUT_FILENO, bytes.data(), bytes.size());
-    Descriptor file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    zem::Descriptor file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!file.isOpen()) return cannot("write", path, errno);
     if (int failed = writeFully(file.get(), bytes.data(), bytes.size()); failed != 0)
         return cannot("write", path, failed);
@@ -59,7 +59,7 @@ int volumeCommand(int argc, char** argv) {
     if (int rc = loadDevice(argv[2], &device); rc != 0)
         return exitFor(cannot("read the device in", argv[2], rc));
     if (direction == "get") return exitFor(getVolume(argv[2], argv[3], argv[4]));
-    Descriptor lock;
+    zem::Descriptor lock;
     if (int rc = lockDevice(argv[2], &lock); rc != 0) return exitFor(cannot("take", argv[2], rc));
     return exitFor(putVolume(argv[2], argv[3], argv[4]));
 }

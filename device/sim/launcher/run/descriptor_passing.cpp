@@ -36,7 +36,7 @@ int sendDescriptor(int socket, int fd) {
     return sendmsg(socket, &envelope.message, MSG_NOSIGNAL) == 1 ? 0 : errno;
 }
 
-int receiveDescriptor(int socket, Descriptor* received) {
+int receiveDescriptor(int socket, zem::Descriptor* received) {
     Envelope envelope;
     prepare(&envelope);
     ssize_t got = 0;

@@ -11,6 +11,6 @@ namespace rovusim {
 
 /// Waits for a descriptor, which is close-on-exec here.
 /// \return 0, EPIPE if the peer has closed the socket, or another positive errno value.
-[[nodiscard]] int receiveDescriptor(int socket, Descriptor* received);
+[[nodiscard]] int receiveDescriptor(int socket, zem::Descriptor* received);
 
 }  // namespace rovusim

@@ -42,14 +42,14 @@ constexpr int kSocketNumber = 250;  // lowest descriptor number for the end of p
 
 // What a run holds on the host until its end.
 struct Run {
-    Descriptor lock;
+    zem::Descriptor lock;
     std::vector<LoopDevice> loops;
-    Descriptor tmp;  // the tmpfs of a limited /tmp
-    Descriptor output;
-    Descriptor ourEnd;  // of the socket pair with process 1
-    Descriptor theirEnd;
-    Descriptor signals;
-    Descriptor listener;
+    zem::Descriptor tmp;  // the tmpfs of a limited /tmp
+    zem::Descriptor output;
+    zem::Descriptor ourEnd;  // of the socket pair with process 1
+    zem::Descriptor theirEnd;
+    zem::Descriptor signals;
+    zem::Descriptor listener;
     Supervisor supervisor;
     Watch watch;
     InitPlan plan;
@@ -220,7 +220,7 @@ int planInside(const RunOptions& options, Run* run) {
 int openOutput(const RunOptions& options, Run* run) {
     if (options.log.empty()) return 0;
     run->output =
-        Descriptor(open(options.log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
+        zem::Descriptor(open(options.log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
     if (!run->output.isOpen()) return cannot("open", options.log, errno);
     run->plan.output = run->output.get();
     return 0;
@@ -230,7 +230,7 @@ int openChannels(Run* run) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
         return cannot("make", "a socket pair", errno);
-    run->ourEnd = Descriptor(ends[0]);
+    run->ourEnd = zem::Descriptor(ends[0]);
     // A number that no program inside uses, for the filter exempts it also from the program's calls.
     run->theirEnd.reset(fcntl(ends[1], F_DUPFD_CLOEXEC, kSocketNumber));
     close(ends[1]);
@@ -242,7 +242,7 @@ int openChannels(Run* run) {
     for (int signal : {SIGCHLD, SIGTERM, SIGINT})
         sigaddset(&awaited, signal);
     sigprocmask(SIG_BLOCK, &awaited, &run->plan.signalMask);
-    run->signals = Descriptor(signalfd(-1, &awaited, SFD_CLOEXEC));
+    run->signals = zem::Descriptor(signalfd(-1, &awaited, SFD_CLOEXEC));
     return run->signals.isOpen() ? 0 : cannot("wait for", "signals", errno);
 }
 

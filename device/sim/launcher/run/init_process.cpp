@@ -19,7 +19,7 @@ namespace {
 // Between the installation of the filter and the byte from the launcher, a call that the filter passes on
 // would block for ever; so the two calls on the socket are exempt.
 int handOverSyscalls(const InitPlan& plan) {
-    Descriptor listener;
+    zem::Descriptor listener;
     if (int rc = installSyscallFilter(plan.filter, &listener); rc != 0) return rc;
     if (int rc = sendDescriptor(plan.socket, listener.get()); rc != 0) return rc;
     char ready = 0;

@@ -92,7 +92,7 @@ void enterState(Watch* watch, const Progress& progress) {
 }  // namespace
 
 int startWatch(const std::string& tmp, Watch* watch) {
-    watch->changes = Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    watch->changes = zem::Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (!watch->changes.isOpen()) return cannot("watch", tmp, errno);
     const uint32_t events = IN_MOVED_TO | IN_CLOSE_WRITE | IN_MODIFY;
     if (inotify_add_watch(watch->changes.get(), tmp.c_str(), events) < 0) return cannot("watch", tmp, errno);

@@ -9,7 +9,7 @@
 namespace rovusim {
 
 struct Watch {
-    Descriptor changes;  // readable when the progress file may have changed
+    zem::Descriptor changes;  // readable when the progress file may have changed
     std::string path;
     bool terminal = false;  // draws growing bars; else prints plain lines
     int64_t started = 0;    // milliseconds of the monotonic clock

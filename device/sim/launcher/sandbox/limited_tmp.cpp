@@ -22,8 +22,8 @@ int copyFiles(const std::string& from, const std::string& to) {
 
 }  // namespace
 
-int openLimitedTmp(const std::string& stateDir, uint64_t bytes, Descriptor* tmpfs) {
-    Descriptor settings(fsopen("tmpfs", FSOPEN_CLOEXEC));
+int openLimitedTmp(const std::string& stateDir, uint64_t bytes, zem::Descriptor* tmpfs) {
+    zem::Descriptor settings(fsopen("tmpfs", FSOPEN_CLOEXEC));
     const std::string size = std::to_string(bytes);
     if (!settings.isOpen() || fsconfig(settings.get(), FSCONFIG_SET_STRING, "size", size.c_str(), 0) != 0 ||
         fsconfig(settings.get(), FSCONFIG_SET_STRING, "mode", "1777", 0) != 0 ||

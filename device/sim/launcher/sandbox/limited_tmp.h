@@ -13,7 +13,7 @@ namespace rovusim {
 
 /// Makes a tmpfs of at most `bytes`, not yet mounted anywhere, with the files of the state directory's `tmp`.
 /// \return 0, or a positive errno value after a message.
-[[nodiscard]] int openLimitedTmp(const std::string& stateDir, uint64_t bytes, Descriptor* tmpfs);
+[[nodiscard]] int openLimitedTmp(const std::string& stateDir, uint64_t bytes, zem::Descriptor* tmpfs);
 
 /// Mounts it. This process must be the one that enters the sandbox.
 /// \return 0, or a positive errno value after a message.

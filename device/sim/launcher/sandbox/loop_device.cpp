@@ -19,9 +19,9 @@ constexpr int kAttempts = 200;
 constexpr useconds_t kPause = 5000;  // microseconds between attempts
 
 // A container's /dev may lack the node of a loop device that the kernel has; a temporary node replaces it.
-int openLoopNode(int number, const std::string& scratch, Descriptor* node) {
+int openLoopNode(int number, const std::string& scratch, zem::Descriptor* node) {
     const std::string path = "/dev/loop" + std::to_string(number);
-    Descriptor opened(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    zem::Descriptor opened(open(path.c_str(), O_RDWR | O_CLOEXEC));
     if (!opened.isOpen() && errno == ENOENT) {
         const std::string own = scratch + ".loop" + std::to_string(getpid());
         if (mknod(own.c_str(), S_IFBLK | 0600, makedev(kLoopMajor, static_cast<unsigned>(number))) != 0)
@@ -39,7 +39,7 @@ int openLoopNode(int number, const std::string& scratch, Descriptor* node) {
 int tryFreeDevice(int control, int backing, const std::string& file, LoopDevice* loop) {
     const int number = ioctl(control, LOOP_CTL_GET_FREE);
     if (number < 0) return errno;
-    Descriptor node;
+    zem::Descriptor node;
     if (int rc = openLoopNode(number, file, &node); rc != 0) return rc;
     loop_config config = {};
     config.fd = static_cast<__u32>(backing);
@@ -55,9 +55,9 @@ int tryFreeDevice(int control, int backing, const std::string& file, LoopDevice*
 }  // namespace
 
 int attachLoopDevice(const std::string& file, LoopDevice* loop) {
-    Descriptor control(open("/dev/loop-control", O_RDWR | O_CLOEXEC));
+    zem::Descriptor control(open("/dev/loop-control", O_RDWR | O_CLOEXEC));
     if (!control.isOpen()) return cannot("use", "/dev/loop-control", errno);
-    Descriptor backing(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    zem::Descriptor backing(open(file.c_str(), O_RDONLY | O_CLOEXEC));
     if (!backing.isOpen()) return cannot("open", file, errno);
     int rc = 0;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {

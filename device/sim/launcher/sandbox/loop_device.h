@@ -9,7 +9,7 @@
 namespace rovusim {
 
 struct LoopDevice {
-    Descriptor holder;  // the kernel detaches the device when its last descriptor is closed
+    zem::Descriptor holder;  // the kernel detaches the device when its last descriptor is closed
     dev_t number = 0;
 };
 

@@ -55,7 +55,7 @@ int makeReadOnly(const std::string& target, unsigned flags) {
 }
 
 int makeFile(const std::string& path) {
-    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    zem::Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
     return file.isOpen() ? 0 : errno;
 }
 

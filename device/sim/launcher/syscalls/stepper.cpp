@@ -46,8 +46,8 @@ pid_t startStepper(pid_t thread, unsigned long instructions, int signal) {
         cannot("trace", "the program", errno);
         return -1;
     }
-    Descriptor readEnd(ends[0]);
-    Descriptor writeEnd(ends[1]);
+    zem::Descriptor readEnd(ends[0]);
+    zem::Descriptor writeEnd(ends[1]);
     const pid_t stepper = fork();
     if (stepper == 0) {
         // The thread is in its system call, so it stops before its next instruction.

@@ -21,7 +21,7 @@ struct Supervisor {
     bool skipWaits = false;
     bool watchesProgram = false;  // counts the program's calls and applies rules to them
     ProgramCalls program;
-    Descriptor null;                // open on /dev/null, for descriptors whose close fails
+    zem::Descriptor null;           // open on /dev/null, for descriptors whose close fails
     std::vector<uint64_t> request;  // room for the kernel's structures, whose sizes the kernel reports
     std::vector<uint64_t> response;
 };

@@ -76,7 +76,7 @@ int install(const sock_fprog& program, unsigned flags) {
 
 }  // namespace
 
-int installSyscallFilter(const FilterPlan& plan, Descriptor* listener) {
+int installSyscallFilter(const FilterPlan& plan, zem::Descriptor* listener) {
     std::vector<sock_filter> instructions = filterProgram(plan);
     const sock_fprog program = {static_cast<unsigned short>(instructions.size()), instructions.data()};
     // With the second flag a signal does not interrupt a call that the launcher has already received. Older

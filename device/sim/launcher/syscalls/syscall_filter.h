@@ -16,6 +16,6 @@ struct FilterPlan {
 /// Installs the filter in this process and its future children. A call that is passed on blocks until
 /// `listener`, which is close-on-exec, is served.
 /// \return 0, or a positive errno value after a message.
-[[nodiscard]] int installSyscallFilter(const FilterPlan& plan, Descriptor* listener);
+[[nodiscard]] int installSyscallFilter(const FilterPlan& plan, zem::Descriptor* listener);
 
 }  // namespace rovusim

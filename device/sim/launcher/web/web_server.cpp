@@ -24,7 +24,7 @@ namespace rovusim {
 namespace {
 
 int raiseLoopback() {
-    Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    zem::Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request = {};
     request.ifr_name[0] = 'l';
     request.ifr_name[1] = 'o';
@@ -36,7 +36,7 @@ int raiseLoopback() {
 
 // Gives the loopback interface one more address, so that the device reaches it inside.
 int addAddress(const std::string& host, size_t number) {
-    Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    zem::Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request = {};
     snprintf(request.ifr_name, sizeof request.ifr_name, "lo:%zu", number);
     sockaddr_in address = {};
