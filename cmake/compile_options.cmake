@@ -28,3 +28,9 @@ if(ROVU_COVERAGE)
   target_compile_options(rovu_product INTERFACE --coverage -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()
+
+# The same sources give the same programs in any folder: no path of it is in them. Coverage looks for the sources by
+# their paths.
+if(NOT ROVU_COVERAGE AND NOT ROVU_FUZZ)
+  add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+endif()
