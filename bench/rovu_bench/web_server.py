@@ -6,13 +6,13 @@ import subprocess
 import time
 
 CONFIGURATION = """
-daemon off; user root; worker_processes 1; error_log {home}/error.log; pid {home}/nginx.pid;
+daemon off; user root; worker_processes 1; error_log error.log; pid nginx.pid;
 events {{ }}
 http {{
     access_log off; sendfile on;
-    client_body_temp_path {home}/temp; proxy_temp_path {home}/temp; fastcgi_temp_path {home}/temp;
-    uwsgi_temp_path {home}/temp; scgi_temp_path {home}/temp;
-    server {{ listen 127.0.0.1:{port}; root {root}; }}
+    client_body_temp_path temp; proxy_temp_path temp; fastcgi_temp_path temp;
+    uwsgi_temp_path temp; scgi_temp_path temp;
+    server {{ listen 127.0.0.1:{port}; root "{root}"; }}
 }}
 """
 
@@ -41,8 +41,8 @@ class WebServer:
     def __enter__(self):
         self.home.mkdir()
         configuration = self.home / "nginx.conf"
-        configuration.write_text(CONFIGURATION.format(home=self.home, port=self.port, root=self.root))
-        self.nginx = subprocess.Popen(["nginx", "-p", self.home, "-e", self.home / "error.log", "-c", configuration])
+        configuration.write_text(CONFIGURATION.format(port=self.port, root=self.root))
+        self.nginx = subprocess.Popen(["nginx", "-p", self.home, "-e", "error.log", "-c", configuration])
         while not answers(self.port):
             if self.nginx.poll() is not None:
                 raise SystemExit(f"bench/run: nginx does not start: {(self.home / 'error.log').read_text()}")

@@ -34,7 +34,8 @@ Device::Device(const rovusim::DeviceOptions& options) {
 }
 
 void Device::launch(const char* option, const Strings& wrapper, const Strings& args) {
-    Strings command = {ROVU_SIM_PROGRAM, "run", directory, option};
+    // Where the build folder is below /tmp, the device would hide it.
+    Strings command = {ROVU_SIM_PROGRAM, "run", directory, option, "--bind", ROVU_BUILD_DIRECTORY};
     command.insert(command.end(), faults_.begin(), faults_.end());
     command.push_back("--");
     command.insert(command.end(), wrapper.begin(), wrapper.end());

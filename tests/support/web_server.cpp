@@ -28,7 +28,7 @@ WebServer::WebServer() : port_(true) {
                        "log_format plain '$uri $status'; access_log access.log plain;\n";
     // Without these nginx would use the directories of the host's own server.
     for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
-        text += std::string(kind) + "_temp_path " + prefix + "/temp;\n";
+        text += std::string(kind) + "_temp_path temp;\n";
     text += "server { listen 127.0.0.1:" + std::to_string(port_.number) + "; root files; } }\n";
     writeWholeFile(prefix + "/nginx.conf", text);
     // nginx takes the listening port over, so it can be asked from this moment on, ready or not.

@@ -41,8 +41,8 @@ UpdateFaults::UpdateFaults() {
 int UpdateFaults::run(const Strings& simOptions, const Strings& wrapper, const Strings& args) {
     std::filesystem::remove_all(device_.directory);
     std::filesystem::copy(pristine(), device_.directory, std::filesystem::copy_options::recursive);
-    Strings command = {"timeout", "--signal=KILL",   kTimeLimit, ROVU_SIM_PROGRAM,
-                       "run",     device_.directory, "--no-wait"};
+    Strings command = {"timeout",         "--signal=KILL", kTimeLimit, ROVU_SIM_PROGRAM,    "run",
+                       device_.directory, "--no-wait",     "--bind",   ROVU_BUILD_DIRECTORY};
     command.insert(command.end(), simOptions.begin(), simOptions.end());
     command.push_back("--");
     command.insert(command.end(), wrapper.begin(), wrapper.end());
