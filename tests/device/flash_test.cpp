@@ -9,6 +9,7 @@
 #include "ubi_tools/ubi_volume.h"
 
 #include <csignal>
+#include <sys/stat.h>
 
 namespace {
 
@@ -236,8 +237,13 @@ TEST_F(Volumes, OverlayThatCannotBeReadIsNotCloned) {
 // Whole as its output may be, a command whose end is not known has no digest.
 TEST_F(Volumes, OverlayIsNotClonedByADigestOfUnknownEnd) {
     const std::string before = volume("k1_data");
-    signal(SIGUSR1, [](int) { signal(SIGCHLD, SIG_IGN); });  // from then on nobody can wait for a command
-    replaceTool("md5sum", "kill -USR1 " + std::to_string(getpid()) + "\nexec /usr/local/bin/md5sum $1\n");
+    signal(SIGUSR1, [](int) {
+        signal(SIGCHLD, SIG_IGN);  // from then on nobody can wait for a command that has not ended
+        mkdir("/tmp/rovu/handled", 0700);
+    });
+    replaceTool("md5sum", "kill -USR1 " + std::to_string(getpid()) +
+                              "\nuntil [ -e /tmp/rovu/handled ]; do sleep 0.01; done\n"
+                              "exec /usr/local/bin/md5sum $1\n");
     EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, false), EINVAL);
     signal(SIGCHLD, SIG_DFL);
     signal(SIGUSR1, SIG_DFL);
