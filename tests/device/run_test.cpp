@@ -8,6 +8,12 @@
 #include "support/program.h"
 
 #include <cstring>
+#include <ctime>
+
+// The linker leads all that ask for the time here: no second begins amid a test.
+extern "C" time_t __wrap_time(time_t*) {
+    return 1000000000;
+}
 
 struct ProgressFile : InDevice {
     void expectReport(const std::string& state, const std::string& attempts, const std::string& percent) {
