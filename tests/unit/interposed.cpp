@@ -97,6 +97,14 @@ int __wrap___clock_gettime64(clockid_t clock, timespec* now) {
     return __wrap_clock_gettime(clock, now);
 }
 
+time_t __wrap_time(time_t*) {
+    return interposed.now.tv_sec;
+}
+
+time_t __wrap___time64(time_t*) {
+    return interposed.now.tv_sec;
+}
+
 CURL* __wrap_curl_easy_init() {
     ++interposed.handlesMade;
     return __real_curl_easy_init();
