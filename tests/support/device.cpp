@@ -12,8 +12,7 @@
 
 namespace {
 
-constexpr int kLongestWait = 20000;  // milliseconds for a state to come
-constexpr int kPoll = 5;             // milliseconds
+constexpr useconds_t kPoll = 5000;  // microseconds
 
 // What the volume tool prints comes in between, even amid a line: the log's stream is flushed when it is
 // full.
@@ -92,10 +91,14 @@ std::string Device::state() const {
     return progress.state;
 }
 
-bool Device::reaches(const std::string& awaitedState) const {
-    for (int waited = 0; waited < kLongestWait && state() != awaitedState; waited += kPoll)
-        usleep(kPoll * 1000);
-    return state() == awaitedState;
+bool Device::reaches(const std::string& point) const {
+    const auto isThere = [&] {
+        const Strings calls = commands();
+        return state() == point || (!calls.empty() && calls.back().compare(0, point.size(), point) == 0);
+    };
+    while (!isThere() && program_->isRunning())
+        usleep(kPoll);
+    return isThere();
 }
 
 std::string Device::volume(const std::string& name) const {

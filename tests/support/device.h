@@ -47,7 +47,10 @@ public:
 
     /// The state that the progress file names; empty if there is no such file.
     std::string state() const;
-    bool reaches(const std::string& awaitedState) const;
+
+    /// Waits for a state, or for the call of a command as commands() has it, of which `point` may be a part from its
+    /// beginning on. \return false if the program ends before.
+    bool reaches(const std::string& point) const;
 
     /// A volume's bytes; "(none)" if there is no such volume.
     std::string volume(const std::string& name) const;

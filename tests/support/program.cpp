@@ -24,6 +24,12 @@ Program::~Program() {
     wait();
 }
 
+bool Program::isRunning() const {
+    siginfo_t info = {};
+    return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+}
+
 int Program::wait() {
     int status = 0;
     waitpid(pid_, &status, 0);

@@ -21,6 +21,8 @@ public:
 
     void signal(int number) const { kill(pid_, number); }
 
+    bool isRunning() const;
+
     /// Waits for its end. \return the exit status, or the negated number of the signal that ended it.
     int wait();
 

@@ -20,7 +20,7 @@ TEST(ExitPaths, RemoveItAfterASignalWithoutTheRmCommand) {
     world.device.failCall("rm=exit:1");
     world.device.failCall("ubiupdatevol=hang");
     world.device.start(world.args({}));
-    ASSERT_TRUE(world.device.reaches("flashing overlay"));
+    ASSERT_TRUE(world.device.reaches("flashing overlay: ubiupdatevol"));
     world.device.signal(SIGTERM);
     const Outcome outcome = world.device.finish();
     EXPECT_EQ(outcome.status, 0);

@@ -46,7 +46,7 @@ protected:
     // Starts a build, and sends it the signal once it has its hidden folder. Returns what Program::wait() does.
     int endBuildBy(int signal) const {
         Program build({"/bin/sh", "-c", start() + "exec $PACK " + kBuild}, path("said"), path("said"));
-        while (entriesOf(path("out")) == 0)
+        while (entriesOf(path("out")) == 0 && build.isRunning())
             usleep(kPollMicroseconds);
         build.signal(signal);
         return build.wait();
