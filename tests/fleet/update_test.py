@@ -8,6 +8,7 @@ import sys
 import tempfile
 import types
 import unittest
+import unittest.mock
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
 from rovu_fleet.back import Back  # noqa: E402
@@ -70,6 +71,17 @@ STARTED = [{"started": "now"}]
 
 
 class Course(unittest.TestCase):
+    def setUp(self):
+        self.now = 1795667500.0
+        for name, stand_in in (("sleep", self.wait), ("time", lambda: self.now), ("monotonic", lambda: self.now)):
+            patch = unittest.mock.patch(f"time.{name}", stand_in)
+            patch.start()
+            self.addCleanup(patch.stop)
+
+    def wait(self, seconds):
+        """Lets time pass, which nothing else does."""
+        self.now += seconds
+
     def test_the_start_before_which_a_control_machine_was_killed_does_not_count(self):
         for killed_in, look in (("start", {}), ("follow", {}), ("start", NEW)):
             with self.subTest(killed_in=killed_in, look=look):
@@ -126,14 +138,14 @@ class Course(unittest.TestCase):
         for name, (outcome, looks, digests, back) in rows.items():
             with self.subTest(name), tempfile.TemporaryDirectory() as folder:
                 device = Device(look=looks, digests=digests, back=back)
-                limits = types.SimpleNamespace(poll=0, link=1, restart=0.2)
+                limits = types.SimpleNamespace(poll=5, link=1, restart=60)
                 end = Back(device, Pack(), Record(folder, "mast-1", "back"), limits, "").run()
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
 
     def test_update_that_does_not_get_on_is_left_alone(self):
         running = {**OWN, "state": "running scripts"}
-        end = self.run_on(Device(look=[OLD], start=STARTED, follow=[running]), state=0.1)
+        end = self.run_on(Device(look=[OLD], start=STARTED, follow=[running]))
         self.assertEqual((end.name, "running scripts" in end.why), ("stalled", True))
 
     def test_plan_names_the_devices_that_tell_too_little(self):
@@ -151,7 +163,7 @@ class Course(unittest.TestCase):
 
     def run_again(self, device, pack=None, **limits):
         self.record = Record(self.folder, "mast-1", URL)
-        limits = types.SimpleNamespace(**{"poll": 0, "link": 1, "restart": 0.2, "look": 1, "state": 60, "attempts": 2, **limits})
+        limits = types.SimpleNamespace(**{"poll": 5, "link": 1, "restart": 60, "look": 1, "state": 60, "attempts": 2, **limits})
         return Update(device, pack or Pack(), self.record, limits, {"url": URL, "program": "rovu"}).run()
 
     def test_each_course_ends_in_its_outcome(self):
