@@ -7,12 +7,12 @@ import http.server
 import json
 import pathlib
 import re
+import resource
 import shutil
 import subprocess
 import sys
 import tempfile
 import threading
-import time
 import unittest
 
 FLEET = pathlib.Path(__file__).resolve().parents[2] / "fleet"
@@ -212,10 +212,10 @@ class Page(Folder):
 
     def test_ten_thousand_devices_are_a_page_of_few_megabytes_in_seconds(self):
         self.add(*(record(f"mast-{n}", *(("failed", FLASH.format(n % 2)) if n % 50 == 0 else ())) for n in range(2000)))
-        begin = time.monotonic()
+        before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime
         done = self.report(self.records, self.folder / "a.html")
         self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertLess(time.monotonic() - begin, 10)
+        self.assertLess(resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime - before, 10)
         self.assertLess((self.folder / "a.html").stat().st_size, 2000 * 350)
         self.assertEqual(len(json.loads((self.folder / "a.json").read_text())["waves"][0]["devices"]), 2000)
 
