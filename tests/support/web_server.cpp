@@ -29,7 +29,8 @@ WebServer::WebServer() : port_(true) {
     // Without these nginx would use the directories of the host's own server.
     for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
         text += std::string(kind) + "_temp_path temp;\n";
-    text += "server { listen 127.0.0.1:" + std::to_string(port_.number) + "; root files; } }\n";
+    text += "server { listen 127.0.0.1:" + std::to_string(port_.number) +
+            "; root files; location = /done { access_log off; return 204; } } }\n";
     writeWholeFile(prefix + "/nginx.conf", text);
     // nginx takes the listening port over, so it can be asked from this moment on, ready or not.
     fcntl(port_.fd, F_SETFD, 0);
@@ -41,4 +42,10 @@ WebServer::WebServer() : port_(true) {
 WebServer::~WebServer() {
     nginx_->signal(SIGTERM);
     nginx_->wait();
+}
+
+std::string WebServer::requests() const {
+    // The server logs a request after its client has all bytes, but before it takes another one.
+    Program({"curl", "-s", "--noproxy", "*", url() + "/done"}).wait();
+    return readWholeFile(scratch_.path + "/access.log");
 }

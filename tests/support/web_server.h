@@ -34,7 +34,7 @@ public:
     std::string url() const { return port_.url(); }
 
     /// What was asked for, in order: a line of path and status for each.
-    std::string requests() const { return readWholeFile(scratch_.path + "/access.log"); }
+    std::string requests() const;
 
 private:
     const ScratchDir scratch_;
