@@ -1,9 +1,9 @@
 """A web server on loopback, for the files of a release."""
 
+import os
 import pathlib
 import socket
 import subprocess
-import time
 
 CONFIGURATION = """
 daemon off; user root; worker_processes 1; error_log error.log; pid nginx.pid;
@@ -17,24 +17,14 @@ http {{
 """
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def answers(port):
-    with socket.socket() as probe:
-        return probe.connect_ex(("127.0.0.1", port)) == 0
-
-
 class WebServer:
     """nginx, for the time of a `with` block."""
 
     def __init__(self, home, root):
         self.home = pathlib.Path(home)
         self.root = root
-        self.port = free_port()
+        self.socket = socket.create_server(("127.0.0.1", 0))
+        self.port = self.socket.getsockname()[1]
         self.url = f"http://127.0.0.1:{self.port}"
         self.nginx = None
 
@@ -42,11 +32,13 @@ class WebServer:
         self.home.mkdir()
         configuration = self.home / "nginx.conf"
         configuration.write_text(CONFIGURATION.format(port=self.port, root=self.root))
-        self.nginx = subprocess.Popen(["nginx", "-p", self.home, "-e", "error.log", "-c", configuration])
-        while not answers(self.port):
-            if self.nginx.poll() is not None:
-                raise SystemExit(f"bench/run: nginx does not start: {(self.home / 'error.log').read_text()}")
-            time.sleep(0.05)
+        # It takes the port over, which listens already.
+        self.nginx = subprocess.Popen(
+            ["nginx", "-p", self.home, "-e", "error.log", "-c", configuration],
+            env={**os.environ, "NGINX": f"{self.socket.fileno()};"},
+            pass_fds=[self.socket.fileno()],
+        )
+        self.socket.close()
         return self
 
     def __exit__(self, *_):
