@@ -89,8 +89,9 @@ def memory_table(results):
 
 
 def sizes_table(results):
-    lines = ["| Processor | Bytes |", "|---|---|"]
-    return lines + [f"| {processor} | {size:,} |" for processor, size in results["sizes"].items()]
+    lines = ["| Processor | Bytes | Without hardening |", "|---|---|---|"]
+    rows = results["sizes"].items()
+    return lines + [f"| {processor} | {size['bytes']:,} | {size['unhardened']:,} |" for processor, size in rows]
 
 
 def machine_line(results):

@@ -1,4 +1,4 @@
-"""The size of the stripped program."""
+"""The size of the stripped program, with and without what hardens it."""
 
 import os
 import pathlib
@@ -20,10 +20,19 @@ def has_mips_libraries():
     return (cache / "rovu/mips/sysroot").is_dir()
 
 
-def measure(build, work, _plan):
-    result = {platform.machine(): stripped_size(build / "rovu", "strip", work)}
+def size_of(preset, strip, work, hardening):
+    """Of the program as it is released; a second build folder is for the one without hardening."""
+    build = ROOT / "build" / (preset if hardening == "ON" else f"{preset}-unhardened")
+    run(["cmake", "--preset", preset, "-B", build, f"-DROVU_HARDENING={hardening}"], cwd=ROOT)
+    run(["cmake", "--build", build, "--target", "rovu"], cwd=ROOT)
+    return stripped_size(build / "rovu", strip, work)
+
+
+def measure(_build, work, _plan):
+    targets = {platform.machine(): ("release", "strip")}
     if has_mips_libraries():
-        run(["cmake", "--preset", "mips"], cwd=ROOT)
-        run(["cmake", "--build", "build/mips", "--target", "rovu"], cwd=ROOT)
-        result["mips"] = stripped_size(ROOT / "build/mips/rovu", "mips-linux-gnu-strip", work)
-    return result
+        targets["mips"] = ("mips", "mips-linux-gnu-strip")
+    return {
+        processor: {"bytes": size_of(*tools, work, "ON"), "unhardened": size_of(*tools, work, "OFF")}
+        for processor, tools in targets.items()
+    }
