@@ -17,7 +17,6 @@ constexpr uint32_t kNone = 77;  // an out value that is not written
 constexpr uint32_t kSize = 380928;
 constexpr char kImage[] = "/tmp/rovu/image";
 constexpr char kOverlay[] = "/dev/ubi0_2";
-const std::string kState = rovusim::kStateInside;
 
 void boot(const std::string& bootswitcher, const std::string& commandLine) {
     rovusim::setBootVariable(kState, "bootswitcher", bootswitcher);

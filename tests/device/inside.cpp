@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 
 InDevice::InDevice() {
-    rovusim::loadDevice(rovusim::kStateInside, &device_);
+    rovusim::loadDevice(kState, &device_);
     mkdir(kWorkDir, 0770);
     // A test before this one may have left them removed.
     makeVolume("k1", "static");
@@ -19,15 +19,15 @@ InDevice::InDevice() {
 
 InDevice::~InDevice() {
     failCalls("");
-    rovusim::saveDevice(rovusim::kStateInside, device_);
+    rovusim::saveDevice(kState, device_);
     setenv("PATH", path_.c_str(), 1);
     std::filesystem::remove_all(kWorkDir);
 }
 
 void InDevice::failCalls(const std::string& rule) {
-    rovusim::clearCalls(rovusim::kStateInside);
+    rovusim::clearCalls(kState);
     const Strings rules(rule.empty() ? 0 : 1, rule);
-    rovusim::storeFaultRules(rovusim::kStateInside, rules);
+    rovusim::storeFaultRules(kState, rules);
 }
 
 int InDevice::killed() {
@@ -38,7 +38,7 @@ int InDevice::killed() {
 
 std::string InDevice::tools() const {
     std::vector<rovusim::Call> calls;
-    rovusim::readCalls(rovusim::kStateInside, &calls);
+    rovusim::readCalls(kState, &calls);
     std::string tools;
     for (const rovusim::Call& call : calls)
         tools += call.tool + " ";
@@ -55,8 +55,8 @@ void InDevice::describe(const std::string& model, const std::string& rootfs) {
     rovusim::Device changed = device_;
     changed.model = model;
     changed.rootfsVersion = rootfs;
-    rovusim::saveDevice(rovusim::kStateInside, changed);
-    rovusim::writeVolume(rovusim::kStateInside, "k0_root", "bytes that name no version");
+    rovusim::saveDevice(kState, changed);
+    rovusim::writeVolume(kState, "k0_root", "bytes that name no version");
 }
 
 void InDevice::replaceTool(const std::string& name, const std::string& script) {
@@ -68,7 +68,7 @@ void InDevice::replaceTool(const std::string& name, const std::string& script) {
 
 std::string InDevice::volume(const std::string& name) const {
     std::string bytes;
-    return rovusim::readVolume(rovusim::kStateInside, name, &bytes) == 0 ? bytes : "(none)";
+    return rovusim::readVolume(kState, name, &bytes) == 0 ? bytes : "(none)";
 }
 
 void InDevice::makeVolume(const char* name, const char* type) {
@@ -78,7 +78,7 @@ void InDevice::makeVolume(const char* name, const char* type) {
 
 int main(int argc, char** argv) {
     if (access(rovusim::kToolInside, X_OK) != 0) {
-        fprintf(stderr, "Run this inside a simulated device: rovu-sim run STATE --no-wait -- %s\n", argv[0]);
+        fprintf(stderr, "Run this inside a simulated device: rovu-sim run STATE --no-wait -- %s 9<STATE\n", argv[0]);
         return 1;
     }
     testing::InitGoogleTest(&argc, argv);

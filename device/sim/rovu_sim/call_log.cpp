@@ -30,9 +30,9 @@ size_t startOfRun(const std::string& stateDir, size_t logSize) {
     return start <= logSize ? start : 0;
 }
 
-std::string progressColumn(const std::string& stateDir) {
+std::string progressColumn(const std::string& tmp) {
     Progress progress;
-    if (readProgressFile(progressPath(stateDir), &progress) != 0) return "-";
+    if (readProgressFile(progressPathIn(tmp), &progress) != 0) return "-";
     return progress.state + " " + std::to_string(progress.attempts) + " " + std::to_string(progress.percent);
 }
 
@@ -112,8 +112,8 @@ int beginRunInCallLog(const std::string& stateDir, bool fresh) {
     return replaceTextFile(markPath(stateDir), std::to_string(end) + "\n");
 }
 
-int recordCall(const std::string& stateDir, const std::string& tool, const std::vector<std::string>& args,
-               CallCount* count) {
+int recordCall(const std::string& stateDir, const std::string& tmp, const std::string& tool,
+               const std::vector<std::string>& args, CallCount* count) {
     zem::Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
     std::vector<Call> earlier;
@@ -126,17 +126,17 @@ int recordCall(const std::string& stateDir, const std::string& tool, const std::
     ++count->overall;
     ++count->ofTool;
     std::string line =
-        std::to_string(count->overall) + "\t" + progressColumn(stateDir) + "\t" + quoteForShell(tool);
+        std::to_string(count->overall) + "\t" + progressColumn(tmp) + "\t" + quoteForShell(tool);
     for (const std::string& arg : args)
         line += " " + quoteForShell(arg);
     line += "\n";
     return writeFully(log.get(), line.data(), line.size());
 }
 
-int recordWait(const std::string& stateDir, const std::string& seconds) {
+int recordWait(const std::string& stateDir, const std::string& tmp, const std::string& seconds) {
     zem::Descriptor log;
     if (int rc = openLocked(stateDir, &log); rc != 0) return rc;
-    const std::string line = "-\t" + progressColumn(stateDir) + "\tsleep " + seconds + "\n";
+    const std::string line = "-\t" + progressColumn(tmp) + "\tsleep " + seconds + "\n";
     return writeFully(log.get(), line.data(), line.size());
 }
 

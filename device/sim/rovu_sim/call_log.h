@@ -41,13 +41,13 @@ struct CallCount {
     unsigned ofTool = 0;   // the same among the calls of its tool
 };
 
-/// Appends a call and adds its numbers to `count`, which must be zero.
+/// Appends a call and adds its numbers to `count`, which must be zero. This process knows the device's /tmp as `tmp`.
 /// \return 0 or a positive errno value.
-[[nodiscard]] int recordCall(const std::string& stateDir, const std::string& tool,
+[[nodiscard]] int recordCall(const std::string& stateDir, const std::string& tmp, const std::string& tool,
                              const std::vector<std::string>& args, CallCount* count);
 
 /// Appends a skipped wait of `seconds`, a decimal number.
 /// \return 0 or a positive errno value.
-[[nodiscard]] int recordWait(const std::string& stateDir, const std::string& seconds);
+[[nodiscard]] int recordWait(const std::string& stateDir, const std::string& tmp, const std::string& seconds);
 
 }  // namespace rovusim

@@ -5,6 +5,7 @@ namespace rovusim {
 
 constexpr const char* kHomeInside = "/run/rovu-sim";
 constexpr const char* kStateInside = "/run/rovu-sim/state";
+constexpr const char* kChannelInside = "/run/rovu-sim/channel";
 constexpr const char* kToolInside = "/run/rovu-sim/bin/rovu-sim-tool";
 constexpr const char* kRealShellInside = "/run/rovu-sim/bin/sh";
 constexpr const char* kUbiDevice = "/dev/ubi0";

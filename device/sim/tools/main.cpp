@@ -1,21 +1,25 @@
-// rovu-sim-tool: every simulated tool in one binary; the name by which it is called selects the tool.
+// rovu-sim-tool: what stands inside a device for every simulated tool, and for the shell; the name by which it is
+// called selects the tool.
 //
-// Each call is recorded, then fails if a fault rule matches, else does its work.
+// It sends its command line to the launcher, which records the call and does the work, and does itself what only a
+// process inside can do: become the real program, die by a signal, change a node under /dev.
 
-#include "rovu_sim/call_log.h"
-#include "rovu_sim/fault_rules.h"
 #include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/tool_channel.h"
 #include "rovu_sim/tool_names.h"
+#include "rovu_sim/volume_store.h"
 #include "tools/real_program.h"
 #include "tools/shell_shim.h"
-#include "tools/simulated_tools.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -24,34 +28,16 @@ using namespace rovusim;
 
 constexpr int kNotFound = 127;
 
-struct Tool {
-    const char* name;
-    ToolWork work;
-};
-constexpr Tool kTools[] = {
-    {"ubinfo", ubinfo},
-    {"ubirmvol", ubirmvol},
-    {"ubimkvol", ubimkvol},
-    {"ubiupdatevol", ubiupdatevol},
-    {"fw_printenv", fwPrintenv},
-    {"fw_setenv", fwSetenv},
-    {"readplatform.sh", readPlatform},
-    {"killall", killAll},
-    {"reboot", reboot},
-};
-
-ToolWork workOf(const std::string& name) {
-    for (const Tool& tool : kTools) {
-        if (name == tool.name) return tool.work;
+template <size_t N>
+bool isOneOf(const std::string& name, const char* const (&list)[N]) {
+    for (const char* entry : list) {
+        if (name == entry) return true;
     }
-    for (const char* tool : kPassThroughs) {
-        if (name == tool) return passThrough;
-    }
-    return nullptr;
+    return false;
 }
 
-// If the caller has closed a standard descriptor, the call log could become descriptor 2 and receive the
-// error messages. The descriptors opened here are close-on-exec, so a real program does not see them.
+// If the caller has closed a standard descriptor, the channel could become descriptor 2 and receive the error
+// messages. The descriptors opened here are close-on-exec, so a real program does not see them.
 void occupyStandardDescriptors() {
     int fd = 0;
     do {
@@ -77,31 +63,59 @@ void occupyStandardDescriptors() {
     hang();  // the signal does not kill
 }
 
-int runRecorded(ToolCall* call, ToolWork work) {
-    CallCount count;
-    if (int rc = recordCall(kStateInside, call->tool, call->args, &count); rc != 0) {
-        fprintf(stderr, "%s: cannot record the call: %s\n", call->tool.c_str(), strerror(rc));
-        return kNotFound;
-    }
-    FaultRule rule;
-    if (!findFault(kStateInside, call->tool, count, &rule)) return work(*call);
-    switch (rule.kind) {
-    case FaultKind::eExit:
-        return rule.value;
-    case FaultKind::eSignal:
-        dieBySignal(rule.value);
-    case FaultKind::eHang:
+int callLauncher(int argc, char** argv, const std::string& tool, ToolReply* reply) {
+    const zem::Descriptor channel(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (!channel.isOpen()) return errno;
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, kChannelInside);
+    if (connect(channel.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return errno;
+    ToolRequest request;
+    request.words.push_back(tool);
+    request.words.insert(request.words.end(), argv + 1, argv + argc);
+    request.input.reset(dup(STDIN_FILENO));
+    request.output.reset(dup(STDOUT_FILENO));
+    request.errors.reset(dup(STDERR_FILENO));
+    // Not blocking: a FIFO as an image would never open.
+    if (tool == "ubiupdatevol" && argc > 1)
+        request.image.reset(open(argv[argc - 1], O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (int rc = sendRequest(channel.get(), request); rc != 0) return rc;
+    return receiveReply(channel.get(), reply);
+}
+
+int changeNode(const ToolReply& reply) {
+    if (reply.node == NodeChange::eNone) return 0;
+    const std::string node = std::string(kUbiDevice) + "_" + std::to_string(reply.volumeId);
+    if (unlink(node.c_str()) != 0 && errno != ENOENT) return errno;
+    if (reply.node == NodeChange::eRemoved) return 0;
+    return symlink(volumePath(kStateInside, reply.volumeId).c_str(), node.c_str()) == 0 ? 0 : errno;
+}
+
+int proceed(const ToolReply& reply, const ToolCallInside& call) {
+    switch (reply.next) {
+    case NextStep::eDie:
+        dieBySignal(reply.value);
+    case NextStep::eHang:
         hang();
-    case FaultKind::eMissing:
-        fprintf(stderr, "sh: 1: %s: not found\n", call->tool.c_str());
-        return kNotFound;
-    case FaultKind::eHalf:
+    case NextStep::eRun:
+        return becomeReal(call);
+    case NextStep::eRunAndReturn:
+        runReal(call);
+        return reply.value;
+    case NextStep::eExit:
         break;
     }
-    call->half = true;
-    work(*call);
-    fflush(stdout);
-    return rule.value;
+    return reply.value;
+}
+
+int runRecorded(const ToolCallInside& call) {
+    ToolReply reply;
+    int rc = callLauncher(call.argc, call.argv, call.tool, &reply);
+    if (rc == 0) rc = changeNode(reply);
+    if (rc == 0) return proceed(reply, call);
+    fprintf(stderr, "%s: the simulator does not answer: %s\n", call.tool.c_str(), strerror(rc));
+    return kNotFound;
 }
 
 }  // namespace
@@ -109,14 +123,11 @@ int runRecorded(ToolCall* call, ToolWork work) {
 int main(int argc, char** argv) {
     if (argc < 1) return EXIT_FAILURE;
     occupyStandardDescriptors();
-    ToolCall call;
-    call.tool = argv[0];
+    ToolCallInside call = {argv[0], argc, argv};
     call.tool.erase(0, call.tool.rfind('/') + 1);
-    call.args.assign(argv + 1, argv + argc);
-    call.argv = argv;
-    call.argc = argc;
-    if (ToolWork work = workOf(call.tool); work != nullptr) return runRecorded(&call, work);
-    if (isShellWithScript(argc, argv)) return runRecorded(&call, runRealShell);
+    const bool isTool = isOneOf(call.tool, kSimulatedTools) || isOneOf(call.tool, kPassThroughs);
+    if (isTool || isShellWithScript(argc, argv)) return runRecorded(call);
     // Under any other name this binary has replaced the program of /bin/sh.
-    return runRealShell(call);
+    call.tool = kShellTool;
+    return becomeReal(call);
 }

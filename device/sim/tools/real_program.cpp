@@ -1,6 +1,7 @@
 #include "tools/real_program.h"
 
 #include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/tool_names.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -26,35 +27,27 @@ std::string findReal(const std::string& name) {
     return "";
 }
 
-int become(const std::string& program, const ToolCall& call) {
+}  // namespace
+
+int becomeReal(const ToolCallInside& call) {
+    const std::string program = call.tool == kShellTool ? kRealShellInside : findReal(call.tool);
+    if (program.empty()) {
+        fprintf(stderr, "%s: not found on this host\n", call.tool.c_str());
+        return kNotFound;
+    }
     execv(program.c_str(), call.argv);
     const int error = errno;
     fprintf(stderr, "%s: cannot run %s: %s\n", call.tool.c_str(), program.c_str(), strerror(error));
     return error == ENOENT ? kNotFound : kCannotRun;
 }
 
-int run(const std::string& program, const ToolCall& call) {
-    if (!call.half) return become(program, call);
+void runReal(const ToolCallInside& call) {
     const pid_t child = fork();
-    if (child < 0) return kCannotRun;
-    if (child == 0) _exit(become(program, call));
+    if (child < 0) return;
+    if (child == 0) _exit(becomeReal(call));
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    return 0;  // the fault rule has the exit status
-}
-
-}  // namespace
-
-int passThrough(const ToolCall& call) {
-    const std::string program = findReal(call.tool);
-    if (!program.empty()) return run(program, call);
-    fprintf(stderr, "%s: not found on this host\n", call.tool.c_str());
-    return kNotFound;
-}
-
-int runRealShell(const ToolCall& call) {
-    return run(kRealShellInside, call);
 }
 
 }  // namespace rovusim

@@ -1,17 +1,21 @@
-// Runs the host's own program for a call.
+// The real programs behind the names that the simulator records.
 #pragma once
 
-#include "tools/tool_call.h"
+#include <string>
 
 namespace rovusim {
 
-/// Replaces this process by the host's program of the call's name, and returns only if that fails. With
-/// `half` set, runs it as a child instead, so that the caller can choose the exit status.
-/// \return the exit status.
-int passThrough(const ToolCall& call);
+struct ToolCallInside {
+    std::string tool;  // the name by which it was called, without a folder
+    int argc;
+    char** argv;
+};
 
-/// Likewise for the shell.
-/// \return the exit status.
-int runRealShell(const ToolCall& call);
+/// Becomes the real program of the tool's name; of kShellTool, the real shell.
+/// \return the exit status if that fails.
+int becomeReal(const ToolCallInside& call);
+
+/// Runs it, and waits for it.
+void runReal(const ToolCallInside& call);
 
 }  // namespace rovusim

@@ -1,20 +1,20 @@
 #include "launcher/run/device_run.h"
 
 #include "launcher/message.h"
-#include "launcher/run/descriptor_passing.h"
 #include "launcher/run/init_process.h"
 #include "launcher/run/watch.h"
 #include "launcher/sandbox/limited_tmp.h"
-#include "launcher/sandbox/loop_device.h"
 #include "launcher/sandbox/sandbox_root.h"
 #include "launcher/syscalls/supervisor.h"
+#include "launcher/syscalls/volume_stat.h"
+#include "launcher/tools/tool_server.h"
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/fault_rules.h"
+#include "rovu_sim/socket_message.h"
 #include "rovu_sim/state_lock.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/tool_names.h"
-#include "rovu_sim/volume_store.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -43,7 +43,6 @@ constexpr int kSocketNumber = 250;  // lowest descriptor number for the end of p
 // What a run holds on the host until its end.
 struct Run {
     zem::Descriptor lock;
-    std::vector<LoopDevice> loops;
     zem::Descriptor tmp;  // the tmpfs of a limited /tmp
     zem::Descriptor output;
     zem::Descriptor ourEnd;  // of the socket pair with process 1
@@ -51,6 +50,7 @@ struct Run {
     zem::Descriptor signals;
     zem::Descriptor listener;
     Supervisor supervisor;
+    ToolServer tools;
     Watch watch;
     InitPlan plan;
     pid_t init = -1;
@@ -60,8 +60,7 @@ struct Run {
 
 int takeDevice(const RunOptions& options, Run* run) {
     if (geteuid() != 0) {
-        complain(
-            "running a command in a device needs root (for mounts, namespaces and loop devices); try sudo");
+        complain("running a command in a device needs root (for mounts and namespaces); try sudo");
         return EPERM;
     }
     char resolved[PATH_MAX];
@@ -100,21 +99,6 @@ int limitTmp(Run* run) {
 // The device's /tmp, as this process knows it during the run.
 std::string tmpDuring(const Run& run) {
     return run.tmp.isOpen() ? pathOfLimitedTmp(run.tmp.get()) : run.plan.sandbox.stateDir + "/tmp";
-}
-
-int attachDynamicVolumes(Run* run) {
-    SandboxPlan& sandbox = run->plan.sandbox;
-    std::vector<Volume> volumes;
-    if (int rc = listVolumes(sandbox.stateDir, &volumes); rc != 0)
-        return cannot("read the volumes of", sandbox.stateDir, rc);
-    for (const Volume& volume : volumes) {
-        if (!volume.dynamic) continue;
-        LoopDevice loop;
-        if (int rc = attachLoopDevice(volumePath(sandbox.stateDir, volume.id), &loop); rc != 0) return rc;
-        sandbox.blockNodes.push_back({volume.id, loop.number});
-        run->loops.push_back(std::move(loop));
-    }
-    return 0;
 }
 
 int findToolProgram(std::string* path) {
@@ -190,6 +174,7 @@ void keepNameResolution(SandboxPlan* sandbox) {
 void planFilter(const RunOptions& options, FilterPlan* filter) {
     filter->all = !options.countFile.empty();
     filter->calls = {SYS_uname};
+    filter->statCalls = {std::begin(kStatCalls), std::end(kStatCalls)};
     if (options.noWait) filter->calls.insert(filter->calls.end(), {SYS_nanosleep, SYS_clock_nanosleep});
     if (options.syscallRules.empty()) return;
     filter->calls.push_back(SYS_execve);  // by which the supervisor recognises the command's process
@@ -263,13 +248,17 @@ int startInit(Run* run) {
 
 // Process 1 sends the listener once the device is set up. If its setup fails, it exits instead.
 int takeOverSyscalls(const RunOptions& options, Run* run) {
-    if (receiveDescriptor(run->ourEnd.get(), &run->listener) != 0) return 0;
+    char ready = 0;
+    std::vector<zem::Descriptor> sent;
+    if (receiveMessage(run->ourEnd.get(), &ready, 1, &sent) != 0 || sent.size() != 1) return 0;
+    run->listener = std::move(sent.front());
     std::string release;
     if (int rc = kernelReleaseInUse(run->plan.sandbox.stateDir, &release); rc != 0)
         return cannot("read the device in", run->plan.sandbox.stateDir, rc);
     if (int rc = startSupervisor(run->listener.get(), run->plan.sandbox.stateDir, release, &run->supervisor);
         rc != 0)
         return rc;
+    run->supervisor.tmp = tmpDuring(*run);
     run->supervisor.skipWaits = options.noWait;
     run->supervisor.watchesProgram = !options.syscallRules.empty() || !options.countFile.empty();
     run->supervisor.program.watch(run->init, options.syscallRules);
@@ -284,9 +273,14 @@ bool takeSignal(Run* run, int* exitStatus) {
     // The terminal also sends its signals to the command; forwarding would double them.
     if (signal != SIGCHLD && info.ssi_code != SI_KERNEL) kill(run->init, signal);
     int status = 0;
-    if (waitpid(run->init, &status, WNOHANG) != run->init) return false;
-    *exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : kExitSignalBase + WTERMSIG(status);
-    return true;
+    bool hasEnded = false;
+    // The others are the tools' calls.
+    for (pid_t ended = waitpid(-1, &status, WNOHANG); ended > 0; ended = waitpid(-1, &status, WNOHANG)) {
+        if (ended != run->init) continue;
+        *exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : kExitSignalBase + WTERMSIG(status);
+        hasEnded = true;
+    }
+    return hasEnded;
 }
 
 // Looked at with each round: a machine has few inotify instances, and may have many devices.
@@ -302,6 +296,7 @@ int superviseUntilEnd(Run* run) {
         {run->signals.get(), POLLIN, 0},
         {run->listener.get(), POLLIN, 0},
         {run->watch.changes.get(), POLLIN, 0},  // negative, and so ignored, without --watch
+        {run->tools.listener.get(), POLLIN, 0},
     };
     const bool looksAgain = run->watch.changes.isOpen() || run->endsAtReboot;
     for (;;) {
@@ -314,6 +309,7 @@ int superviseUntilEnd(Run* run) {
         // After the last process the listener would stay readable for ever.
         if ((files[1].revents & POLLHUP) != 0) files[1].fd = -1;
         if ((files[2].revents & POLLIN) != 0) followProgress(&run->watch);
+        if ((files[3].revents & POLLIN) != 0) answerTool(run->tools);
         if (run->endsAtReboot) endIfRebooting(run);
         redrawWatch(run->watch);
         if ((files[0].revents & POLLIN) != 0 && takeSignal(run, &exitStatus))
@@ -325,7 +321,8 @@ int prepareRun(const RunOptions& options, Run* run) {
     if (int rc = takeDevice(options, run); rc != 0) return rc;
     if (int rc = writeRunFiles(options, run->plan.sandbox.stateDir); rc != 0) return rc;
     if (int rc = limitTmp(run); rc != 0) return rc;
-    if (int rc = attachDynamicVolumes(run); rc != 0) return rc;
+    if (int rc = startToolServer(run->plan.sandbox.stateDir, tmpDuring(*run), &run->tools); rc != 0)
+        return rc;
     if (int rc = planInside(options, run); rc != 0) return rc;
     if (int rc = openOutput(options, run); rc != 0) return rc;
     if (options.watch) {
@@ -350,6 +347,7 @@ int runInDevice(const RunOptions& options) {
     if (takeOverSyscalls(options, &run) != 0) kill(run.init, SIGKILL);
     const int exitStatus = superviseUntilEnd(&run);
     run.supervisor.program.finish();
+    stopToolServer(run.tools);
     if (!options.countFile.empty()) {
         if (int rc = replaceTextFile(options.countFile, run.supervisor.program.counts()); rc != 0)
             cannot("write", options.countFile, rc);

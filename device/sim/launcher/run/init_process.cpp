@@ -1,10 +1,10 @@
 #include "launcher/run/init_process.h"
 
 #include "launcher/message.h"
-#include "launcher/run/descriptor_passing.h"
 #include "launcher/sandbox/privileges.h"
 #include "launcher/web/web_server.h"
 #include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/socket_message.h"
 #include "util/descriptor.h"
 
 #include <cerrno>
@@ -21,8 +21,8 @@ namespace {
 int handOverSyscalls(const InitPlan& plan) {
     zem::Descriptor listener;
     if (int rc = installSyscallFilter(plan.filter, &listener); rc != 0) return rc;
-    if (int rc = sendDescriptor(plan.socket, listener.get()); rc != 0) return rc;
-    char ready = 0;
+    char ready = 'l';
+    if (int rc = sendMessage(plan.socket, &ready, 1, {listener.get()}); rc != 0) return rc;
     return read(plan.socket, &ready, 1) == 1 ? 0 : EPIPE;
 }
 

@@ -50,14 +50,6 @@ int makeLink(const std::string& target, const std::string& path) {
     return 0;
 }
 
-int makeVolumeNode(const SandboxPlan& plan, const Volume& volume, const std::string& directory) {
-    const std::string path = directory + "/ubi0_" + std::to_string(volume.id);
-    for (const BlockNode& node : plan.blockNodes) {
-        if (node.volumeId == volume.id) return makeNode(path, S_IFBLK, node.device);
-    }
-    return makeLink(volumePath(kStateInside, volume.id), path);
-}
-
 }  // namespace
 
 int makeDeviceNodes(const SandboxPlan& plan, const std::string& directory) {
@@ -76,7 +68,8 @@ int makeDeviceNodes(const SandboxPlan& plan, const std::string& directory) {
     if (int rc = listVolumes(plan.stateDir, &volumes); rc != 0)
         return cannot("read the volumes of", plan.stateDir, rc);
     for (const Volume& volume : volumes) {
-        if (int rc = makeVolumeNode(plan, volume, directory); rc != 0) return rc;
+        const std::string path = directory + "/ubi0_" + std::to_string(volume.id);
+        if (int rc = makeLink(volumePath(kStateInside, volume.id), path); rc != 0) return rc;
     }
     return 0;
 }

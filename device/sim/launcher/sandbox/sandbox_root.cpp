@@ -69,6 +69,12 @@ int makeMountPoint(const std::string& source, const std::string& target) {
     return rc == 0 ? 0 : cannot("make", target, rc);
 }
 
+int showReadOnly(const std::string& source, const std::string& target) {
+    if (int rc = makeMountPoint(source, target); rc != 0) return rc;
+    if (int rc = bindMount(source, target); rc != 0) return rc;
+    return makeReadOnly(target, AT_RECURSIVE);
+}
+
 int copyLink(const std::string& source, const std::string& target) {
     char text[4096];
     const ssize_t length = readlink(source.c_str(), text, sizeof text - 1);
@@ -154,18 +160,13 @@ int mountProc(const SandboxPlan& plan, const std::string& newRoot) {
     return bindMount(plan.stateDir + "/run/cmdline", proc + "/cmdline");
 }
 
-// The launcher's own directory: the state directory for the tools, the tool binary and the real shell.
+// The launcher's own directory: the bytes of the volumes, the channel of the tools, their binary and the real shell.
 int mountHome(const SandboxPlan& plan, const std::string& newRoot) {
     if (int rc = mountTmpfs(newRoot + "/run", MS_NOSUID | MS_NODEV); rc != 0) return rc;
     if (int rc = makeDirectories(newRoot + "/run/lock"); rc != 0) return cannot("make", "/run/lock", rc);
-    const std::string state = newRoot + kStateInside;
-    if (int rc = makeMountPoint(plan.stateDir, state); rc != 0) return rc;
-    if (int rc = bindMount(plan.stateDir, state); rc != 0) return rc;
-    if (int rc = plan.tmp < 0 ? 0 : bindMount(newRoot + "/tmp", state + "/tmp"); rc != 0) return rc;
-    const std::string tool = newRoot + kToolInside;
-    if (int rc = makeMountPoint(plan.toolProgram, tool); rc != 0) return rc;
-    if (int rc = bindMount(plan.toolProgram, tool); rc != 0) return rc;
-    return makeReadOnly(tool, 0);
+    if (int rc = showReadOnly(plan.stateDir + "/ubi", newRoot + kStateInside + "/ubi"); rc != 0) return rc;
+    if (int rc = showReadOnly(plan.stateDir + "/run/channel", newRoot + kChannelInside); rc != 0) return rc;
+    return showReadOnly(plan.toolProgram, newRoot + kToolInside);
 }
 
 // The tool binary replaces the program of /bin/sh, so that shells with a script can be recorded and made to
@@ -173,10 +174,7 @@ int mountHome(const SandboxPlan& plan, const std::string& newRoot) {
 int mountShell(const SandboxPlan& plan, const std::string& newRoot) {
     char shell[PATH_MAX];
     if (realpath("/bin/sh", shell) == nullptr) return cannot("find", "/bin/sh", errno);
-    const std::string kept = newRoot + kRealShellInside;
-    if (int rc = makeMountPoint(shell, kept); rc != 0) return rc;
-    if (int rc = bindMount(shell, kept); rc != 0) return rc;
-    if (int rc = makeReadOnly(kept, 0); rc != 0) return rc;
+    if (int rc = showReadOnly(shell, newRoot + kRealShellInside); rc != 0) return rc;
     const std::string replaced = newRoot + shell;
     if (int rc = bindMount(plan.toolProgram, replaced); rc != 0) return rc;
     return makeReadOnly(replaced, 0);
@@ -213,9 +211,7 @@ int mountBinds(const SandboxPlan& plan, const std::string& newRoot) {
         if (!isHiddenInside(path)) continue;
         const std::string target = newRoot + path;
         if (isSameFile(path, target)) continue;
-        if (int rc = makeMountPoint(path, target); rc != 0) return rc;
-        if (int rc = bindMount(path, target); rc != 0) return rc;
-        if (int rc = makeReadOnly(target, AT_RECURSIVE); rc != 0) return rc;
+        if (int rc = showReadOnly(path, target); rc != 0) return rc;
     }
     return 0;
 }

@@ -12,18 +12,11 @@
 
 namespace rovusim {
 
-/// A volume that appears as a block device inside.
-struct BlockNode {
-    uint32_t volumeId = 0;
-    dev_t device = 0;
-};
-
 struct SandboxPlan {
     std::string stateDir;            // absolute
     std::string toolProgram;         // the multi-call binary, absolute
     std::vector<std::string> binds;  // absolute paths to show read-only at the same place
-    std::vector<BlockNode> blockNodes;
-    int tmp = -1;  // descriptor of the tmpfs for /tmp; -1: the state directory's own folder
+    int tmp = -1;                    // descriptor of the tmpfs for /tmp; -1: the state directory's own folder
 };
 
 /// Whether the host's `path` is hidden inside unless it is bound.

@@ -1,6 +1,7 @@
 #include "launcher/syscalls/supervisor.h"
 
 #include "launcher/message.h"
+#include "launcher/syscalls/volume_stat.h"
 #include "rovu_sim/call_log.h"
 
 #include <algorithm>
@@ -102,14 +103,19 @@ void answerWait(const Supervisor& supervisor, const seccomp_notif& call, seccomp
         answer->flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
         return;
     }
-    if (int rc = recordWait(supervisor.stateDir, secondsText(wait)); rc != 0) cannot("record", "a wait", rc);
+    if (int rc = recordWait(supervisor.stateDir, supervisor.tmp, secondsText(wait)); rc != 0)
+        cannot("record", "a wait", rc);
 }
 
 // What the device does with a call that no rule names.
 void answerAsDevice(const Supervisor& supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
     const bool waits = call.data.nr == SYS_nanosleep || call.data.nr == SYS_clock_nanosleep;
+    const bool isStat =
+        std::find(std::begin(kStatCalls), std::end(kStatCalls), call.data.nr) != std::end(kStatCalls);
     if (call.data.nr == SYS_uname) {
         answerUname(supervisor, call, answer);
+    } else if (isStat && isPending(supervisor, call) && answerVolumeStat(supervisor.stateDir, call, answer)) {
+        return;
     } else if (waits && supervisor.skipWaits) {
         answerWait(supervisor, call, answer);
     } else {

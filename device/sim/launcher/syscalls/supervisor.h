@@ -17,6 +17,7 @@ namespace rovusim {
 struct Supervisor {
     int listener = -1;
     std::string stateDir;
+    std::string tmp;  // the device's /tmp, as this process knows it
     std::string kernelRelease;
     bool skipWaits = false;
     bool watchesProgram = false;  // counts the program's calls and applies rules to them

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <fcntl.h>
 #include <iterator>
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -53,6 +54,18 @@ void allowOnSocket(unsigned call, unsigned socket, std::vector<sock_filter>* pro
     program->insert(program->end(), std::begin(rule), std::end(rule));
 }
 
+// By a path, and not by a descriptor, as every program does with each file that it opens.
+void passStat(unsigned call, std::vector<sock_filter>* program) {
+    const sock_filter rule[] = {
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 4),
+        load(offsetof(seccomp_data, args)),
+        unlessEqualSkip(static_cast<unsigned>(AT_FDCWD)),
+        give(SECCOMP_RET_USER_NOTIF),
+        load(offsetof(seccomp_data, nr)),
+    };
+    program->insert(program->end(), std::begin(rule), std::end(rule));
+}
+
 std::vector<sock_filter> filterProgram(const FilterPlan& plan) {
     std::vector<sock_filter> program = {
         load(offsetof(seccomp_data, arch)),
@@ -62,6 +75,8 @@ std::vector<sock_filter> filterProgram(const FilterPlan& plan) {
     };
     for (int call : {SYS_sendmsg, SYS_read})
         allowOnSocket(static_cast<unsigned>(call), static_cast<unsigned>(plan.exemptSocket), &program);
+    for (int call : plan.statCalls)
+        passStat(static_cast<unsigned>(call), &program);
     for (int call : plan.calls) {
         program.push_back(unlessEqualSkip(static_cast<unsigned>(call)));
         program.push_back(give(SECCOMP_RET_USER_NOTIF));

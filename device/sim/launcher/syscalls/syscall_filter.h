@@ -9,8 +9,10 @@ namespace rovusim {
 
 struct FilterPlan {
     std::vector<int> calls;  // the system calls to pass on, by number
-    bool all = false;        // passes on every call
-    int exemptSocket = -1;   // sendmsg and read on this descriptor are never passed on
+    std::vector<int>
+        statCalls;          // those of them that are passed on only if they name a file by its path alone
+    bool all = false;       // passes on every call
+    int exemptSocket = -1;  // sendmsg and read on this descriptor are never passed on
 };
 
 /// Installs the filter in this process and its future children. A call that is passed on blocks until

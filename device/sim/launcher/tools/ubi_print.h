@@ -6,6 +6,9 @@
 
 namespace rovusim {
 
+/// The major number of the character devices. The UBI device's own minor number is 0, a volume's is its id and 1.
+constexpr unsigned kUbiMajor = 249;
+
 /// A size of 1 KiB or more in the largest unit that fits, such as "1.2 MiB"; else empty.
 std::string inUnits(uint64_t bytes);
 

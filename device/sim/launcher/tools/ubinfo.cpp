@@ -1,20 +1,17 @@
 // ubinfo: prints the UBI device and its volumes in the format of the real tool.
 
+#include "launcher/tools/tool_call.h"
+#include "launcher/tools/ubi_print.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
-#include "tools/simulated_tools.h"
-#include "tools/ubi_print.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <getopt.h>
-#include <unistd.h>
 
 namespace rovusim {
 namespace {
-
-constexpr unsigned kMajor = 249;  // of the character devices; 0 is the UBI device's own minor
 
 std::string sizeText(uint64_t bytes) {
     const std::string units = inUnits(bytes);
@@ -34,16 +31,16 @@ void printVolume(const Volume& volume) {
     }
     printf("State:       %s\n", volume.updating ? "corrupted" : "OK");
     printf("Name:        %s\n", volume.name.c_str());
-    printf("Character device major/minor: %u:%u\n", kMajor, volume.id + 1);
+    printf("Character device major/minor: %u:%u\n", kUbiMajor, volume.id + 1);
 }
 
 int printDevice(const ToolCall& call, bool all) {
     Device device;
     std::vector<Volume> volumes;
     uint32_t left = 0;
-    int rc = loadDevice(kStateInside, &device);
-    if (rc == 0) rc = listVolumes(kStateInside, &volumes);
-    if (rc == 0) rc = freeLebs(kStateInside, &left);
+    int rc = loadDevice(call.stateDir, &device);
+    if (rc == 0) rc = listVolumes(call.stateDir, &volumes);
+    if (rc == 0) rc = freeLebs(call.stateDir, &left);
     if (rc != 0) return ubiError(call, "cannot get information about UBI device 0", rc);
     printf("ubi0\n");
     printf("Volumes count:                           %zu\n", volumes.size());
@@ -57,7 +54,7 @@ int printDevice(const ToolCall& call, bool all) {
     printf("Count of reserved physical eraseblocks:  20\n");
     printf("Current maximum erase counter value:     2\n");
     printf("Minimum input/output unit size:          2048 bytes\n");
-    printf("Character device major/minor:            %u:0\n", kMajor);
+    printf("Character device major/minor:            %u:0\n", kUbiMajor);
     printf("Present volumes:                        ");
     for (const Volume& volume : volumes)
         printf("%s %u", &volume == &volumes.front() ? "" : ",", volume.id);
@@ -91,16 +88,17 @@ int ubinfo(const ToolCall& call) {
             return ubiError(call, "bad volume ID: \"" + std::string(optarg) + "\"", 0);
     }
     const std::string node = optind < call.argc ? call.argv[optind] : kUbiDevice;
+    Volume probed;
     if (parseVolumeNode(node, &id)) {
-        if (access(node.c_str(), F_OK) != 0)
-            return ubiError(call, "error while probing \"" + node + "\"", errno);
+        if (findVolumeById(call.stateDir, id, &probed) != 0)
+            return ubiError(call, "error while probing \"" + node + "\"", ENOENT);
     } else if (node != kUbiDevice) {
         return ubiError(call, "error while probing \"" + node + "\"", ENODEV);
     }
     if (name.empty() && id == kAnyId) return printDevice(call, all);
     Volume volume;
     const int rc =
-        name.empty() ? findVolumeById(kStateInside, id, &volume) : findVolume(kStateInside, name, &volume);
+        name.empty() ? findVolumeById(call.stateDir, id, &volume) : findVolume(call.stateDir, name, &volume);
     const std::string which =
         name.empty() ? "UBI volume " + std::to_string(id) : "UBI volume \"" + name + "\"";
     if (rc != 0) return ubiError(call, "cannot get information about " + which + " on ubi0", rc);

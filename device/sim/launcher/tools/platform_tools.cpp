@@ -1,8 +1,8 @@
 // readplatform.sh, killall and reboot: the tools of the device itself.
 
+#include "launcher/tools/tool_call.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "tools/simulated_tools.h"
 
 #include <cstdio>
 #include <cstring>
@@ -13,11 +13,11 @@ int readPlatform(const ToolCall& call) {
     const std::string what = call.args.size() == 1 ? call.args.front() : "";
     Device device;
     std::string text;
-    int rc = loadDevice(kStateInside, &device);
+    int rc = loadDevice(call.stateDir, &device);
     if (what == "model") {
         text = device.model;
     } else if (what == "rootfsrev") {
-        if (rc == 0) rc = rootfsVersionInUse(kStateInside, &text);
+        if (rc == 0) rc = rootfsVersionInUse(call.stateDir, &text);
     } else {
         fprintf(stderr, "usage: %s model|rootfsrev\n", call.tool.c_str());
         return 1;
@@ -37,7 +37,7 @@ int killAll(const ToolCall& call) {
 }
 
 int reboot(const ToolCall& call) {
-    const int rc = requestReboot(kStateInside);
+    const int rc = requestReboot(call.stateDir);
     if (rc != 0) fprintf(stderr, "%s: %s\n", call.tool.c_str(), strerror(rc));
     return rc == 0 ? 0 : 1;
 }

@@ -1,8 +1,8 @@
 // fw_printenv and fw_setenv: the boot loader's environment.
 
+#include "launcher/tools/tool_call.h"
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "tools/simulated_tools.h"
 
 #include <cstdio>
 #include <cstring>
@@ -19,7 +19,7 @@ int cannotAccess(const ToolCall& call, int error) {
 
 int fwPrintenv(const ToolCall& call) {
     BootEnv env;
-    if (int rc = readBootEnv(kStateInside, &env); rc != 0) return cannotAccess(call, rc);
+    if (int rc = readBootEnv(call.stateDir, &env); rc != 0) return cannotAccess(call, rc);
     std::vector<std::string> names = call.args;
     const bool valueOnly = !names.empty() && names.front() == "-n";
     if (valueOnly) names.erase(names.begin());
@@ -30,7 +30,7 @@ int fwPrintenv(const ToolCall& call) {
     int exitStatus = 0;
     for (const std::string& name : names) {
         std::string value;
-        if (getBootVariable(kStateInside, name, &value) != 0) {
+        if (getBootVariable(call.stateDir, name, &value) != 0) {
             fprintf(stderr, "## Error: \"%s\" not defined\n", name.c_str());
             exitStatus = 1;
         } else if (valueOnly) {
@@ -51,7 +51,7 @@ int fwSetenv(const ToolCall& call) {
     std::string value;
     for (size_t i = 1; i < call.args.size(); ++i)
         value += (i > 1 ? " " : "") + call.args[i];
-    if (int rc = setBootVariable(kStateInside, call.args.front(), value); rc != 0)
+    if (int rc = setBootVariable(call.stateDir, call.args.front(), value); rc != 0)
         return cannotAccess(call, rc);
     return 0;
 }

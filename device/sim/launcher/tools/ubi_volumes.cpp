@@ -1,27 +1,17 @@
 // ubimkvol, ubirmvol and ubiupdatevol: the tools that change volumes.
-//
-// They also maintain the device's nodes: ubirmvol removes the volume's node, ubimkvol makes one that is a
-// link to the volume's bytes, and ubiupdatevol drops the cached blocks of a node that is a block device.
 
+#include "launcher/tools/tool_call.h"
+#include "launcher/tools/ubi_print.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
-#include "tools/simulated_tools.h"
-#include "tools/ubi_print.h"
-#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
 #include <getopt.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace rovusim {
 namespace {
-
-std::string nodeOf(uint32_t id) {
-    return std::string(kUbiDevice) + "_" + std::to_string(id);
-}
 
 struct MakeRequest {
     std::string name;
@@ -68,26 +58,6 @@ bool readMakeOption(const ToolCall& call, int c, MakeRequest* request) {
     }
 }
 
-int removeNode(uint32_t id) {
-    return unlink(nodeOf(id).c_str()) == 0 || errno == ENOENT ? 0 : errno;
-}
-
-int makeNode(uint32_t id) {
-    if (int rc = removeNode(id); rc != 0) return rc;
-    return symlink(volumePath(kStateInside, id).c_str(), nodeOf(id).c_str()) == 0 ? 0 : errno;
-}
-
-// The cache of a block device does not see changes of the backing file.
-void forgetCachedBlocks(uint32_t id) {
-    struct stat info;
-    if (stat(nodeOf(id).c_str(), &info) != 0 || !S_ISBLK(info.st_mode)) return;
-    zem::Descriptor node(open(nodeOf(id).c_str(), O_RDONLY | O_CLOEXEC));
-    zem::Descriptor file(open(volumePath(kStateInside, id).c_str(), O_RDWR | O_CLOEXEC));
-    if (!node.isOpen() || !file.isOpen()) return;
-    fsync(file.get());
-    posix_fadvise(node.get(), 0, 0, POSIX_FADV_DONTNEED);
-}
-
 bool checkUbiDevice(const ToolCall& call) {
     if (optind < call.argc && std::string(call.argv[optind]) == kUbiDevice) return true;
     const std::string named = optind < call.argc ? call.argv[optind] : "";
@@ -97,11 +67,11 @@ bool checkUbiDevice(const ToolCall& call) {
     return false;
 }
 
-int openImage(const ToolCall& call, const std::string& path, zem::Descriptor* image, uint64_t* size) {
-    *image = zem::Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+int sizeOfImage(const ToolCall& call, uint64_t* size) {
+    const std::string& path = call.args.back();
     struct stat info;
-    if (!image->isOpen() || fstat(image->get(), &info) != 0)
-        return ubiError(call, "cannot open \"" + path + "\"", errno);
+    if (call.image < 0 || fstat(call.image, &info) != 0)
+        return ubiError(call, "cannot open \"" + path + "\"", ENOENT);
     if (!S_ISREG(info.st_mode)) return ubiError(call, "\"" + path + "\" is not a regular file", 0);
     *size = static_cast<uint64_t>(info.st_size);
     return 0;
@@ -125,7 +95,7 @@ int ubimkvol(const ToolCall& call) {
     if (request.name.empty()) return ubiError(call, "volume name was not specified", 0);
     if (request.rest) {
         uint32_t left = 0;
-        if (int rc = freeLebs(kStateInside, &left); rc != 0)
+        if (int rc = freeLebs(call.stateDir, &left); rc != 0)
             return ubiError(call, "cannot read the UBI device", rc);
         request.bytes = uint64_t{left} * kLebBytes;
         if (left == 0) return ubiError(call, "UBI device does not have free logical eraseblocks", 0);
@@ -133,9 +103,11 @@ int ubimkvol(const ToolCall& call) {
     if (request.bytes == 0) return ubiError(call, "volume size was not specified", 0);
 
     Volume made;
-    int rc = createVolume(kStateInside, request.name, request.dynamic, request.bytes, request.id, &made);
-    if (rc == 0) rc = makeNode(made.id);
+    const int rc =
+        createVolume(call.stateDir, request.name, request.dynamic, request.bytes, request.id, &made);
     if (rc != 0) return ubiError(call, "cannot UBI create volume", rc);
+    call.reply->node = NodeChange::eMade;
+    call.reply->volumeId = made.id;
     const uint64_t bytes = uint64_t{made.lebs} * kLebBytes;
     printf(
         "Volume ID %u, size %u LEBs (%llu bytes, %s), LEB size %u bytes (%s), %s, name \"%s\", alignment 1\n",
@@ -164,14 +136,15 @@ int ubirmvol(const ToolCall& call) {
         return ubiError(call, "please, specify either volume ID or volume name", 0);
     if (!name.empty()) {
         Volume volume;
-        if (int rc = findVolume(kStateInside, name, &volume); rc != 0)
+        if (int rc = findVolume(call.stateDir, name, &volume); rc != 0)
             return ubiError(call, "can't find volume \"" + name + "\" on UBI device \"" + kUbiDevice + "\"",
                             rc);
         id = volume.id;
     }
-    int rc = removeVolume(kStateInside, id);
-    if (rc == 0) rc = removeNode(id);
+    const int rc = removeVolume(call.stateDir, id);
     if (rc != 0) return ubiError(call, "cannot UBI remove volume", rc == ENOENT ? ENODEV : rc);
+    call.reply->node = NodeChange::eRemoved;
+    call.reply->volumeId = id;
     return 0;
 }
 
@@ -189,13 +162,12 @@ int ubiupdatevol(const ToolCall& call) {
     const std::string node = call.argv[optind];
     uint32_t id = 0;
     Volume volume;
-    if (!parseVolumeNode(node, &id) || findVolumeById(kStateInside, id, &volume) != 0)
+    if (!parseVolumeNode(node, &id) || findVolumeById(call.stateDir, id, &volume) != 0)
         return ubiError(call, "error while probing \"" + node + "\"", ENODEV);
 
-    zem::Descriptor image;
     uint64_t size = 0;
     if (!truncate) {
-        if (int failed = openImage(call, call.argv[optind + 1], &image, &size); failed != 0) return failed;
+        if (int failed = sizeOfImage(call, &size); failed != 0) return failed;
     }
     const uint64_t room = uint64_t{volume.lebs} * kLebBytes;
     if (size > room) {
@@ -204,8 +176,7 @@ int ubiupdatevol(const ToolCall& call) {
                             ") will not fit volume \"" + node + "\" (size " + std::to_string(room) + ")",
                         0);
     }
-    const int rc = updateVolume(kStateInside, id, image.get(), size, call.half ? size / 2 : size);
-    forgetCachedBlocks(id);
+    const int rc = updateVolume(call.stateDir, id, call.image, size, call.half ? size / 2 : size);
     return rc == 0 ? 0 : ubiError(call, "cannot update \"" + node + "\"", rc);
 }
 

@@ -1,7 +1,7 @@
-#include "tools/ubi_print.h"
+#include "launcher/tools/ubi_print.h"
 
+#include "launcher/tools/tool_call.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "tools/tool_call.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,0 +1,27 @@
+// Answers the simulated tools inside a device.
+#pragma once
+
+#include "util/descriptor.h"
+
+#include <string>
+
+namespace rovusim {
+
+struct ToolServer {
+    zem::Descriptor listener;  // readable when a tool calls
+    std::string stateDir;
+    std::string tmp;  // the device's /tmp, as this process knows it
+};
+
+/// Listens on the socket `run/channel` of the state directory.
+/// \return 0, or a positive errno value after a message.
+[[nodiscard]] int startToolServer(const std::string& stateDir, const std::string& tmp, ToolServer* server);
+
+/// Answers one call, in a child process that ends by itself, or with this one. To be called when the listener is
+/// readable.
+void answerTool(const ToolServer& server);
+
+/// Removes the socket.
+void stopToolServer(const ToolServer& server);
+
+}  // namespace rovusim
