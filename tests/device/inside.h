@@ -18,7 +18,7 @@
 #include <unistd.h>
 
 /// The device's state directory. A device cannot reach it; these tests are handed its descriptor.
-const std::string kState = "/proc/self/fd/9";
+const std::string kState = "/proc/self/fd/8";
 
 /// A device with its usual volumes, an empty work directory, and an empty call log.
 class InDevice : public testing::Test {

@@ -51,7 +51,7 @@ class UpdateOnce(World):
         return path.read_text() if path.exists() else ""
 
     def command(self, shell="busybox sh"):
-        return (f"rovu-sim run dev --no-wait --serve http://updates.example/2.0=www -- env http_proxy=http://none "
+        return (f"rovu-sim run dev --no-wait --bind {self.home} --bind {self.build} --serve http://updates.example/2.0=www -- env http_proxy=http://none "
                 f"ROVU_PROGRAM={self.home}/rovu {shell} {self.home}/update-once")
 
     def test_keeps_the_outcome(self):

@@ -101,7 +101,8 @@ std::string rebootMark(const std::string& stateDir) {
 }  // namespace
 
 int createDevice(const std::string& stateDir, const DeviceOptions& options) {
-    if (mkdir(stateDir.c_str(), 0755) != 0) return errno;
+    // A script may leave a program here that is set-user-ID root: nobody else may reach it.
+    if (mkdir(stateDir.c_str(), 0700) != 0) return errno;
     const int rc = fillNewDevice(stateDir, options);
     // A partial device would make the next attempt fail with EEXIST.
     if (rc != 0) removeDevice(stateDir);

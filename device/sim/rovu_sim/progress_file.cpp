@@ -2,6 +2,7 @@
 
 #include "rovu_sim/text_files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <vector>
@@ -28,9 +29,12 @@ int numberIn(const std::string& text) {
 
 int readProgressFile(const std::string& path, Progress* progress) {
     std::string text;
-    if (int rc = readTextFile(path, &text); rc != 0) return rc;
+    if (int rc = readDeviceFile(path, &text); rc != 0) return rc;
     const std::vector<std::string> lines = splitLines(text);
     if (lines.size() != 3) return EILSEQ;
+    // A script may have written it, and what it says is printed.
+    const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7F; };
+    if (std::any_of(lines[0].begin(), lines[0].end(), isControl)) return EILSEQ;
     std::string state;
     std::string attempts;
     std::string percent;

@@ -11,9 +11,11 @@
 
 namespace rovusim {
 
-int readTextFile(const std::string& path, std::string* text) {
-    zem::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file.isOpen()) return errno;
+namespace {
+
+constexpr off_t kLargestDeviceFile = 1 << 20;  // bytes
+
+int readAll(const zem::Descriptor& file, std::string* text) {
     std::string all;
     char buffer[16384];
     for (;;) {
@@ -25,6 +27,21 @@ int readTextFile(const std::string& path, std::string* text) {
     }
     text->swap(all);
     return 0;
+}
+
+}  // namespace
+
+int readTextFile(const std::string& path, std::string* text) {
+    const zem::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return file.isOpen() ? readAll(file, text) : errno;
+}
+
+int readDeviceFile(const std::string& path, std::string* text) {
+    const zem::Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info;
+    if (!file.isOpen() || fstat(file.get(), &info) != 0) return errno;
+    if (!S_ISREG(info.st_mode) || info.st_size > kLargestDeviceFile) return EILSEQ;
+    return readAll(file, text);
 }
 
 int writeFully(int fd, const char* bytes, size_t size) {

@@ -10,6 +10,10 @@ namespace rovusim {
 /// \return 0, or the positive errno value of the open or read that failed.
 [[nodiscard]] int readTextFile(const std::string& path, std::string* text);
 
+/// The same for a file that a script inside may have made: a regular file of at most a mebibyte, and no link.
+/// \return 0, EILSEQ for any other, ELOOP for a link, or another positive errno value.
+[[nodiscard]] int readDeviceFile(const std::string& path, std::string* text);
+
 /// Replaces the file by a temporary file and a rename, so that no reader sees a part of it.
 /// \return 0, or a positive errno value; the old file is then unchanged.
 [[nodiscard]] int replaceTextFile(const std::string& path, const std::string& text);

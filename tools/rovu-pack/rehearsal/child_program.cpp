@@ -27,6 +27,10 @@ constexpr unsigned kPollMicroseconds = 20000;
     argv.push_back(nullptr);
     // The check closes the gap before the call.
     if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(kNotStarted);
+    // Neither the operator's terminal nor what this program has open is for a script of the update.
+    const int nothing = open("/dev/null", O_RDONLY);
+    if (setsid() < 0 || dup2(nothing, STDIN_FILENO) < 0) _exit(kNotStarted);
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     if (dup2(log, STDOUT_FILENO) < 0 || dup2(log, STDERR_FILENO) < 0) _exit(kNotStarted);
     execvp(argv[0], argv.data());
     _exit(kNotStarted);

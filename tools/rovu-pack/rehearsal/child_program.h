@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-/// Runs a program, its output and errors in the file `log`, which is made or emptied. A signal that asks this
+/// Runs a program in a session of its own, without input, its output and errors in the file `log`, which is made or
+/// emptied. A signal that asks this
 /// program to end is passed on, and the child is then waited for.
 /// \param words the command; its first word is a path or is looked up in PATH.
 /// \param status receives its exit status, or 128 and the number of the signal that ended it.

@@ -7,6 +7,7 @@
 #include "launcher/run/device_run.h"
 #include "rovu_sim/fault_rules.h"
 
+#include <cstring>
 #include <getopt.h>
 #include <string>
 
@@ -44,6 +45,7 @@ const option kOptions[] = {
     {"until-reboot", no_argument, nullptr, 'e'},
     {"bind", required_argument, nullptr, 'b'},
     {"serve", required_argument, nullptr, 'u'},
+    {"setenv", required_argument, nullptr, 'v'},
     {"cmdline", required_argument, nullptr, 'c'},
     {"fresh-log", no_argument, nullptr, 'r'},
     {"fail-syscall", required_argument, nullptr, 's'},
@@ -91,6 +93,13 @@ int applyRunOption(int c, const char* value, RunOptions* options) {
         return -1;
     case 'u':
         if (!addServedUrl(value, options)) return kExitUsage;
+        return -1;
+    case 'v':
+        if (strchr(value, '=') == nullptr) {
+            complain("--setenv " + std::string(value) + ": NAME=VALUE is expected");
+            return kExitUsage;
+        }
+        options->environment.emplace_back(value);
         return -1;
     case 'c':
         options->commandLine = value;

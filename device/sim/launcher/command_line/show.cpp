@@ -7,6 +7,7 @@
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <vector>
@@ -33,7 +34,7 @@ std::string md5Of(const std::string& path) {
 // The MD5 that the first reference file has for a volume; empty if it has none.
 std::string referenceFor(const std::string& stateDir, const std::string& volume) {
     std::string text;
-    if (readTextFile(outsidePath(stateDir, kReferenceFiles[0]), &text) != 0) return "";
+    if (readDeviceFile(outsidePath(stateDir, kReferenceFiles[0]), &text) != 0) return "";
     for (const std::string& line : splitLines(text)) {
         if (line.size() > kDigestChars && line.substr(kDigestChars) == " " + volume)
             return line.substr(0, kDigestChars);
@@ -89,16 +90,23 @@ int showVolumes(const std::string& stateDir) {
     return 0;
 }
 
+// What a script may have written must not command the terminal.
+std::string printable(std::string line) {
+    const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7F; };
+    std::replace_if(line.begin(), line.end(), isControl, '?');
+    return line;
+}
+
 void showReferenceFiles(const std::string& stateDir) {
     for (const char* path : kReferenceFiles) {
         std::string text;
-        const int rc = readTextFile(outsidePath(stateDir, path), &text);
+        const int rc = readDeviceFile(outsidePath(stateDir, path), &text);
         // The companions are temporary; only the two files themselves are reported missing.
         const bool companion = std::string(path).size() > std::string(kReferenceFiles[0]).size();
         if (rc == ENOENT && companion) continue;
         printf("\n%s%s\n", path, rc == 0 ? "" : rc == ENOENT ? ": missing" : ": cannot be read");
         for (const std::string& line : splitLines(text))
-            printf("    %s\n", line.c_str());
+            printf("    %s\n", printable(line).c_str());
     }
 }
 

@@ -40,17 +40,20 @@ Makes a device in the directory STATE, which must not exist. The active set is s
 const char* const kRunUsage =
     R"(usage: rovu-sim run STATE [options] -- COMMAND [ARG...]
 
-Runs COMMAND inside the device. It sees the host's files read-only, and the device's own /tmp, /app0, /etc/ssh
-and /dev, its tools, kernel release and kernel command line. The network is the host's, except with --serve.
+Runs COMMAND inside the device. Of the host it sees what programs need: /usr, libraries, certificates, read-only.
+/tmp, /app0, /etc/ssh, /dev, the tools, kernel release and kernel command line are the device's own. The network is
+the host's, except with --serve.
 
   --watch            draw the update's progress; the command's output goes to a file
   --log FILE         file for the command's output (with --watch: STATE/output.log)
   --no-wait          skip waits of a second or more, and record them
   --fail RULE        make calls of tools fail; repeatable, the first rule that matches applies
   --until-reboot     end all that runs inside, with status 0, when the device asks for its restart
-  --bind PATH        show a host path below /tmp or /run inside, read-only; repeatable
+  --bind PATH        show a file or folder of the host inside, at the same path, read-only; repeatable
   --serve URL=DIR    answer the http or https URL, and all below it, from the folder DIR; repeatable. The
                      network inside is then a private one, in which no other host can be reached. Needs nginx.
+  --setenv NAME=VALUE
+                     an environment variable of the command; repeatable. It gets none of the host's but TERM
   --cmdline LINE     kernel command line instead of that of the active set
   --fresh-log        empty the call log first
   --fail-syscall NAME:N=ERRNO, NAME:N+=ERRNO

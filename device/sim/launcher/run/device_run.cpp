@@ -8,6 +8,7 @@
 #include "launcher/syscalls/supervisor.h"
 #include "launcher/syscalls/volume_stat.h"
 #include "launcher/tools/tool_server.h"
+#include "launcher/web/web_server.h"
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/fault_rules.h"
@@ -38,6 +39,7 @@ namespace rovusim {
 namespace {
 
 constexpr int kLookMilliseconds = 200;
+constexpr useconds_t kStopMicroseconds = 5000;  // between two signals to the web server
 constexpr int kSocketNumber = 250;  // lowest descriptor number for the end of process 1
 
 // What a run holds on the host until its end.
@@ -54,6 +56,7 @@ struct Run {
     Watch watch;
     InitPlan plan;
     pid_t init = -1;
+    pid_t web = -1;  // the web server
     bool endsAtReboot = false;
     bool isRebooting = false;  // and ended for it
 };
@@ -99,6 +102,17 @@ int limitTmp(Run* run) {
 // The device's /tmp, as this process knows it during the run.
 std::string tmpDuring(const Run& run) {
     return run.tmp.isOpen() ? pathOfLimitedTmp(run.tmp.get()) : run.plan.sandbox.stateDir + "/tmp";
+}
+
+std::string webHomeOf(const Run& run) {
+    return run.plan.sandbox.stateDir + "/run/serve";
+}
+
+// More than once: nginx loses a signal that comes while it starts, and then waits for the next one.
+void stopServing(Run* run) {
+    while (run->web > 0 && kill(run->web, SIGTERM) == 0 && waitpid(run->web, nullptr, WNOHANG) == 0)
+        usleep(kStopMicroseconds);
+    run->web = -1;
 }
 
 int findToolProgram(std::string* path) {
@@ -185,6 +199,7 @@ void planFilter(const RunOptions& options, FilterPlan* filter) {
 int planInside(const RunOptions& options, Run* run) {
     InitPlan& plan = run->plan;
     plan.command = options.command;
+    plan.environment = options.environment;
     planFilter(options, &plan.filter);
     if (int rc = findToolProgram(&plan.sandbox.toolProgram); rc != 0) return rc;
     for (const std::string& given : options.binds) {
@@ -193,8 +208,7 @@ int planInside(const RunOptions& options, Run* run) {
         plan.sandbox.binds.push_back(path);
     }
     plan.served = options.served;
-    for (const ServedUrl& url : plan.served)
-        plan.sandbox.binds.push_back(url.directory);
+    if (!plan.served.empty()) plan.sandbox.replaced = webFiles(plan.served, webHomeOf(*run));
     if (int rc = resolveProgram(run); rc != 0) return rc;
     keepNameResolution(&plan.sandbox);
     char directory[PATH_MAX];
@@ -246,6 +260,16 @@ int startInit(Run* run) {
     return 0;
 }
 
+// Process 1 sends the sockets once the network is set up. If its setup fails, it exits instead.
+int startServing(Run* run) {
+    if (run->plan.served.empty()) return 0;
+    char message = 0;
+    std::vector<zem::Descriptor> listeners;
+    if (receiveMessage(run->ourEnd.get(), &message, 1, &listeners) != 0) return 0;
+    run->web = startWebServer(webHomeOf(*run), listeners, run->plan.signalMask);
+    return run->web > 0 ? 0 : EIO;
+}
+
 // Process 1 sends the listener once the device is set up. If its setup fails, it exits instead.
 int takeOverSyscalls(const RunOptions& options, Run* run) {
     char ready = 0;
@@ -265,6 +289,13 @@ int takeOverSyscalls(const RunOptions& options, Run* run) {
     return writeFully(run->ourEnd.get(), "r", 1);
 }
 
+void failWithoutServer(Run* run) {
+    run->web = -1;
+    complain("nginx, which --serve needs, did not start; what it says is in " + webHomeOf(*run) +
+             "/error.log");
+    kill(run->init, SIGKILL);
+}
+
 // True once process 1 has ended.
 bool takeSignal(Run* run, int* exitStatus) {
     signalfd_siginfo info;
@@ -276,6 +307,7 @@ bool takeSignal(Run* run, int* exitStatus) {
     bool hasEnded = false;
     // The others are the tools' calls.
     for (pid_t ended = waitpid(-1, &status, WNOHANG); ended > 0; ended = waitpid(-1, &status, WNOHANG)) {
+        if (ended == run->web) failWithoutServer(run);
         if (ended != run->init) continue;
         *exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : kExitSignalBase + WTERMSIG(status);
         hasEnded = true;
@@ -329,7 +361,8 @@ int prepareRun(const RunOptions& options, Run* run) {
         if (int rc = startWatch(tmpDuring(*run), &run->watch); rc != 0) return rc;
     }
     run->endsAtReboot = options.untilReboot;
-    return openChannels(run);
+    if (int rc = openChannels(run); rc != 0) return rc;
+    return options.served.empty() ? 0 : prepareWeb(options.served, webHomeOf(*run), run->plan.signalMask);
 }
 
 void printOutcome(const RunOptions& options, int exitStatus) {
@@ -344,10 +377,11 @@ int runInDevice(const RunOptions& options) {
     Run run;
     if (prepareRun(options, &run) != 0) return kExitSetupFailed;
     if (startInit(&run) != 0) return kExitSetupFailed;
-    if (takeOverSyscalls(options, &run) != 0) kill(run.init, SIGKILL);
+    if (startServing(&run) != 0 || takeOverSyscalls(options, &run) != 0) kill(run.init, SIGKILL);
     const int exitStatus = superviseUntilEnd(&run);
     run.supervisor.program.finish();
     stopToolServer(run.tools);
+    stopServing(&run);
     if (!options.countFile.empty()) {
         if (int rc = replaceTextFile(options.countFile, run.supervisor.program.counts()); rc != 0)
             cannot("write", options.countFile, rc);

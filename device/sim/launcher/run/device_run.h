@@ -1,6 +1,6 @@
 // Runs one command inside a device, from locking the device to releasing it.
 //
-// The launcher stays outside: it holds the block devices, answers the system calls that the filter passes
+// The launcher stays outside: it does the work of the tools, answers the system calls that the filter passes
 // on, forwards signals, and draws the progress. One poll loop does it all.
 #pragma once
 
@@ -14,13 +14,14 @@ namespace rovusim {
 
 struct RunOptions {
     std::string stateDir;
-    std::vector<std::string> command;   // argv, never empty
-    std::vector<std::string> binds;     // host paths to show read-only at the same place
-    std::vector<std::string> failures;  // fault rules, each of which parses
-    std::vector<ServedUrl> served;      // see InitPlan
-    std::string log;                    // file for the command's output; empty: the launcher's own
-    std::string commandLine;            // the kernel's; empty: that of the active set
-    bool noWait = false;                // waits of a second or more are recorded and skipped
+    std::vector<std::string> command;      // argv, never empty
+    std::vector<std::string> binds;        // host paths to show read-only at the same place
+    std::vector<std::string> failures;     // fault rules, each of which parses
+    std::vector<std::string> environment;  // see InitPlan
+    std::vector<ServedUrl> served;         // see InitPlan
+    std::string log;                       // file for the command's output; empty: the launcher's own
+    std::string commandLine;               // the kernel's; empty: that of the active set
+    bool noWait = false;                   // waits of a second or more are recorded and skipped
     bool watch = false;
     bool untilReboot =
         false;  // the run ends, and all processes with it, when the device asks for its restart

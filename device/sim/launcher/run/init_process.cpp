@@ -26,20 +26,44 @@ int handOverSyscalls(const InitPlan& plan) {
     return read(plan.socket, &ready, 1) == 1 ? 0 : EPIPE;
 }
 
+int handOverPorts(const InitPlan& plan) {
+    std::vector<zem::Descriptor> listeners;
+    if (int rc = openPorts(plan.served, &listeners); rc != 0) return rc;
+    std::vector<int> passed;
+    for (const zem::Descriptor& listener : listeners)
+        passed.push_back(listener.get());
+    return sendMessage(plan.socket, "p", 1, passed);
+}
+
 int prepareDevice(const InitPlan& plan) {
     // No process of the device outlives the launcher.
     if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) return cannot("tie the device to", "the launcher", errno);
     if (int rc = enterSandboxRoot(plan.sandbox); rc != 0) return rc;
-    if (int rc = serveUrls(plan.served, plan.signalMask); rc != 0) return rc;
+    if (int rc = plan.served.empty() ? 0 : handOverPorts(plan); rc != 0) return rc;
     if (int rc = handOverSyscalls(plan); rc != 0) return rc;
     if (int rc = dropHostPrivileges(); rc != 0) return rc;
     if (chdir(plan.workingDirectory.c_str()) != 0 && chdir("/") != 0) return cannot("enter", "/", errno);
     return 0;
 }
 
+// The host's may hold tokens and proxies.
+void takeEnvironment(const std::vector<std::string>& settings) {
+    const char* terminal = getenv("TERM");
+    const std::string kept = terminal == nullptr ? "" : terminal;
+    clearenv();
+    setenv("PATH", kPathInside, 1);
+    setenv("HOME", "/root", 1);
+    setenv("SHELL", "/bin/sh", 1);
+    for (const char* name : {"USER", "LOGNAME"})
+        setenv(name, "root", 1);
+    if (!kept.empty()) setenv("TERM", kept.c_str(), 1);
+    for (const std::string& setting : settings)
+        putenv(const_cast<char*>(setting.c_str()));
+}
+
 [[noreturn]] void runCommand(const InitPlan& plan) {
     if (plan.output >= 0 && (dup2(plan.output, 1) < 0 || dup2(plan.output, 2) < 0)) _exit(kExitSetupFailed);
-    setenv("PATH", kPathInside, 1);
+    takeEnvironment(plan.environment);
     std::vector<char*> argv;
     for (const std::string& word : plan.command)
         argv.push_back(const_cast<char*>(word.c_str()));

@@ -26,11 +26,12 @@ struct InitPlan {
     std::string program;               // absolute path to run, or a name to look up inside
     std::string programOnHost;         // where the host's PATH has that name; empty: nowhere, or not a name
     std::string workingDirectory;      // entered if it exists inside, else /
-    std::vector<ServedUrl> served;     // answered inside; with any, the network is a private one
-    FilterPlan filter;                 // its exempt socket is `socket`
-    int socket = -1;                   // to the launcher: sends the filter's listener, receives one byte
-    int output = -1;                   // for the command's output; -1: the launcher's own
-    sigset_t signalMask = {};          // the command's
+    std::vector<std::string> environment;  // NAME=VALUE, beside what every command gets
+    std::vector<ServedUrl> served;         // answered inside; with any, the network is a private one
+    FilterPlan filter;                     // its exempt socket is `socket`
+    int socket = -1;                       // to the launcher: sends the filter's listener, receives one byte
+    int output = -1;                       // for the command's output; -1: the launcher's own
+    sigset_t signalMask = {};              // the command's
 };
 
 /// Sets up the device, runs the command and exits with its status, which also ends all processes that are

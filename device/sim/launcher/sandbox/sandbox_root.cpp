@@ -21,10 +21,51 @@
 namespace rovusim {
 namespace {
 
-// Not mirrored from the host: each gets a mount of the device's own.
+// Not the host's: each gets a mount of the device's own.
 constexpr const char* kPrivate[] = {"/tmp", "/app0", "/etc/ssh", "/dev", "/run", "/usr/local/bin", "/proc"};
-// Mirrored entry by entry, because the host may lack a directory where the device needs a mount point.
-constexpr const char* kOpened[] = {"/etc", "/usr", "/usr/local"};
+// What the host's programs need, and all that is shown of the host. No home, no key, no configuration of a service.
+constexpr const char* kShown[] = {
+    "/bin",
+    "/etc/alternatives",
+    "/etc/host.conf",
+    "/etc/hosts",
+    "/etc/ld.so.cache",
+    "/etc/ld.so.conf",
+    "/etc/ld.so.conf.d",
+    "/etc/localtime",
+    "/etc/nsswitch.conf",
+    "/etc/protocols",
+    "/etc/resolv.conf",
+    "/etc/services",
+    "/etc/ssl/certs",
+    "/etc/ssl/openssl.cnf",
+    "/lib",
+    "/lib32",
+    "/lib64",
+    "/libx32",
+    "/sbin",
+    "/usr",
+};
+// The device's accounts: those that its programs and an SSH server need.
+constexpr char kAccounts[] = "root:x:0:0:root:/root:/bin/sh\n"
+                             "sshd:x:102:65534::/run/sshd:/usr/sbin/nologin\n"
+                             "nobody:x:65534:65534:nobody:/:/usr/sbin/nologin\n";
+constexpr char kPasswords[] = "root::::::::\n";  // without an entry, an SSH server takes root for locked
+constexpr char kGroups[] = "root:x:0:\nnogroup:x:65534:\n";
+// Shown entry by entry, because the host may lack a directory where the device needs a mount point.
+constexpr const char* kOpened[] = {"/usr", "/usr/local"};
+
+bool isBelow(const std::string& path, const std::string& folder) {
+    return path == folder || path.compare(0, folder.size() + 1, folder + "/") == 0;
+}
+
+template <size_t N>
+bool isInOneOf(const std::string& path, const char* const (&list)[N]) {
+    for (const char* entry : list) {
+        if (isBelow(path, entry)) return true;
+    }
+    return false;
+}
 
 template <size_t N>
 bool isOneOf(const std::string& path, const char* const (&list)[N]) {
@@ -46,12 +87,16 @@ int bindMount(const std::string& source, const std::string& target) {
     return 0;
 }
 
-int makeReadOnly(const std::string& target, unsigned flags) {
+int setAttributes(const std::string& target, uint64_t set, unsigned flags) {
     mount_attr attributes = {};
-    attributes.attr_set = MOUNT_ATTR_RDONLY;
+    attributes.attr_set = set;
     if (mount_setattr(AT_FDCWD, target.c_str(), flags, &attributes, sizeof attributes) != 0)
-        return cannot("make read-only", target, errno);
+        return cannot("limit the mount of", target, errno);
     return 0;
+}
+
+int makeReadOnly(const std::string& target, unsigned flags) {
+    return setAttributes(target, MOUNT_ATTR_RDONLY, flags);
 }
 
 int makeFile(const std::string& path) {
@@ -93,6 +138,8 @@ int mirrorEntry(const std::string& path, const std::string& newRoot) {
     const std::string target = newRoot + path;
     struct stat info;
     if (lstat(path.c_str(), &info) != 0) return errno == ENOENT ? 0 : cannot("look at", path, errno);
+    if (int rc = makeDirectories(target.substr(0, target.rfind('/'))); rc != 0)
+        return cannot("make the folder of", target, rc);
     if (S_ISLNK(info.st_mode)) return copyLink(path, target);
     if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) return 0;
     if (int rc = makeMountPoint(path, target); rc != 0) return rc;
@@ -101,7 +148,7 @@ int mirrorEntry(const std::string& path, const std::string& newRoot) {
 
 int mirrorDirectory(const std::string& host, const std::string& newRoot) {
     if (int rc = makeDirectories(newRoot + host); rc != 0) return cannot("make", newRoot + host, rc);
-    DIR* directory = opendir(host.empty() ? "/" : host.c_str());
+    DIR* directory = opendir(host.c_str());
     if (directory == nullptr) return errno == ENOENT ? 0 : cannot("read", host, errno);
     int rc = 0;
     while (rc == 0) {
@@ -122,10 +169,17 @@ int makePrivateMountPoints(const std::string& newRoot) {
     for (const char* path : kPrivate) {
         if (int rc = makeDirectories(newRoot + path); rc != 0) return cannot("make", newRoot + path, rc);
     }
+    for (const char* path : {"/root", "/sys", "/var"}) {
+        if (int rc = makeDirectories(newRoot + path); rc != 0) return cannot("make", newRoot + path, rc);
+    }
+    int rc = replaceTextFile(newRoot + "/etc/passwd", kAccounts);
+    if (rc == 0) rc = replaceTextFile(newRoot + "/etc/shadow", kPasswords);
+    if (rc == 0) rc = replaceTextFile(newRoot + "/etc/group", kGroups);
+    if (rc != 0) return cannot("write to", newRoot + "/etc", rc);
     // A minimal host has none, and what is served needs one to replace.
     const std::string hosts = newRoot + "/etc/hosts";
     if (access(hosts.c_str(), F_OK) == 0) return 0;
-    const int rc = makeFile(hosts);
+    rc = makeFile(hosts);
     return rc == 0 ? 0 : cannot("make", hosts, rc);
 }
 
@@ -142,6 +196,8 @@ bool isStateDirectory(const SandboxPlan& plan, const std::string& outside) {
 int mountStateDirectories(const SandboxPlan& plan, const std::string& newRoot) {
     for (const char* path : kKeptDirectories) {
         if (int rc = bindMount(outsidePath(plan.stateDir, path), newRoot + path); rc != 0) return rc;
+        if (int rc = setAttributes(newRoot + path, MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV, 0); rc != 0)
+            return rc;
     }
     return plan.tmp < 0 ? 0 : mountLimitedTmp(plan.tmp, newRoot + "/tmp");
 }
@@ -206,9 +262,10 @@ bool isSameFile(const std::string& one, const std::string& other) {
     return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-int mountBinds(const SandboxPlan& plan, const std::string& newRoot) {
+// Those within a folder of the device's own come after its mount, the others before the root becomes read-only.
+int mountBinds(const SandboxPlan& plan, const std::string& newRoot, bool inPrivate) {
     for (const std::string& path : plan.binds) {
-        if (!isHiddenInside(path)) continue;
+        if (!isHiddenInside(path) || isInOneOf(path, kPrivate) != inPrivate) continue;
         const std::string target = newRoot + path;
         if (isSameFile(path, target)) continue;
         if (int rc = showReadOnly(path, target); rc != 0) return rc;
@@ -228,11 +285,7 @@ int moveInto(const std::string& newRoot) {
 }  // namespace
 
 bool isHiddenInside(const std::string& path) {
-    for (const char* hidden : kPrivate) {
-        const std::string inside = hidden;
-        if (path == inside || path.compare(0, inside.size() + 1, inside + "/") == 0) return true;
-    }
-    return false;
+    return isInOneOf(path, kPrivate) || !isInOneOf(path, kShown);
 }
 
 int enterSandboxRoot(const SandboxPlan& plan) {
@@ -243,7 +296,10 @@ int enterSandboxRoot(const SandboxPlan& plan) {
     if (int rc = mountTmpfs(newRoot, MS_NOSUID | MS_NODEV); rc != 0) return rc;
     if (mount(nullptr, newRoot.c_str(), nullptr, MS_UNBINDABLE, nullptr) != 0)
         return cannot("prepare", newRoot, errno);
-    if (int rc = mirrorDirectory("", newRoot); rc != 0) return rc;
+    for (const char* path : kShown) {
+        if (int rc = mirrorEntry(path, newRoot); rc != 0) return rc;
+    }
+    if (int rc = mountBinds(plan, newRoot, false); rc != 0) return rc;
     if (int rc = makePrivateMountPoints(newRoot); rc != 0) return rc;
     if (int rc = makeReadOnly(newRoot, AT_RECURSIVE); rc != 0) return rc;
 
@@ -254,7 +310,11 @@ int enterSandboxRoot(const SandboxPlan& plan) {
     if (int rc = mountTmpfs(newRoot + "/dev", MS_NOSUID | MS_NOEXEC); rc != 0) return rc;
     if (int rc = makeDeviceNodes(plan, newRoot + "/dev"); rc != 0) return rc;
     if (int rc = mountProc(plan, newRoot); rc != 0) return rc;
-    if (int rc = mountBinds(plan, newRoot); rc != 0) return rc;
+    if (int rc = mountBinds(plan, newRoot, true); rc != 0) return rc;
+    for (const auto& [source, inside] : plan.replaced) {
+        if (int rc = bindMount(source, newRoot + inside); rc != 0) return rc;
+        if (int rc = makeReadOnly(newRoot + inside, 0); rc != 0) return rc;
+    }
     if (int rc = makeReadOnly(newRoot + "/usr/local/bin", 0); rc != 0) return rc;
     return moveInto(newRoot);
 }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace rovusim {
@@ -16,7 +17,8 @@ struct SandboxPlan {
     std::string stateDir;            // absolute
     std::string toolProgram;         // the multi-call binary, absolute
     std::vector<std::string> binds;  // absolute paths to show read-only at the same place
-    int tmp = -1;                    // descriptor of the tmpfs for /tmp; -1: the state directory's own folder
+    std::vector<std::pair<std::string, std::string>> replaced;  // paths of the host, and of files inside
+    int tmp = -1;  // descriptor of the tmpfs for /tmp; -1: the state directory's own folder
 };
 
 /// Whether the host's `path` is hidden inside unless it is bound.

@@ -10,10 +10,9 @@ namespace rovusim {
 constexpr const char* kCertificateName = "certificate.pem";
 constexpr const char* kCertificateKeyName = "certificate_key.pem";
 
-/// Makes a key and a certificate for `hosts` in the folder `home`, and lets the device trust that certificate and
-/// no other. This process must be process 1 of a device, in its root.
+/// Makes a key and a certificate for `hosts` in the folder `home`.
 /// \return 0, or a positive errno value after a message.
-[[nodiscard]] int trustNewCertificate(const std::vector<std::string>& hosts, const std::string& home,
-                                      const sigset_t& signalMask);
+[[nodiscard]] int makeCertificate(const std::vector<std::string>& hosts, const std::string& home,
+                                  const sigset_t& signalMask);
 
 }  // namespace rovusim

@@ -9,9 +9,8 @@
 #include <unistd.h>
 
 namespace rovusim {
-namespace {
 
-[[noreturn]] void become(const std::vector<std::string>& words, const sigset_t& signalMask) {
+void becomeHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask) {
     std::vector<char*> argv;
     argv.reserve(words.size() + 1);
     for (const std::string& word : words)
@@ -24,12 +23,10 @@ namespace {
     _exit(1);
 }
 
-}  // namespace
-
 int runHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask) {
     const pid_t child = fork();
     if (child < 0) return cannot("start", words.front(), errno);
-    if (child == 0) become(words, signalMask);
+    if (child == 0) becomeHostProgram(words, signalMask);
     int status = 0;
     if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
     return WEXITSTATUS(status);

@@ -3,9 +3,7 @@
 #include "launcher/message.h"
 #include "launcher/web/certificate.h"
 #include "launcher/web/host_program.h"
-#include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/text_files.h"
-#include "util/descriptor.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -13,15 +11,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <map>
 #include <net/if.h>
+#include <set>
 #include <sys/ioctl.h>
-#include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <utility>
+#include <unistd.h>
 
 namespace rovusim {
 namespace {
+
+// Where libcurl looks for the authorities that it trusts.
+constexpr const char* kAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 
 int raiseLoopback() {
     zem::Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -66,13 +69,15 @@ std::string listenLines(const ServedUrl& url) {
            kCertificateKeyName + ";\n";
 }
 
-std::string configuration(const std::vector<ServedUrl>& urls, const std::string& home) {
+std::string configuration(const std::vector<ServedUrl>& urls) {
     std::map<std::string, std::string> servers;
     for (const ServedUrl& url : urls)
         servers[listenLines(url)] += "location \"" + url.path + "\" { alias \"" + url.directory + "/\"; }\n";
-    std::string text = "user root; error_log error.log; pid nginx.pid; events {} http { access_log off;\n";
+    std::string text = "daemon off; error_log error.log; pid nginx.pid; events {} http { access_log off;\n";
+    // The worker of root's server would be nobody, who cannot read everything that root wants to serve.
+    if (geteuid() == 0) text = "user root; " + text;
     for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
-        text += std::string(kind) + "_temp_path " + home + "/temp;\n";
+        text += std::string(kind) + "_temp_path temp;\n";
     for (const auto& [listen, locations] : servers)
         text.append("server { ").append(listen).append(locations).append("}\n");
     return text + "}\n";
@@ -86,43 +91,80 @@ std::vector<std::string> hostsOf(const std::vector<ServedUrl>& urls) {
     return hosts;
 }
 
-int mapHosts(const std::vector<std::string>& hosts, const std::string& home) {
+std::string hostsFile(const std::vector<std::string>& hosts) {
     std::string text = "127.0.0.1 localhost\n";
     for (const std::string& host : hosts) {
         if (!isAddress(host)) text.append("127.0.0.1 ").append(host).append("\n");
     }
-    if (int rc = replaceTextFile(home + "/hosts", text); rc != 0) return cannot("write to", home, rc);
-    if (mount((home + "/hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) != 0)
-        return cannot("replace", "/etc/hosts", errno);
-    return 0;
+    return text;
 }
 
-// It goes to the background once it listens.
-int startServer(const std::vector<ServedUrl>& urls, const std::string& home, const sigset_t& signalMask) {
-    if (int rc = replaceTextFile(home + "/nginx.conf", configuration(urls, home)); rc != 0)
-        return cannot("write to", home, rc);
-    if (runHostProgram({"nginx", "-p", home, "-e", "error.log", "-c", "nginx.conf"}, signalMask) == 0)
-        return 0;
-    complain("nginx, which --serve needs, did not start");
-    return EIO;
+int listenOn(int port, zem::Descriptor* listener) {
+    listener->reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int yes = 1;
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    const bool listens =
+        setsockopt(listener->get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes) == 0 &&
+        bind(listener->get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        listen(listener->get(), SOMAXCONN) == 0;
+    return listens ? 0 : cannot("listen on port", std::to_string(port), errno);
+}
+
+[[noreturn]] void becomeServer(const std::string& home, const std::vector<zem::Descriptor>& listeners,
+                               const sigset_t& signalMask) {
+    std::string inherited;
+    for (const zem::Descriptor& listener : listeners) {
+        fcntl(listener.get(), F_SETFD, 0);
+        inherited += std::to_string(listener.get()) + ";";
+    }
+    // It takes the sockets over, and opens none. See nginx's ngx_add_inherited_sockets().
+    setenv("NGINX", inherited.c_str(), 1);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // by which it ends its worker too
+    becomeHostProgram({"nginx", "-p", home, "-e", "error.log", "-c", "nginx.conf"}, signalMask);
 }
 
 }  // namespace
 
-int serveUrls(const std::vector<ServedUrl>& urls, const sigset_t& signalMask) {
-    if (urls.empty()) return 0;
-    const std::string home = std::string(kHomeInside) + "/serve";
+int prepareWeb(const std::vector<ServedUrl>& urls, const std::string& home, const sigset_t& signalMask) {
     const std::vector<std::string> hosts = hostsOf(urls);
-    if (int rc = makeDirectories(home); rc != 0) return cannot("write to", home, rc);
-    if (int rc = mapHosts(hosts, home); rc != 0) return rc;
-    for (const char* name :
-         {"http_proxy", "HTTP_PROXY", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
-        unsetenv(name);
-    if (int rc = raiseNetwork(hosts); rc != 0) return rc;
+    int rc = makeDirectories(home);
+    if (rc == 0) rc = replaceTextFile(home + "/hosts", hostsFile(hosts));
+    if (rc == 0) rc = replaceTextFile(home + "/nginx.conf", configuration(urls));
+    if (rc != 0) return cannot("write to", home, rc);
     const bool anyHttps =
         std::any_of(urls.begin(), urls.end(), [](const ServedUrl& url) { return url.isHttps; });
-    if (int rc = anyHttps ? trustNewCertificate(hosts, home, signalMask) : 0; rc != 0) return rc;
-    return startServer(urls, home, signalMask);
+    return anyHttps ? makeCertificate(hosts, home, signalMask) : 0;
+}
+
+std::vector<std::pair<std::string, std::string>> webFiles(const std::vector<ServedUrl>& urls,
+                                                          const std::string& home) {
+    std::vector<std::pair<std::string, std::string>> files = {{home + "/hosts", "/etc/hosts"}};
+    for (const ServedUrl& url : urls) {
+        if (url.isHttps && files.size() == 1) files.emplace_back(home + "/" + kCertificateName, kAuthorities);
+    }
+    return files;
+}
+
+int openPorts(const std::vector<ServedUrl>& urls, std::vector<zem::Descriptor>* listeners) {
+    if (int rc = raiseNetwork(hostsOf(urls)); rc != 0) return rc;
+    std::set<int> ports;
+    for (const ServedUrl& url : urls)
+        ports.insert(url.port);
+    for (const int port : ports) {
+        listeners->emplace_back();
+        if (int rc = listenOn(port, &listeners->back()); rc != 0) return rc;
+    }
+    return 0;
+}
+
+pid_t startWebServer(const std::string& home, const std::vector<zem::Descriptor>& listeners,
+                     const sigset_t& signalMask) {
+    const pid_t server = fork();
+    if (server == 0) becomeServer(home, listeners, signalMask);
+    if (server < 0) cannot("start", "nginx", errno);
+    return server;
 }
 
 }  // namespace rovusim
