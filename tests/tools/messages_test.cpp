@@ -148,6 +148,23 @@ const Row kOptionRows[] = {
      "{\n  \"error\": \"unknown option --stirct; did you mean --strict?\"\n}"},
 };
 
+// A manifest, which passes for a spec in part, whose evaluation never ends.
+constexpr char kLoop[] =
+    "sed \"s/RV-20'/RV-20', x = 'dysfunction', y = (function() while 1 do end end)()/\" m.lua >t.lua; ";
+
+const Row kLoopRows[] = {
+    {"check", "$CHECK t.lua", 1, "evaluation-limit"},
+    {"inspect", "$PACK inspect t.lua", 1, "text that is not evaluated: t.lua: evaluating it takes more"},
+    {"rehearse", "$PACK rehearse t.lua --unsigned --files out --device model=RV-20,kernel=1,rootfs=1", 2,
+     "rovu-pack rehearse: t.lua: evaluating it takes more than a second"},
+    {"sign", "$PACK sign t.lua --key keys/private.pem", 2, "t.lua: evaluating it takes more than a second"},
+    {"sign --digest", "$PACK sign t.lua --digest", 2, "t.lua: evaluating it takes more than a second"},
+    {"build", "$BUILD t.lua --out t", 2, "t.lua: evaluating it takes more than a second"},
+    {"Ctrl-C", "timeout -k 9 -s INT 0.2 $PACK inspect t.lua", 124, "rovu-pack inspect: interrupted"},
+    {"a signature that is not verified", "$PACK inspect t.lua --pub keys/rovu_pub.pem", 1,
+     "t.lua: not evaluated, since no key"},
+};
+
 TEST_F(Messages, OfRovuPackSayWhatHappenedAndWhatToDo) {
     const auto expect = [this](const Row& row) {
         SCOPED_TRACE(row.name);
@@ -164,6 +181,11 @@ TEST_F(Messages, OfRovuPackSayWhatHappenedAndWhatToDo) {
         expect(row);
     for (const Row& row : kOptionRows)
         expect(row);
+    for (Row row : kLoopRows) {
+        const std::string line = kLoop + std::string(row.line);
+        row.line = line.c_str();
+        expect(row);
+    }
 }
 
 #ifdef ROVU_SIM_PROGRAM

@@ -55,6 +55,11 @@ Edit last(const std::string& text) {
     return [=](Draft* draft) { draft->last = text; };
 }
 
+// A value that code makes which gets past the device's test for such code.
+Edit computed(const std::string& body) {
+    return head("dysfunction = 1, made = (function() " + body + " end)(),");
+}
+
 Edit tail(const std::string& text) {
     return [=](Draft* draft) { draft->tail = text; };
 }
@@ -174,6 +179,14 @@ const std::string kGzip("\x1F\x8B\x08");
 const std::string kSparse = "cd .. && truncate -s 64K rootfs.img && tar -Scf files/rootfs rootfs.img";
 const std::string kWithHoles = "cd .. && truncate -s 64K rootfs.img && tar -cf files/rootfs rootfs.img";
 
+// Lua takes it for one of half a milliard entries.
+const std::string kEndlessList = [] {
+    std::string list = "{ 1";
+    for (int i = 1; i < 30; ++i)
+        list += ", [" + std::to_string(1 << i) + "] = 1";
+    return list + " }";
+}();
+
 struct FindingRow {
     FindingCode code;
     Edits provoked;
@@ -185,6 +198,12 @@ const FindingRow kFindingRows[] = {
     {eSpecTooLarge, {size(8193)}, {size(8192)}},
     {eSpecNearLimit, {size(7373)}, {size(7372)}},
     {eFunctionWord, {kernel("postinst", "'my_function'")}, {kernel("postinst", "'functions'")}},
+    {eEvaluationLimit, {computed("while 1 do end")}, {computed("for i = 1, 1e6 do end")}},
+    {eEvaluationLimit,
+     {computed("local s = '....' while 1 do s = s .. s end")},
+     {computed("return '..' .. '.'")}},
+    {eEvaluationLimit, {computed("local t = {} t.a = t t.b = t return t")}, {computed("return {{}}")}},
+    {eEvaluationLimit, {kernel("dep", kEndlessList)}, {kernel("dep", "{ [1] = 1, [2] = 1 }")}},
     {eCommentAsMarker, {kUnsigned, tail("-- the end\n")}, {kUnsigned, head("-- RV-20\n")}},
     {eCommentAsMarker, {shell("printf 'x' >>../spec")}, {shell("printf ' \\r\\n\\n' >>../spec")}},
     {eSignatureUnverified, {kWithoutKey}, {}},
@@ -400,6 +419,9 @@ const WholeRow kWholeRows[] = {
     {"another key",
      {kEncrypted, field("encr_key_offset", "2"), kWithSecrets},
      {"decryption-fails", "room-needed"}},
+    {"a spec that was changed after it was signed, of which nothing is evaluated",
+     {shell("sed -i 's/RV-20/RV-2-/; s/clone/clown/' ../spec")},
+     {"device-refuses"}},
     {"nil at its beginning", {head("first,"), steps({"kernel"})}, {"nil-value", "behind-gap"}},
 };
 

@@ -63,7 +63,8 @@ Fault checkUpdate(const CheckOptions& options, CheckResult* result) {
 }
 
 Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
-    const DeviceVerdict verdict = judge(result->spec, options.signatureUse);
+    DeviceVerdict verdict;
+    if (Fault fault = judge(options.signatureUse, &result->spec, &verdict)) return fault;
     Findings* findings = &result->findings;
     findings->append(verdict.findings);
     findings->append(checkText(result->spec, options.signatureUse));

@@ -26,5 +26,5 @@ struct CheckResult {
 /// \return a fault if a file of the options cannot be read.
 Fault checkUpdate(const CheckOptions& options, CheckResult* result);
 
-/// The same for the spec that `result->spec` already holds.
+/// The same for the spec that `result->spec` already holds; its table is filled in here.
 Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result);

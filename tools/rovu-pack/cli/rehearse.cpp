@@ -1,6 +1,7 @@
 // The subcommand "rehearse".
 
 #include "commands.h"
+#include "limited_work.h"
 #include "rehearsal.h"
 
 #include <cerrno>
@@ -53,6 +54,8 @@ int runRehearse(RehearseOptions options) {
     if (options.check.check.devices.empty())
         return reportFault(" rehearse", {EINVAL, "name the kinds of devices with --device"});
     if (Fault fault = checkUpdate(options.check.check, &check)) return reportFault(" rehearse", fault);
+    // A device has no such limits, and a simulated one takes this machine's time and memory.
+    if (isBeyondLimits(check.spec.evaluation)) return reportFault(" rehearse", check.spec.evaluation);
     const CheckOptions& given = options.check.check;
     const RehearsalFiles files = {given.spec, given.files.folder, given.files.secrets,
                                   given.signatureUse.publicKey, options.program};

@@ -5,6 +5,7 @@
 #include "digests.h"
 #include "files.h"
 #include "key_files.h"
+#include "limited_work.h"
 #include "signing.h"
 #include "spec_view.h"
 
@@ -30,7 +31,8 @@ Fault signFile(const SignOptions& options) {
     if (Fault fault = readWholeFile(path, &old)) return fault;
     if (Fault fault = readSigningKey(options.key, options.keyPass, &key)) return fault;
     if (Fault fault = signBytes(old, key, &spec)) {
-        const SpecFile file = specFileOf(options.spec, old);
+        SpecFile file = specFileOf(options.spec, old);
+        if (!isBeyondLimits(fault)) evaluateTable(&file);
         if (!viewOf(file).isManifest()) return fault.of(options.spec);
         return {fault.code(),
                 options.spec +

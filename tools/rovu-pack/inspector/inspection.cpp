@@ -4,6 +4,7 @@
 #include "handles.h"
 #include "key_files.h"
 #include "key_kinds.h"
+#include "limited_work.h"
 #include "spec_signature.h"
 
 #include <algorithm>
@@ -40,7 +41,8 @@ const Magic kMagics[] = {
     {0, "\xd0\x0d\xfe\xed", "a device tree or FIT image"},
 };
 
-std::string meaningOf(const SpecFile& file) {
+// `mayEvaluate`: its table was looked for. Empty: it may be a spec.
+std::string meaningOf(const SpecFile& file, bool mayEvaluate) {
     if (file.bytes.empty()) return "an empty file";
     for (const Magic& magic : kMagics) {
         if (file.bytes.compare(std::min(magic.place, file.bytes.size()), magic.bytes.size(), magic.bytes) ==
@@ -49,10 +51,11 @@ std::string meaningOf(const SpecFile& file) {
     }
     if (std::string kind = keyKindInWords(file.bytes); !kind.empty()) return kind;
     if (file.bytes.size() > kMostBytes) return "a file that is too large for one";
-    LuaValue value;
-    const Fault fault = evaluateLua(file.path, file.text, &value);
-    if (readsVariables(fault.message())) return "a manifest, which reads what \"build --set\" gives";
-    return fault ? "text that is no table: " + fault.message() : "text that is no table";
+    if (!mayEvaluate) return "";
+    const std::string& fault = file.evaluation.message();
+    if (readsVariables(fault)) return "a manifest, which reads what \"build --set\" gives";
+    if (isBeyondLimits(file.evaluation)) return "text that is not evaluated: " + fault;
+    return fault.empty() ? "text that is no table" : "text that is no table: " + fault;
 }
 
 Fault readStart(const std::string& path, std::string* bytes) {
@@ -97,12 +100,18 @@ Fault inspectFile(const std::string& path, const std::vector<std::string>& publi
     if (file.bytes.size() <= kMostBytes) {
         if (Fault fault = loadSpecFile(path, &file)) return fault;
     }
-    if (!file.hasTable) {
-        inspection->foreign = meaningOf(file);
+    if (Fault fault = findSigner(publicKeys, inspection)) return fault;
+    const bool mayEvaluate = publicKeys.empty() || inspection->signature == Inspection::eVerified;
+    if (mayEvaluate && file.bytes.size() <= kMostBytes) evaluateTable(&file);
+    if (file.evaluation.code() == EINTR) return file.evaluation;
+    if (file.hasTable) {
+        inspection->kind = viewOf(file).isManifest() ? Inspection::eManifest : Inspection::eSpec;
         return {};
     }
-    inspection->kind = viewOf(file).isManifest() ? Inspection::eManifest : Inspection::eSpec;
-    return findSigner(publicKeys, inspection);
+    inspection->foreign = meaningOf(file, mayEvaluate);
+    inspection->kind = inspection->foreign.empty() ? Inspection::eUnverified : Inspection::eForeign;
+    if (inspection->kind == Inspection::eForeign) inspection->signature = Inspection::eUnsigned;
+    return {};
 }
 
 bool isSuspect(const Inspection& inspection) {

@@ -10,12 +10,12 @@
 #include <vector>
 
 struct Inspection {
-    enum Kind { eSpec, eManifest, eForeign };
+    enum Kind { eSpec, eManifest, eForeign, eUnverified };
     enum Signature { eUnsigned, eMissing, eNotVerified, eVerified, eOtherKey };
 
     SpecFile file;
-    Kind kind = eForeign;
-    std::string foreign;  // what it seems to be instead, with an article
+    Kind kind = eForeign;  // eUnverified: no key that was given verifies it, so nothing of it was evaluated
+    std::string foreign;   // eForeign: what it seems to be instead, with an article
     Signature signature = eUnsigned;
     std::string key;          // eVerified: the file of the public key that verifies the signature
     std::string fingerprint;  // eVerified: of that key

@@ -19,7 +19,7 @@ Json orNull(std::optional<double> number) {
 }
 
 const char* kindName(Inspection::Kind kind) {
-    const char* names[] = {"spec", "manifest", "foreign"};
+    const char* names[] = {"spec", "manifest", "foreign", "unverified"};
     return names[kind];
 }
 
@@ -65,6 +65,7 @@ void addUpdate(const SpecView& view, Json* whole) {
 
 std::string inspectionJson(const Inspection& inspection) {
     const bool isForeign = inspection.kind == Inspection::eForeign;
+    const bool isShown = !isForeign && inspection.kind != Inspection::eUnverified;
     Json whole = {{"file", inspection.file.path},
                   {"bytes", isForeign ? Json(nullptr) : Json(inspection.file.bytes.size())},
                   {"kind", kindName(inspection.kind)},
@@ -72,7 +73,7 @@ std::string inspectionJson(const Inspection& inspection) {
                   {"signature", signatureName(inspection.signature)},
                   {"key", orNull(inspection.key)},
                   {"fingerprint", orNull(inspection.fingerprint)}};
-    if (!isForeign) addUpdate(viewOf(inspection.file), &whole);
+    if (isShown) addUpdate(viewOf(inspection.file), &whole);
     // What is no UTF-8 in the spec must not end the program.
     return whole.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -95,6 +95,13 @@ std::string inspectionText(const Inspection& inspection) {
         lines.addPlain(path + ": not a spec, but a manifest, from which \"rovu-pack build\" makes one");
         return lines.text();
     }
+    if (inspection.kind == Inspection::eUnverified) {
+        lines.addPlain(path + ": not evaluated, since no key of --pub verifies it");
+        lines.add("signature", signatureInWords(inspection));
+        lines.add(
+            "", "name its signer's public key with --pub, or leave --pub out to see what it says unverified");
+        return lines.text();
+    }
     const SpecView view = viewOf(inspection.file);
     lines.addPlain(path + ": a spec of " + std::to_string(inspection.file.bytes.size()) + " bytes");
     lines.add("signature", signatureInWords(inspection));

@@ -4,6 +4,7 @@
 #include "lua_value.h"
 
 #include "foreign_characters.h"
+#include "limited_work.h"
 #include "lua_state.h"
 #include "lua_util/sandbox.h"
 
@@ -14,6 +15,9 @@
 namespace {
 
 constexpr int kStackPerLevel = 4;
+constexpr size_t kMostValues =
+    10000;  // a spec of the largest size has 4096, and the rules compare many with all others
+constexpr char kOutOfMemory[] = "not enough memory";  // of Lua
 
 std::string textAt(lua_State* L, int index) {
     size_t length = 0;
@@ -43,33 +47,34 @@ bool isItemKey(lua_State* L, int index, size_t count) {
            key == static_cast<lua_Number>(static_cast<size_t>(key));
 }
 
-void copyValue(lua_State* L, LuaValue* value);
+void copyValue(lua_State* L, LuaValue* value, size_t* left);
 
-void copyTable(lua_State* L, LuaValue* value) {
+void copyTable(lua_State* L, LuaValue* value, size_t* left) {
     const int table = lua_gettop(L);
-    for (int i = 1;; ++i) {
+    for (int i = 1; *left != 0; ++i) {
         lua_rawgeti(L, table, i);
         if (lua_isnil(L, -1)) break;
         value->items.emplace_back();
-        copyValue(L, &value->items.back());
+        copyValue(L, &value->items.back(), left);
     }
     lua_settop(L, table);
     lua_pushnil(L);
-    while (lua_next(L, table) != 0) {
+    while (*left != 0 && lua_next(L, table) != 0) {
         if (isItemKey(L, -2, value->items.size())) {
             lua_settop(L, -2);
             continue;
         }
         LuaField field = {keyName(L, -2), LuaValue()};
-        copyValue(L, &field.value);
+        copyValue(L, &field.value, left);
         value->fields.push_back(std::move(field));
     }
     std::sort(value->fields.begin(), value->fields.end(),
               [](const LuaField& a, const LuaField& b) { return a.name < b.name; });
 }
 
-// Copies the value on top of the stack, and pops it.
-void copyValue(lua_State* L, LuaValue* value) {
+// Copies the value on top of the stack, and pops it. `left`: how many more may be copied; once it is 0, nothing is.
+void copyValue(lua_State* L, LuaValue* value, size_t* left) {
+    --*left;
     switch (lua_type(L, -1)) {
     case LUA_TNIL:
         break;
@@ -86,7 +91,7 @@ void copyValue(lua_State* L, LuaValue* value) {
         break;
     case LUA_TTABLE:
         value->kind = LuaValue::eTable;
-        if (lua_checkstack(L, kStackPerLevel) != 0) copyTable(L, value);
+        if (lua_checkstack(L, kStackPerLevel) != 0) copyTable(L, value, left);
         break;
     default:
         value->kind = LuaValue::eOther;
@@ -103,10 +108,7 @@ std::string withFileName(const std::string& name, const std::string& message) {
     return name + ":" + message.substr(at + afterChunk.size());
 }
 
-}  // namespace
-
-Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value,
-                  LuaVariables* variables) {
+Fault evaluate(const std::string& name, const std::string& text, LuaVariables* variables, LuaValue* value) {
     const LuaState state(luaL_newstate());
     if (state == nullptr) {
         return {EINVAL, name + ": no memory for Lua"};
@@ -118,6 +120,7 @@ Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* va
     const int rc = loadDataChunk(state.get(), buffer.data(), length, buffer.size());
     if (rc == EBADRQC) {
         const std::string message = textAt(state.get(), -1);
+        if (message == kOutOfMemory) return beyondLimits().of(name);
         const std::string cause = foreignCharacter(text, message);
         if (cause.empty()) return {EINVAL, withFileName(name, message)};
         return {EINVAL, name + ":" + std::to_string(lineInLuaMessage(message)) + ": " + cause};
@@ -127,8 +130,21 @@ Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* va
                 name + ": not plain text, or the word \"function\" stands in it, which no device accepts"};
     }
     lua_getfield(state.get(), LUA_REGISTRYINDEX, kChunkValueKey);
-    copyValue(state.get(), value);
-    return {};
+    size_t left = kMostValues;
+    copyValue(state.get(), value, &left);
+    return left == 0 ? beyondLimits().of(name) : Fault();
+}
+
+}  // namespace
+
+Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value,
+                  LuaVariables* variables) {
+    Fault outcome;
+    LuaValue found;
+    const Fault fault = doWithinLimits([&] { outcome = evaluate(name, text, variables, &found); });
+    if (fault) return isBeyondLimits(fault) ? fault.of(name) : fault;
+    *value = std::move(found);
+    return outcome;
 }
 
 const LuaValue* findField(const LuaValue& table, const std::string& name) {

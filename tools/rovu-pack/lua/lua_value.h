@@ -27,7 +27,7 @@ struct LuaField {
 /// Evaluates a text as the device does, as one expression that can reach nothing.
 /// \param name the text's file, for messages.
 /// \param variables what the text, which no device evaluates, reads besides; null: nothing.
-/// \return EINVAL with a message that names file and line.
+/// \return EINVAL with a message that names file and line; as of doWithinLimits().
 Fault evaluateLua(const std::string& name, const std::string& text, LuaValue* value,
                   LuaVariables* variables = nullptr);
 

@@ -2,6 +2,7 @@
 
 #include "device_log.h"
 #include "foreign_characters.h"
+#include "limited_work.h"
 #include "lua_state.h"
 #include "lua_util/sandbox.h"
 #include "lua_variables.h"
@@ -13,9 +14,11 @@
 #include "spec_view.h"
 #include "util/descriptor.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -53,9 +56,18 @@ SpecRecord recordOf(LuaState state) {
 }
 
 std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
-    if (!spec.hasMarker) return "Sign the spec, or give --unsigned if the devices run with \"-k NONE\".";
-    if (spec.awaitsSignature()) return "Let the spec be signed, and append the signature: rovu-pack attach.";
-    return "Sign the spec as it is now, with the private key that belongs to " + key + ".";
+    const std::string evaluate = key.empty() ? "" : " Without --pub it is evaluated all the same.";
+    if (!spec.hasMarker)
+        return "Sign the spec, or give --unsigned if the devices run with \"-k NONE\"." + evaluate;
+    if (spec.awaitsSignature())
+        return "Let the spec be signed, and append the signature: rovu-pack attach." + evaluate;
+    return "Sign the spec as it is now, with the private key that belongs to " + key + "." + evaluate;
+}
+
+// Lua and the device's reader each have their own words for it.
+bool saysOutOfMemory(const std::string& message) {
+    return message.find("not enough memory") != std::string::npos ||
+           message.find("spec file failed: " + std::to_string(ENOMEM)) != std::string::npos;
 }
 
 Finding& refuse(UpdateState state, const FindingPlace& place, const std::string& message,
@@ -65,17 +77,22 @@ Finding& refuse(UpdateState state, const FindingPlace& place, const std::string&
                                  withFullStop("Every device refuses the spec: " + message));
 }
 
-void judgeSignature(const SpecFile& spec, const SignatureUse& use, DeviceLog* log, DeviceVerdict* verdict) {
-    if (authenticate(spec, use)) return;
+// Returns whether the spec may be evaluated.
+bool judgeSignature(const SpecFile& spec, const SignatureUse& use, DeviceLog* log, DeviceVerdict* verdict) {
+    if (authenticate(spec, use)) return true;
     const FindingPlace place = spec.hasMarker ? spec.atByte(spec.text.size()) : spec.at("");
-    refuse(eStateDownloadingSpec, place, log->takeText(), verdict).advice =
-        adviceOnSignature(spec, use.publicKey);
+    const bool isEvaluated = use.publicKey.empty();
+    const std::string message =
+        withFullStop(log->takeText()) + (isEvaluated ? "" : " So nothing of it is evaluated.");
+    refuse(eStateDownloadingSpec, place, message, verdict).advice = adviceOnSignature(spec, use.publicKey);
+    return isEvaluated;
 }
 
-void judgeTable(const SpecFile& spec, DeviceLog* log, DeviceVerdict* verdict) {
+void judgeTable(const SpecFile& spec, DeviceVerdict* verdict) {
+    DeviceLog log;
     LuaState state = evaluate(spec);
     if (state == nullptr) {
-        const std::string message = log->takeText();
+        const std::string message = log.takeText();
         Finding& finding =
             refuse(eStateDownloadingSpec, {spec.path, "", lineInLuaMessage(message)}, message, verdict);
         const std::string cause = foreignCharacter(spec.text, message);
@@ -84,10 +101,38 @@ void judgeTable(const SpecFile& spec, DeviceLog* log, DeviceVerdict* verdict) {
         return;
     }
     if (recordOf(std::move(state)) != nullptr) return;
-    const std::string message = log->takeText();
+    const std::string message = log.takeText();
     const bool isSmall = spec.bytes.size() <= kMaxSpecSize;  // a larger one would take too long
     const std::string key = isSmall ? refusedKey(evaluate(spec)) : "";
     refuse(eStateParsingSpec, spec.at(key), message, verdict);
+}
+
+// As on the device, but within limits, which the reader of the table can break too.
+Fault judgeWithinLimits(SpecFile* spec, DeviceVerdict* verdict) {
+    evaluateTable(spec);
+    DeviceVerdict ofTable;
+    Fault fault = isBeyondLimits(spec->evaluation) || spec->evaluation.code() == EINTR
+                      ? spec->evaluation
+                      : doWithinLimits([&] { judgeTable(*spec, &ofTable); });
+    const std::vector<Finding>& found = ofTable.findings.all;
+    const bool hasNoMemory = std::any_of(found.begin(), found.end(),
+                                         [](const Finding& finding) { return saysOutOfMemory(finding.why); });
+    if (!fault && hasNoMemory) fault = beyondLimits();
+    if (!fault) {
+        if (verdict->refusedIn == eStateInvalid) verdict->refusedIn = ofTable.refusedIn;
+        verdict->findings.append(ofTable.findings);
+        return {};
+    }
+    if (!isBeyondLimits(fault)) return fault;
+    spec->evaluation = fault;
+    spec->hasTable = false;
+    spec->table = LuaValue();
+    if (verdict->refusedIn == eStateInvalid) verdict->refusedIn = eStateDownloadingSpec;
+    verdict->findings.add(
+        eEvaluationLimit, spec->at(""),
+        "Evaluating the spec takes more than a second, 64 MiB or 10000 values, and a device has no "
+        "such limits.");
+    return {};
 }
 
 // The public key as a file for the device's code, which opens it by its path. It lies in memory.
@@ -118,13 +163,6 @@ Fault refuseSize(size_t size) {
                         " bytes with its signature, and a device takes " + std::to_string(kMaxSpecSize)};
 }
 
-// The first message names the cause.
-Fault refusal(const std::string& spec, DeviceLog* log) {
-    std::string message = "the device refuses the spec: " + log->takeFirstLine();
-    if (spec.find("function") != std::string::npos) message += " (the word \"function\" stands in it)";
-    return {EINVAL, message};
-}
-
 bool isAccepted(const std::string& spec, const std::string& publicPem) {
     SpecBuffer buffer;
     const KeyInMemory key(publicPem);
@@ -133,19 +171,39 @@ bool isAccepted(const std::string& spec, const std::string& publicPem) {
     return recordOf(LuaState(evaluateSpec(&buffer))) != nullptr;
 }
 
+// The first message names the cause.
+Fault refusal(const std::string& text, const std::string& cause) {
+    if (saysOutOfMemory(cause)) return beyondLimits();
+    std::string message = "the device refuses the spec: " + cause;
+    if (text.find("function") != std::string::npos) message += " (the word \"function\" stands in it)";
+    return {EINVAL, message};
+}
+
+// `size`: of the spec with its signature. The tools' limits hold for the table too: what `check` refuses is not signed.
+Fault tryWithinLimits(const std::string& text, size_t size, const std::function<bool()>& isAccepted) {
+    if (Fault fault = refuseSize(size)) return fault;
+    LuaValue table;
+    const Fault evaluation = evaluateLua(kTrialName, text, &table);
+    if (isBeyondLimits(evaluation)) return beyondLimits();
+    if (evaluation.code() == EINTR) return evaluation;
+    DeviceLog log;
+    bool accepts = false;
+    if (Fault fault = doWithinLimits([&] { accepts = isAccepted(); })) return fault;
+    return accepts ? Fault() : refusal(text, log.takeFirstLine());
+}
+
 }  // namespace
 
-DeviceVerdict judge(const SpecFile& spec, const SignatureUse& use) {
-    DeviceVerdict verdict;
+Fault judge(const SignatureUse& use, SpecFile* spec, DeviceVerdict* verdict) {
     DeviceLog log;
-    if (spec.bytes.size() > kMaxSpecSize) verdict.refusedIn = eStateDownloadingSpec;
-    judgeSignature(spec, use, &log, &verdict);
-    judgeTable(spec, &log, &verdict);
-    if (!spec.hasMarker && viewOf(spec).isManifest()) {
-        for (Finding& finding : verdict.findings.all)
+    if (spec->bytes.size() > kMaxSpecSize) verdict->refusedIn = eStateDownloadingSpec;
+    if (!judgeSignature(*spec, use, &log, verdict)) return {};
+    if (Fault fault = judgeWithinLimits(spec, verdict)) return fault;
+    if (!spec->hasMarker && viewOf(*spec).isManifest()) {
+        for (Finding& finding : verdict->findings.all)
             finding.advice = kManifestAdvice;
     }
-    return verdict;
+    return {};
 }
 
 SpecRecord readRecord(const SpecFile& spec) {
@@ -153,13 +211,11 @@ SpecRecord readRecord(const SpecFile& spec) {
 }
 
 Fault tryOnDevice(const std::string& spec, const std::string& publicPem) {
-    if (Fault fault = refuseSize(spec.size())) return fault;
-    DeviceLog log;
-    return isAccepted(spec, publicPem) ? Fault() : refusal(spec, &log);
+    const std::string text = specFileOf(kTrialName, spec).text;
+    return tryWithinLimits(text, spec.size(), [&] { return isAccepted(spec, publicPem); });
 }
 
 Fault tryTextOnDevice(const std::string& text) {
-    if (Fault fault = refuseSize(specOf(text, "").size() + kSignatureTextSize)) return fault;
-    DeviceLog log;
-    return isTextAccepted(text) ? Fault() : refusal(text, &log);
+    const size_t size = specOf(text, "").size() + kSignatureTextSize;
+    return tryWithinLimits(text, size, [&] { return isTextAccepted(text); });
 }

@@ -23,20 +23,22 @@ struct DeviceVerdict {
     Findings findings;                      // what the device's code complains of
 };
 
-/// Lets the device's code verify, evaluate and read a spec. The device stops at its first complaint; here the
-/// next stage is tried all the same, so that one check shows as much as it can.
-DeviceVerdict judge(const SpecFile& spec, const SignatureUse& use);
+/// Lets the device's code verify, evaluate and read a spec, whose table it fills in. With a public key nothing is evaluated
+/// that it does not verify, as on the device. Without one an unsigned spec is evaluated all the same, so that one check
+/// shows as much as it can.
+/// \return EINTR: a signal has come.
+Fault judge(const SignatureUse& use, SpecFile* spec, DeviceVerdict* verdict);
 
 using SpecRecord = std::unique_ptr<UpdateSpecVer1, void (*)(UpdateSpecVer1*)>;
 
-/// Lets the device's code read a record of its own from the spec: the choice of images changes it. Logs
-/// nothing but what the device's code logs.
+/// Lets the device's code read a record of its own from a spec that has a table since judge() has tried it: the choice of
+/// images changes it. Logs nothing but what the device's code logs.
 /// \return null if the device refuses the spec.
 SpecRecord readRecord(const SpecFile& spec);
 
 /// Whether a device that holds the key `publicPem` takes a spec that has just been made.
 /// \param spec the bytes of its file.
-/// \return EINVAL with a message that quotes the device.
+/// \return EINVAL with a message that quotes the device; as of doWithinLimits().
 Fault tryOnDevice(const std::string& spec, const std::string& publicPem);
 
 /// The same for the text of a spec that will be signed elsewhere: whether a device will take it then.

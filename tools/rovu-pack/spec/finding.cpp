@@ -20,6 +20,7 @@ constexpr CatalogueEntry kCatalogue[] = {
     {"spec-too-large", eError, "Shorten comments, whitespace and names, or split the update."},
     {"spec-near-limit", eWarning, "Shorten the spec before the next addition breaks the limit."},
     {"function-word", eError, "Write another word, or join a letter or a digit to this one."},
+    {"evaluation-limit", eError, "Take functions, and long or deep tables, out: a spec is data."},
     {"comment-as-marker", eError, "Sign the spec, or take the comment that they begin out."},
     {"signature-unverified", eNote, "Give the device's public key with --pub."},
     {"signature-missing", eError,

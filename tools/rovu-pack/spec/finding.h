@@ -14,6 +14,7 @@ enum FindingCode {
     eSpecTooLarge,
     eSpecNearLimit,
     eFunctionWord,
+    eEvaluationLimit,
     eCommentAsMarker,
     eSignatureUnverified,
     eSignatureMissing,

@@ -61,8 +61,10 @@ SpecFile specFileOf(const std::string& path, std::string bytes) {
     spec.bytes = std::move(bytes);
     splitAtMarker(&spec);
     spec.lines = findTableLines(spec.text, &spec.repeatedKey);
-    // What does not evaluate is for the device's verdict to say.
-    const bool isGood = !evaluateLua(path, spec.text, &spec.table);
-    spec.hasTable = isGood && spec.table.kind == LuaValue::eTable;
     return spec;
+}
+
+void evaluateTable(SpecFile* spec) {
+    spec->evaluation = evaluateLua(spec->path, spec->text, &spec->table);
+    spec->hasTable = !spec->evaluation && spec->table.kind == LuaValue::eTable;
 }

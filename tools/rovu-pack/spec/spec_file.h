@@ -17,6 +17,7 @@ struct SpecFile {
     std::string signature;  // what follows the marker
     TableLines lines;
     std::string repeatedKey;  // path of a key that is there twice; empty: none
+    Fault evaluation;         // why there is no table; evaluateTable() fills in the rest
     bool hasTable = false;
     LuaValue table;
 
@@ -28,8 +29,11 @@ struct SpecFile {
     FindingPlace atByte(size_t position) const;
 };
 
-/// Reads the file and its table. A text that does not evaluate to a table is no fault.
+/// Reads the file. Nothing of it is evaluated.
 Fault loadSpecFile(const std::string& path, SpecFile* spec);
 
 /// The same for bytes that are not in a file; `path` is what findings name.
 SpecFile specFileOf(const std::string& path, std::string bytes);
+
+/// Evaluates the text, within limits, to the table of the spec.
+void evaluateTable(SpecFile* spec);
