@@ -165,6 +165,32 @@ const Row kLoopRows[] = {
      "t.lua: not evaluated, since no key"},
 };
 
+// Names of others that would move the cursor, and add a line to the report.
+constexpr char kForge[] = R"(cat >t.lua <<'END'
+{ version = 1, hardware = 'm\n good\27[2A\127\194\155\195\169\255\192\128\237\160\128', clone_overlay = 0,
+  'a\27[2J', 'exit_success', script_url = 'http://h/s', script_hash = '', script_dlsize = 1 }
+END
+)";
+#define SHOWN_MODEL R"(m\n good\x1b[2A\x7f\xc2\x9bé\xff\xc0\x80\xed\xa0\x80)"
+constexpr char kForDevice[] = "$CHECK t.lua --device model=RV-20,kernel=1,rootfs=1";
+
+const Row kForgedRows[] = {
+    {"inspect", "$PACK inspect t.lua", 0, "models      " SHOWN_MODEL "\n"},
+    {"a finding", kForDevice, 1,
+     "refuses the update: HW model \"RV-20\" is not supported in spec \"" SHOWN_MODEL},
+    {"a plan", kForDevice, 1, "refused: HW model \"RV-20\" is not supported in spec \"" SHOWN_MODEL},
+    {"a table", "$CHECK t.lua $(for i in 1 2; do printf ' --device model=\\033[2J,kernel=1,rootfs=1'; done)",
+     1, "\n\\x1b[2J "},
+    {"a command of a plan", "sed -i \"s/'m.*8'/'m'/\" t.lua; $CHECK t.lua --device model=m,kernel=1,rootfs=1",
+     1, R"($ /bin/sh '/tmp/rovu/a\x1b[2J')"},
+    {"a device's log",
+     "sed -i \"s/'m.*8'/'m'/\" t.lua; mkdir d; printf x >d/s; "
+     "$PACK rehearse t.lua --unsigned --files d --device model=m,kernel=1,rootfs=1",
+     1, R"(Failed to extract "a\x1b[2J")"},
+    {"an error", "$BUILD t.lua --out t", 2, R"(the name "a\x1b[2J")"},
+    {"JSON", "$PACK inspect t.lua --json", 0, R"(m\n good\u001b[2A\u007f\u009b\u00e9\ufffd)"},
+};
+
 TEST_F(Messages, OfRovuPackSayWhatHappenedAndWhatToDo) {
     const auto expect = [this](const Row& row) {
         SCOPED_TRACE(row.name);
@@ -181,11 +207,15 @@ TEST_F(Messages, OfRovuPackSayWhatHappenedAndWhatToDo) {
         expect(row);
     for (const Row& row : kOptionRows)
         expect(row);
-    for (Row row : kLoopRows) {
-        const std::string line = kLoop + std::string(row.line);
+    const auto expectOf = [&expect](const char* spec, Row row) {
+        const std::string line = std::string(spec) + row.line;
         row.line = line.c_str();
         expect(row);
-    }
+    };
+    for (const Row& row : kLoopRows)
+        expectOf(kLoop, row);
+    for (const Row& row : kForgedRows)
+        expectOf(kForge, row);
 }
 
 #ifdef ROVU_SIM_PROGRAM

@@ -2,6 +2,7 @@
 
 #include "build_json.h"
 #include "commands.h"
+#include "printable.h"
 #include "progress_bar.h"
 #include "reports.h"
 
@@ -11,7 +12,7 @@
 namespace {
 
 std::string shownName(const BuiltFile& file) {
-    return (file.isMember ? "  " : "") + file.name;
+    return (file.isMember ? "  " : "") + printable(file.name);
 }
 
 // Columns as wide as what stands in them.
@@ -25,7 +26,7 @@ void printReport(const std::vector<BuiltFile>& made, FILE* out) {
     fprintf(out, "%-*s  %*s  digest\n", nameWidth, "file", sizeWidth, "bytes");
     for (const BuiltFile& file : made) {
         fprintf(out, "%-*s  %*s  %-6s %s\n", nameWidth, shownName(file).c_str(), sizeWidth,
-                std::to_string(file.size).c_str(), file.digestKind, file.digest.c_str());
+                std::to_string(file.size).c_str(), file.digestKind, printable(file.digest).c_str());
     }
 }
 

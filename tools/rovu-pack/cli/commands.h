@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fault.h"
+#include "printable.h"
 #include "reports.h"
 #include "update_builder.h"
 #include "update_check.h"
@@ -56,7 +57,7 @@ struct InspectOptions {
 /// \param command with a space before it; empty: none was given.
 /// \return kExitTrouble.
 inline int reportFault(const std::string& command, const Fault& fault, bool json = false) {
-    fprintf(stderr, "rovu-pack%s: %s\n", command.c_str(), fault.message().c_str());
+    fprintf(stderr, "rovu-pack%s: %s\n", command.c_str(), printable(fault.message()).c_str());
     if (json) fputs(faultJson(fault).c_str(), stdout);
     return kExitTrouble;
 }

@@ -6,6 +6,7 @@
 #include "command_line.h"
 #include "commands.h"
 #include "interruption.h"
+#include "printable.h"
 
 #include <cstdio>
 #include <exception>
@@ -16,7 +17,7 @@ int main(int argc, char** argv) {
     try {
         exitStatus = runCommandLine(argc, argv);
     } catch (const std::exception& fault) {
-        fprintf(stderr, "rovu-pack: %s\n", fault.what());
+        fprintf(stderr, "rovu-pack: %s\n", printable(fault.what()).c_str());
         return kExitTrouble;
     }
     const bool isPrinted = fflush(stdout) == 0;

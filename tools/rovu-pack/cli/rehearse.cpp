@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "limited_work.h"
+#include "printable.h"
 #include "rehearsal.h"
 
 #include <cerrno>
@@ -30,8 +31,8 @@ void printIndented(const std::string& text) {
 void print(const RehearsalRow& row) {
     const DeviceKind& device = row.planned->device;
     const Plan& plan = row.planned->plans[row.activeSet];
-    printf("%s, kernel %s, rootfs %s, from set %u: ", device.model.c_str(), device.kernel.c_str(),
-           device.rootfs.c_str(), row.activeSet);
+    printf("%s, kernel %s, rootfs %s, from set %u: ", printable(device.model).c_str(),
+           printable(device.kernel).c_str(), printable(device.rootfs).c_str(), row.activeSet);
     if (row.differences.empty()) {
         printf("as planned: %s\n", !row.planned->accepts() ? "refuses"
                                    : plan.switches         ? "updates and restarts"
@@ -39,9 +40,9 @@ void print(const RehearsalRow& row) {
     } else {
         printf("FAILS\n");
         for (const std::string& difference : row.differences)
-            printf("  %s\n", difference.c_str());
+            printf("  %s\n", printable(difference).c_str());
         printf("  the end of the device's log:\n");
-        printIndented(lastLines(row.log));
+        printIndented(printableLines(lastLines(row.log)));
     }
     fflush(stdout);
 }

@@ -74,6 +74,6 @@ std::string inspectionJson(const Inspection& inspection) {
                   {"key", orNull(inspection.key)},
                   {"fingerprint", orNull(inspection.fingerprint)}};
     if (isShown) addUpdate(viewOf(inspection.file), &whole);
-    // What is no UTF-8 in the spec must not end the program.
-    return whole.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+    // What is no UTF-8 in the spec must not end the program, and DEL or C1 not reach a terminal: hence ASCII.
+    return whole.dump(kIndent, ' ', true, Json::error_handler_t::replace) + "\n";
 }

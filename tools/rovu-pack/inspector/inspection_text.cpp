@@ -1,6 +1,7 @@
 // The update on one screen: what holds for all of it, then its steps in order.
 
 #include "inspection.h"
+#include "printable.h"
 
 #include <cstdio>
 
@@ -11,10 +12,12 @@ constexpr size_t kLabelWidth = 12;
 class Lines {
 public:
     void add(const std::string& label, const std::string& value) {
-        text_ += "  " + label +
-                 std::string(label.size() < kLabelWidth ? kLabelWidth - label.size() : 1, ' ') + value + "\n";
+        const std::string shown = printable(label);
+        text_ += "  " + shown +
+                 std::string(shown.size() < kLabelWidth ? kLabelWidth - shown.size() : 1, ' ') +
+                 printable(value) + "\n";
     }
-    void addPlain(const std::string& line) { text_ += line + "\n"; }
+    void addPlain(const std::string& line) { text_ += printable(line) + "\n"; }
     const std::string& text() const { return text_; }
 
 private:

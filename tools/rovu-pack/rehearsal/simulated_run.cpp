@@ -176,7 +176,7 @@ private:
         if (Fault fault = runChild(words, log, &run->status)) return fault;
         if (Fault fault = readWholeFile(log, &run->log)) return fault;
         if (run->status < kCannotRun && run->status != kMisused) return {};
-        return {EIO, "rovu-sim could not run the update:\n" + run->log};
+        return {EIO, "rovu-sim could not run the update: " + run->log};
     }
 
     const DeviceKind& kind_;

@@ -1,8 +1,7 @@
 // Findings, one paragraph each: what, where, why, what to do.
 
+#include "printable.h"
 #include "reports.h"
-
-#include <cctype>
 
 namespace {
 
@@ -17,21 +16,14 @@ std::string countText(size_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-// Names in a sentence are those of the spec and of tars, and may hold anything.
-std::string onOneLine(std::string text) {
-    for (char& c : text) {
-        if (iscntrl(static_cast<unsigned char>(c)) != 0) c = ' ';
-    }
-    return text;
-}
-
 }  // namespace
 
 void printFindings(const Findings& findings, FILE* out) {
     for (const Finding& finding : findings.all) {
         fprintf(out, "%-7s  %-22s  %s\n", severityText(finding.severity), findingCodeText(finding.code),
-                placeText(finding.place).c_str());
-        fprintf(out, "         %s\n         %s\n", onOneLine(finding.why).c_str(), finding.advice.c_str());
+                printable(placeText(finding.place)).c_str());
+        fprintf(out, "         %s\n         %s\n", printable(finding.why).c_str(),
+                printable(finding.advice).c_str());
     }
 }
 

@@ -30,5 +30,5 @@ void addFindings(const Findings& findings, Json* whole) {
 }
 
 std::string jsonText(const Json& whole) {
-    return whole.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+    return whole.dump(kIndent, ' ', true, Json::error_handler_t::replace) + "\n";
 }

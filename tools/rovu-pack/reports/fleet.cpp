@@ -1,6 +1,7 @@
 // A fleet as two tables, which fit a terminal of 80 columns with usual names and versions: what each kind of device
 // boots afterwards, and what the update takes there.
 
+#include "printable.h"
 #include "reports.h"
 
 #include <algorithm>
@@ -85,6 +86,12 @@ std::string lebsText(const FleetRow& row) {
 struct Table {
     std::vector<Cells> rows;  // the first is the head
 
+    void add(Cells cells) {
+        for (std::string& cell : cells)
+            cell = printable(cell);
+        rows.push_back(cells);
+    }
+
     // The last cell of a row needs no width, and may be longer than its column.
     size_t widthOf(size_t column) const {
         size_t width = 0;
@@ -116,12 +123,13 @@ struct Table {
 void printBoots(const std::vector<FleetRow>& fleet, FILE* out) {
     Table table = {{{"MODEL", "KERNEL", "ROOTFS", "VERDICT", "NEXT KERNEL", "NEXT ROOTFS", "NEXT DATA"}}};
     for (const FleetRow& row : fleet)
-        table.rows.push_back(bootCells(row));
+        table.add(bootCells(row));
     // Why not takes the place of what boots.
     const size_t offset = table.offsetOf(table.rows[0].size() - kBootColumns);
     const size_t room = offset < kLineWidth ? kLineWidth - offset : 0;
     for (size_t i = 0; i < fleet.size(); ++i) {
-        if (!fleet[i].accepts()) table.rows[i + 1].push_back(cutText(fleet[i].selection.refusal, room));
+        if (!fleet[i].accepts())
+            table.rows[i + 1].push_back(printable(cutText(fleet[i].selection.refusal, room)));
     }
     table.print(out);
     if (std::any_of(fleet.begin(), fleet.end(), bootsEarlier))
@@ -136,7 +144,7 @@ void printNeeds(const std::vector<FleetRow>& fleet, FILE* out) {
         fleet.begin(), fleet.end(), [](const FleetRow& row) { return row.device.room.freeLebs.has_value(); });
     Table needs = {{{"MODEL", "KERNEL", "ROOTFS", "IMAGES", "DOWNLOAD", "ROOM"}}};
     for (const FleetRow& row : fleet)
-        needs.rows.push_back(needCells(row));
+        needs.add(needCells(row));
     for (size_t i = 0; i < needs.rows.size(); ++i) {
         Cells& cells = needs.rows[i];
         if (showsTmp) cells.push_back(i == 0 ? "/TMP" : tmpText(fleet[i - 1]));

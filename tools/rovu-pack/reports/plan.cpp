@@ -1,5 +1,6 @@
 // A plan on paper: the choice, the stages once, the commands for each active set.
 
+#include "printable.h"
 #include "reports.h"
 
 #include <algorithm>
@@ -8,11 +9,12 @@ namespace {
 
 void printChoice(const FleetRow& row, FILE* out) {
     const DeviceKind& device = row.device;
-    fprintf(out, "\n%s, kernel %s, rootfs %s: %s%s\n", device.model.c_str(), device.kernel.c_str(),
-            device.rootfs.c_str(), row.accepts() ? "accepted" : "refused: ", row.selection.refusal.c_str());
+    fprintf(out, "\n%s, kernel %s, rootfs %s: %s%s\n", printable(device.model).c_str(),
+            printable(device.kernel).c_str(), printable(device.rootfs).c_str(),
+            row.accepts() ? "accepted" : "refused: ", printable(row.selection.refusal).c_str());
     for (const ImageChoice& choice : row.selection.images) {
         fprintf(out, "  %-6s  %-8s  %s\n", choice.kind.c_str(), outcomeText(choice.outcome),
-                choice.test.c_str());
+                printable(choice.test).c_str());
     }
 }
 
@@ -57,7 +59,7 @@ void printStages(const Plan& plan, FILE* out) {
 // "kernel 2.1", "kernel, blank", "data"
 std::string holdsText(const BootVolume& volume) {
     if (volume.version == kBlank) return volume.kind + ", blank";
-    return volume.version.empty() ? volume.kind : volume.kind + " " + volume.version;
+    return volume.version.empty() ? volume.kind : volume.kind + " " + printable(volume.version);
 }
 
 std::string originText(const BootVolume& volume, uint32_t activeSet) {
@@ -90,10 +92,10 @@ void printStates(const Plan& plan, FILE* out) {
         if (stage.subject.empty()) {
             fprintf(out, "    %s\n", stateName(stage.state));
         } else {
-            fprintf(out, "    %-29s %s\n", stateName(stage.state), stage.subject.c_str());
+            fprintf(out, "    %-29s %s\n", stateName(stage.state), printable(stage.subject).c_str());
         }
         for (; step < plan.steps.size() && plan.steps[step].stage == i; ++step)
-            fprintf(out, "      $ %s\n", plan.steps[step].line.c_str());
+            fprintf(out, "      $ %s\n", printable(plan.steps[step].line).c_str());
     }
 }
 

@@ -1,5 +1,7 @@
 #include "progress_bar.h"
 
+#include "printable.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <unistd.h>
@@ -34,7 +36,7 @@ void ProgressBar::expect(uint64_t bytes) {
 }
 
 void ProgressBar::begin(const std::string& what) {
-    label_ = what;
+    label_ = printable(what);
 }
 
 void ProgressBar::advance(uint64_t bytes) {
