@@ -19,6 +19,7 @@ public:
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
+    pid_t pid() const { return pid_; }
     void signal(int number) const { kill(pid_, number); }
 
     bool isRunning() const;

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,10 +47,12 @@ int prepareDevice(const InitPlan& plan) {
     return 0;
 }
 
-// The host's may hold tokens and proxies.
+// The host's may hold tokens and proxies. This process would show them too, in /proc/1/environ.
 void takeEnvironment(const std::vector<std::string>& settings) {
     const char* terminal = getenv("TERM");
     const std::string kept = terminal == nullptr ? "" : terminal;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
+        explicit_bzero(*entry, strlen(*entry));
     clearenv();
     setenv("PATH", kPathInside, 1);
     setenv("HOME", "/root", 1);
@@ -63,7 +66,6 @@ void takeEnvironment(const std::vector<std::string>& settings) {
 
 [[noreturn]] void runCommand(const InitPlan& plan) {
     if (plan.output >= 0 && (dup2(plan.output, 1) < 0 || dup2(plan.output, 2) < 0)) _exit(kExitSetupFailed);
-    takeEnvironment(plan.environment);
     std::vector<char*> argv;
     for (const std::string& word : plan.command)
         argv.push_back(const_cast<char*>(word.c_str()));
@@ -107,6 +109,7 @@ bool isFromLauncher(const siginfo_t& info) {
 
 void runInit(const InitPlan& plan) {
     if (prepareDevice(plan) != 0) _exit(kExitSetupFailed);
+    takeEnvironment(plan.environment);
     const pid_t command = fork();
     if (command < 0) {
         cannot("start", "a process", errno);
