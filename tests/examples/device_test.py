@@ -51,8 +51,8 @@ class UpdateOnce(World):
         return path.read_text() if path.exists() else ""
 
     def command(self, shell="busybox sh"):
-        return (f"rovu-sim run dev --no-wait --bind {self.home} --bind {self.build} --serve http://updates.example/2.0=www -- env http_proxy=http://none "
-                f"ROVU_PROGRAM={self.home}/rovu {shell} {self.home}/update-once")
+        return (f"rovu-sim run dev --no-wait --bind '{self.home}' --bind '{self.build}' --serve http://updates.example/2.0=www -- env http_proxy=http://none "
+                f"ROVU_PROGRAM='{self.home}/rovu' {shell} '{self.home}/update-once'")
 
     def test_keeps_the_outcome(self):
         for name, url, fault, first, status, outcome in ROWS:
@@ -72,7 +72,7 @@ class UpdateOnce(World):
                 self.request(URL)
                 self.shell(f"ln -sf {self.build}/rovu rovu")
                 (self.home / "twice").write_text(TWICE)
-                self.shell(self.command(f"sh {self.home}/twice {shell}"), 0)
+                self.shell(self.command(f"sh '{self.home}/twice' {shell}"), 0)
                 self.assertEqual(self.kept("outcome"), f"complete: {URL}\n")
                 self.assertIn("0022\n", self.kept("log"))
                 self.assertIn("Rebooting", self.kept("log"))

@@ -15,7 +15,7 @@ class GoingBack(World):
                           f"{self.build}/rovu {URL}", status)
 
     def confirm(self, status, web="healthy"):
-        return self.shell(f"rovu-sim run dev --bind {self.home} --serve http://127.0.0.1={web} -- busybox sh {self.home}/confirm", status)
+        return self.shell(f"rovu-sim run dev --bind '{self.home}' --serve http://127.0.0.1={web} -- busybox sh '{self.home}/confirm'", status)
 
     def test_no_update_runs_from_a_set_on_trial(self):
         self.assertIn("not confirmed yet", self.update(1))
@@ -41,6 +41,6 @@ class GoingBack(World):
 
     def test_a_cut_between_its_writes_leaves_all_tries(self):
         (self.home / "dev/uboot.env").write_text("bootswitcher=0A0A00\ngood=0A0A01\ntries=2\n")
-        self.shell(f"rovu-sim run dev --bind {self.home} --serve http://127.0.0.1=healthy --fail fw_setenv:2=exit:1 -- "
-                   f"sh {self.home}/confirm", 1)
+        self.shell(f"rovu-sim run dev --bind '{self.home}' --serve http://127.0.0.1=healthy --fail fw_setenv:2=exit:1 -- "
+                   f"sh '{self.home}/confirm'", 1)
         self.assertEqual(self.boot_variables(), ["bootswitcher=0A0A00", "good=0A0A01"])

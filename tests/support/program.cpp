@@ -1,9 +1,17 @@
 #include "support/program.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+namespace {
+
+// The programs of the build are found by their names: a command line need not quote a path.
+const int kPathIsSet = setenv("PATH", (ROVU_BUILD_DIRECTORY ":" + std::string(getenv("PATH"))).c_str(), 1);
+
+}  // namespace
 
 Program::Program(Strings command, const std::string& outFile, const std::string& errFile) : pid_(fork()) {
     if (pid_ != 0) return;

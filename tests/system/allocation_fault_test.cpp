@@ -6,6 +6,7 @@
 
 #include "update_faults.h"
 
+#include <filesystem>
 #include <set>
 #include <sstream>
 
@@ -21,8 +22,11 @@ struct Allocation {
 
 class AllocationFaults : public UpdateFaults {
 protected:
+    // By a path without spaces, at which LD_PRELOAD would end.
+    AllocationFaults() { std::filesystem::copy(ROVU_FAILING_ALLOCATOR, pristine() + "/app0/allocator.so"); }
+
     int run(const Strings& settings, const Strings& args) {
-        Strings wrapper = {"env", "LD_PRELOAD=" ROVU_FAILING_ALLOCATOR, "ROVU_ALLOCATIONS_OF=" ROVU_PROGRAM};
+        Strings wrapper = {"env", "LD_PRELOAD=/app0/allocator.so", "ROVU_ALLOCATIONS_OF=" ROVU_PROGRAM};
         wrapper.insert(wrapper.end(), settings.begin(), settings.end());
         return UpdateFaults::run({}, wrapper, args);
     }

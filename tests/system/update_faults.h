@@ -49,6 +49,8 @@ protected:
     void report(const std::string& name, const Strings& violations) const;
 
     const Device& device() const { return device_; }
+    /// What the device is put back to.
+    std::string pristine() const { return scratch_.path + "/pristine"; }
     std::string scratch() const { return scratch_.path; }
     std::string errors() const { return readWholeFile(err()); }
     bool outContains(const std::string& part) const {
@@ -59,7 +61,6 @@ protected:
 private:
     std::string out() const { return scratch_.path + "/out"; }
     std::string err() const { return scratch_.path + "/err"; }
-    std::string pristine() const { return scratch_.path + "/pristine"; }
     Strings activeSet() const;
     bool isSwitched() const { return device_.bootswitcher() == "0A0A01"; }
     bool isNewSetComplete() const;

@@ -20,9 +20,9 @@ const char* const kRefFiles[] = {".ubiRefChk1",     ".ubiRefChk2",     ".ubiRefC
 
 App0Reader::App0Reader(std::string folder, std::string keyFile)
     : folder_(std::move(folder)), keyFile_(std::move(keyFile)) {
-    std::string commands = "dump /secrets/rovu/preshared " + folder_ + "/preshared\n";
+    std::string commands = "dump /secrets/rovu/preshared \"" + folder_ + "/preshared\"\n";
     for (const char* name : kRefFiles)
-        commands += "dump /" + std::string(name) + " " + folder_ + "/" + name + "\n";
+        commands += "dump /" + std::string(name) + " \"" + folder_ + "/" + name + "\"\n";
     writeFileOrThrow(folder_ + "/commands", commands);
 }
 
