@@ -48,8 +48,8 @@ public:
     /// The state that the progress file names; empty if there is no such file.
     std::string state() const;
 
-    /// Waits for a state, or for the call of a command as commands() has it, of which `point` may be a part from its
-    /// beginning on. \return false if the program ends before.
+    /// Waits for a state, or for a command, of whose line in commands() `point` is the beginning. \return false if the
+    /// program ends before.
     bool reaches(const std::string& point) const;
 
     /// A volume's bytes; "(none)" if there is no such volume.
