@@ -96,6 +96,24 @@ TEST_F(Leftovers, OfAKilledCheckAreNoPlainText) {
     EXPECT_EQ(shell(std::string("$PACK ") + kCheck), 0) << said();
 }
 
+TEST_F(Leftovers, OfAKilledRehearsalAreRemovedByTheNext) {
+    makeRootfs(1000000);
+    ASSERT_EQ(shell(std::string("$PACK ") + kBuild), 0) << said();
+    ASSERT_EQ(shell("cd tmp && mkdir rovu-pack.killed rovu-pack.locked rovu-pack.other other && "
+                    "touch rovu-pack.killed/device other/file && ln -s ../other rovu-pack.killed/link && "
+                    "ln -s other rovu-pack.link && chown nobody rovu-pack.other"),
+              0);
+    EXPECT_EQ(
+        shell("flock tmp/rovu-pack.locked $PACK rehearse out/update.lua --pub keys/rovu_pub.pem --files out "
+              "--secrets secrets --device model=RV-20,kernel=1,rootfs=1"),
+        0)
+        << said();
+    EXPECT_FALSE(fs::exists(path("tmp/rovu-pack.killed")));
+    for (const char* kept : {"rovu-pack.locked", "rovu-pack.other", "rovu-pack.link", "other/file"})
+        EXPECT_TRUE(fs::exists(path("tmp/") + kept)) << kept;
+    EXPECT_EQ(entriesOf(path("tmp")), 4U);
+}
+
 TEST_F(Leftovers, AreNoneOnAFullDiskWhichIsNamed) {
     makeRootfs(5000000);
     const std::string full =

@@ -1,12 +1,19 @@
 #include "scratch_folder.h"
 
 #include "files.h"
+#include "leftovers.h"
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
+
+namespace {
+
+constexpr char kPrefix[] = "rovu-pack.";
+
+}  // namespace
 
 ScratchFolder::~ScratchFolder() {
     std::error_code ignored;
@@ -18,12 +25,14 @@ Fault ScratchFolder::make() {
     const bool isGiven = named != nullptr && named[0] != '\0';
     const std::string parent = isGiven ? named : "/tmp";
     char resolved[PATH_MAX];
-    std::string path;
-    if (realpath(parent.c_str(), resolved) != nullptr) path = std::string(resolved) + "/rovu-pack.XXXXXX";
-    if (path.empty() || mkdtemp(path.data()) == nullptr) {
-        Fault fault = fileFault("no folder can be made in " + parent, errno);
+    int rc = realpath(parent.c_str(), resolved) == nullptr ? errno : 0;
+    if (rc == 0) {
+        removeLeftovers(resolved, kPrefix);
+        rc = makeLockedFolder(resolved, kPrefix, &lock_, &path_);
+    }
+    if (rc != 0) {
+        Fault fault = fileFault("no folder can be made in " + parent, rc);
         return isGiven ? fault.of("TMPDIR") : fault;
     }
-    path_ = path;
     return {};
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fault.h"
+#include "util/descriptor.h"
 
 #include <string>
 
@@ -14,7 +15,7 @@ public:
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
     /// Makes an empty folder, which only its owner can enter, in the one that the environment's TMPDIR names, or
-    /// else in /tmp. It goes, with all that is in it, when this object does.
+    /// else in /tmp. It goes, with all that is in it, when this object does. Those of runs that were killed go before.
     Fault make();
 
     /// Absolute. Empty before make().
@@ -22,4 +23,5 @@ public:
 
 private:
     std::string path_;
+    zem::Descriptor lock_;  // on the folder
 };
