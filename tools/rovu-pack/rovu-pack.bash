@@ -36,7 +36,7 @@ _rovu_pack() {
         ;;
     esac
     case $command in
-    build) options='--out --key --key-pass --unsigned --base-url --secrets --set --force --json --help' ;;
+    build) options='--out --key --key-pass --unsigned --base-url --secrets --set --follow-links --force --json --help' ;;
     sign) options='--key --key-pass --digest --help' ;;
     attach) options='--pub --help' ;;
     inspect) options='--pub --json --help' ;;

@@ -5,9 +5,14 @@
 #include "install.h"
 #include "spec_words.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 void addInput(const Manifest& manifest, const ManifestImage* image, const std::string& member, bool isScript,
               std::vector<TarInput>* inputs) {
@@ -49,6 +54,24 @@ Fault tooLarge(const TarInput& input, uint64_t size) {
                        ", the largest size that a spec can say"};
 }
 
+bool isBelow(const fs::path& path, const fs::path& folder) {
+    return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
+}
+
+// A manifest may name a file elsewhere, as in "../common/before.sh"; a link must not do so for it.
+Fault refuseLinkOut(const std::string& folder, const std::string& source) {
+    std::error_code fault;
+    const fs::path home = fs::canonical(folder, fault);
+    const fs::path real = fault ? fs::path() : fs::canonical(source, fault);
+    if (fault) return fileFault(source, fault.value());
+    const fs::path named = fs::path(source).is_absolute()
+                               ? fs::path(source)
+                               : home / fs::path(source).lexically_relative(fs::path(folder));
+    if (isBelow(real, home) || named.lexically_normal() == real) return {};
+    return {ELOOP, source + ": a link leads out of the manifest's folder, to " + real.string() +
+                       "; copy the file, or give --follow-links"};
+}
+
 }  // namespace
 
 std::vector<TarJob> planTars(const Manifest& manifest) {
@@ -66,13 +89,15 @@ std::vector<TarJob> planTars(const Manifest& manifest) {
     return jobs;
 }
 
-Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes) {
+Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, bool followsLinks,
+                    uint64_t* bytes) {
     *bytes = 0;
     for (const TarJob& job : jobs) {
         uint64_t ofTar = 0;
         for (const TarInput& input : job.inputs) {
             uint64_t size = 0;
             Fault fault = requireRegularFile(input.source, &size);
+            if (!fault && !followsLinks) fault = refuseLinkOut(manifest.folder, input.source);
             ofTar += size;
             if (!fault && ofTar > kMaxFileSize) fault = tooLarge(input, size);
             if (fault) {

@@ -21,6 +21,9 @@ struct TarJob {
 std::vector<TarJob> planTars(const Manifest& manifest);
 
 /// Adds up the bytes of all inputs, of which nothing is read yet.
-/// \return a fault of the entry whose file is missing, is not a regular file, or is too large for a tar that a spec can
-///         describe.
-Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, uint64_t* bytes);
+/// \param followsLinks else a file at which a link out of the manifest's folder ends is refused: who reads the manifest does
+///        not see that it is another one, such as a private key.
+/// \return a fault of the entry whose file is missing, is not a regular file, is refused, or is too large for a tar that a
+///         spec can describe.
+Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, bool followsLinks,
+                    uint64_t* bytes);

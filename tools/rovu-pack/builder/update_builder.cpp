@@ -10,6 +10,7 @@
 #include "key_files.h"
 #include "manifest_reader.h"
 #include "output_file.h"
+#include "served_keys.h"
 #include "signing.h"
 #include "spec.h"
 #include "spec_writer.h"
@@ -169,6 +170,14 @@ Fault refuseCollisions(const std::vector<TarJob>& jobs, const Build& build) {
     return {};
 }
 
+// What is in the folder is served.
+Fault refusePrivateKeys(const std::string& out) {
+    const std::vector<std::string> keys = findPrivateKeys(out);
+    if (keys.empty()) return {};
+    return {EEXIST, keys.front() +
+                        " is a private key, and the folder is to be served; move it, or name another folder"};
+}
+
 // The names of the tars' files, and their URLs.
 Fault settleNames(std::vector<TarJob>* jobs, Build* build) {
     const UpdateSpecVer1 spec = {};
@@ -242,8 +251,9 @@ Fault makeUpdate(const BuildOptions& options, Build* build) {
     if (Fault fault = readKey(options, &build->signingKey)) return fault;
     std::vector<TarJob> jobs = planTars(build->manifest);
     uint64_t bytes = 0;
-    if (Fault fault = measureInputs(build->manifest, jobs, &bytes)) return fault;
+    if (Fault fault = measureInputs(build->manifest, jobs, options.followLinks, &bytes)) return fault;
     build->bar->expect(bytes);
+    if (Fault fault = refusePrivateKeys(options.out)) return fault.of("--out");
     if (Fault fault = build->staging.prepare(options.out)) return fault.of("--out");
     if (Fault fault = settleNames(&jobs, build)) return fault;
     if (Fault fault = makeTars(jobs, build)) return fault;

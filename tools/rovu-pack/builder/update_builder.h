@@ -25,6 +25,7 @@ struct BuildOptions {
     std::string secrets;                 // empty: none
     std::vector<std::string> variables;  // "NAME=VALUE" for the manifest's vars
     bool isUnsigned = false;             // in place of a key: the spec is signed elsewhere
+    bool followLinks = false;            // out of the manifest's folder too
     bool force = false;                  // publish in spite of errors that the check finds
 };
 

@@ -3,6 +3,7 @@
 #include "files.h"
 #include "key_files.h"
 #include "rules.h"
+#include "served_keys.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,12 +13,18 @@
 
 namespace {
 
-Fault require(const std::string& path, bool isFolder) {
+Fault requireFile(const std::string& path) {
+    uint64_t size = 0;
+    if (path.empty()) return {};
+    if (access(path.c_str(), R_OK) != 0) return fileFault(path, errno);
+    return requireRegularFile(path, &size);
+}
+
+Fault requireFolder(const std::string& path) {
     struct stat status;
     if (path.empty()) return {};
     if (access(path.c_str(), R_OK) != 0 || stat(path.c_str(), &status) != 0) return fileFault(path, errno);
-    if (S_ISDIR(status.st_mode) == isFolder) return {};
-    return fileFault(path, isFolder ? ENOTDIR : EISDIR);
+    return S_ISDIR(status.st_mode) ? Fault() : fileFault(path, ENOTDIR);
 }
 
 Fault requireKey(const std::string& path) {
@@ -27,8 +34,8 @@ Fault requireKey(const std::string& path) {
 
 Fault requireInputs(const CheckOptions& options) {
     if (Fault fault = requireKey(options.signatureUse.publicKey)) return fault.of("--pub");
-    if (Fault fault = require(options.files.secrets, false)) return fault.of("--secrets");
-    Fault fault = require(options.files.folder, true);
+    if (Fault fault = requireFile(options.files.secrets)) return fault.of("--secrets");
+    Fault fault = requireFolder(options.files.folder);
     return fault ? fault.of("--files") : fault;
 }
 
@@ -45,6 +52,15 @@ Fault gatherTars(const SpecView& spec, const FileOptions& options, ServedFiles* 
     if (!options.folder.empty()) return checkServedFiles(spec, options, files);
     files->tars = tarsOf(spec);
     return {};
+}
+
+Findings reportServedKeys(const SpecFile& spec, const std::string& folder) {
+    Findings findings;
+    if (folder.empty()) return findings;
+    for (const std::string& path : findPrivateKeys(folder))
+        findings.add(ePrivateKeyServed, spec.at(""),
+                     path + " is a private key, and whoever can fetch it signs updates.");
+    return findings;
 }
 
 // Each of the devices gets a verdict of its own instead of the general note.
@@ -68,6 +84,8 @@ Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
     Findings* findings = &result->findings;
     findings->append(verdict.findings);
     findings->append(checkText(result->spec, options.signatureUse));
+
+    findings->append(reportServedKeys(result->spec, options.files.folder));
 
     const SpecView spec = viewOf(result->spec);
     ServedFiles files;

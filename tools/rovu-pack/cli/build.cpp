@@ -57,6 +57,7 @@ void printMade(const BuildResult& result) {
 
 int runBuild(const BuildCommandOptions& options) {
     BuildResult result;
+    warnOfOpenKey(" build", options.build.key);
     if (Fault fault = build(options.build, &result)) return reportFault(" build", fault, options.json);
     if (options.json) {
         fputs(buildJson(options.build, result).c_str(), stdout);

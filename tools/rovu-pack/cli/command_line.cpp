@@ -83,6 +83,8 @@ CLI::App* addBuild(CLI::App* app, BuildCommandOptions* commandOptions) {
                      "A string that the manifest reads as vars.NAME; again for each name")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
+    command->add_flag("--follow-links", options->followLinks,
+                      "Pack files to which links lead out of the manifest's folder");
     command->add_flag("--json", commandOptions->json, "Print the output's table and the findings as JSON");
     command->add_flag("--force", options->force, "Sign in spite of errors that \"check\" finds");
     return command;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fault.h"
+#include "key_files.h"
 #include "printable.h"
 #include "reports.h"
 #include "update_builder.h"
@@ -60,6 +61,16 @@ inline int reportFault(const std::string& command, const Fault& fault, bool json
     fprintf(stderr, "rovu-pack%s: %s\n", command.c_str(), printable(fault.message()).c_str());
     if (json) fputs(faultJson(fault).c_str(), stdout);
     return kExitTrouble;
+}
+
+/// Warns of a private key that others can read.
+/// \param command with a space before it.
+/// \param key its file, or a URI on a token.
+inline void warnOfOpenKey(const std::string& command, const std::string& key) {
+    if (!isReadableByOthers(key)) return;
+    const std::string name = printable(key);
+    fprintf(stderr, "rovu-pack%s: warning: the private key %s can be read by others; chmod go= %s\n",
+            command.c_str(), name.c_str(), name.c_str());
 }
 
 /// Makes a key pair in `folder`, which is made if there is none; overwrites nothing.

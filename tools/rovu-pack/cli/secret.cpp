@@ -20,7 +20,10 @@ namespace {
 constexpr mode_t kSecretMode = 0600;
 
 Fault appendSecret(const std::string& path, int64_t* offset) {
-    const zem::Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kSecretMode));
+    uint64_t size = 0;
+    if (Fault fault = requireRegularFile(path, &size); fault && fault.code() != ENOENT) return fault;
+    const zem::Descriptor file(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, kSecretMode));
     if (file.get() < 0) return fileFault(path, errno);
     // Locked: of two at the same time, each must print its own offset.
     if (flock(file.get(), LOCK_EX) != 0) return fileFault(path, errno);

@@ -56,6 +56,7 @@ Fault printDigest(const std::string& path) {
 }  // namespace
 
 int runSign(const SignOptions& options) {
+    warnOfOpenKey(" sign", options.key);
     if (Fault fault = options.isDigest ? printDigest(options.spec) : signFile(options))
         return reportFault(" sign", fault);
     return kExitClean;

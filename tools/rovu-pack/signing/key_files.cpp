@@ -10,10 +10,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -34,17 +34,14 @@ std::string kindOf(const SigningKey& key) {
 Fault refusePrivate(const std::string& path) {
     Fault fault = cryptoFault(path + ": no private key in PEM", EINVAL);
     std::string bytes;
-    if (const Fault unreadable = readWholeFile(path, &bytes)) {
-        std::error_code ignored;  // a pipe has been read already, and its reason is libcrypto's
-        return std::filesystem::is_directory(path, ignored) ? unreadable : fault;
-    }
+    if (readWholeFile(path, &bytes)) return fault;  // a pipe has been read already
     const std::string advice = adviceOnKeyFile(bytes, path, KeyUse::ePrivate);
     return advice.empty() ? fault : Fault(EINVAL, path + ": " + advice);
 }
 
 Fault readPrivateFile(const std::string& path, PassPhrase* passPhrase, SigningKey* key) {
-    const File file(fopen(path.c_str(), "re"));
-    if (file == nullptr) return fileFault(path, errno);
+    File file;
+    if (Fault fault = openFileOrPipe(path, &file)) return fault;
     key->reset(PEM_read_PrivateKey(file.get(), nullptr, PassPhrase::answer, passPhrase), EVP_PKEY_free);
     if (*key != nullptr) return {};
     if (const Fault fault = passPhrase->complaint()) return fault.of(path);
@@ -87,6 +84,12 @@ Fault readSigningKey(const std::string& name, const std::string& passSource, Sig
     if (EVP_PKEY_base_id(key->get()) == EVP_PKEY_RSA && EVP_PKEY_bits(key->get()) == kKeyBits) return {};
     const std::string shownName = isOnToken ? splitTokenUri(name).object : name;
     return {EINVAL, "--key: " + shownName + ": " + kindOf(*key) + kOnlyVerified};
+}
+
+bool isReadableByOthers(const std::string& name) {
+    struct stat status;
+    return !isTokenUri(name) && stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           (status.st_mode & (S_IRGRP | S_IROTH)) != 0;
 }
 
 Fault readPublicKey(const std::string& path, PublicKey* key) {

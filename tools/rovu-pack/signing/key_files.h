@@ -14,6 +14,9 @@
 /// \return EINVAL for a key whose signatures the device cannot verify.
 Fault readSigningKey(const std::string& name, const std::string& passSource, SigningKey* key);
 
+/// Whether the file of a private key, named as above, can be read by its group or by others. False for a token.
+bool isReadableByOthers(const std::string& name);
+
 struct PublicKey {
     std::string pem;  // the whole file
     SigningKey key;   // without its private half

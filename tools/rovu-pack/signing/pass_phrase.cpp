@@ -61,8 +61,10 @@ Fault PassPhrase::read(const std::string& source, const char* option) {
     Fault fault;
     int fd = -1;
     if (isOfKind("file:", source, &rest)) {
-        const zem::Descriptor file(open(rest.c_str(), O_RDONLY | O_CLOEXEC));
-        fault = file.get() < 0 ? Fault(errno, strerror(errno)) : readLine(file.get());
+        File file;
+        fault = openFileOrPipe(rest, &file);
+        fault = fault ? Fault(fault.code(), fault.message().substr(rest.size() + 2))
+                      : readLine(fileno(file.get()));
     } else if (isOfKind("fd:", source, &rest)) {
         fault = readDescriptorNumber(rest, &fd) ? readLine(fd) : Fault(EINVAL, "not a descriptor's number");
     } else if (isOfKind("env:", source, &rest)) {

@@ -82,6 +82,8 @@ constexpr CatalogueEntry kCatalogue[] = {
     {"url-host", eError, "Write the URL as http://HOST/PATH."},
     {"url-credentials", eNote, "Let devices fetch the file without a password: the signature protects it."},
     {"url-folder", eWarning, "Give the URL of the file."},
+    {"private-key-served", eError,
+     "Take it out of the folder. If it has been served, give the devices another key."},
     {"tar-missing", eError, "Put the file there, or fix the URL."},
     {"tar-unreadable", eNote, "Make the file readable for the web server, as chmod a+r does."},
     {"tar-not-opened", eNote, "Give the device's key file with --secrets."},

@@ -71,6 +71,7 @@ enum FindingCode {
     eUrlHost,
     eUrlCredentials,
     eUrlFolder,
+    ePrivateKeyServed,
     eTarMissing,
     eTarUnreadable,
     eTarNotOpened,

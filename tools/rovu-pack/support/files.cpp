@@ -11,7 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 #include <utility>
 
@@ -49,6 +51,29 @@ int writeAll(int fd, const std::string& bytes) {
     return writeFd(fd, bytes.data(), static_cast<uint32_t>(bytes.size()), true, true);
 }
 
+// A FIFO lies in another file system.
+bool isNamelessPipe(int fd) {
+    struct statfs system;
+    return fstatfs(fd, &system) == 0 && system.f_type == PIPEFS_MAGIC;
+}
+
+// `takesPipe`: one without a name is taken too.
+Fault openToRead(const std::string& path, File* file, struct stat* status, bool takesPipe = false) {
+    zem::Descriptor opened(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!opened.isOpen() || fstat(opened.get(), status) != 0) return fileFault(path, errno);
+    if (takesPipe && isNamelessPipe(opened.get())) {
+        if (fcntl(opened.get(), F_SETFL, 0) != 0)
+            return fileFault(path, errno);  // its reader waits for bytes
+    } else if (Fault fault = requireRegular(path, *status)) {
+        return fault;
+    }
+    File stream(fdopen(opened.get(), "rb"));
+    if (stream == nullptr) return fileFault(path, errno);
+    [[maybe_unused]] const int owned = opened.release();  // by the stream
+    *file = std::move(stream);
+    return {};
+}
+
 }  // namespace
 
 Fault fileFault(const std::string& path, int code) {
@@ -56,16 +81,15 @@ Fault fileFault(const std::string& path, int code) {
 }
 
 Fault openRegularFile(const std::string& path, File* file, uint64_t* size) {
-    zem::Descriptor opened(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status;
-    if (!opened.isOpen() || fstat(opened.get(), &status) != 0) return fileFault(path, errno);
-    if (Fault fault = requireRegular(path, status)) return fault;
-    File stream(fdopen(opened.get(), "rb"));
-    if (stream == nullptr) return fileFault(path, errno);
-    [[maybe_unused]] const int owned = opened.release();  // by the stream
-    *file = std::move(stream);
+    if (Fault fault = openToRead(path, file, &status)) return fault;
     *size = static_cast<uint64_t>(status.st_size);
     return {};
+}
+
+Fault openFileOrPipe(const std::string& path, File* file) {
+    struct stat status;
+    return openToRead(path, file, &status, true);
 }
 
 Fault requireRegularFile(const std::string& path, uint64_t* size) {

@@ -17,6 +17,11 @@ Fault fileFault(const std::string& path, int code);
 /// \return EINVAL for anything but a regular file, with a message that says what it is.
 Fault openRegularFile(const std::string& path, File* file, uint64_t* size);
 
+/// Opens a regular file, or a pipe without a name, which a shell makes of "<(COMMAND)". Never waits for another program to
+/// open what it is, as the open of a FIFO would.
+/// \return EINVAL as openRegularFile().
+Fault openFileOrPipe(const std::string& path, File* file);
+
 /// \return a fault as of openRegularFile() if what is at `path` is not a regular file, without opening it.
 Fault requireRegularFile(const std::string& path, uint64_t* size);
 
