@@ -192,11 +192,11 @@ const Row kLoopRows[] = {
 
 // Names of others that would move the cursor, and add a line to the report.
 constexpr char kForge[] = R"(cat >t.lua <<'END'
-{ version = 1, hardware = 'm\n good\27[2A\127\194\155\195\169\255\192\128\237\160\128', clone_overlay = 0,
+{ version = 1, hardware = 'm\n good\27[2A\127\194\155\195\169\255\192\175\237\160\128', clone_overlay = 0,
   'a\27[2J', 'exit_success', script_url = 'http://h/s', script_hash = '', script_dlsize = 1 }
 END
 )";
-#define SHOWN_MODEL R"(m\n good\x1b[2A\x7f\xc2\x9bé\xff\xc0\x80\xed\xa0\x80)"
+#define SHOWN_MODEL R"(m\n good\x1b[2A\x7f\xc2\x9bé\xff\xc0\xaf\xed\xa0\x80)"
 constexpr char kForDevice[] = "$CHECK t.lua --device model=RV-20,kernel=1,rootfs=1";
 
 const Row kForgedRows[] = {

@@ -183,7 +183,7 @@ Fault refusal(const std::string& text, const std::string& cause) {
 Fault tryWithinLimits(const std::string& text, size_t size, const std::function<bool()>& isAccepted) {
     if (Fault fault = refuseSize(size)) return fault;
     LuaValue table;
-    const Fault evaluation = evaluateLua(kTrialName, text, &table);
+    Fault evaluation = evaluateLua(kTrialName, text, &table);
     if (isBeyondLimits(evaluation)) return beyondLimits();
     if (evaluation.code() == EINTR) return evaluation;
     DeviceLog log;

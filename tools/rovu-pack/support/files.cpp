@@ -81,14 +81,14 @@ Fault fileFault(const std::string& path, int code) {
 }
 
 Fault openRegularFile(const std::string& path, File* file, uint64_t* size) {
-    struct stat status;
+    struct stat status = {};
     if (Fault fault = openToRead(path, file, &status)) return fault;
     *size = static_cast<uint64_t>(status.st_size);
     return {};
 }
 
 Fault openFileOrPipe(const std::string& path, File* file) {
-    struct stat status;
+    struct stat status = {};
     return openToRead(path, file, &status, true);
 }
 
