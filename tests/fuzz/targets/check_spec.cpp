@@ -33,7 +33,7 @@ bool isRefusedByOne(const CheckResult& result) {
 
 bool reportsRefusal(const CheckResult& result) {
     for (const Finding& finding : result.findings.all) {
-        if (finding.code == eDeviceRefuses) return true;
+        if (finding.code == eDeviceRefuses || finding.code == eEvaluationLimit) return true;
     }
     return false;
 }
