@@ -59,7 +59,7 @@ class UpdateOnce(World):
             with self.subTest(name):
                 self.make_update(first or ":")
                 self.request(url)
-                self.shell(f"ln -sf {self.build}/rovu rovu; {fault}")
+                self.shell(f"ln -sf '{self.build}/rovu' rovu; {fault}")
                 said = self.shell(self.command(), status)
                 self.assertEqual(self.kept("outcome").strip(), outcome.format(home=self.home).strip(), said)
                 self.assertEqual(bool(self.kept("request")), "runs" in name)
@@ -70,7 +70,7 @@ class UpdateOnce(World):
             with self.subTest(shell):
                 self.make_update("umask; while [ ! -e /tmp/go ]; do sleep 0.05; done")
                 self.request(URL)
-                self.shell(f"ln -sf {self.build}/rovu rovu")
+                self.shell(f"ln -sf '{self.build}/rovu' rovu")
                 (self.home / "twice").write_text(TWICE)
                 self.shell(self.command(f"sh '{self.home}/twice' {shell}"), 0)
                 self.assertEqual(self.kept("outcome"), f"complete: {URL}\n")

@@ -12,7 +12,7 @@ class GoingBack(World):
 
     def update(self, status):
         return self.shell("rovu-sim run dev --no-wait --serve http://updates.example/2.0=www -- "
-                          f"{self.build}/rovu {URL}", status)
+                          f"'{self.build}/rovu' {URL}", status)
 
     def confirm(self, status, web="healthy"):
         return self.shell(f"rovu-sim run dev --bind '{self.home}' --serve http://127.0.0.1={web} -- busybox sh '{self.home}/confirm'", status)

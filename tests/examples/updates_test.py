@@ -64,7 +64,7 @@ class Updates(World):
                    "echo old >dev/app0/etc/time-servers")
         for _ in (1, 2):
             self.shell("rovu-sim run dev --no-wait --serve http://updates.example/time-servers=scripts-only/www -- "
-                       f"{self.build}/rovu http://updates.example/time-servers/update.lua")
+                       f"'{self.build}/rovu' http://updates.example/time-servers/update.lua")
             self.assertEqual(self.shell("cd dev/app0/etc; ls; cat time-servers"),
                              "time-servers\ntime1.example\ntime2.example\n")
         self.assertEqual(self.boot_variables(), ["bootswitcher=0A0A00"])
