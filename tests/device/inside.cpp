@@ -78,7 +78,8 @@ void InDevice::makeVolume(const char* name, const char* type) {
 
 int main(int argc, char** argv) {
     if (access(rovusim::kToolInside, X_OK) != 0) {
-        fprintf(stderr, "Run this inside a simulated device: rovu-sim run STATE --no-wait -- %s 8<STATE\n", argv[0]);
+        fprintf(stderr, "Run this inside a simulated device: rovu-sim run STATE --no-wait -- %s 8<STATE\n",
+                argv[0]);
         return 1;
     }
     testing::InitGoogleTest(&argc, argv);

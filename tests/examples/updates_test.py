@@ -71,4 +71,4 @@ class Updates(World):
 
     def test_busybox_understands_the_scripts(self):
         for script in self.home.glob("*/*.sh"):
-            self.shell(f"busybox sh -n {script}")
+            self.shell(f"busybox sh -n '{script}'")

@@ -40,7 +40,7 @@ namespace {
 
 constexpr int kLookMilliseconds = 200;
 constexpr useconds_t kStopMicroseconds = 5000;  // between two signals to the web server
-constexpr int kSocketNumber = 250;  // lowest descriptor number for the end of process 1
+constexpr int kSocketNumber = 250;              // lowest descriptor number for the end of process 1
 
 // What a run holds on the host until its end.
 struct Run {

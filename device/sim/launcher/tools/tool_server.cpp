@@ -90,8 +90,7 @@ ToolReply answer(const ToolServer& server, ToolCall* call) {
         fprintf(stderr, "%s: cannot record the call: %s\n", call->tool.c_str(), strerror(rc));
         return {NextStep::eExit, kNotFound};
     }
-    ToolReply reply;
-    call->reply = &reply;
+    ToolReply& reply = *call->reply;
     const ToolWork tool = workOf(call->tool);
     FaultRule rule;
     if (!findFault(server.stateDir, call->tool, count, &rule)) {
@@ -123,6 +122,8 @@ ToolReply answer(const ToolServer& server, ToolCall* call) {
     call.argv = argv.data();
     call.argc = static_cast<int>(request.words.size());
     optind = 0;  // getopt starts anew
+    ToolReply changed;
+    call.reply = &changed;
     const ToolReply reply = answer(server, &call);
     _exit(sendReply(connection, reply) == 0 ? 0 : 1);
 }
