@@ -31,6 +31,7 @@ int handOverPorts(const InitPlan& plan) {
     std::vector<zem::Descriptor> listeners;
     if (int rc = openPorts(plan.served, &listeners); rc != 0) return rc;
     std::vector<int> passed;
+    passed.reserve(listeners.size());
     for (const zem::Descriptor& listener : listeners)
         passed.push_back(listener.get());
     return sendMessage(plan.socket, "p", 1, passed);
