@@ -43,7 +43,8 @@ void removeLeftovers(const std::string& parent, const std::string& prefix) {
 int makeLockedFolder(const std::string& parent, const std::string& prefix, zem::Descriptor* lock,
                      std::string* path) {
     for (;;) {
-        std::string made = parent + "/" + prefix + "XXXXXX";
+        std::string made = parent;
+        made.append("/").append(prefix).append("XXXXXX");
         if (mkdtemp(made.data()) == nullptr) return errno;
         zem::Descriptor folder = openFolder(made);
         if (!folder.isOpen() && errno != ENOENT) return errno;
