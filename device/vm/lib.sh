@@ -25,12 +25,19 @@ require_images() {
     "$here/make-images" >&2
 }
 
+# The next three print one word a line, since a path may hold a space. From here on, the shell splits at lines only.
+split_lines() {
+    set -f
+    IFS='
+'
+}
+
 # The emulator and its board, as the words of a command. It stays on the processor that this shell is on: the thread
 # of the emulated processor clears a bit of the cause register without the lock, though in one instruction. On two
 # processors, a disk's interrupt that is raised at that moment would be lost, and the target VM would hang.
 emulated_board() {
-    echo "taskset -c $(cut -d' ' -f39 "/proc/$$/stat") qemu-system-mips" \
-        "-M malta -m 128 -nodefaults -display none -no-reboot"
+    printf '%s\n' taskset -c "$(cut -d' ' -f39 "/proc/$$/stat")" qemu-system-mips \
+        -M malta -m 128 -nodefaults -display none -no-reboot
 }
 
 # The disk that all persistent storage of the target VM lies on, as options of the emulator. With a log, the emulator
@@ -43,12 +50,12 @@ storage_disk() { # storage_disk FILE [WRITE_LOG]
     else
         driver="format=raw,file=$1"
     fi
-    echo "-drive if=none,id=storage,$driver -device virtio-blk-pci,drive=storage"
+    printf '%s\n' -drive "if=none,id=storage,$driver" -device virtio-blk-pci,drive=storage
 }
 
 read_only_disk() { # read_only_disk FILE
     id=disk$(printf '%s' "$1" | cksum | cut -d' ' -f1)
-    echo "-drive if=none,id=$id,format=raw,readonly=on,file=$1 -device virtio-blk-pci,drive=$id"
+    printf '%s\n' -drive "if=none,id=$id,format=raw,readonly=on,file=$1" -device "virtio-blk-pci,drive=$id"
 }
 
 # Starts a target VM that runs a shell command, in the background; the emulator's process is `emulator`, and what
