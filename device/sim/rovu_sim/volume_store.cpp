@@ -81,8 +81,8 @@ int appendErased(int fd, uint64_t count) {
     return 0;
 }
 
-// Erases the volume and sets the write offset to 0. The file keeps its inode: a block device may be attached
-// to it.
+// Erases the volume and sets the write offset to 0. The file keeps its inode: a program may have it
+// open.
 int wipe(int fd, const Volume& volume) {
     if (!volume.dynamic) return ftruncate(fd, 0) == 0 ? 0 : errno;
     if (int rc = appendErased(fd, uint64_t{volume.lebs} * kLebBytes); rc != 0) return rc;
