@@ -68,7 +68,7 @@ int callLauncher(int argc, char** argv, const std::string& tool, ToolReply* repl
     if (!channel.isOpen()) return errno;
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, kChannelInside);
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", kChannelInside);
     if (connect(channel.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         return errno;
     ToolRequest request;
