@@ -20,7 +20,7 @@ class Device:
         self.sim = build / "rovu-sim"
         self.state = pathlib.Path(state)
         lebs = 2 * room // LEB + 256
-        run([self.sim, "init", state, "--lebs", str(lebs), "--key", keys.public, "--preshared", keys.secrets])
+        run([self.sim, "init", state, "--host-tools", "--lebs", str(lebs), "--key", keys.public, "--preshared", keys.secrets])
         for program in (build / "rovu", HERE / "measured.py", HERE.parent / "by_hand/update"):
             shutil.copy(program, self.state / "app0")
 
@@ -30,7 +30,7 @@ class Device:
         Long waits take no time, whoever waits. Returns what measured.py writes.
         """
         measured = ["/usr/bin/python3", "/app0/measured.py"] + (["--memory"] if memory else []) + ["/app0/result"]
-        run([self.sim, "run", self.state, "--no-wait", "--", *measured, *command])
+        run([self.sim, "run", self.state, "--no-wait", "--network", "--", *measured, *command])
         run([self.sim, "restart", self.state])
         return json.loads((self.state / "app0/result").read_text())
 

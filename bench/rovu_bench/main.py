@@ -89,8 +89,6 @@ def main(usage):
     if options.results:
         results = read_results(options.results)
     else:
-        if os.geteuid() != 0:
-            raise SystemExit("bench/run: the simulator needs root")
         if INSIDE not in os.environ:
             enter_own_namespace(sys.argv)
         results = measure_all(options)

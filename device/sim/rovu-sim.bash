@@ -16,7 +16,7 @@ _rovu_sim() {
         fi
     done
     case $previous in
-    --model | --kernel | --rootfs | --lebs | --tmp | --fail | --setenv | --cmdline | --fail-syscall | --kill-at) return ;;
+    --model | --kernel | --rootfs | --lebs | --tmp | --fail | --limit | --setenv | --cmdline | --fail-syscall | --kill-at) return ;;
     --serve)
         compopt +o filenames -o nospace
         mapfile -t COMPREPLY < <(compgen -W 'http:// https://' -- "$current")
@@ -24,9 +24,9 @@ _rovu_sim() {
         ;;
     esac
     case $command in
-    init) options='--model --kernel --rootfs --lebs --tmp --key --preshared --help' ;;
+    init) options='--model --kernel --rootfs --lebs --tmp --root --host-tools --key --preshared --help' ;;
     run)
-        options='--watch --log --no-wait --fail --until-reboot --bind --serve --setenv --cmdline --fresh-log --fail-syscall
+        options='--watch --log --no-wait --fail --until-reboot --bind --serve --network --limit --setenv --cmdline --fresh-log --fail-syscall
             --kill-at --count-syscalls --help'
         ;;
     calls) options='--last --clear --help' ;;

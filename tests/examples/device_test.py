@@ -39,6 +39,7 @@ wait $first
 
 class UpdateOnce(World):
     example = "device"
+    root = "--host-tools"  # for dash
 
     def request(self, url):
         folder = self.home / "dev/app0/update"

@@ -20,6 +20,7 @@ class World(unittest.TestCase):
 
     maxDiff = None
     build = home = example = None  # `build` and `home` by `run`
+    root = ""  # option of `rovu-sim init`
 
     @classmethod
     def setUpClass(cls):
@@ -47,7 +48,7 @@ class World(unittest.TestCase):
         (cls.home / "_first.sh").write_text(first)
         cls.shell("[ -e keys ] || rovu-pack keygen keys; echo version=2.0 | tee k.img >r.img; seq 9999 >>k.img; "
                   "rovu-pack build m.lua --out www --key keys/private.pem --base-url http://updates.example/2.0; "
-                  "rm -rf dev; rovu-sim init dev --key keys/rovu_pub.pem")
+                  "rm -rf dev; rovu-sim init dev --key keys/rovu_pub.pem " + cls.root)
 
     def boot_variables(self):
         return (self.home / "dev/uboot.env").read_text().split()

@@ -33,8 +33,12 @@ Device::Device(const rovusim::DeviceOptions& options) {
 }
 
 void Device::launch(const char* option, const Strings& wrapper, const Strings& args) {
-    // Where the build folder is below /tmp, the device would hide it.
-    Strings command = {ROVU_SIM_PROGRAM, "run", directory, option, "--bind", ROVU_BUILD_DIRECTORY};
+    Strings command = {ROVU_SIM_PROGRAM, "run", directory, option, "--network"};
+    // The wrapper finds the program by its path.
+    if (!wrapper.empty()) command.insert(command.end(), {"--bind", ROVU_BUILD_DIRECTORY});
+    // For tests/coverage/run: a command inside gets none of the host's environment.
+    if (const char* counters = getenv("GCOV_PREFIX"))
+        command.insert(command.end(), {"--setenv", std::string("GCOV_PREFIX=") + counters});
     command.insert(command.end(), faults_.begin(), faults_.end());
     command.push_back("--");
     command.insert(command.end(), wrapper.begin(), wrapper.end());

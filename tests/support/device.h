@@ -27,7 +27,8 @@ public:
     /// Lets commands of the next run fail, by a rule such as "ubimkvol:1=exit:4".
     void failCall(const std::string& rule) { faults_.insert(faults_.end(), {"--fail", rule}); }
 
-    /// Runs the program, as the last words of the command `wrapper`, until it ends. Long waits take no time.
+    /// Runs the program, as the last words of the command `wrapper`, which a device of the workstation's programs can
+    /// find, until it ends. Long waits take no time.
     Outcome run(const Strings& args, const Strings& wrapper = {});
 
     /// The same in steps, with waits as long as they are. \param number of a signal.

@@ -23,7 +23,9 @@ struct Allocation {
 class AllocationFaults : public UpdateFaults {
 protected:
     // By a path without spaces, at which LD_PRELOAD would end.
-    AllocationFaults() { std::filesystem::copy(ROVU_FAILING_ALLOCATOR, pristine() + "/app0/allocator.so"); }
+    AllocationFaults() : UpdateFaults(rovusim::kHostRoot) {
+        std::filesystem::copy(ROVU_FAILING_ALLOCATOR, pristine() + "/app0/allocator.so");
+    }
 
     int run(const Strings& settings, const Strings& args) {
         Strings wrapper = {"env", "LD_PRELOAD=/app0/allocator.so", "ROVU_ALLOCATIONS_OF=" ROVU_PROGRAM};

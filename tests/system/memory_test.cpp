@@ -3,7 +3,9 @@
 #include "world.h"
 
 TEST(Memory, CompleteUpdateLeaksNothingAndReadsNothingUnset) {
-    World world;
+    rovusim::DeviceOptions options;
+    options.root = rovusim::kHostRoot;
+    World world(World::allSteps(), options);
     const Outcome outcome =
         world.run({"-vv"}, {"valgrind", "--quiet", "--vgdb=no", "--error-exitcode=99", "--leak-check=full",
                             "--errors-for-leak-kinds=definite,possible"});

@@ -139,7 +139,7 @@ TEST(Refusals, OfADeviceThatCannotWriteItsReferenceFiles) {
 
 TEST(Refusals, OfADeviceThatRunsAnotherSetThanItWouldBoot) {
     World world;
-    rovusim::saveDevice(world.device.directory, {"RV-20", "3.10.49-2", "2.4.1", 1024, 1});
+    rovusim::saveDevice(world.device.directory, {"RV-20", "3.10.49-2", "2.4.1", 1024, 1, 0, ""});
     expectRefusal(world, {"Inconsistent state between bootswitcher and running kernel."}, eEarly);
 }
 

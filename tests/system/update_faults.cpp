@@ -11,6 +11,14 @@
 namespace {
 
 constexpr const char* kTimeLimit = "120";  // seconds
+constexpr auto kCopy =
+    std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks;
+
+rovusim::DeviceOptions optionsWith(const std::string& root) {
+    rovusim::DeviceOptions options;
+    options.root = root;
+    return options;
+}
 
 }  // namespace
 
@@ -27,9 +35,11 @@ bool Sample::has(const std::string& name) const {
     return hash % shares_ == share_ - 1;
 }
 
-UpdateFaults::UpdateFaults() {
+UpdateFaults::UpdateFaults(const std::string& root) : world_(World::allSteps(), optionsWith(root)) {
     args_ = world_.args({});
-    std::filesystem::copy(device_.directory, pristine(), std::filesystem::copy_options::recursive);
+    // Its root file system is made by the first run.
+    EXPECT_EQ(Program({ROVU_SIM_PROGRAM, "run", device_.directory, "--", "true"}).wait(), 0);
+    std::filesystem::copy(device_.directory, pristine(), kCopy);
     active_ = activeSet();
     oldFirst_ = device_.get("/app0/.ubiRefChk1");
     oldSecond_ = device_.get("/app0/.ubiRefChk2");
@@ -40,9 +50,10 @@ UpdateFaults::UpdateFaults() {
 
 int UpdateFaults::run(const Strings& simOptions, const Strings& wrapper, const Strings& args) {
     std::filesystem::remove_all(device_.directory);
-    std::filesystem::copy(pristine(), device_.directory, std::filesystem::copy_options::recursive);
-    Strings command = {"timeout",         "--signal=KILL", kTimeLimit, ROVU_SIM_PROGRAM,    "run",
-                       device_.directory, "--no-wait",     "--bind",   ROVU_BUILD_DIRECTORY};
+    std::filesystem::copy(pristine(), device_.directory, kCopy);
+    Strings command = {"timeout", "--signal=KILL",   kTimeLimit,  ROVU_SIM_PROGRAM,
+                       "run",     device_.directory, "--no-wait", "--network"};
+    if (!wrapper.empty()) command.insert(command.end(), {"--bind", ROVU_BUILD_DIRECTORY});
     command.insert(command.end(), simOptions.begin(), simOptions.end());
     command.push_back("--");
     command.insert(command.end(), wrapper.begin(), wrapper.end());

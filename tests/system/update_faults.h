@@ -29,7 +29,8 @@ private:
 /// One update and one device, which is put back to its first state before each run.
 class UpdateFaults : public testing::Test {
 protected:
-    UpdateFaults();
+    /// \param root of the device, see rovusim::Device::root
+    explicit UpdateFaults(const std::string& root = "");
 
     /// Runs the program with options of the simulator, as the last words of the command `wrapper`.
     /// \return its exit status; 128 and the signal's number if a signal ended it, which it does after two minutes.

@@ -20,7 +20,8 @@ struct Field {
 /// clones the overlay. Each script adds its name to the trace, and so do those around the kernel image.
 class World {
 public:
-    explicit World(const Strings& steps = {"_prepare", "before", "kernel", "between", "rootfs"},
+    static Strings allSteps() { return {"_prepare", "before", "kernel", "between", "rootfs"}; }
+    explicit World(const Strings& steps = allSteps(),
                    const rovusim::DeviceOptions& options = rovusim::DeviceOptions());
 
     void set(const Field& field);

@@ -254,9 +254,17 @@ TEST_F(Messages, OfRovuSimSayWhatHappenedAndWhatToDo) {
     fs::copy("/bin/true", folder + "/updater");
     EXPECT_EQ(shell(sim + "PATH=" + folder + ":$PATH $SIM run dev -- updater"), 127);
     fs::remove_all(folder);
-    EXPECT_NE(said().find("the host's PATH has it as " + folder + "/updater: give that path"),
+    EXPECT_NE(said().find("the workstation has it as " + folder + "/updater: give that path"),
               std::string::npos)
         << said();
+    // A kernel that forbids user namespaces.
+    const std::string forbidding = "bwrap --unshare-user --disable-userns --dev-bind / / --uid ";
+    EXPECT_EQ(shell(sim + "rm -rf dev; " + forbidding + "1 --gid 1 $SIM init dev"), 1);
+    EXPECT_NE(said().find("user.max_user_namespaces"), std::string::npos) << said();
+    EXPECT_EQ(shell(sim + "$SIM init dev && " + forbidding +
+                    "0 --gid 0 $SIM run dev -- grep CapEff /proc/self/status"),
+              0);
+    EXPECT_NE(said().find("0000000000000000"), std::string::npos) << said();
 }
 #endif
 

@@ -624,7 +624,7 @@ TEST(PackPlan, IsWhatTheRunThenDoes) {
         if (row.activeSet == 1) {
             ASSERT_EQ(world.run().status, 0);
             ASSERT_EQ(rovusim::restartDevice(world.device.directory, nullptr), 0);
-            device = {row.model, "4.1", "3.0.7", device.totalLebs};
+            device = {row.model, "4.1", "3.0.7", device.totalLebs, 0, ""};
         }
         const size_t before = world.web.requests().size();
         const FleetRow planned = planFor(world, device);

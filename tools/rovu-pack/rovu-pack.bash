@@ -44,7 +44,7 @@ _rovu_pack() {
         options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --strict --json --help'
         ;;
     rehearse)
-        options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --rovu --help'
+        options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --rovu --health --script-limit --host-tools --help'
         ;;
     *) options='--help' ;;
     esac

@@ -65,7 +65,7 @@ int fillNewVolumes(const std::string& stateDir, const DeviceOptions& options) {
 
 // Fills the new and empty state directory.
 int fillNewDevice(const std::string& stateDir, const DeviceOptions& options) {
-    for (const char* part : {"tmp", "app0/secrets/rovu", "ssh", "ubi", "run", "root"}) {
+    for (const char* part : {"tmp", "app0/secrets/rovu", "ssh", "ubi", "run"}) {
         if (int rc = makeDirectories(stateDir + "/" + part); rc != 0) return rc;
     }
     if (chmod((stateDir + "/tmp").c_str(), 01777) != 0) return errno;
@@ -75,6 +75,7 @@ int fillNewDevice(const std::string& stateDir, const DeviceOptions& options) {
     device.rootfsVersion = options.rootfsVersion;
     device.totalLebs = options.totalLebs;
     device.tmpBytes = options.tmpBytes;
+    device.root = options.root;
     if (int rc = saveDevice(stateDir, device); rc != 0) return rc;
     if (int rc = replaceTextFile(stateDir + "/ubi/table", ""); rc != 0) return rc;
     if (int rc = replaceTextFile(stateDir + "/calls.log", ""); rc != 0) return rc;
@@ -128,6 +129,7 @@ int loadDevice(const std::string& stateDir, Device* device) {
         if (key == "rootfs") read.rootfsVersion = value;
         if (key == "lebs") read.totalLebs = static_cast<uint32_t>(std::strtoul(value.c_str(), nullptr, 10));
         if (key == "tmp") read.tmpBytes = std::strtoull(value.c_str(), nullptr, 10);
+        if (key == "root") read.root = value;
         if (key == "running") read.runningSet = value == "1" ? 1 : 0;
     }
     *device = read;
@@ -140,6 +142,7 @@ int saveDevice(const std::string& stateDir, const Device& device) {
     text += "rootfs=" + device.rootfsVersion + "\n";
     text += "lebs=" + std::to_string(device.totalLebs) + "\n";
     if (device.tmpBytes > 0) text += "tmp=" + std::to_string(device.tmpBytes) + "\n";
+    if (!device.root.empty()) text += "root=" + device.root + "\n";
     text += "running=" + std::to_string(device.runningSet) + "\n";
     return replaceTextFile(stateDir + "/device", text);
 }

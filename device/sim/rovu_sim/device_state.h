@@ -1,8 +1,8 @@
 // A simulated device as a directory: its description, its active set, and its restart.
 //
 // The directory holds: `device` (model, versions, active set), `uboot.env`, `ubi/` (the volumes), `tmp/`,
-// `app0/` and `ssh/` (the device's /tmp, /app0 and /etc/ssh), `calls.log`, `reboot-requested` after a
-// reboot, and `run/` (files of one run).
+// `app0/` and `ssh/` (the device's /tmp, /app0 and /etc/ssh), `root/` (its root file system, made by the first run),
+// `calls.log`, `reboot-requested` after a reboot, and `run/` (files of one run).
 #pragma once
 
 #include <cstdint>
@@ -10,12 +10,16 @@
 
 namespace rovusim {
 
+/// A device that has the workstation's programs, see Device::root.
+constexpr const char* kHostRoot = "host";
+
 struct DeviceOptions {
     std::string model = "RV-20";
     std::string kernelRelease = "3.10.49-2";
     std::string rootfsVersion = "2.4.1";
     uint32_t totalLebs = 1024;
     uint64_t tmpBytes = 0;  // that fit into /tmp; 0: as many as the host has
+    std::string root;       // see Device::root
 };
 
 struct Device {
@@ -25,6 +29,9 @@ struct Device {
     uint32_t totalLebs = 0;
     unsigned runningSet = 0;  // 0 or 1
     uint64_t tmpBytes = 0;    // that fit into /tmp; 0: as many as the host has
+    // Its root file system: an absolute path to a folder, a squashfs image or a tar; kHostRoot; empty: BusyBox. If the
+    // running set's root volume holds an image of these kinds, that is the root instead.
+    std::string root;
 };
 
 /// Makes a device with six filled volumes and active set 0. The directory must not exist.

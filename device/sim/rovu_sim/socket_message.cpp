@@ -7,7 +7,7 @@
 namespace rovusim {
 namespace {
 
-constexpr size_t kMostDescriptors = 8;
+constexpr size_t kMostDescriptors = 16;
 
 struct Envelope {
     iovec payload = {};

@@ -23,6 +23,7 @@ enum class NextStep : int {
     eExit,          // with `value`
     eDie,           // by the signal `value`
     eHang,          // until it is ended
+    eKill,          // ends the processes that its words name, then exits with `value`
     eRun,           // becomes the real program
     eRunAndReturn,  // runs the real program, then exits with `value`
 };

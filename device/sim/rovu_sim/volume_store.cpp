@@ -113,10 +113,6 @@ uint32_t lowestFreeId(const std::vector<Volume>& volumes) {
 
 }  // namespace
 
-std::string volumePath(const std::string& stateDir, uint32_t id) {
-    return stateDir + "/ubi/volume." + std::to_string(id);
-}
-
 int listVolumes(const std::string& stateDir, std::vector<Volume>* volumes) {
     std::string text;
     if (int rc = readTextFile(tablePath(stateDir), &text); rc != 0) return rc;

@@ -64,6 +64,8 @@ struct Volume {
 int writeVolume(const std::string& stateDir, const std::string& name, const std::string& bytes);
 
 /// The file of a volume's bytes.
-std::string volumePath(const std::string& stateDir, uint32_t id);
+inline std::string volumePath(const std::string& stateDir, uint32_t id) {
+    return stateDir + "/ubi/volume." + std::to_string(id);
+}
 
 }  // namespace rovusim

@@ -1,13 +1,16 @@
 // rovu-sim-tool: what stands inside a device for every simulated tool, and for the shell; the name by which it is
 // called selects the tool.
 //
-// It sends its command line to the launcher, which records the call and does the work, and does itself what only a
-// process inside can do: become the real program, die by a signal, change a node under /dev.
+// It is process 1, too. As a tool, it sends its command line to the launcher, which records the call and does the work, and does
+// itself what only a process inside can do: become the real program, die by a signal, end others, change a node under
+// /dev.
 
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/tool_channel.h"
 #include "rovu_sim/tool_names.h"
 #include "rovu_sim/volume_store.h"
+#include "tools/init.h"
+#include "tools/kill_named.h"
 #include "tools/real_program.h"
 #include "tools/shell_shim.h"
 
@@ -103,6 +106,9 @@ int proceed(const ToolReply& reply, const ToolCallInside& call) {
     case NextStep::eRunAndReturn:
         runReal(call);
         return reply.value;
+    case NextStep::eKill:
+        killNamed(call);
+        break;
     case NextStep::eExit:
         break;
     }
@@ -122,6 +128,7 @@ int runRecorded(const ToolCallInside& call) {
 
 int main(int argc, char** argv) {
     if (argc < 1) return EXIT_FAILURE;
+    if (std::strcmp(argv[0], kInitInside) == 0) runInit(argc, argv);
     occupyStandardDescriptors();
     ToolCallInside call = {argv[0], argc, argv};
     call.tool.erase(0, call.tool.rfind('/') + 1);

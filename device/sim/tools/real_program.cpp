@@ -32,7 +32,7 @@ std::string findReal(const std::string& name) {
 int becomeReal(const ToolCallInside& call) {
     const std::string program = call.tool == kShellTool ? kRealShellInside : findReal(call.tool);
     if (program.empty()) {
-        fprintf(stderr, "%s: not found on this host\n", call.tool.c_str());
+        fprintf(stderr, "sh: %s: not found\n", call.tool.c_str());
         return kNotFound;
     }
     execv(program.c_str(), call.argv);

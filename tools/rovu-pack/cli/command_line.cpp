@@ -152,7 +152,7 @@ void addDeviceOptions(CLI::App* command, CheckCommandOptions* options) {
                      "model=...,kernel=...,rootfs=...; again for each kind of device.\n"
                      "Also inactive-kernel=..., inactive-rootfs=..., or inactive=blank: what the\n"
                      "inactive set holds. Also tmp=64M, data=8M, or free-lebs=240,leb-size=124K: the\n"
-                     "room there")
+                     "room there. Also root=FILE: its root file system, for a rehearsal")
         ->type_name("KIND")
         ->allow_extra_args(false);
 }
@@ -185,6 +185,18 @@ CLI::App* addRehearse(CLI::App* app, RehearseOptions* options) {
             "The device's program, built for this machine; rovu beside rovu-pack,\nor in PATH, if not given")
         ->type_name("FILE")
         ->check(refuseEmpty);
+    command
+        ->add_option(
+            "--health", options->health,
+            "Command that the shell of an updated device runs after its restart,\nand that must succeed there")
+        ->type_name("COMMAND")
+        ->check(refuseEmpty);
+    command->add_option("--script-limit", options->scriptSeconds, "Seconds that a script may run (600)")
+        ->type_name("N")
+        ->check(CLI::Range(1U, 1U << 20));
+    command->add_flag(
+        "--host-tools", options->hostTools,
+        "Devices of which no root=... is given have the programs of this machine,\nand not BusyBox alone");
     return command;
 }
 

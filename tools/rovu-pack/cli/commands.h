@@ -46,6 +46,9 @@ struct CheckCommandOptions {
 struct RehearseOptions {
     CheckCommandOptions check;  // the update and the devices
     std::string program;        // the device's program, built for this machine; empty: the one beside this
+    std::string health;  // run by the shell of a device after its restart; empty: only the shell is tried
+    unsigned scriptSeconds = 600;  // that a script may run
+    bool hostTools = false;  // devices of which no root file system is named have the workstation's programs
 };
 
 struct InspectOptions {

@@ -5,6 +5,7 @@
 #include "printable.h"
 #include "rehearsal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -58,13 +59,20 @@ int runRehearse(RehearseOptions options) {
     // A device has no such limits, and a simulated one takes this machine's time and memory.
     if (isBeyondLimits(check.spec.evaluation)) return reportFault(" rehearse", check.spec.evaluation);
     const CheckOptions& given = options.check.check;
-    const RehearsalFiles files = {given.spec, given.files.folder, given.files.secrets,
-                                  given.signatureUse.publicKey, options.program};
+    const RehearsalFiles files = {
+        given.spec,      given.files.folder, given.files.secrets,   given.signatureUse.publicKey,
+        options.program, options.health,     options.scriptSeconds, options.hostTools};
     size_t different = 0;
     const Fault fault = rehearse(check, files, [&different](const RehearsalRow& row) {
         print(row);
         if (!row.differences.empty()) ++different;
     });
     if (fault) return reportFault(" rehearse", fault);
+    const auto isUnknown = [](const DeviceKind& device) { return device.root.empty(); };
+    if (std::any_of(given.devices.begin(), given.devices.end(), isUnknown))
+        fprintf(
+            stderr,
+            "rovu-pack rehearse: scripts ran on %s; --device ...,root=FILE names a device's own root file system\n",
+            nameOfRoot("", options.hostTools).c_str());
     return different == 0 ? kExitClean : kExitFindings;
 }

@@ -30,6 +30,7 @@ std::string* fieldOf(DeviceKind* device, const std::string& name) {
     if (name == "rootfs") return &device->rootfs;
     if (name == "inactive-kernel") return &device->inactive.kernel;
     if (name == "inactive-rootfs") return &device->inactive.rootfs;
+    if (name == "root") return &device->root;
     return nullptr;
 }
 

@@ -37,9 +37,11 @@ struct DeviceKind {
     std::string rootfs;         // version of the installed root file system
     InactiveSet inactive = {};  // decides nothing, but part of it may boot afterwards
     DeviceRoom room = {};
+    std::string root =
+        {};  // its root file system, for a rehearsal: a folder, a squashfs image or a tar; empty: not known
 };
 
 /// Reads "model=RV-20,kernel=3.10.49-2,rootfs=2.4.1", in any order, and what may be known of the inactive set:
 /// "inactive-kernel=3.10.40" and "inactive-rootfs=2.3", each also "=blank", or "inactive=blank"; and of the room there:
-/// "tmp=64M", "data=8M", "free-lebs=240" with "leb-size=124K".
+/// "tmp=64M", "data=8M", "free-lebs=240" with "leb-size=124K"; and for a rehearsal "root=rootfs.squashfs".
 Fault parseDeviceKind(const std::string& text, DeviceKind* device);

@@ -18,6 +18,7 @@ constexpr mode_t kLogMode = 0600;
 constexpr int kSignalBase = 128;
 constexpr int kNotStarted = 127;
 constexpr unsigned kPollMicroseconds = 20000;
+constexpr unsigned kPatience = 25;  // rounds of polling
 
 [[noreturn]] void become(const std::vector<std::string>& words, int log, pid_t parent) {
     std::vector<char*> argv;
@@ -39,10 +40,13 @@ constexpr unsigned kPollMicroseconds = 20000;
 // A handler that only notes a signal does not end a wait that it does not interrupt: hence the polling.
 Fault waitFor(pid_t child, int* status) {
     Fault ended;
+    unsigned rounds = 0;
     for (;;) {
         const pid_t done = waitpid(child, status, WNOHANG);
         if (done == child) return ended;
         if (done < 0) return {errno, "waiting for a program failed"};
+        // A script of an update may not heed the first signal.
+        if (ended && ++rounds == kPatience) kill(child, SIGKILL);
         if (!ended) {
             ended = interruption();
             if (ended) kill(child, SIGTERM);

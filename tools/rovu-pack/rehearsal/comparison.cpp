@@ -5,6 +5,8 @@
 
 namespace {
 
+constexpr int kEndedByLimit = 124;  // exit status of rovu-sim
+
 using Words = std::vector<std::string>;
 
 void replaceAll(const std::string& from, const std::string& to, std::string* text) {
@@ -32,6 +34,13 @@ std::string lineOf(const Words& words) {
     return line;
 }
 
+std::string lastLineOf(const std::string& text) {
+    const size_t end = text.find_last_not_of('\n');
+    const size_t start = text.rfind('\n', end);
+    return text.substr(start == std::string::npos ? 0 : start + 1,
+                       end - (start == std::string::npos ? 0 : start + 1) + 1);
+}
+
 // In these states the update's own scripts run, whose commands no plan knows.
 bool mayRunScripts(const std::string& state) {
     const UpdateState states[] = {eStateRunningPreparationScripts, eStateRunningScripts,
@@ -46,6 +55,15 @@ struct Comparer {
     const Tars& tars;
     const SimulatedRun& run;
     std::vector<std::string> found;
+
+    // Whatever else differs comes from that.
+    bool foundLimit() {
+        const std::string sign = "rovu-sim: ended: ";
+        const size_t at = run.log.rfind(sign);
+        if (run.status != kEndedByLimit || at == std::string::npos) return false;
+        found.push_back(run.log.substr(at + sign.size(), run.log.find('\n', at) - at - sign.size()));
+        return true;
+    }
 
     void compareOutcome() {
         const bool accepts = selection.refusal.empty();
@@ -114,6 +132,10 @@ struct Comparer {
         if (run.nextSet != planned)
             found.push_back("the boot loader starts set " + std::to_string(run.nextSet));
         if (!run.bootFault.empty()) found.push_back("the device does not come back: " + run.bootFault);
+        if (run.healthStatus != 0)
+            found.push_back("after the restart, the command on the new root file system ended with status " +
+                            std::to_string(run.healthStatus) +
+                            (run.healthLog.empty() ? "" : ": " + lastLineOf(run.healthLog)));
     }
 };
 
@@ -122,6 +144,7 @@ struct Comparer {
 std::vector<std::string> differences(const Selection& selection, const Plan& plan, const Tars& tars,
                                      const SimulatedRun& run) {
     Comparer comparer = {selection, plan, tars, run, {}};
+    if (comparer.foundLimit()) return comparer.found;
     comparer.compareOutcome();
     comparer.compareCommands();
     // A run that ended early says the rest by that.

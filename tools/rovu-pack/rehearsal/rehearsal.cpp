@@ -1,6 +1,7 @@
 #include "rehearsal.h"
 
 #include "comparison.h"
+#include "missed.h"
 #include "scratch_folder.h"
 
 namespace {
@@ -12,7 +13,11 @@ Fault rehearseOne(const RehearsalFiles& files, const Tars& tars, RehearsalRow* r
     const FleetRow& planned = *row->planned;
     if (Fault fault = runOnSimulator(planned.device, row->activeSet, files, tars, folder.path(), &run))
         return fault;
-    row->differences = differences(planned.selection, planned.plans[row->activeSet], tars, run);
+    // What a script missed comes first: it tells why the rest differs.
+    row->differences = missedIn(run.log, nameOfRoot(planned.device.root, files.hostTools));
+    const std::vector<std::string> found =
+        differences(planned.selection, planned.plans[row->activeSet], tars, run);
+    row->differences.insert(row->differences.end(), found.begin(), found.end());
     row->log = run.log;
     return {};
 }

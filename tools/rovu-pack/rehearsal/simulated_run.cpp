@@ -25,7 +25,7 @@ constexpr char kSpecUrl[] = "http://rehearsal.invalid/spec";
 constexpr char kPublicKeyPath[] = "/etc/ssh/rovu_pub.pem";
 constexpr char kSecretsPath[] = "/app0/secrets/rovu/preshared";
 constexpr int kMisused = 2;      // exit status of rovu-sim
-constexpr int kCannotRun = 125;  // of rovu-sim, from here on
+constexpr int kCannotRun = 125;  // of rovu-sim, from here on; 124: a limit ended the run
 constexpr mode_t kFolderMode = 0755;
 
 Fault simulatorFault(const std::string& what, int rc) {
@@ -33,8 +33,11 @@ Fault simulatorFault(const std::string& what, int rc) {
                    : Fault(rc, "the simulated device: " + what + ": " + std::generic_category().message(rc));
 }
 
-// LEBs of the six volumes that a new device has.
+// LEBs of the six volumes that a new device has, and of the two that an update removes first.
 constexpr uint32_t kUsedLebs = 30;
+constexpr uint32_t kReplacedLebs = 12;
+// Of a whole device; a real one has less.
+constexpr const char* kLimits[] = {"memory=1G", "disk=1G", "processes=500"};
 
 // As many as the kind says are free. If it says nothing, room for new volumes of any size.
 uint32_t lebsFor(const DeviceRoom& room, const Tars& tars) {
@@ -44,7 +47,7 @@ uint32_t lebsFor(const DeviceRoom& room, const Tars& tars) {
         lebs += tar.volumeSize > 0 ? tar.volumeSize / rovusim::kLebBytes + 1 : 0;
     if (room.freeLebs && room.lebSize) {
         const double bytes = static_cast<double>(*room.freeLebs) * static_cast<double>(*room.lebSize);
-        lebs = kUsedLebs + bytes / rovusim::kLebBytes;
+        lebs = std::max(double{kUsedLebs}, kUsedLebs - kReplacedLebs + bytes / rovusim::kLebBytes);
     }
     return static_cast<uint32_t>(std::min(lebs, kMost));
 }
@@ -61,6 +64,7 @@ public:
         options.rootfsVersion = kind_.rootfs;
         options.totalLebs = lebsFor(kind_.room, tars);
         options.tmpBytes = kind_.room.tmp.value_or(0);
+        if (Fault fault = findRoot(files, &options.root)) return fault;
         if (Fault fault = simulatorFault("making it", rovusim::createDevice(state(), options))) return fault;
         if (Fault fault = copy(files.key, kPublicKeyPath)) return fault;
         if (Fault fault = copy(files.secrets, kSecretsPath)) return fault;
@@ -86,12 +90,40 @@ public:
         run->restarts = rovusim::rebootRequested(state());
         if (Fault fault = look(&run->after)) return fault;
         if (rovusim::setToBoot(state(), &run->nextSet) != 0) run->bootFault = "bootswitcher names no set";
-        if (run->restarts && run->bootFault.empty()) (void)rovusim::restartDevice(state(), &run->bootFault);
-        return {};
+        if (!run->restarts || !run->bootFault.empty()) return {};
+        if (rovusim::restartDevice(state(), &run->bootFault) != 0) return {};
+        return tryNewSet(files, run);
     }
 
 private:
     std::string state() const { return folder_ + "/device"; }
+
+    Fault findRoot(const RehearsalFiles& files, std::string* root) const {
+        char resolved[PATH_MAX];
+        if (kind_.root.empty() && files.hostTools) *root = rovusim::kHostRoot;
+        if (kind_.root.empty()) return {};
+        if (realpath(kind_.root.c_str(), resolved) == nullptr) return fileFault(kind_.root, errno);
+        *root = resolved;
+        return {};
+    }
+
+    std::vector<std::string> simulator(const RehearsalFiles& files) const {
+        std::vector<std::string> words = {programBesideThis("rovu-sim"), "run", "--no-wait"};
+        for (const char* limit : kLimits)
+            words.insert(words.end(), {"--limit", limit});
+        words.insert(words.end(), {"--limit", "time=" + std::to_string(files.scriptSeconds)});
+        return words;
+    }
+
+    // On the root file system that the update has brought, if it is one that can be unpacked.
+    Fault tryNewSet(const RehearsalFiles& files, SimulatedRun* run) const {
+        std::vector<std::string> words = simulator(files);
+        words.insert(words.end(),
+                     {state(), "--", "/bin/sh", "-c", files.health.empty() ? ":" : files.health});
+        const std::string log = folder_ + "/health";
+        if (Fault fault = runChild(words, log, &run->healthStatus)) return fault;
+        return readWholeFile(log, &run->healthLog);
+    }
 
     Fault copy(const std::string& file, const char* pathOnDevice) const {
         std::string bytes;
@@ -159,15 +191,13 @@ private:
     }
 
     Fault runProgram(const RehearsalFiles& files, const Tars& tars, SimulatedRun* run) {
-        std::vector<std::string> words = {programBesideThis("rovu-sim"), "run", "--no-wait"};
+        std::vector<std::string> words = simulator(files);
         if (Fault fault = serve(kSpecUrl, files.spec)) return fault;
         for (const TarFacts& tar : tars) {
             if (Fault fault = serve(tar.url, tar.path)) return fault;
         }
         for (const auto& [place, folder] : places_)
             words.insert(words.end(), {"--serve", std::string(place).append("=").append(folder)});
-        for (const std::string& linked : {files.spec, files.folder})
-            words.insert(words.end(), {"--bind", linked});
         words.insert(words.end(),
                      {state(), "--", files.program.empty() ? programBesideThis("rovu") : files.program});
         if (files.key.empty()) words.insert(words.end(), {"-k", "NONE"});
@@ -186,6 +216,13 @@ private:
 };
 
 }  // namespace
+
+std::string nameOfRoot(const std::string& root, bool hostTools) {
+    if (root.empty()) return hostTools ? "this machine's programs" : "BusyBox";
+    return root.substr(root.find_last_not_of('/') == std::string::npos
+                           ? 0
+                           : root.rfind('/', root.find_last_not_of('/')) + 1);
+}
 
 Fault runOnSimulator(const DeviceKind& kind, uint32_t activeSet, const RehearsalFiles& files,
                      const Tars& tars, const std::string& folder, SimulatedRun* run) {

@@ -11,12 +11,18 @@
 
 /// What is the same for all devices of a rehearsal.
 struct RehearsalFiles {
-    std::string spec;     // its file
-    std::string folder;   // with the files that are served
-    std::string secrets;  // key file as the device holds it; empty: none
-    std::string key;      // public key that the device holds; empty: it is told not to verify
-    std::string program;  // the device's program, built for this machine; empty: the one beside this
+    std::string spec;            // its file
+    std::string folder;          // with the files that are served
+    std::string secrets;         // key file as the device holds it; empty: none
+    std::string key;             // public key that the device holds; empty: it is told not to verify
+    std::string program;         // the device's program, built for this machine; empty: the one beside this
+    std::string health;          // command for a device after its restart; empty: its shell is only started
+    unsigned scriptSeconds = 0;  // that a script may run
+    bool hostTools = false;      // devices without a root file system have this machine's programs
 };
+
+/// What a device runs on, for a sentence. \param root of its kind, empty if it names none.
+std::string nameOfRoot(const std::string& root, bool hostTools);
 
 /// A command that the device ran.
 struct RanCommand {
@@ -41,6 +47,8 @@ struct SimulatedRun {
     unsigned nextSet = 0;   // that the boot loader starts
     std::string bootFault;  // why that set does not start; empty: it does
     std::string log;        // what the program said
+    int healthStatus = 0;   // of the command after the restart, if there was one
+    std::string healthLog;
 };
 
 /// Makes a device of that kind, runs the update on it and, if it asks for that, restarts it.

@@ -1,6 +1,7 @@
 // The common argument checks and exit statuses of the subcommands.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,6 +42,21 @@ inline bool isPlainCall(int argc, char** argv, int words, const char* usage, int
     if (argc == words + 1 && argv[1][0] != '-') return true;
     *exitStatus = misuse(usage);
     return false;
+}
+
+/// Parses a number, or with K, M or G as many times 1024 and so on.
+/// \return whether it is one, and positive.
+inline bool parseSize(const char* text, uint64_t* bytes) {
+    constexpr uint64_t kMost = uint64_t{1} << 40;
+    char* end = nullptr;
+    *bytes = strtoull(text, &end, 10);
+    const char* units = "KMG";
+    const char* unit = *end == '\0' ? nullptr : strchr(units, *end);
+    if (unit != nullptr) {
+        *bytes <<= 10 * (unit - units + 1);
+        ++end;
+    }
+    return text[0] >= '0' && text[0] <= '9' && *end == '\0' && *bytes > 0 && *bytes <= kMost;
 }
 
 }  // namespace rovusim

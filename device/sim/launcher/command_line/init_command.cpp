@@ -4,10 +4,12 @@
 #include "launcher/command_line/commands.h"
 #include "launcher/command_line/usage.h"
 #include "launcher/message.h"
+#include "launcher/run/device_run.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/text_files.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
@@ -33,20 +35,6 @@ bool parseLebs(const char* text, uint32_t* lebs) {
     return true;
 }
 
-// Bytes, or with K, M or G as many times 1024 and so on.
-bool parseSize(const char* text, uint64_t* bytes) {
-    constexpr uint64_t kMost = uint64_t{1} << 40;
-    char* end = nullptr;
-    *bytes = strtoull(text, &end, 10);
-    const char* units = "KMG";
-    const char* unit = *end == '\0' ? nullptr : strchr(units, *end);
-    if (unit != nullptr) {
-        *bytes <<= 10 * (unit - units + 1);
-        ++end;
-    }
-    return text[0] >= '0' && text[0] <= '9' && *end == '\0' && *bytes > 0 && *bytes <= kMost;
-}
-
 const option kOptions[] = {
     {"help", no_argument, nullptr, 'h'},
     {"model", required_argument, nullptr, 'm'},
@@ -54,6 +42,8 @@ const option kOptions[] = {
     {"rootfs", required_argument, nullptr, 'r'},
     {"lebs", required_argument, nullptr, 'l'},
     {"tmp", required_argument, nullptr, 't'},
+    {"root", required_argument, nullptr, 'o'},
+    {"host-tools", no_argument, nullptr, 'H'},
     {"key", required_argument, nullptr, 'p'},
     {"preshared", required_argument, nullptr, 's'},
     {nullptr, 0, nullptr, 0},
@@ -78,6 +68,12 @@ int applyInitOption(int c, const char* value, InitArguments* arguments) {
         return -1;
     case 's':
         arguments->preshared = value;
+        return -1;
+    case 'o':
+        arguments->device.root = value;
+        return -1;
+    case 'H':
+        arguments->device.root = kHostRoot;
         return -1;
     case 'l':
         if (parseLebs(value, &arguments->device.totalLebs)) return -1;
@@ -126,6 +122,14 @@ int putFiles(const std::string& stateDir, const std::vector<DeviceFile>& files) 
     return 0;
 }
 
+int resolveRoot(std::string* root) {
+    char resolved[PATH_MAX];
+    if (root->empty() || *root == kHostRoot) return 0;
+    if (realpath(root->c_str(), resolved) == nullptr) return cannot("use the root file system", *root, errno);
+    *root = resolved;
+    return 0;
+}
+
 // All that the options name is read before anything is made, and a device that is not whole does not stay: the next
 // attempt would find it and refuse.
 int makeDevice(const InitArguments& arguments) {
@@ -134,14 +138,17 @@ int makeDevice(const InitArguments& arguments) {
         {"--key", arguments.key, "/etc/ssh/rovu_pub.pem", ""},
         {"--preshared", arguments.preshared, "/app0/secrets/rovu/preshared", ""}};
     if (int rc = readSources(&files); rc != 0) return rc;
-    const int rc = createDevice(state, arguments.device);
+    DeviceOptions options = arguments.device;
+    if (int rc = resolveRoot(&options.root); rc != 0) return rc;
+    const int rc = createDevice(state, options);
     if (rc == EEXIST)
         complain(state + " already exists, and is unchanged; name another directory, or remove it first");
     if (rc == ENOSPC)
         complain("no room for the device's volumes: too few erase blocks (--lebs), or a full disk");
     if (rc != 0 && rc != EEXIST && rc != ENOSPC) cannot("make the device", state, rc);
     if (rc != 0) return rc;
-    const int failed = putFiles(state, files);
+    int failed = putFiles(state, files);
+    if (failed == 0) failed = prepareRoot(state);
     if (failed != 0) removeDevice(state);
     return failed;
 }

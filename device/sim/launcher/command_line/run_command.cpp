@@ -10,6 +10,7 @@
 #include <cstring>
 #include <getopt.h>
 #include <string>
+#include <utility>
 
 namespace rovusim {
 namespace {
@@ -45,6 +46,8 @@ const option kOptions[] = {
     {"until-reboot", no_argument, nullptr, 'e'},
     {"bind", required_argument, nullptr, 'b'},
     {"serve", required_argument, nullptr, 'u'},
+    {"network", no_argument, nullptr, 'N'},
+    {"limit", required_argument, nullptr, 'L'},
     {"setenv", required_argument, nullptr, 'v'},
     {"cmdline", required_argument, nullptr, 'c'},
     {"fresh-log", no_argument, nullptr, 'r'},
@@ -53,6 +56,22 @@ const option kOptions[] = {
     {"count-syscalls", required_argument, nullptr, 't'},
     {nullptr, 0, nullptr, 0},
 };
+
+// "time=SECONDS", "memory=SIZE", "disk=SIZE" or "processes=N"; -1 if it is valid, else an exit status.
+int addLimit(const std::string& text, RunOptions* options) {
+    const std::pair<const char*, uint64_t*> kinds[] = {{"time", &options->limits.scriptSeconds},
+                                                       {"memory", &options->limits.memoryBytes},
+                                                       {"disk", &options->diskBytes},
+                                                       {"processes", &options->limits.processes}};
+    const size_t equals = text.find('=');
+    for (const auto& [name, place] : kinds) {
+        if (text.substr(0, equals) == name && equals != std::string::npos &&
+            parseSize(text.c_str() + equals + 1, place))
+            return -1;
+    }
+    complain("--limit " + text + ": time=SECONDS, memory=SIZE, disk=SIZE or processes=N is expected");
+    return kExitUsage;
+}
 
 using SyscallRuleParser = int (*)(const std::string& text, SyscallRule* rule, std::string* why);
 
@@ -94,6 +113,11 @@ int applyRunOption(int c, const char* value, RunOptions* options) {
     case 'u':
         if (!addServedUrl(value, options)) return kExitUsage;
         return -1;
+    case 'N':
+        options->usesHostNetwork = true;
+        return -1;
+    case 'L':
+        return addLimit(value, options);
     case 'v':
         if (strchr(value, '=') == nullptr) {
             complain("--setenv " + std::string(value) + ": NAME=VALUE is expected");
@@ -131,6 +155,11 @@ int parseRun(int argc, char** argv, RunOptions* options) {
         if (int exitStatus = applyRunOption(c, optarg, options); exitStatus >= 0) return exitStatus;
     }
     options->command.assign(argv + optind, argv + argc);
+    if (options->usesHostNetwork && !options->served.empty()) {
+        complain(
+            "--network and --serve exclude each other: a URL is served in a network of the device's own");
+        return kExitUsage;
+    }
     return options->stateDir.empty() || options->command.empty() ? misuse(kRunUsage) : -1;
 }
 

@@ -16,9 +16,10 @@ usage: rovu-sim COMMAND ... (details: rovu-sim COMMAND --help)
   volume put|get STATE NAME FILE
                               write or read a volume
 
-A rehearsal, as root:
+A rehearsal:
   rovu-sim init dev --model RV-20 --key rovu_pub.pem
-  rovu-sim run dev --watch --no-wait -- build/dev/rovu http://127.0.0.1:8000/update.lua
+  rovu-sim run dev --watch --no-wait --serve http://updates.example.com/2.5=release -- \
+      build/dev/rovu http://updates.example.com/2.5/update.lua
   rovu-sim restart dev
   rovu-sim show dev
 )";
@@ -33,6 +34,8 @@ Makes a device in the directory STATE, which must not exist. The active set is s
   --rootfs VERSION   root file system version of both sets (2.4.1)
   --lebs N           erase blocks of the UBI device, 126976 bytes each (1024)
   --tmp SIZE         room in /tmp, in bytes or with K, M or G (as much as the host has)
+  --root FILE        root file system: a folder, a squashfs image or a tar (BusyBox and nothing else)
+  --host-tools       the workstation's programs as the root file system
   --key FILE         public key for the device's /etc/ssh/rovu_pub.pem
   --preshared FILE   key file for the device's /app0/secrets/rovu/preshared
 )";
@@ -40,9 +43,9 @@ Makes a device in the directory STATE, which must not exist. The active set is s
 const char* const kRunUsage =
     R"(usage: rovu-sim run STATE [options] -- COMMAND [ARG...]
 
-Runs COMMAND inside the device. Of the host it sees what programs need: /usr, libraries, certificates, read-only.
-/tmp, /app0, /etc/ssh, /dev, the tools, kernel release and kernel command line are the device's own. The network is
-the host's, except with --serve.
+Runs COMMAND inside the device, in a sandbox. All that it sees is the device's own: root file system, /tmp, /app0,
+/etc/ssh, /dev, the tools, kernel release, kernel command line and a network in which no host can be reached. If COMMAND
+is a path that the device does not have, it is a program of the workstation, which is shown inside with its libraries.
 
   --watch            draw the update's progress; the command's output goes to a file
   --log FILE         file for the command's output (with --watch: STATE/output.log)
@@ -50,8 +53,11 @@ the host's, except with --serve.
   --fail RULE        make calls of tools fail; repeatable, the first rule that matches applies
   --until-reboot     end all that runs inside, with status 0, when the device asks for its restart
   --bind PATH        show a file or folder of the host inside, at the same path, read-only; repeatable
-  --serve URL=DIR    answer the http or https URL, and all below it, from the folder DIR; repeatable. The
-                     network inside is then a private one, in which no other host can be reached. Needs nginx.
+  --serve URL=DIR    answer the http or https URL, and all below it, from the folder DIR; repeatable. Needs nginx.
+  --network          the network inside is the host's, servers on loopback included
+  --limit WHAT=N     end the run, with status 124, when it goes beyond: time=SECONDS of a script or tool, memory=SIZE,
+                     processes=N; or limit disk=SIZE, each for /tmp (unless the device has a size there), /app0 and
+                     /etc/ssh. Repeatable
   --setenv NAME=VALUE
                      an environment variable of the command; repeatable. It gets none of the host's but TERM
   --cmdline LINE     kernel command line instead of that of the active set
@@ -76,15 +82,17 @@ the tool; or TOOL:N, its N-th call. HOW is one of:
 The program's system calls are those of every process that runs the executable of COMMAND's process: of its
 threads, and of its children until they execute another program. Names and numbers are the host's.
 
-Exit status: the command's; 2 for wrong arguments; 128+N if signal N killed it; 125 if the device could not be set up; 126 or 127
-if the command could not be run or found. SIGTERM and SIGINT are forwarded to the command.
+Exit status: the command's; 2 for wrong arguments; 128+N if signal N killed it; 124 if a limit ended it; 125 if the
+device could not be set up; 126 or 127 if the command could not be run or found. SIGTERM and SIGINT are forwarded to the
+command.
 )";
 
 const char* const kRestartUsage =
     R"(usage: rovu-sim restart STATE
 
 Simulates a boot: the set that bootswitcher names becomes the active set, /tmp is emptied, and a reboot
-request is cleared. Fails, and changes nothing, if that set has no complete kernel and root volume.
+request is cleared. Fails, and changes nothing, if that set has no complete kernel and root volume. If the root volume
+holds a squashfs image or a tar, that is the root file system from then on.
 )";
 
 const char* const kShowUsage =

@@ -1,23 +1,21 @@
 #include "launcher/run/device_run.h"
 
+#include "launcher/host_program.h"
 #include "launcher/message.h"
-#include "launcher/run/init_process.h"
+#include "launcher/run/run_plan.h"
+#include "launcher/run/sandbox_process.h"
 #include "launcher/run/watch.h"
-#include "launcher/sandbox/limited_tmp.h"
-#include "launcher/sandbox/sandbox_root.h"
+#include "launcher/sandbox/root_tree.h"
 #include "launcher/syscalls/supervisor.h"
-#include "launcher/syscalls/volume_stat.h"
 #include "launcher/tools/tool_server.h"
 #include "launcher/web/web_server.h"
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/fault_rules.h"
-#include "rovu_sim/socket_message.h"
+#include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/state_lock.h"
 #include "rovu_sim/text_files.h"
-#include "rovu_sim/tool_names.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -26,50 +24,46 @@
 #include <fcntl.h>
 #include <iterator>
 #include <poll.h>
-#include <sched.h>
-#include <sstream>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
 
 namespace rovusim {
 namespace {
 
 constexpr int kLookMilliseconds = 200;
 constexpr useconds_t kStopMicroseconds = 5000;  // between two signals to the web server
-constexpr int kSocketNumber = 250;              // lowest descriptor number for the end of process 1
 
 // What a run holds on the host until its end.
 struct Run {
+    std::string stateDir;  // absolute
     zem::Descriptor lock;
-    zem::Descriptor tmp;  // the tmpfs of a limited /tmp
     zem::Descriptor output;
-    zem::Descriptor ourEnd;  // of the socket pair with process 1
-    zem::Descriptor theirEnd;
     zem::Descriptor signals;
     zem::Descriptor listener;
+    StartPlan plan;
+    SandboxProcess device;
+    SandboxHandles handles;
     Supervisor supervisor;
     ToolServer tools;
     Watch watch;
-    InitPlan plan;
-    pid_t init = -1;
+    LimitWatch limits;
     pid_t web = -1;  // the web server
     bool endsAtReboot = false;
     bool isRebooting = false;  // and ended for it
+    std::string beyondLimit;   // and ended for it
 };
 
 int takeDevice(const RunOptions& options, Run* run) {
-    if (geteuid() != 0) {
-        complain("running a command in a device needs root (for mounts and namespaces); try sudo");
-        return EPERM;
-    }
     char resolved[PATH_MAX];
+    if (findProgram("bwrap").empty()) {
+        complain("bubblewrap, in which a device runs, is not installed");
+        return ENOENT;
+    }
     if (realpath(options.stateDir.c_str(), resolved) == nullptr)
         return cannot("use", options.stateDir, errno);
-    run->plan.sandbox.stateDir = resolved;
+    run->stateDir = run->plan.sandbox.stateDir = resolved;
     const int rc = lockDevice(resolved, &run->lock);
     if (rc == EBUSY) complain(options.stateDir + " is already running a command");
     if (rc == ENOENT) complain(options.stateDir + " is not a device; make one with \"rovu-sim init\"");
@@ -88,24 +82,14 @@ int writeRunFiles(const RunOptions& options, const std::string& stateDir) {
     return rc == 0 ? 0 : cannot("write to", stateDir, rc);
 }
 
-int limitTmp(Run* run) {
-    SandboxPlan& sandbox = run->plan.sandbox;
-    Device device;
-    if (int rc = loadDevice(sandbox.stateDir, &device); rc != 0)
-        return cannot("read the device in", sandbox.stateDir, rc);
-    if (device.tmpBytes == 0) return 0;
-    const int rc = openLimitedTmp(sandbox.stateDir, device.tmpBytes, &run->tmp);
-    sandbox.tmp = run->tmp.get();
-    return rc;
-}
-
 // The device's /tmp, as this process knows it during the run.
 std::string tmpDuring(const Run& run) {
-    return run.tmp.isOpen() ? pathOfLimitedTmp(run.tmp.get()) : run.plan.sandbox.stateDir + "/tmp";
-}
-
-std::string webHomeOf(const Run& run) {
-    return run.plan.sandbox.stateDir + "/run/serve";
+    const std::string outside = run.stateDir + "/tmp";
+    const std::vector<LimitedFolder>& limited = run.plan.namespaces.limited;
+    for (size_t i = 0; i < limited.size() && i < run.handles.limited.size(); ++i) {
+        if (limited[i].outside == outside) return pathOfLimited(run.handles.limited[i].get());
+    }
+    return outside;
 }
 
 // More than once: nginx loses a signal that comes while it starts, and then waits for the next one.
@@ -113,107 +97,6 @@ void stopServing(Run* run) {
     while (run->web > 0 && kill(run->web, SIGTERM) == 0 && waitpid(run->web, nullptr, WNOHANG) == 0)
         usleep(kStopMicroseconds);
     run->web = -1;
-}
-
-int findToolProgram(std::string* path) {
-    char self[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length < 0) return cannot("read", "/proc/self/exe", errno);
-    self[length] = '\0';
-    *path = self;
-    *path = path->substr(0, path->rfind('/')) + "/rovu-sim-tool";
-    return access(path->c_str(), X_OK) == 0 ? 0 : cannot("use", *path, errno);
-}
-
-// Without dots and doubled slashes, but with symbolic links unchanged: the path must be the same inside.
-int absolutePath(const std::string& given, std::string* path) {
-    char resolved[PATH_MAX];
-    if (realpath(given.c_str(), resolved) == nullptr) return cannot("bind", given, errno);
-    *path = resolved;
-    const bool plain =
-        given[0] == '/' && given.find("/.") == std::string::npos && given.find("//") == std::string::npos;
-    if (plain) *path = given;
-    while (path->size() > 1 && path->back() == '/')
-        path->pop_back();
-    return 0;
-}
-
-bool isToolPath(const std::string& path) {
-    const std::string directory = "/usr/local/bin/";
-    if (path.compare(0, directory.size(), directory) != 0) return false;
-    const std::string name = path.substr(directory.size());
-    const auto same = [&name](const char* tool) { return name == tool; };
-    return std::any_of(std::begin(kSimulatedTools), std::end(kSimulatedTools), same) ||
-           std::any_of(std::begin(kPassThroughs), std::end(kPassThroughs), same);
-}
-
-// Where the host's PATH has a program; empty: nowhere.
-std::string findOnHost(const std::string& name) {
-    const char* list = getenv("PATH");
-    std::istringstream folders(list == nullptr ? "" : list);
-    for (std::string folder; std::getline(folders, folder, ':');) {
-        std::string path = folder;
-        path += "/" + name;
-        if (access(path.c_str(), X_OK) == 0) return path;
-    }
-    return "";
-}
-
-// The program gets an absolute path: the working directory inside may be another one.
-int resolveProgram(Run* run) {
-    InitPlan& plan = run->plan;
-    plan.program = plan.command.front();
-    if (plan.program.find('/') == std::string::npos) {
-        plan.programOnHost = findOnHost(plan.program);  // its folder may be hidden inside, as /tmp is
-        return 0;
-    }
-    char resolved[PATH_MAX];
-    // A path that does not exist here may exist inside, such as a script in the device's own /tmp.
-    if (realpath(plan.program.c_str(), resolved) == nullptr) return 0;
-    if (access(outsidePath(plan.sandbox.stateDir, plan.program).c_str(), F_OK) == 0) return 0;
-    if (isToolPath(plan.program)) return 0;
-    plan.program = resolved;
-    if (isHiddenInside(plan.program)) plan.sandbox.binds.push_back(plan.program);
-    return 0;
-}
-
-// Some resolvers keep their configuration below /run, which is hidden inside.
-void keepNameResolution(SandboxPlan* sandbox) {
-    char resolved[PATH_MAX];
-    if (realpath("/etc/resolv.conf", resolved) == nullptr) return;
-    if (isHiddenInside(resolved)) sandbox->binds.emplace_back(resolved);
-}
-
-// Without options nothing but uname is passed on, since each call that is costs a switch to the launcher.
-void planFilter(const RunOptions& options, FilterPlan* filter) {
-    filter->all = !options.countFile.empty();
-    filter->calls = {SYS_uname};
-    filter->statCalls = {std::begin(kStatCalls), std::end(kStatCalls)};
-    if (options.noWait) filter->calls.insert(filter->calls.end(), {SYS_nanosleep, SYS_clock_nanosleep});
-    if (options.syscallRules.empty()) return;
-    filter->calls.push_back(SYS_execve);  // by which the supervisor recognises the command's process
-    for (const SyscallRule& rule : options.syscallRules)
-        filter->calls.push_back(rule.number);
-}
-
-int planInside(const RunOptions& options, Run* run) {
-    InitPlan& plan = run->plan;
-    plan.command = options.command;
-    plan.environment = options.environment;
-    planFilter(options, &plan.filter);
-    if (int rc = findToolProgram(&plan.sandbox.toolProgram); rc != 0) return rc;
-    for (const std::string& given : options.binds) {
-        std::string path;
-        if (int rc = absolutePath(given, &path); rc != 0) return rc;
-        plan.sandbox.binds.push_back(path);
-    }
-    plan.served = options.served;
-    if (!plan.served.empty()) plan.sandbox.replaced = webFiles(plan.served, webHomeOf(*run));
-    if (int rc = resolveProgram(run); rc != 0) return rc;
-    keepNameResolution(&plan.sandbox);
-    char directory[PATH_MAX];
-    plan.workingDirectory = getcwd(directory, sizeof directory) != nullptr ? directory : "/";
-    return 0;
 }
 
 int openOutput(const RunOptions& options, Run* run) {
@@ -225,17 +108,7 @@ int openOutput(const RunOptions& options, Run* run) {
     return 0;
 }
 
-int openChannels(Run* run) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-        return cannot("make", "a socket pair", errno);
-    run->ourEnd = zem::Descriptor(ends[0]);
-    // A number that no program inside uses, for the filter exempts it also from the program's calls.
-    run->theirEnd.reset(fcntl(ends[1], F_DUPFD_CLOEXEC, kSocketNumber));
-    close(ends[1]);
-    if (!run->theirEnd.isOpen()) return cannot("make", "a socket pair", errno);
-    run->plan.socket = run->theirEnd.get();
-    run->plan.filter.exemptSocket = run->plan.socket;
+int blockSignals(Run* run) {
     sigset_t awaited;
     sigemptyset(&awaited);
     for (int signal : {SIGCHLD, SIGTERM, SIGINT})
@@ -245,70 +118,62 @@ int openChannels(Run* run) {
     return run->signals.isOpen() ? 0 : cannot("wait for", "signals", errno);
 }
 
-int startInit(Run* run) {
-    unsigned long namespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWUTS;
-    if (!run->plan.served.empty()) namespaces |= CLONE_NEWNET;
-    // A plain fork into new namespaces. unshare would also change this process.
-    const long child = syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr);
-    if (child < 0) return cannot("make", "namespaces", errno);
-    if (child == 0) {
-        run->ourEnd.reset();
-        runInit(run->plan);
-    }
-    run->init = static_cast<pid_t>(child);
-    run->theirEnd.reset();
-    return 0;
-}
-
-// Process 1 sends the sockets once the network is set up. If its setup fails, it exits instead.
 int startServing(Run* run) {
-    if (run->plan.served.empty()) return 0;
-    char message = 0;
-    std::vector<zem::Descriptor> listeners;
-    if (receiveMessage(run->ourEnd.get(), &message, 1, &listeners) != 0) return 0;
-    run->web = startWebServer(webHomeOf(*run), listeners, run->plan.signalMask);
+    if (run->plan.namespaces.served.empty()) return 0;
+    run->web = startWebServer(webHomeOf(run->stateDir), run->handles.listeners, run->plan.signalMask);
     return run->web > 0 ? 0 : EIO;
 }
 
-// Process 1 sends the listener once the device is set up. If its setup fails, it exits instead.
-int takeOverSyscalls(const RunOptions& options, Run* run) {
-    char ready = 0;
-    std::vector<zem::Descriptor> sent;
-    if (receiveMessage(run->ourEnd.get(), &ready, 1, &sent) != 0 || sent.size() != 1) return 0;
-    run->listener = std::move(sent.front());
+int fillFolders(const Run& run) {
+    for (size_t i = 0; i < run.handles.limited.size(); ++i) {
+        const std::string& outside = run.plan.namespaces.limited[i].outside;
+        if (int rc = fillLimitedFolder(run.handles.limited[i].get(), outside); rc != 0) return rc;
+    }
+    return 0;
+}
+
+int keepFolders(const Run& run) {
+    for (size_t i = 0; i < run.handles.limited.size(); ++i) {
+        const std::string& outside = run.plan.namespaces.limited[i].outside;
+        if (int rc = keepLimitedFolder(run.handles.limited[i].get(), outside); rc != 0) return rc;
+    }
+    return 0;
+}
+
+// Process 1 waits for the last byte before it runs the command.
+int superviseSyscalls(const RunOptions& options, Run* run) {
     std::string release;
-    if (int rc = kernelReleaseInUse(run->plan.sandbox.stateDir, &release); rc != 0)
-        return cannot("read the device in", run->plan.sandbox.stateDir, rc);
-    if (int rc = startSupervisor(run->listener.get(), run->plan.sandbox.stateDir, release, &run->supervisor);
-        rc != 0)
+    if (int rc = kernelReleaseInUse(run->stateDir, &release); rc != 0)
+        return cannot("read the kernel release of", run->stateDir, rc);
+    if (int rc = startSupervisor(run->listener.get(), run->stateDir, release, &run->supervisor); rc != 0)
         return rc;
     run->supervisor.tmp = tmpDuring(*run);
     run->supervisor.skipWaits = options.noWait;
     run->supervisor.watchesProgram = !options.syscallRules.empty() || !options.countFile.empty();
-    run->supervisor.program.watch(run->init, options.syscallRules);
-    return writeFully(run->ourEnd.get(), "r", 1);
+    run->supervisor.program.watch(run->device.init, options.syscallRules);
+    return writeFully(run->device.socket.get(), "r", 1);
 }
 
 void failWithoutServer(Run* run) {
     run->web = -1;
-    complain("nginx, which --serve needs, did not start; what it says is in " + webHomeOf(*run) +
+    complain("nginx, which --serve needs, did not start; what it says is in " + webHomeOf(run->stateDir) +
              "/error.log");
-    kill(run->init, SIGKILL);
+    kill(run->device.init, SIGKILL);
 }
 
-// True once process 1 has ended.
+// True once the device has ended.
 bool takeSignal(Run* run, int* exitStatus) {
     signalfd_siginfo info;
     if (read(run->signals.get(), &info, sizeof info) != static_cast<ssize_t>(sizeof info)) return false;
     const int signal = static_cast<int>(info.ssi_signo);
     // The terminal also sends its signals to the command; forwarding would double them.
-    if (signal != SIGCHLD && info.ssi_code != SI_KERNEL) kill(run->init, signal);
+    if (signal != SIGCHLD && info.ssi_code != SI_KERNEL) kill(run->device.init, signal);
     int status = 0;
     bool hasEnded = false;
     // The others are the tools' calls.
     for (pid_t ended = waitpid(-1, &status, WNOHANG); ended > 0; ended = waitpid(-1, &status, WNOHANG)) {
         if (ended == run->web) failWithoutServer(run);
-        if (ended != run->init) continue;
+        if (ended != run->device.outer) continue;
         *exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : kExitSignalBase + WTERMSIG(status);
         hasEnded = true;
     }
@@ -317,9 +182,29 @@ bool takeSignal(Run* run, int* exitStatus) {
 
 // Looked at with each round: a machine has few inotify instances, and may have many devices.
 void endIfRebooting(Run* run) {
-    if (run->isRebooting || !rebootRequested(run->plan.sandbox.stateDir)) return;
+    if (run->isRebooting || !rebootRequested(run->stateDir)) return;
     run->isRebooting = true;
-    kill(run->init, SIGKILL);
+    kill(run->device.init, SIGKILL);
+}
+
+void endBeyondLimits(Run* run) {
+    if (!run->beyondLimit.empty()) return;
+    run->beyondLimit = lookAtLimits(run->device.init, run->supervisor.skippedMilliseconds, &run->limits);
+    if (run->beyondLimit.empty()) return;
+    complain("ended: " + run->beyondLimit);
+    kill(run->device.init, SIGKILL);
+}
+
+void takeToolCall(Run* run) {
+    const zem::Descriptor connection(accept4(run->tools.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!connection.isOpen()) return;
+    timeCaller(connection.get(), run->supervisor.skippedMilliseconds, &run->limits);
+    answerTool(run->tools, connection.get());
+}
+
+int statusOf(const Run& run, int exitStatus) {
+    if (!run.beyondLimit.empty()) return kExitLimit;
+    return run.isRebooting ? 0 : exitStatus;
 }
 
 int superviseUntilEnd(Run* run) {
@@ -330,39 +215,58 @@ int superviseUntilEnd(Run* run) {
         {run->watch.changes.get(), POLLIN, 0},  // negative, and so ignored, without --watch
         {run->tools.listener.get(), POLLIN, 0},
     };
-    const bool looksAgain = run->watch.changes.isOpen() || run->endsAtReboot;
+    const bool isLimited = isAnyLimit(run->limits.limits);
+    const bool looksAgain = run->watch.changes.isOpen() || run->endsAtReboot || isLimited;
     for (;;) {
         if (poll(files, std::size(files), looksAgain ? kLookMilliseconds : -1) < 0 && errno != EINTR) {
             cannot("wait for", "the device", errno);
-            kill(run->init, SIGKILL);
+            kill(run->device.init, SIGKILL);
             return exitStatus;
         }
         if ((files[1].revents & POLLIN) != 0) answerSyscall(&run->supervisor);
         // After the last process the listener would stay readable for ever.
         if ((files[1].revents & POLLHUP) != 0) files[1].fd = -1;
         if ((files[2].revents & POLLIN) != 0) followProgress(&run->watch);
-        if ((files[3].revents & POLLIN) != 0) answerTool(run->tools);
+        if ((files[3].revents & POLLIN) != 0) takeToolCall(run);
         if (run->endsAtReboot) endIfRebooting(run);
+        if (isLimited) endBeyondLimits(run);
         redrawWatch(run->watch);
         if ((files[0].revents & POLLIN) != 0 && takeSignal(run, &exitStatus))
-            return run->isRebooting ? 0 : exitStatus;
+            return statusOf(*run, exitStatus);
     }
 }
 
 int prepareRun(const RunOptions& options, Run* run) {
     if (int rc = takeDevice(options, run); rc != 0) return rc;
-    if (int rc = writeRunFiles(options, run->plan.sandbox.stateDir); rc != 0) return rc;
-    if (int rc = limitTmp(run); rc != 0) return rc;
-    if (int rc = startToolServer(run->plan.sandbox.stateDir, tmpDuring(*run), &run->tools); rc != 0)
-        return rc;
-    if (int rc = planInside(options, run); rc != 0) return rc;
+    if (int rc = writeRunFiles(options, run->stateDir); rc != 0) return rc;
+    if (int rc = blockSignals(run); rc != 0) return rc;
+    if (int rc = prepareRootTree(run->stateDir, run->plan.signalMask); rc != 0) return rc;
     if (int rc = openOutput(options, run); rc != 0) return rc;
+    if (!options.served.empty()) {
+        if (int rc = prepareWeb(options.served, webHomeOf(run->stateDir), run->plan.signalMask); rc != 0)
+            return rc;
+    }
+    run->endsAtReboot = options.untilReboot;
+    run->limits.limits = options.limits;
+    return planRun(options, &run->plan);
+}
+
+int startRun(const RunOptions& options, Run* run) {
+    if (int rc = startSandbox(run->plan, &run->device, &run->handles); rc != 0) return rc;
+    if (int rc = fillFolders(*run); rc != 0) return rc;
+    if (int rc = startToolServer(run->stateDir, tmpDuring(*run), &run->tools); rc != 0) return rc;
     if (options.watch) {
         if (int rc = startWatch(tmpDuring(*run), &run->watch); rc != 0) return rc;
     }
-    run->endsAtReboot = options.untilReboot;
-    if (int rc = openChannels(run); rc != 0) return rc;
-    return options.served.empty() ? 0 : prepareWeb(options.served, webHomeOf(*run), run->plan.signalMask);
+    if (int rc = startServing(run); rc != 0) return rc;
+    if (int rc = enterDevice(&run->device, &run->listener); rc != 0) return rc;
+    return superviseSyscalls(options, run);
+}
+
+void endSandbox(Run* run) {
+    run->device.socket.reset();
+    if (run->device.outer > 0 && kill(run->device.outer, SIGKILL) == 0)
+        waitpid(run->device.outer, nullptr, 0);
 }
 
 void printOutcome(const RunOptions& options, int exitStatus) {
@@ -371,30 +275,41 @@ void printOutcome(const RunOptions& options, int exitStatus) {
         printf("The device requests a restart: rovu-sim restart %s\n", options.stateDir.c_str());
 }
 
+// Keeps what the run leaves on the host, and removes the rest.
+int finishRun(const RunOptions& options, int exitStatus, Run* run) {
+    run->supervisor.program.finish();
+    stopToolServer(run->tools);
+    stopServing(run);
+    if (!options.countFile.empty()) {
+        if (int rc = replaceTextFile(options.countFile, run->supervisor.program.counts()); rc != 0)
+            cannot("write", options.countFile, rc);
+    }
+    if (options.watch) {
+        finishWatch(&run->watch);
+        printOutcome(options, exitStatus);
+    }
+    const bool isKept = keepFolders(*run) == 0;
+    if (int rc = storeFaultRules(run->stateDir, {}); rc != 0)
+        cannot("remove the fault rules of", run->stateDir, rc);
+    removeBindLeftovers(run->plan.sandbox);
+    return isKept ? exitStatus : kExitSetupFailed;
+}
+
 }  // namespace
+
+int prepareRoot(const std::string& stateDir) {
+    sigset_t none;
+    sigemptyset(&none);
+    return prepareRootTree(stateDir, none);
+}
 
 int runInDevice(const RunOptions& options) {
     Run run;
     if (prepareRun(options, &run) != 0) return kExitSetupFailed;
-    if (startInit(&run) != 0) return kExitSetupFailed;
-    if (startServing(&run) != 0 || takeOverSyscalls(options, &run) != 0) kill(run.init, SIGKILL);
-    const int exitStatus = superviseUntilEnd(&run);
-    run.supervisor.program.finish();
-    stopToolServer(run.tools);
+    if (startRun(options, &run) == 0) return finishRun(options, superviseUntilEnd(&run), &run);
+    endSandbox(&run);
     stopServing(&run);
-    if (!options.countFile.empty()) {
-        if (int rc = replaceTextFile(options.countFile, run.supervisor.program.counts()); rc != 0)
-            cannot("write", options.countFile, rc);
-    }
-    if (options.watch) {
-        finishWatch(&run.watch);
-        printOutcome(options, exitStatus);
-    }
-    const bool isKept = !run.tmp.isOpen() || keepLimitedTmp(run.tmp.get(), run.plan.sandbox.stateDir) == 0;
-    if (int rc = storeFaultRules(run.plan.sandbox.stateDir, {}); rc != 0)
-        cannot("remove the fault rules of", run.plan.sandbox.stateDir, rc);
-    removeBindLeftovers(run.plan.sandbox);
-    return isKept ? exitStatus : kExitSetupFailed;
+    return kExitSetupFailed;
 }
 
 }  // namespace rovusim

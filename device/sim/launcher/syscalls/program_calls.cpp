@@ -54,14 +54,14 @@ bool ProgramCalls::isOfProgram(const seccomp_notif& call) {
     }
     struct stat caller;
     struct stat command;
-    struct stat launcher;
+    struct stat init;
     if (stat(procPath(thread, "exe").c_str(), &caller) != 0) return false;
     if (stat(procPath(command_, "exe").c_str(), &command) != 0) return false;
-    if (stat("/proc/self/exe", &launcher) != 0) return false;
+    if (stat(procPath(init_, "exe").c_str(), &init) != 0) return false;
     const auto same = [](const struct stat& a, const struct stat& b) {
         return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
     };
-    return same(caller, command) && !same(caller, launcher);
+    return same(caller, command) && !same(caller, init);
 }
 
 ProgramCalls::Verdict ProgramCalls::take(const seccomp_notif& call) {

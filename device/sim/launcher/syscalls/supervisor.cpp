@@ -95,28 +95,34 @@ std::string secondsText(const timespec& wait) {
     return text + "." + fraction;
 }
 
-void answerWait(const Supervisor& supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
+void answerWait(Supervisor* supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
     timespec wait = {};
     // Programs poll with short waits; skipping those would make them spin. The kernel rejects bad arguments.
-    const bool known = waitOf(call, &wait) && isPending(supervisor, call);
+    const bool known = waitOf(call, &wait) && isPending(*supervisor, call);
     if (!known || wait.tv_sec < 1 || wait.tv_nsec < 0 || wait.tv_nsec >= kNanosecondsPerSecond) {
         answer->flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
         return;
     }
-    if (int rc = recordWait(supervisor.stateDir, supervisor.tmp, secondsText(wait)); rc != 0)
+    supervisor->skippedMilliseconds += wait.tv_sec * 1000LL + wait.tv_nsec / kNanosecondsPerMillisecond;
+    if (int rc = recordWait(supervisor->stateDir, supervisor->tmp, secondsText(wait)); rc != 0)
         cannot("record", "a wait", rc);
 }
 
+template <class Numbers>
+bool isOneOf(const seccomp_notif& call, const Numbers& numbers) {
+    return std::find(std::begin(numbers), std::end(numbers), call.data.nr) != std::end(numbers);
+}
+
 // What the device does with a call that no rule names.
-void answerAsDevice(const Supervisor& supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
+void answerAsDevice(Supervisor* supervisor, const seccomp_notif& call, seccomp_notif_resp* answer) {
     const bool waits = call.data.nr == SYS_nanosleep || call.data.nr == SYS_clock_nanosleep;
-    const bool isStat =
-        std::find(std::begin(kStatCalls), std::end(kStatCalls), call.data.nr) != std::end(kStatCalls);
     if (call.data.nr == SYS_uname) {
-        answerUname(supervisor, call, answer);
-    } else if (isStat && isPending(supervisor, call) && answerVolumeStat(supervisor.stateDir, call, answer)) {
+        answerUname(*supervisor, call, answer);
+    } else if (isOneOf(call, kStatCalls) && answerVolumeStat(supervisor->stateDir, call, answer)) {
         return;
-    } else if (waits && supervisor.skipWaits) {
+    } else if (isOneOf(call, kOwnerCalls)) {
+        return;  // succeeds
+    } else if (waits && supervisor->skipWaits) {
         answerWait(supervisor, call, answer);
     } else {
         answer->flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
@@ -162,6 +168,13 @@ bool answerByRule(Supervisor* supervisor, const seccomp_notif& call, seccomp_not
 
 }  // namespace
 
+const std::vector<int> kOwnerCalls = {
+#ifdef SYS_chown
+    SYS_chown,  SYS_lchown,
+#endif
+    SYS_fchown, SYS_fchownat, SYS_setgroups,
+};
+
 int startSupervisor(int listener, const std::string& stateDir, const std::string& kernelRelease,
                     Supervisor* supervisor) {
     seccomp_notif_sizes sizes = {};
@@ -187,7 +200,7 @@ void answerSyscall(Supervisor* supervisor) {
     answer->id = call->id;
     const bool watched = supervisor->watchesProgram && supervisor->program.isOfProgram(*call);
     if (!isPending(*supervisor, *call)) return;
-    if (!watched || !answerByRule(supervisor, *call, answer)) answerAsDevice(*supervisor, *call, answer);
+    if (!watched || !answerByRule(supervisor, *call, answer)) answerAsDevice(supervisor, *call, answer);
     ioctl(supervisor->listener, SECCOMP_IOCTL_NOTIF_SEND, answer);
 }
 

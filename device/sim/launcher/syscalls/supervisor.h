@@ -14,13 +14,18 @@
 
 namespace rovusim {
 
+/// The calls that give a file or a process other owners. They succeed without effect: in a user namespace, only root is
+/// known. An archive's owners must not make `tar` fail that succeeds on a device.
+extern const std::vector<int> kOwnerCalls;
+
 struct Supervisor {
     int listener = -1;
     std::string stateDir;
     std::string tmp;  // the device's /tmp, as this process knows it
     std::string kernelRelease;
     bool skipWaits = false;
-    bool watchesProgram = false;  // counts the program's calls and applies rules to them
+    int64_t skippedMilliseconds = 0;  // of all waits
+    bool watchesProgram = false;      // counts the program's calls and applies rules to them
     ProgramCalls program;
     zem::Descriptor null;           // open on /dev/null, for descriptors whose close fails
     std::vector<uint64_t> request;  // room for the kernel's structures, whose sizes the kernel reports

@@ -1,16 +1,19 @@
 #include "launcher/syscalls/syscall_filter.h"
 
 #include "launcher/message.h"
+#include "rovu_sim/text_files.h"
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <fcntl.h>
 #include <iterator>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 #include <vector>
 
 namespace rovusim {
@@ -23,6 +26,8 @@ constexpr unsigned kArchitecture = AUDIT_ARCH_AARCH64;
 #else
 #error "the audit architecture of this processor is missing"
 #endif
+
+constexpr unsigned kRefused = SECCOMP_RET_ERRNO | EPERM;
 
 sock_filter load(size_t offset) {
     return BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offset));
@@ -66,15 +71,33 @@ void passStat(unsigned call, std::vector<sock_filter>* program) {
     program->insert(program->end(), std::begin(rule), std::end(rule));
 }
 
+// Expects the call's number in the accumulator, and leaves it there.
+void refuseIoctl(unsigned request, std::vector<sock_filter>* program) {
+    const sock_filter rule[] = {
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ioctl, 0, 4),
+        load(offsetof(seccomp_data, args) + sizeof(uint64_t)),
+        unlessEqualSkip(request),
+        give(kRefused),
+        load(offsetof(seccomp_data, nr)),
+    };
+    program->insert(program->end(), std::begin(rule), std::end(rule));
+}
+
 std::vector<sock_filter> filterProgram(const FilterPlan& plan) {
     std::vector<sock_filter> program = {
         load(offsetof(seccomp_data, arch)),
         ifEqualSkip(kArchitecture),
-        give(SECCOMP_RET_ALLOW),  // other architectures number their calls differently
+        give(kRefused),  // other architectures number their calls differently
         load(offsetof(seccomp_data, nr)),
     };
     for (int call : {SYS_sendmsg, SYS_read})
         allowOnSocket(static_cast<unsigned>(call), static_cast<unsigned>(plan.exemptSocket), &program);
+    refuseIoctl(TIOCSTI, &program);
+    refuseIoctl(TIOCLINUX, &program);
+    for (int call : {SYS_keyctl, SYS_add_key, SYS_request_key, SYS_syslog}) {
+        program.push_back(unlessEqualSkip(static_cast<unsigned>(call)));
+        program.push_back(give(kRefused));
+    }
     for (int call : plan.statCalls)
         passStat(static_cast<unsigned>(call), &program);
     for (int call : plan.calls) {
@@ -85,22 +108,15 @@ std::vector<sock_filter> filterProgram(const FilterPlan& plan) {
     return program;
 }
 
-int install(const sock_fprog& program, unsigned flags) {
-    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
-}
-
 }  // namespace
 
-int installSyscallFilter(const FilterPlan& plan, zem::Descriptor* listener) {
-    std::vector<sock_filter> instructions = filterProgram(plan);
-    const sock_fprog program = {static_cast<unsigned short>(instructions.size()), instructions.data()};
-    // With the second flag a signal does not interrupt a call that the launcher has already received. Older
-    // kernels lack it: there an interrupted wait is recorded twice.
-    int fd = install(program, SECCOMP_FILTER_FLAG_NEW_LISTENER | SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV);
-    if (fd < 0 && errno == EINVAL) fd = install(program, SECCOMP_FILTER_FLAG_NEW_LISTENER);
-    if (fd < 0) return cannot("watch", "system calls", errno);
-    listener->reset(fd);
-    return 0;
+int writeSyscallFilter(const FilterPlan& plan, zem::Descriptor* file) {
+    const std::vector<sock_filter> instructions = filterProgram(plan);
+    file->reset(memfd_create("filter", MFD_CLOEXEC));
+    if (!file->isOpen()) return cannot("make", "the filter of system calls", errno);
+    const int rc = writeFully(file->get(), reinterpret_cast<const char*>(instructions.data()),
+                              instructions.size() * sizeof(sock_filter));
+    return rc == 0 ? 0 : cannot("make", "the filter of system calls", rc);
 }
 
 }  // namespace rovusim

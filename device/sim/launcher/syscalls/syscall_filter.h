@@ -15,9 +15,9 @@ struct FilterPlan {
     int exemptSocket = -1;  // sendmsg and read on this descriptor are never passed on
 };
 
-/// Installs the filter in this process and its future children. A call that is passed on blocks until
-/// `listener`, which is close-on-exec, is served.
+/// Writes the filter's instructions into a file without a name, for process 1 to install. Whatever the plan says, no
+/// process inside reaches the kernel's keys or messages, or types into the launcher's terminal.
 /// \return 0, or a positive errno value after a message.
-[[nodiscard]] int installSyscallFilter(const FilterPlan& plan, zem::Descriptor* listener);
+[[nodiscard]] int writeSyscallFilter(const FilterPlan& plan, zem::Descriptor* file);
 
 }  // namespace rovusim

@@ -41,7 +41,8 @@ int ubiupdatevol(const ToolCall& call);
 int fwPrintenv(const ToolCall& call);
 int fwSetenv(const ToolCall& call);
 int readPlatform(const ToolCall& call);
-/// The device's daemons do not exist; killall succeeds as if they had been running.
+/// Checks the command line. The tool inside ends the processes; killall succeeds as if the device's daemons, which do not
+/// exist, had been running.
 int killAll(const ToolCall& call);
 /// Nothing restarts; the request is recorded in the state directory.
 int reboot(const ToolCall& call);

@@ -96,6 +96,7 @@ ToolReply answer(const ToolServer& server, ToolCall* call) {
     if (!findFault(server.stateDir, call->tool, count, &rule)) {
         if (tool == nullptr) return {NextStep::eRun};
         reply.value = work(call, tool);
+        if (call->tool == "killall" && reply.value == 0) reply.next = NextStep::eKill;
         return reply;
     }
     if (rule.kind != FaultKind::eHalf || tool == nullptr) return replyTo(rule, *call);
@@ -147,11 +148,9 @@ int startToolServer(const std::string& stateDir, const std::string& tmp, ToolSer
     return listens ? 0 : cannot("serve the tools of", stateDir, errno);
 }
 
-void answerTool(const ToolServer& server) {
-    const zem::Descriptor connection(accept4(server.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (!connection.isOpen()) return;
+void answerTool(const ToolServer& server, int connection) {
     fflush(stdout);  // or the child would print it again
-    if (fork() == 0) serve(server, connection.get());
+    if (fork() == 0) serve(server, connection);
 }
 
 void stopToolServer(const ToolServer& server) {

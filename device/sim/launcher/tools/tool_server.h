@@ -17,9 +17,9 @@ struct ToolServer {
 /// \return 0, or a positive errno value after a message.
 [[nodiscard]] int startToolServer(const std::string& stateDir, const std::string& tmp, ToolServer* server);
 
-/// Answers one call, in a child process that ends by itself, or with this one. To be called when the listener is
-/// readable.
-void answerTool(const ToolServer& server);
+/// Answers one call, in a child process that ends by itself, or with this one.
+/// \param connection accepted from the listener
+void answerTool(const ToolServer& server, int connection);
 
 /// Removes the socket.
 void stopToolServer(const ToolServer& server);

@@ -1,7 +1,7 @@
 #include "launcher/web/certificate.h"
 
+#include "launcher/host_program.h"
 #include "launcher/message.h"
-#include "launcher/web/host_program.h"
 #include "launcher/web/served_url.h"
 
 #include <cerrno>

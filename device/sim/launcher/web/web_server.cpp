@@ -1,8 +1,8 @@
 #include "launcher/web/web_server.h"
 
+#include "launcher/host_program.h"
 #include "launcher/message.h"
 #include "launcher/web/certificate.h"
-#include "launcher/web/host_program.h"
 #include "rovu_sim/text_files.h"
 
 #include <algorithm>

@@ -24,7 +24,7 @@ namespace rovusim {
 std::vector<std::pair<std::string, std::string>> webFiles(const std::vector<ServedUrl>& urls,
                                                           const std::string& home);
 
-/// Inside, in a network namespace of its own: gives it the addresses of `urls`, and listens on their ports.
+/// In a network namespace of its own: gives it the addresses of `urls`, and listens on their ports.
 /// \return 0, or a positive errno value after a message.
 [[nodiscard]] int openPorts(const std::vector<ServedUrl>& urls, std::vector<zem::Descriptor>* listeners);
 

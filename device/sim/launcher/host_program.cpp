@@ -1,14 +1,26 @@
-#include "launcher/web/host_program.h"
+#include "launcher/host_program.h"
 
 #include "launcher/message.h"
 #include "rovu_sim/sandbox_paths.h"
 
 #include <cerrno>
 #include <cstdlib>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace rovusim {
+
+std::string findProgram(const std::string& name) {
+    const char* list = getenv("PATH");
+    std::istringstream folders(std::string(list == nullptr ? "" : list) + ":" + kRealPath);
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        std::string path = folder;
+        path += "/" + name;
+        if (!folder.empty() && access(path.c_str(), X_OK) == 0) return path;
+    }
+    return "";
+}
 
 void becomeHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask) {
     std::vector<char*> argv;

@@ -1,0 +1,115 @@
+#include "launcher/run/limits.h"
+
+#include "rovu_sim/text_files.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <dirent.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/statvfs.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <utility>
+
+namespace rovusim {
+namespace {
+
+constexpr uint64_t kMebibyte = 1 << 20;
+
+struct Usage {
+    uint64_t processes = 0;
+    uint64_t bytes = 0;
+};
+
+int64_t nowMilliseconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+// Resident and not shared with a file. See proc(5), statm.
+uint64_t privateBytes(const std::string& process) {
+    std::string text;
+    if (readTextFile(process + "/statm", &text) != 0) return 0;
+    char* rest = nullptr;
+    strtoull(text.c_str(), &rest, 10);
+    const uint64_t resident = strtoull(rest, &rest, 10), shared = strtoull(rest, nullptr, 10);
+    return (resident - std::min(resident, shared)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+uint64_t bytesOfFiles(const std::string& folder) {
+    struct statvfs info;
+    if (statvfs(folder.c_str(), &info) != 0) return 0;
+    return (info.f_blocks - info.f_bfree) * info.f_frsize;
+}
+
+Usage usageOf(pid_t init) {
+    const std::string root = "/proc/" + std::to_string(init) + "/root";
+    Usage usage;
+    for (const char* folder : {"/dev", "/run"})
+        usage.bytes += bytesOfFiles(root + folder);
+    DIR* processes = opendir((root + "/proc").c_str());
+    if (processes == nullptr) return usage;
+    for (const dirent* entry = readdir(processes); entry != nullptr; entry = readdir(processes)) {
+        if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
+        ++usage.processes;
+        usage.bytes += privateBytes(root + "/proc/" + entry->d_name);
+    }
+    closedir(processes);
+    return usage;
+}
+
+// The script of a shell, else the program; without folders.
+std::string nameOf(pid_t process) {
+    std::string line;
+    if (readTextFile("/proc/" + std::to_string(process) + "/cmdline", &line) != 0) return "a script";
+    const std::string first = line.c_str();
+    std::string name = first;
+    for (size_t at = first.size() + 1; at < line.size() && name == first; at = line.find('\0', at) + 1) {
+        const std::string word = line.c_str() + at;
+        if (!word.empty() && word[0] != '-' && word[0] != '+') name = word;
+    }
+    return name.substr(name.rfind('/') + 1);
+}
+
+bool hasEnded(const TimedProcess& timed) {
+    pollfd handle = {timed.handle.get(), POLLIN, 0};
+    return poll(&handle, 1, 0) > 0;
+}
+
+}  // namespace
+
+void timeCaller(int connection, int64_t skippedMilliseconds, LimitWatch* watch) {
+    if (watch->limits.scriptSeconds == 0) return;
+    ucred peer = {};
+    socklen_t size = sizeof peer;
+    if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
+    TimedProcess timed;
+    timed.process = peer.pid;
+    timed.handle.reset(static_cast<int>(syscall(SYS_pidfd_open, peer.pid, 0)));
+    timed.mostMilliseconds =
+        nowMilliseconds() + skippedMilliseconds + static_cast<int64_t>(watch->limits.scriptSeconds) * 1000;
+    if (timed.handle.isOpen()) watch->timed.push_back(std::move(timed));
+}
+
+std::string lookAtLimits(pid_t init, int64_t skippedMilliseconds, LimitWatch* watch) {
+    std::vector<TimedProcess>& timed = watch->timed;
+    timed.erase(std::remove_if(timed.begin(), timed.end(), hasEnded), timed.end());
+    for (const TimedProcess& one : timed) {
+        if (nowMilliseconds() + skippedMilliseconds > one.mostMilliseconds)
+            return nameOf(one.process) + " ran longer than " + std::to_string(watch->limits.scriptSeconds) +
+                   " s";
+    }
+    const Limits& limits = watch->limits;
+    if (limits.memoryBytes == 0 && limits.processes == 0) return "";
+    const Usage usage = usageOf(init);
+    if (limits.processes != 0 && usage.processes > limits.processes)
+        return "more than " + std::to_string(limits.processes) + " processes ran at the same time";
+    if (limits.memoryBytes != 0 && usage.bytes > limits.memoryBytes)
+        return "what ran took more than " + std::to_string(limits.memoryBytes / kMebibyte) + " MiB of memory";
+    return "";
+}
+
+}  // namespace rovusim

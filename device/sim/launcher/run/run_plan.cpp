@@ -1,0 +1,188 @@
+#include "launcher/run/run_plan.h"
+
+#include "launcher/host_program.h"
+#include "launcher/message.h"
+#include "launcher/sandbox/foreign_processor.h"
+#include "launcher/sandbox/handed_program.h"
+#include "launcher/sandbox/root_tree.h"
+#include "launcher/syscalls/supervisor.h"
+#include "launcher/syscalls/syscall_filter.h"
+#include "launcher/syscalls/volume_stat.h"
+#include "launcher/web/web_server.h"
+#include "rovu_sim/device_state.h"
+#include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/text_files.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace rovusim {
+namespace {
+
+// Opens a path of the device's root file system as a process inside would.
+zem::Descriptor openInRoot(const std::string& stateDir, const std::string& path, uint64_t flags) {
+    const zem::Descriptor root(open(rootTreeOf(stateDir).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    open_how how = {};
+    how.flags = flags | O_CLOEXEC;
+    how.resolve = RESOLVE_IN_ROOT;
+    return zem::Descriptor(
+        static_cast<int>(syscall(SYS_openat2, root.get(), path.c_str(), &how, sizeof how)));
+}
+
+bool isInside(const StartPlan& plan, const std::string& path) {
+    const std::string& stateDir = plan.sandbox.stateDir;
+    const std::string kept = outsidePath(stateDir, path);
+    if (!kept.empty()) return access(kept.c_str(), F_OK) == 0;
+    const bool isShown = plan.sandbox.hasHostPrograms && path.compare(0, 5, "/usr/") == 0;
+    return (isShown && access(path.c_str(), F_OK) == 0) || openInRoot(stateDir, path, O_PATH).isOpen() ||
+           openInRoot(stateDir, path, O_PATH | O_NOFOLLOW).isOpen();
+}
+
+// Without dots and doubled slashes, but with symbolic links unchanged: the path must be the same inside.
+int absolutePath(const std::string& given, std::string* path) {
+    char resolved[PATH_MAX];
+    if (realpath(given.c_str(), resolved) == nullptr) return cannot("bind", given, errno);
+    *path = resolved;
+    const bool plain =
+        given[0] == '/' && given.find("/.") == std::string::npos && given.find("//") == std::string::npos;
+    if (plain) *path = given;
+    while (path->size() > 1 && path->back() == '/')
+        path->pop_back();
+    return 0;
+}
+
+// A program is shown with what it needs. The device's own loader and libraries may be missing, or others.
+int planBind(const std::string& path, SandboxPlan* sandbox) {
+    struct stat info;
+    const bool isProgram =
+        stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && (info.st_mode & 0111) != 0;
+    const HandedProgram handed =
+        isProgram && !sandbox->hasHostPrograms ? handProgram(path, path) : HandedProgram();
+    const std::string script = isProgram ? starterOf(handed) : "";
+    sandbox->binds.push_back(path);
+    if (handed.files.size() < 2) return 0;
+    const std::string starter = sandbox->stateDir + "/run/start" + std::to_string(sandbox->files.size());
+    if (int rc = replaceTextFile(starter, script); rc != 0) return cannot("write", starter, rc);
+    if (chmod(starter.c_str(), 0755) != 0) return cannot("write", starter, errno);
+    sandbox->files.insert(sandbox->files.end(), handed.files.begin(), handed.files.end());
+    sandbox->files.emplace_back(starter, path);
+    return 0;
+}
+
+std::string hintFor(const std::string& program) {
+    const std::string onHost = program.find('/') == std::string::npos ? findProgram(program) : "";
+    if (onHost.empty()) return "give its path";
+    return "the workstation has it as " + onHost +
+           ": give that path to run it inside, or make a device with its "
+           "programs (rovu-sim init --host-tools)";
+}
+
+// The program gets an absolute path: the working directory inside may be another one.
+void planProgram(const RunOptions& options, StartPlan* plan) {
+    char directory[PATH_MAX], resolved[PATH_MAX];
+    std::vector<std::string> command = options.command;
+    const std::string name = command.front();
+    command.insert(command.begin(), name);
+    const bool isOfHost = name.find('/') != std::string::npos && realpath(name.c_str(), resolved) != nullptr;
+    // A path that exists inside is that of the device, such as /bin/sh, or a script in its /tmp.
+    if (isOfHost && !(name[0] == '/' && isInside(*plan, name))) {
+        const HandedProgram handed = handProgram(resolved, name);
+        plan->sandbox.files.insert(plan->sandbox.files.end(), handed.files.begin(), handed.files.end());
+        command.erase(command.begin(), command.begin() + 2);
+        command.insert(command.begin(), handed.command.begin(), handed.command.end());
+    }
+    plan->initWords = {getcwd(directory, sizeof directory) != nullptr ? directory : "/", hintFor(name)};
+    plan->initWords.insert(plan->initWords.end(), command.begin(), command.end());
+}
+
+int planFilter(const RunOptions& options, StartPlan* plan) {
+    FilterPlan filter;
+    filter.exemptSocket = kSocketNumber;
+    filter.all = !options.countFile.empty();
+    filter.calls = kOwnerCalls;
+    filter.calls.push_back(SYS_uname);
+    filter.statCalls = {std::begin(kStatCalls), std::end(kStatCalls)};
+    if (options.noWait) filter.calls.insert(filter.calls.end(), {SYS_nanosleep, SYS_clock_nanosleep});
+    // By which the supervisor recognises the command's process.
+    if (!options.syscallRules.empty()) filter.calls.push_back(SYS_execve);
+    for (const SyscallRule& rule : options.syscallRules)
+        filter.calls.push_back(rule.number);
+    return writeSyscallFilter(filter, &plan->filter);
+}
+
+int limitFolder(const std::string& stateDir, const char* path, uint64_t bytes, StartPlan* plan) {
+    LimitedFolder folder;
+    folder.outside = outsidePath(stateDir, path);
+    folder.mountedOn = stateDir + "/run/limited" + std::to_string(plan->namespaces.limited.size());
+    folder.bytes = bytes;
+    if (int rc = makeDirectories(folder.mountedOn); rc != 0) return cannot("make", folder.mountedOn, rc);
+    plan->sandbox.limited.emplace_back(folder.outside, folder.mountedOn);
+    plan->namespaces.limited.push_back(folder);
+    return 0;
+}
+
+int planFolders(const RunOptions& options, const Device& device, StartPlan* plan) {
+    const std::string& stateDir = plan->sandbox.stateDir;
+    const uint64_t tmp = device.tmpBytes != 0 ? device.tmpBytes : options.diskBytes;
+    int rc = tmp == 0 ? 0 : limitFolder(stateDir, "/tmp", tmp, plan);
+    for (const char* path : {"/app0", "/etc/ssh"}) {
+        if (rc == 0 && options.diskBytes != 0) rc = limitFolder(stateDir, path, options.diskBytes, plan);
+    }
+    plan->namespaces.scratch = stateDir + "/run/scratch";
+    if (rc == 0) rc = makeDirectories(plan->namespaces.scratch);
+    return rc;
+}
+
+}  // namespace
+
+int findToolProgram(std::string* path) {
+    char self[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length < 0) return cannot("read", "/proc/self/exe", errno);
+    self[length] = '\0';
+    *path = self;
+    *path = path->substr(0, path->rfind('/')) + "/rovu-sim-tool";
+    return access(path->c_str(), X_OK) == 0 ? 0 : cannot("use", *path, errno);
+}
+
+std::string webHomeOf(const std::string& stateDir) {
+    return stateDir + "/run/serve";
+}
+
+int planRun(const RunOptions& options, StartPlan* plan) {
+    SandboxPlan& sandbox = plan->sandbox;
+    Device device;
+    if (int rc = loadDevice(sandbox.stateDir, &device); rc != 0)
+        return cannot("read the device in", sandbox.stateDir, rc);
+    sandbox.environment = options.environment;
+    sandbox.hasHostPrograms = isOfHostPrograms(sandbox.stateDir);
+    sandbox.usesHostNetwork = plan->namespaces.usesHostNetwork = options.usesHostNetwork;
+    plan->namespaces.served = options.served;
+    if (int rc = findToolProgram(&sandbox.toolProgram); rc != 0) return rc;
+    for (const std::string& given : options.binds) {
+        std::string path;
+        if (int rc = absolutePath(given, &path); rc != 0) return rc;
+        if (int rc = planBind(path, &sandbox); rc != 0) return rc;
+    }
+    if (!options.served.empty()) {
+        for (const auto& file : webFiles(options.served, webHomeOf(sandbox.stateDir)))
+            sandbox.files.push_back(file);
+    }
+    planProgram(options, plan);
+    // The shell tells the processor: its place is known.
+    const zem::Descriptor shell = openInRoot(sandbox.stateDir, "/.shell", O_RDONLY | O_NONBLOCK);
+    const std::string opened = "/proc/self/fd/" + std::to_string(shell.get());
+    char resolved[PATH_MAX];
+    if (shell.isOpen() && isOfOtherProcessor(opened) && realpath(opened.c_str(), resolved) != nullptr)
+        plan->namespaces.foreignProgram = resolved;
+    if (int rc = planFolders(options, device, plan); rc != 0) return rc;
+    return planFilter(options, plan);
+}
+
+}  // namespace rovusim

@@ -1,0 +1,14 @@
+// Process 1 inside a device.
+//
+// It is not the command itself: process 1 has no default signal actions and inherits orphans, which no
+// updater expects of itself.
+#pragma once
+
+namespace rovusim {
+
+/// Hands the system calls over to the launcher, runs the command and exits with its status, which also ends all
+/// processes that are left inside.
+/// \param argv see `InitWord`
+[[noreturn]] void runInit(int argc, char** argv);
+
+}  // namespace rovusim
