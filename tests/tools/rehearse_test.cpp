@@ -104,6 +104,48 @@ const Row kRows[] = {
      "--device model=RV-20,kernel=1.0,rootfs=1.0,tmp=600K",
      1,
      {"from set 1: FAILS", "CURL download failed"}},
+    {"a script that misses what it need not",
+     kKernel + "'s', " + kRootfs,
+     "python3 -c 1 || true\na=1\n",
+     kDevice,
+     1,
+     {"from set 1: FAILS\n  s: python3: not found in BusyBox\n"}},
+    {"a script that this machine understands",
+     kKernel + "'s', " + kRootfs,
+     "python3 -c 1\n",
+     kDevice + "--host-tools",
+     0,
+     {"as planned"}},
+    {"a script for another shell",
+     kKernel + "'s', " + kRootfs,
+     "echo begun\na=(1)\n",
+     kDevice,
+     1,
+     {"s, line 2: a syntax error for the shell of BusyBox"}},
+    {"a script without an end",
+     kKernel + "'s', " + kRootfs,
+     "while :; do :; done\n",
+     kDevice + "--script-limit 1",
+     1,
+     {"FAILS\n  s ran longer than 1 s\n"}},
+    {"a script that waits",
+     kKernel + "'s', " + kRootfs,
+     "while :; do sleep 60; done\n",
+     kDevice,
+     1,
+     {"s ran longer than 600 s"}},
+    {"a script that ends the updater",
+     kKernel + "'s', " + kRootfs,
+     "killall rovu\nsleep 0.5\n",
+     kDevice,
+     1,
+     {"the run ended with status 0 in state \"running scripts\""}},
+    {"a new set that does not work",
+     kKernel + kRootfs,
+     "",
+     kDevice + "--health 'echo ill; exit 7'",
+     1,
+     {"after the restart, the command on the new root file system ended with status 7: ill"}},
     {"a volume that stays blank",
      kKernel,
      "",
@@ -125,9 +167,38 @@ TEST(Rehearse, TellsWhetherRunsWereWhatThePlanSays) {
     }
 }
 
+TEST(Rehearse, RunsOnTheDevicesOwnRootFileSystemAndThenOnTheNewOne) {
+    const Rehearsals world;
+    // The root file system of a device of BusyBox, made one of a device that has no sed. It is flashed too, with a shell
+    // and without.
+    const std::string line =
+        "cd '" + world.scratch.path +
+        "' && rovu-sim init dev && cp -a dev/root tree && "
+        "cd tree && mv .shell bin/sh.old && find . -lname '/run/*' -delete && mv bin/sh.old bin/sh && rm bin/sed && cd .. && "
+        "tar -C tree -czf own.tar.gz . && mksquashfs tree r.img -noappend -all-root -quiet -no-progress && "
+        "rm tree/bin/sh && mksquashfs tree none.img -noappend -all-root -quiet -no-progress";
+    ASSERT_EQ(Program({"/bin/sh", "-c", line}, world.path("out"), world.path("err")).wait(), 0)
+        << world.err();
+    writeWholeFile(world.path("s"), "echo a | sed s/a/b/\n");
+    const auto expect = [&world](const std::string& devices, const std::string& said) {
+        EXPECT_EQ(world.rehearse(devices), said == "as planned" ? 0 : 1) << world.err();
+        EXPECT_NE(world.out().find(said), std::string::npos) << world.out();
+    };
+    const std::string health = "--health '! sed --help && test -e /bin/cat'";
+    ASSERT_EQ(world.build("'s', " + kKernel + kRootfs), 0) << world.err();
+    expect("--device model=RV-20,kernel=1.0,rootfs=1.0,root=own.tar.gz", "s: sed: not found in own.tar.gz");
+    EXPECT_EQ(world.rehearse("--device model=RV-20,kernel=1.0,rootfs=1.0,root=tree"), 2);
+    EXPECT_NE(world.err().find("it has no /bin/sh"), std::string::npos) << world.err();
+    expect(kDevice + health, "as planned");
+    fs::rename(world.path("none.img"), world.path("r.img"));
+    ASSERT_EQ(world.build("'s', " + kKernel + kRootfs), 0) << world.err();
+    expect(kDevice, "volume k1_root could not be made the root file system");
+}
+
 TEST(Rehearse, LeavesNothingWhenItIsInterrupted) {
     const Rehearsals world;
-    writeWholeFile(world.path("s"), "while :; do sleep 0.1; done\n");  // long waits take no time
+    // Long waits take no time; and a signal that is not heeded is followed by one that is.
+    writeWholeFile(world.path("s"), "trap '' TERM INT; while :; do sleep 0.1; done\n");
     ASSERT_EQ(world.build("'s', " + kKernel + kRootfs), 0) << world.err();
     const auto entries = [&world] {
         const auto all = fs::directory_iterator(world.scratch.path);
@@ -140,9 +211,8 @@ TEST(Rehearse, LeavesNothingWhenItIsInterrupted) {
                     world.path("out"), world.path("err"));
     const auto isInScript = [&world] {
         for (const auto& entry : fs::directory_iterator(world.scratch.path)) {
-            if (readWholeFile(entry.path().string() + "/device/tmp/rovu.progress").find("running") !=
-                std::string::npos)
-                return true;
+            const std::string calls = entry.path().string() + "/device/calls.log";
+            if (readWholeFile(calls).find("sh /tmp/rovu/s") != std::string::npos) return true;
         }
         return false;
     };

@@ -33,6 +33,7 @@ namespace rovusim {
 namespace {
 
 constexpr int kLookMilliseconds = 200;
+constexpr int kLimitMilliseconds = 50;          // processes can multiply fast
 constexpr useconds_t kStopMicroseconds = 5000;  // between two signals to the web server
 
 // What a run holds on the host until its end.
@@ -216,9 +217,10 @@ int superviseUntilEnd(Run* run) {
         {run->tools.listener.get(), POLLIN, 0},
     };
     const bool isLimited = isAnyLimit(run->limits.limits);
-    const bool looksAgain = run->watch.changes.isOpen() || run->endsAtReboot || isLimited;
+    const bool looksAgain = run->watch.changes.isOpen() || run->endsAtReboot;
+    const int wait = isLimited ? kLimitMilliseconds : looksAgain ? kLookMilliseconds : -1;
     for (;;) {
-        if (poll(files, std::size(files), looksAgain ? kLookMilliseconds : -1) < 0 && errno != EINTR) {
+        if (poll(files, std::size(files), wait) < 0 && errno != EINTR) {
             cannot("wait for", "the device", errno);
             kill(run->device.init, SIGKILL);
             return exitStatus;
@@ -248,6 +250,7 @@ int prepareRun(const RunOptions& options, Run* run) {
     }
     run->endsAtReboot = options.untilReboot;
     run->limits.limits = options.limits;
+    run->plan.mostProcesses = options.limits.processes;
     return planRun(options, &run->plan);
 }
 

@@ -6,6 +6,7 @@
 #include "util/descriptor.h"
 
 #include <csignal>
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -19,6 +20,7 @@ struct StartPlan {
     zem::Descriptor filter;              // of a file with the instructions of the system call filter
     int output = -1;                     // for the command's output; -1: the launcher's own
     sigset_t signalMask = {};            // the command's
+    uint64_t mostProcesses = 0;          // inside, at the same time; 0: no limit
 };
 
 struct SandboxProcess {
