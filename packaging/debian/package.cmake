@@ -29,7 +29,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "python3:any")
 # nginx answers the URLs of a rehearsal, openssl makes a certificate in place of those of ca-certificates; the rest is
 # for the fleet.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS
-  "nginx-light | nginx, openssl, ca-certificates, ansible-core, openssh-client, python3-jinja2")
+  "bubblewrap, busybox | busybox-static, nginx-light | nginx, openssl, ca-certificates, ansible-core, openssh-client, python3-jinja2")
 
 configure_file(debian/changelog.in ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog @ONLY)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/layout.cmake)
