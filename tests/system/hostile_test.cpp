@@ -100,7 +100,7 @@ const Row kRows[] = {
      {"--limit", "disk=4M"}},
     {"fill the memory", "tail /dev/zero", "more than 100 MiB of memory", {"--limit", "memory=100M"}},
     {"fill the device's folder", "cat /dev/zero >/dev/shm/x", "MiB of memory", {"--limit", "memory=100M"}},
-    {"multiply", "b() { b | b & }; b; sleep 99", "more than 99 processes", {"--limit", "processes=99"}},
+    {"multiply", "for i in $(seq 150); do sleep 99 & done; wait", "more than 99 processes", {"--limit", "processes=99"}},
     {"run for ever", "while :; do :; done", "s ran longer than 1 s", {"--limit", "time=1"}},
     {"sleep for ever",
      "while :; do sleep 9; done",

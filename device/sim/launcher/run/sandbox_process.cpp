@@ -22,7 +22,6 @@ namespace rovusim {
 namespace {
 
 constexpr size_t kMostHandles = 16;
-constexpr uint64_t kOuterProcesses = 8;
 
 // What the new process says before it becomes bubblewrap.
 struct Entered {
@@ -74,9 +73,9 @@ int sendHandles(int socket, const SandboxHandles& handles, int news, bool hasUse
     int news[2];
     char go = 0;
     if (enterNamespaces(plan.namespaces, &hasUserNamespace, &handles) != 0) _exit(kExitSetupFailed);
-    // The kernel counts those of the new user namespace. It does not heed it for the host's root, hence the launcher's own
-    // count. It also counts what is outside of the device, a few processes.
-    const rlimit processes = {plan.mostProcesses + kOuterProcesses, plan.mostProcesses + kOuterProcesses};
+    // The kernel counts those of the new user namespace, and does not heed it for the host's root. The launcher ends a run
+    // earlier, and says why.
+    const rlimit processes = {2 * plan.mostProcesses, 2 * plan.mostProcesses};
     if (plan.mostProcesses != 0) setrlimit(RLIMIT_NPROC, &processes);
     if (pipe2(news, O_CLOEXEC) != 0 || sendHandles(socket, handles, news[0], hasUserNamespace) != 0 ||
         read(socket, &go, 1) != 1)
