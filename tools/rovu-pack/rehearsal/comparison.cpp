@@ -49,6 +49,12 @@ bool mayRunScripts(const std::string& state) {
                        [&state](UpdateState each) { return state == stateName(each); });
 }
 
+// What a script takes out of the updater's hands: the restart, and the set that boots.
+bool isUpdatersOwn(const Words& words) {
+    const bool setsSet = words.front() == "fw_setenv" && words.size() > 1 && words[1] == "bootswitcher";
+    return words.front() == "reboot" || setsSet;
+}
+
 struct Comparer {
     const Selection& selection;
     const Plan& plan;
@@ -83,6 +89,8 @@ struct Comparer {
             const bool isPlanned = next != plan.steps.end() && command.state == stateName(next->state) &&
                                    command.words == stepOn(*next, run.before);
             if (isPlanned) ++next;
+            if (!isPlanned && isUpdatersOwn(command.words))
+                found.push_back("a script runs: " + lineOf(command.words));
             if (isPlanned || mayRunScripts(command.state)) continue;
             return found.push_back("a command that is not planned there: " + lineOf(command.words));
         }
@@ -125,6 +133,11 @@ struct Comparer {
         }
     }
 
+    void compareFiles() {
+        for (const std::string& path : run.lost)
+            found.push_back("the update removes " + path);
+    }
+
     void compareRestart() {
         if (run.restarts != plan.switches)
             found.push_back(run.restarts ? "the device restarts" : "the device does not restart");
@@ -147,6 +160,7 @@ std::vector<std::string> differences(const Selection& selection, const Plan& pla
     if (comparer.foundLimit()) return comparer.found;
     comparer.compareOutcome();
     comparer.compareCommands();
+    comparer.compareFiles();
     // A run that ended early says the rest by that.
     if (comparer.found.empty()) {
         comparer.compareVolumes();

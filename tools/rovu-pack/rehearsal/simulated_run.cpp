@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -86,6 +87,11 @@ public:
             run->commands.push_back({call.state, {call.tool}});
             std::vector<std::string>& words = run->commands.back().words;
             words.insert(words.end(), call.args.begin(), call.args.end());
+        }
+        for (const auto& [file, path] :
+             {std::pair(files.key, kPublicKeyPath), std::pair(files.secrets, kSecretsPath)}) {
+            if (!file.empty() && access(rovusim::outsidePath(state(), path).c_str(), R_OK) != 0)
+                run->lost.emplace_back(path);
         }
         run->restarts = rovusim::rebootRequested(state());
         if (Fault fault = look(&run->after)) return fault;

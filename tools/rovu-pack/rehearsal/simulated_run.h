@@ -47,6 +47,7 @@ struct SimulatedRun {
     unsigned nextSet = 0;   // that the boot loader starts
     std::string bootFault;  // why that set does not start; empty: it does
     std::string log;        // what the program said
+    std::vector<std::string> lost;  // files without which no update runs, and that are gone
     int healthStatus = 0;   // of the command after the restart, if there was one
     std::string healthLog;
 };
