@@ -1,7 +1,7 @@
-// The code that plays the boot loader, on images that a power cut or wear-levelling may leave.
+// The code that plays the boot loader, on images that a power cut or wear-levelling may leave. They are made as the
+// formats of UBI and of the boot loader's environment define them.
 
 #include "environment.h"
-#include "flash_format.h"
 #include "support/scratch.h"
 #include "ubi_image.h"
 
@@ -10,41 +10,76 @@
 
 namespace {
 
-constexpr size_t kBlock = 32768;  // bytes: the volume table must fit
+constexpr size_t kBlockSize = 32768;  // bytes: the volume table must fit
 
-// Reads k0, which is volume 0, from a flash with these blocks and a table.
-int readFlash(std::vector<MadeBlock> blocks, bool isUpdating, std::string* data) {
+std::string bigEndian(size_t value) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes += static_cast<char>(value >> shift & 0xFF);
+    return bytes;
+}
+
+std::string crcOf(const std::string& bytes) {
+    return bigEndian(crc32(bytes.data(), bytes.size()));
+}
+
+// With zeros up to `size` and the checksum after them.
+std::string withCrc(std::string bytes, size_t size) {
+    bytes.resize(size);
+    return bytes + crcOf(bytes);
+}
+
+struct Block {
+    uint32_t volume, leb, sequence;
+    std::string data;
+    uint32_t usedLebs = 1;
+    bool isCopy = false, isDamaged = false;
+};
+
+std::string bytesOf(const Block& block) {
+    const std::string zeros(8, '\0'), type = {1, 1, static_cast<char>(block.isCopy), 0};
+    std::string bytes = withCrc("UBI#" + zeros + bigEndian(0) + bigEndian(64) + bigEndian(128), 60) +
+                        withCrc("UBI!" + type + bigEndian(block.volume) + bigEndian(block.leb) +
+                                    bigEndian(0) + bigEndian(block.data.size()) + bigEndian(block.usedLebs) +
+                                    bigEndian(0) + crcOf(block.data) + zeros + bigEndian(block.sequence),
+                                60) +
+                        block.data;
+    if (block.isDamaged) bytes.back() = static_cast<char>(~bytes.back());
+    bytes.resize(kBlockSize, '\xFF');
+    return bytes;
+}
+
+// Reads k0, a static volume that is the only one, from a flash with these blocks.
+int readFlash(const std::vector<Block>& blocks, bool isUpdating, std::string* data) {
+    const std::string type = {2, static_cast<char>(isUpdating), 0, 2};
+    std::string table = withCrc(bigEndian(4) + bigEndian(1) + bigEndian(0) + type + "k0", 168);
+    for (size_t id = 1; id < 128; ++id)
+        table += withCrc("", 168);
+    std::string flash(kBlockSize, '\xFF');  // a block that was never written
+    flash += bytesOf({kLayoutVolume, 0, 1, table});
+    for (const Block& block : blocks)
+        flash += bytesOf(block);
     const ScratchDir scratch;
-    const std::string path = scratch.path + "/flash";
-    blocks.push_back(
-        {kTableVolume, 0, 1, volumeTable({{"k0", kStaticVolume, isUpdating}, {"k0_data", kDynamicVolume}})});
-    std::string flash(kBlock, '\xFF');  // a block that was never written
-    for (const MadeBlock& block : blocks)
-        flash += blockImage(block, kBlock);
-    writeWholeFile(path, flash);
+    writeWholeFile(scratch.path + "/flash", flash);
     UbiImage image;
-    if (int rc = readUbiImage(path, kBlock, &image); rc != 0) return rc;
+    if (int rc = readUbiImage(scratch.path + "/flash", kBlockSize, &image); rc != 0) return rc;
     const UbiVolume* volume = findUbiVolume(image, "k0");
     return volume == nullptr ? ENOENT : readStaticVolume(image, *volume, data);
 }
 
-int readEnvironment(std::string first, std::string second, std::string* value) {
-    const ScratchDir scratch;
-    for (std::string* copy : {&first, &second})
-        copy->resize(0x10000, '\xFF');
-    writeWholeFile(scratch.path + "/env", first + second);
-    return readVariable(scratch.path + "/env", "bootswitcher", value);
+std::string environment(std::string variables, uint8_t flag, bool isSound = true) {
+    variables.resize(0x2000 - 5);
+    const uint32_t checksum = ~crc32(variables.data(), variables.size()) ^ (isSound ? 0 : 1);
+    return (bigEndian(checksum) + static_cast<char>(flag) + variables).append(0x10000 - 0x2000, '\xFF');
 }
-
-const std::string kSet0 = "bootswitcher=0A0A00", kSet1 = "bootswitcher=0A0A01";
 
 }  // namespace
 
 TEST(BootLoader, ReadsAVolumeFromTheNewestWholeBlocksOrNotAtAll) {
-    const MadeBlock whole = {0, 0, 5, "whole"};
+    const Block whole = {0, 0, 5, "whole"};
     const struct {
         const char* name;
-        std::vector<MadeBlock> blocks;
+        std::vector<Block> blocks;
         bool isUpdating;
         int result;
         std::string data;
@@ -69,26 +104,23 @@ TEST(BootLoader, ReadsAVolumeFromTheNewestWholeBlocksOrNotAtAll) {
 }
 
 TEST(BootLoader, TakesTheNewerSoundCopyOfTheEnvironment) {
-    const std::string damagedSet1 = environmentCopy(kSet1, 2, false);
+    const std::string set0 = "bootswitcher=0A0A00", set1 = "bootswitcher=0A0A01";
     const struct {
         const char* name;
-        std::string first, second;
-        int result;
-        std::string value;
+        std::string copies, value;
+        int result = 0;
     } rows[] = {
-        {"second is newer", environmentCopy(kSet0, 1), environmentCopy(kSet1, 2), 0, "0A0A01"},
-        {"first is newer", environmentCopy(kSet0, 3), environmentCopy(kSet1, 2), 0, "0A0A00"},
-        {"the count wraps", environmentCopy(kSet0, 255), environmentCopy(kSet1, 0), 0, "0A0A01"},
-        {"newer is damaged", environmentCopy(kSet0, 1), damagedSet1, 0, "0A0A00"},
-        {"both are damaged", environmentCopy(kSet0, 1, false), damagedSet1, EILSEQ, ""},
-        {"end of another name", environmentCopy("old" + kSet0, 1), environmentCopy(kSet1, 0), ENOENT, ""},
-        {"in another value", environmentCopy("a=bootswitcher=2" + std::string(1, '\0') + kSet1, 1),
-         environmentCopy(kSet0, 0), 0, "0A0A01"},
+        {"second is newer", environment(set0, 1) + environment(set1, 2), "0A0A01"},
+        {"first is newer", environment(set0, 3) + environment(set1, 2), "0A0A00"},
+        {"the count wraps", environment(set0, 255) + environment(set1, 0), "0A0A01"},
+        {"newer is damaged", environment(set0, 1) + environment(set1, 2, false), "0A0A00"},
+        {"both are damaged", environment(set0, 1, false) + environment(set1, 2, false), "", EILSEQ},
+        {"end of another name", environment("old" + set0, 1) + environment(set1, 0), "", ENOENT},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         std::string value;
-        EXPECT_EQ(readEnvironment(row.first, row.second, &value), row.result);
+        EXPECT_EQ(findVariable(row.copies, "bootswitcher", &value), row.result);
         EXPECT_EQ(value, row.value);
     }
 }
