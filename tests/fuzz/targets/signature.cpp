@@ -1,6 +1,5 @@
 // A spec's file up to the verdict on its signature: marker, Base64, verification.
 
-#include "device_key.h"
 #include "fuzz_target.h"
 #include "spec_signature.h"
 #include "spec_text.h"
@@ -8,6 +7,19 @@
 #include <cstring>
 
 namespace {
+
+// The public half of a key pair, and all that was ever signed with the other: a file that verifies holds this very text.
+constexpr char kPublicKey[] = "-----BEGIN PUBLIC KEY-----\n"
+                              "MIIBIjANBgkqhkiG9w0BAQEFAAOCAQ8AMIIBCgKCAQEAqwK9cyrM/IWQVBeamZeH\n"
+                              "nmM7KNtsh5gv392sT079euE4pgoG4cME+YtKsVM30AvpMJYh/DtWw9K2TvOKwFNo\n"
+                              "ozGhV389OIO8poQG5UD+/SQA7swkyjt0TKyMqX1MFRrk9p2PU/dlwKaG6+vYfalq\n"
+                              "JQL9/kTvZKss15t+s/l9ajUezY9iSggtrqVEaZQ60oG+w8wqncI36ElCeKYV0EH5\n"
+                              "/qV5LI4eqnIp2D5Hqt1WdyCp7uZ6OaevsT9oZwdJeeWTOGBSq2ccByDJ7KM3Bgcb\n"
+                              "oOlPM5Y6olfKLM02XVFCUh1p4qgbKMe1m15w/5KglCxnHqVVxGy7BAoEC+187O99\n"
+                              "KQIDAQAB\n"
+                              "-----END PUBLIC KEY-----\n";
+
+constexpr char kSignedText[] = "{ version = 1, hardware = \"RV-20\" }\n";
 
 void checkMarker(const char* file, size_t size) {
     const char* marker = findSignatureMarker(file, size);
