@@ -1,40 +1,22 @@
 // What rovu-pack says of a file that someone found.
 
-#include "support/program.h"
-#include "support/scratch.h"
-
-#include <gtest/gtest.h>
+#include "pack_shell.h"
 
 namespace {
 
-constexpr char kPack[] = ROVU_PACK_PROGRAM;
 constexpr char kManifest[] = R"({ version = 1, hardware = 'RV-20,RV-30', clone_overlay = 1, '_prepare',
   { type = 'kernel', update = 'optional', version = '2.0', image = 'k.img', preinst = '_prepare',
     dep = { { 'rootfs', '1.0', '2.9' }, { '!rootfs', '1.4', '1.5' } } },
   'exit_success' })";
 
-class Inspect : public ::testing::Test {
+class Inspect : public PackShell {
 protected:
     Inspect() {
         put("m.lua", kManifest);
         put("_prepare", "echo\n");
         put("k.img", std::string(100000, 'k'));
-        EXPECT_EQ(pack("keygen keys && " + std::string(kPack) + " keygen others"), 0);
-        EXPECT_EQ(pack("build m.lua --key keys/private.pem --base-url http://h/u --out out"), 0) << said();
+        EXPECT_EQ(shell("$PACK keygen keys && $PACK keygen others && $BUILD/u m.lua --out out"), 0) << said();
     }
-
-    void put(const std::string& name, const std::string& bytes) const {
-        writeWholeFile(scratch_.path + "/" + name, bytes);
-    }
-    std::string said() const { return readWholeFile(scratch_.path + "/said"); }
-    int pack(const std::string& arguments) const {
-        const std::string line = "cd '" + scratch_.path + "' && " + kPack + " " + arguments;
-        return Program({"/bin/sh", "-c", line}, scratch_.path + "/said", scratch_.path + "/said").wait();
-    }
-    int shell(const std::string& line) const { return pack("--version >/dev/null && " + line); }
-
-private:
-    const ScratchDir scratch_;
 };
 
 TEST_F(Inspect, ShowsTheStepsInTheirOrder) {

@@ -7,9 +7,6 @@
 
 namespace {
 
-constexpr char kSpec[] =
-    "{ version = 1, hardware = 'RV-20', script_url = '', script_hash = '', script_dlsize = 0, 'exit_success' }\n";
-
 using Keys = PackShell;
 
 struct Row {
@@ -19,7 +16,7 @@ struct Row {
 };
 
 TEST_F(Keys, OfTheWrongKindAreNamed) {
-    put("spec.lua", kSpec);
+    put("spec.lua", kSmallSpec);
     put("junk", "junk\n");
     ASSERT_EQ(
         shell(
@@ -49,7 +46,7 @@ TEST_F(Keys, OfTheWrongKindAreNamed) {
 
 // What the device's own reader finds no key in is refused by all commands, and nothing else is.
 TEST_F(Keys, PublicOnesOfTheWrongKindAreNamed) {
-    put("spec.lua", kSpec);
+    put("spec.lua", kSmallSpec);
     put("junk", "junk\n");
     ASSERT_EQ(
         shell(
@@ -87,7 +84,7 @@ TEST_F(Keys, PublicOnesOfTheWrongKindAreNamed) {
                           {"curve", ENOMEM, "not an RSA key", false},
                           {"junk", ENOMEM, "no public key in PEM", false},
                           {"absent", ENOENT, "absent: No such file", false}};
-    const std::string text = kSpec;
+    const std::string text = kSmallSpec;
     const std::string signature = read("signature");
     for (const Case& row : cases) {
         const std::string file = row.file;
@@ -114,7 +111,7 @@ TEST_F(Keys, PublicOnesOfTheWrongKindAreNamed) {
 
 // setsid takes the terminal away.
 TEST_F(Keys, PassPhraseComesFromWhereTheOptionSays) {
-    put("spec.lua", kSpec);
+    put("spec.lua", kSmallSpec);
     put("phrase", "open sesame\nsecond line\n");
     put("wrong", "open sesame!\n");
     put("empty", "\n");
@@ -142,7 +139,7 @@ TEST_F(Keys, PassPhraseComesFromWhereTheOptionSays) {
             EXPECT_EQ(shell("cp spec.lua copy.lua && " + line + row.arguments), row.status) << said();
             EXPECT_NE(said().find(row.message), std::string::npos) << said();
             EXPECT_EQ(said().find("hidden"), std::string::npos) << said();
-            EXPECT_EQ(read("copy.lua"), row.status == 0 ? read("plain.lua") : kSpec);
+            EXPECT_EQ(read("copy.lua"), row.status == 0 ? read("plain.lua") : kSmallSpec);
         }
     }
 }

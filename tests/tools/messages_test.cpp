@@ -1,52 +1,25 @@
 // What the tools say when something is wrong: what happened, where, and what to do. Nothing waits, and nothing is made.
 
-#include "support/program.h"
-#include "support/scratch.h"
+#include "pack_shell.h"
 
-#include <filesystem>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 namespace {
 
 namespace fs = std::filesystem;
-constexpr char kManifest[] =
-    "{ version = 1, hardware = 'RV-20', clone_overlay = 1,\n"
-    "  { type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img' },\n"
-    "  { type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img' } }\n";
 
-class Messages : public ::testing::Test {
+class Messages : public PackShell {
 protected:
     Messages() {
-        writeWholeFile(scratch_.path + "/m.lua", kManifest);
-        writeWholeFile(scratch_.path + "/k.img", "kernel");
-        writeWholeFile(scratch_.path + "/r.img", std::string(5000000, 'r'));
+        put("m.lua", kTwoImages);
+        put("k.img", "kernel");
+        put("r.img", std::string(5000000, 'r'));
         EXPECT_EQ(shell("$PACK keygen keys && $PACK secret secrets && $BUILD m.lua --out out && "
                         "sed 's/clone/encr_key_offset = 0, clone/' m.lua >e.lua && "
                         "$BUILD e.lua --out oute --secrets secrets"),
                   0)
             << said();
     }
-
-    std::string said() const { return readWholeFile(scratch_.path + "/said"); }
-    bool exists(const std::string& name) const { return fs::exists(scratch_.path + "/" + name); }
-
-    // No message may take longer than this to come: that is what a FIFO would do.
-    int shell(const std::string& line) const {
-        const std::string output = scratch_.path + "/said";
-        fs::remove(output);
-        return Program({"timeout", "-s", "KILL", "20", "/bin/sh", "-c", start() + line}, output, output)
-            .wait();
-    }
-
-private:
-    std::string start() const {
-        return "cd '" + scratch_.path +
-               "' && export PACK='" ROVU_PACK_PROGRAM "' && CHECK=\"$PACK check --unsigned\" && "
-               "BUILD=\"$PACK build --key keys/private.pem --base-url http://h\" && ";
-    }
-
-    const ScratchDir scratch_;
 };
 
 struct Row {

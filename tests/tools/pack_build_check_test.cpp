@@ -1,11 +1,8 @@
 // `rovu-pack build` publishes nothing that `rovu-pack check` calls an error, unless it is told to.
 
+#include "pack_shell.h"
 #include "support/crypto.h"
-#include "support/program.h"
-#include "support/scratch.h"
 
-#include <filesystem>
-#include <gtest/gtest.h>
 #include <regex>
 
 namespace {
@@ -21,32 +18,23 @@ std::string rootfsWith(const std::string& dep) {
            " } },\n";
 }
 
-class PackBuildCheck : public ::testing::Test {
+class PackBuildCheck : public PackShell {
 protected:
     PackBuildCheck() {
-        writeWholeFile(path("parts/k.img"), "version=2.0\nkernel");
-        writeWholeFile(path("parts/r.img"), "version=2.0\nrootfs");
+        put("parts/k.img", "version=2.0\nkernel");
+        put("parts/r.img", "version=2.0\nrootfs");
         EXPECT_EQ(run("keygen keys"), 0);
     }
 
-    std::string path(const std::string& name) const { return scratch.path + "/" + name; }
-    std::string said() const { return readWholeFile(path("err")); }
-
-    int run(const std::string& arguments) const {
-        for (const char* name : {"out", "err"})
-            fs::remove(path(name));
-        const std::string line = "cd '" + scratch.path + "' && '" ROVU_PACK_PROGRAM "' " + arguments;
-        return Program({"/bin/sh", "-c", line}, path("out"), path("err")).wait();
-    }
+    // Errors are kept apart.
+    std::string said() const { return read("err"); }
+    int run(const std::string& arguments) const { return shell("$PACK " + arguments + " >out 2>err"); }
 
     int build(const std::string& parts, const std::string& options = "",
               const std::string& url = "http://h/u") const {
-        writeWholeFile(path("parts/m.lua"),
-                       "{ version = 1, hardware = 'RV-20', clone_overlay = 1,\n" + parts + "}\n");
+        put("parts/m.lua", "{ version = 1, hardware = 'RV-20', clone_overlay = 1,\n" + parts + "}\n");
         return run("build parts/m.lua --out www --key keys/private.pem --base-url '" + url + "' " + options);
     }
-
-    const ScratchDir scratch;
 };
 
 struct ErrorRow {
@@ -79,12 +67,12 @@ TEST_F(PackBuildCheck, NothingIsMadeThatCheckCallsAnError) {
         EXPECT_NE(said().find(row.said), std::string::npos) << said();
         EXPECT_NE(said().find("rovu-pack build: nothing is made"), std::string::npos) << said();
         EXPECT_EQ(said().find(".rovu-pack."), std::string::npos) << "the hidden folder is nobody's business";
-        EXPECT_EQ(readWholeFile(path("out")), "");
-        EXPECT_FALSE(fs::exists(path("www")));
+        EXPECT_EQ(read("out"), "");
+        EXPECT_FALSE(exists("www"));
 
         EXPECT_EQ(build(row.missed), 0);
         EXPECT_EQ(said().find("error "), std::string::npos) << said();
-        fs::remove_all(path("www"));
+        fs::remove_all(pathOf("www"));
     }
 }
 
@@ -99,7 +87,7 @@ TEST_F(PackBuildCheck, ImagesAreJudgedByTheirBytes) {
     };
     ASSERT_EQ(run("secret preshared"), 0);
     for (const auto& row : rows) {
-        writeWholeFile(path("parts/k.img"), row.kernel);
+        put("parts/k.img", row.kernel);
         EXPECT_EQ(build("encr_key_offset = 0," + kKernel + kRootfs, "--secrets preshared"), row.status);
         EXPECT_EQ(build(kKernel + kRootfs), row.status);
         EXPECT_EQ(said().find("error    not-an-image            parts/m.lua:2 1.image\n") == 0,
@@ -110,11 +98,11 @@ TEST_F(PackBuildCheck, ImagesAreJudgedByTheirBytes) {
 
 TEST_F(PackBuildCheck, EarlierUpdateSurvivesARefusal) {
     ASSERT_EQ(build(kKernel + kRootfs), 0);
-    const std::string before = readWholeFile(path("www/update.lua"));
-    writeWholeFile(path("parts/k.img"), "version=2.1\nkernel");
+    const std::string before = read("www/update.lua");
+    put("parts/k.img", "version=2.1\nkernel");
     EXPECT_EQ(build(kOptional), 1);
-    EXPECT_EQ(readWholeFile(path("www/update.lua")), before);
-    EXPECT_EQ(std::distance(fs::directory_iterator(path("www")), fs::directory_iterator()), 3);
+    EXPECT_EQ(read("www/update.lua"), before);
+    EXPECT_EQ(std::distance(fs::directory_iterator(pathOf("www")), fs::directory_iterator()), 3);
     EXPECT_EQ(run("check www/update.lua --pub keys/rovu_pub.pem --files www --strict"), 0);
 }
 
@@ -122,7 +110,7 @@ TEST_F(PackBuildCheck, ForceSignsAllTheSameAndSaysSo) {
     EXPECT_EQ(build(kOptional, "--force"), 0);
     EXPECT_NE(said().find("error    no-mandatory-image "), std::string::npos) << said();
     EXPECT_NE(said().find("rovu-pack build: signed in spite of the errors"), std::string::npos) << said();
-    EXPECT_NE(readWholeFile(path("out")).find("update.lua"), std::string::npos);
+    EXPECT_NE(read("out").find("update.lua"), std::string::npos);
     EXPECT_EQ(run("check www/update.lua --pub keys/rovu_pub.pem --files www"), 1);
 }
 
@@ -155,7 +143,7 @@ TEST_F(PackBuildCheck, JsonHoldsWhatWasMadeAndWhatIsWrongWithIt) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.parts + row.options);
         EXPECT_EQ(build(row.parts, "--json " + row.options), row.status);
-        const std::string json = std::regex_replace(readWholeFile(path("out")), std::regex("\\s+"), " ");
+        const std::string json = std::regex_replace(read("out"), std::regex("\\s+"), " ");
         for (const std::string& part : row.held)
             EXPECT_NE(json.find(part), std::string::npos) << part << "\n" << json;
         EXPECT_EQ(said().empty(), row.status != 2) << said();
@@ -164,9 +152,9 @@ TEST_F(PackBuildCheck, JsonHoldsWhatWasMadeAndWhatIsWrongWithIt) {
 
 TEST_F(PackBuildCheck, WhatTheDeviceRefusesNoForceSigns) {
     const std::string name(32, 'x');
-    writeWholeFile(path("parts/" + name), "true\n");
+    put("parts/" + name, "true\n");
     EXPECT_EQ(build("'" + name + "',", "--force"), 2);
-    EXPECT_FALSE(fs::exists(path("www")));
+    EXPECT_FALSE(exists("www"));
 }
 
 TEST_F(PackBuildCheck, WarningsArePrintedAndNotesAreNot) {

@@ -2,19 +2,15 @@
 // and nothing at all where something is wrong.
 
 #include "file_decryption.h"
+#include "pack_shell.h"
 #include "spec_signature.h"
 #include "support/crypto.h"
-#include "support/program.h"
-#include "support/scratch.h"
 
 #include <cerrno>
-#include <filesystem>
-#include <gtest/gtest.h>
 
 namespace {
 
 namespace fs = std::filesystem;
-constexpr char kPack[] = ROVU_PACK_PROGRAM;
 constexpr char kImage[] =
     "{ type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img', preinst = 'pre.sh' },";
 
@@ -22,15 +18,12 @@ std::string manifest(const std::string& more) {
     return "{ version = 1, hardware = 'RV-20', 'before.sh',\n" + more + "\n}\n";
 }
 
-class PackBuild : public ::testing::Test {
+class PackBuild : public PackShell {
 protected:
     PackBuild() {
-        writeParts(path("parts"));
-        EXPECT_EQ(run("keygen keys"), 0);
+        writeParts(pathOf("parts"));
+        EXPECT_EQ(pack("keygen keys"), 0);
     }
-
-    std::string path(const std::string& name) const { return scratch.path + "/" + name; }
-    std::string content(const std::string& name) const { return readWholeFile(path(name)); }
 
     static void writeParts(const std::string& folder) {
         writeWholeFile(folder + "/before.sh", "echo before\n");
@@ -38,39 +31,31 @@ protected:
         writeWholeFile(folder + "/k.img", "version=2.0\n" + std::string(100000, 'k'));
     }
 
-    int shell(const std::string& line) const {
-        const std::string said = path("said");
-        return Program({"/bin/sh", "-c", "cd '" + scratch.path + "' && " + line}, said, said).wait();
-    }
-    int run(const std::string& arguments) const { return shell(std::string(kPack) + " " + arguments); }
-
     int build(const std::string& text, const std::string& options = "--out out") const {
-        writeWholeFile(path("parts/m.lua"), text);
-        return run("build parts/m.lua --key keys/private.pem --base-url http://h/u " + options);
+        put("parts/m.lua", text);
+        return shell("$BUILD/u parts/m.lua " + options);
     }
 
     int verify(const std::string& file) const {
-        const std::string spec = content(file);
+        const std::string spec = read(file);
         const char* marker = findSignatureMarker(spec.data(), spec.size());
         if (marker == nullptr) return ENOENT;
         const size_t length = static_cast<size_t>(marker - spec.data());
-        return verifySpecSignature(path("keys/rovu_pub.pem").c_str(), spec.data(), length, marker + 2,
+        return verifySpecSignature(pathOf("keys/rovu_pub.pem").c_str(), spec.data(), length, marker + 2,
                                    spec.size() - length - 2);
     }
 
     // What the spec says of a tar must be true of the bytes that the device downloads.
     void expectSpecDescribes(const std::string& tar, const std::string& hash, const std::string& size) const {
-        const std::string spec = content("out/update.lua"), bytes = content("out/" + tar);
+        const std::string spec = read("out/update.lua"), bytes = read("out/" + tar);
         EXPECT_NE(spec.find(" " + hash + " = '" + sha256Hex(bytes) + "'"), std::string::npos) << spec;
         EXPECT_NE(spec.find(" " + size + " = " + std::to_string(bytes.size()) + ","), std::string::npos)
             << spec;
     }
-
-    const ScratchDir scratch;
 };
 
 TEST_F(PackBuild, SpecHasTheDigestsOfTheFilesAsTheyAreDownloaded) {
-    ASSERT_EQ(run("secret preshared"), 0);
+    ASSERT_EQ(pack("secret preshared"), 0);
     const struct {
         const char *offset, *options;
     } rows[] = {{"", "--out out"}, {"encr_key_offset = 0,", "--out out --secrets preshared"}};
@@ -79,9 +64,9 @@ TEST_F(PackBuild, SpecHasTheDigestsOfTheFilesAsTheyAreDownloaded) {
         ASSERT_EQ(build(manifest(std::string(row.offset) + kImage), row.options), 0);
         expectSpecDescribes("kernel.tar", "hash", "dlsize");
         expectSpecDescribes("scripts.tar", "script_hash", "script_dlsize");
-        const std::string image = md5Hex(content("parts/k.img"));
-        EXPECT_NE(content("out/update.lua").find(" image_md5 = '" + image + "'"), std::string::npos);
-        fs::remove_all(path("out"));
+        const std::string image = md5Hex(read("parts/k.img"));
+        EXPECT_NE(read("out/update.lua").find(" image_md5 = '" + image + "'"), std::string::npos);
+        fs::remove_all(pathOf("out"));
     }
 }
 
@@ -95,16 +80,14 @@ TEST_F(PackBuild, TarsGiveTheirMembersByTheNamesInTheSpec) {
 
 TEST_F(PackBuild, SameInputGivesTheSameBytesAnywhereAtAnyTime) {
     ASSERT_EQ(build(manifest(kImage)), 0);
-    writeParts(path("elsewhere/deep"));
-    writeWholeFile(path("elsewhere/deep/m.lua"), manifest(kImage));
-    ASSERT_EQ(shell("cd elsewhere/deep && touch -d 2001-02-03 * && chmod 0700 before.sh && umask 077 && '" +
-                    std::string(kPack) +
-                    "' build m.lua --out ../../other --base-url http://h/u/ --key ../../keys/private.pem"),
-              0);
+    writeParts(pathOf("elsewhere/deep"));
+    put("elsewhere/deep/m.lua", manifest(kImage));
+    ASSERT_EQ(
+        shell(
+            "cd elsewhere/deep && touch -d 2001-02-03 * && chmod 0700 before.sh && umask 077 && $PACK build m.lua --out ../../other --base-url http://h/u/ --key ../../keys/private.pem"),
+        0);
     EXPECT_EQ(shell("diff -r out other"), 0);
-    EXPECT_EQ(shell("SOURCE_DATE_EPOCH=86400 " + std::string(kPack) +
-                    " build parts/m.lua --out dated --base-url http://h/u --key keys/private.pem"),
-              0);
+    EXPECT_EQ(shell("SOURCE_DATE_EPOCH=86400 $BUILD/u parts/m.lua --out dated"), 0);
     EXPECT_EQ(shell("tar -tvf dated/kernel.tar --utc | grep -c '0/0 .* 1970-01-02 00:00 ' | grep -qx 2"), 0);
 }
 
@@ -123,51 +106,51 @@ TEST_F(PackBuild, SignMakesWhatOpensslAloneMakes) {
                     "openssl dgst -sha256 -sign keys/private.pem text | base64 -w0; } >by-openssl.lua"),
               0);
     EXPECT_EQ(verify("by-openssl.lua"), 0);
-    ASSERT_EQ(run("sign text --key keys/private.pem"), 0);
-    EXPECT_EQ(content("text"), content("by-openssl.lua"));
+    ASSERT_EQ(pack("sign text --key keys/private.pem"), 0);
+    EXPECT_EQ(read("text"), read("by-openssl.lua"));
 }
 
 TEST_F(PackBuild, SignReplacesASignatureAndEndsALine) {
-    writeWholeFile(path("spec"), "{ version = 1, hardware = 'a' } -- no line feed");
-    ASSERT_EQ(run("sign spec --key keys/private.pem"), 0);
+    put("spec", "{ version = 1, hardware = 'a' } -- no line feed");
+    ASSERT_EQ(pack("sign spec --key keys/private.pem"), 0);
     EXPECT_EQ(verify("spec"), 0);
-    const std::string once = content("spec");
-    ASSERT_EQ(run("sign spec --key keys/private.pem"), 0);
-    EXPECT_EQ(content("spec"), once);
+    const std::string once = read("spec");
+    ASSERT_EQ(pack("sign spec --key keys/private.pem"), 0);
+    EXPECT_EQ(read("spec"), once);
 
-    writeWholeFile(path("spec"), once.substr(0, once.size() - 5));
-    EXPECT_EQ(run("sign spec --key keys/private.pem"), 2) << "a damaged signature must not be signed over";
-    EXPECT_EQ(content("spec"), once.substr(0, once.size() - 5));
+    put("spec", once.substr(0, once.size() - 5));
+    EXPECT_EQ(pack("sign spec --key keys/private.pem"), 2) << "a damaged signature must not be signed over";
+    EXPECT_EQ(read("spec"), once.substr(0, once.size() - 5));
 }
 
 TEST_F(PackBuild, EncryptedTarsAreWhatTheDeviceDecrypts) {
-    ASSERT_EQ(run("secret preshared"), 0);
+    ASSERT_EQ(pack("secret preshared"), 0);
     ASSERT_EQ(build(manifest(kImage), "--out plain"), 0);
     const std::string encrypted = manifest(std::string("encr_key_offset = 0,") + kImage);
     ASSERT_EQ(build(encrypted, "--out out --secrets preshared"), 0);
-    const std::string secret = content("preshared");
+    const std::string secret = read("preshared");
     const uint8_t* key = reinterpret_cast<const uint8_t*>(secret.data());
-    ASSERT_EQ(decryptFile(path("out/kernel.tar").c_str(), key, key + 32), 0);
-    EXPECT_EQ(content("out/kernel.tar"), content("plain/kernel.tar"));
+    ASSERT_EQ(decryptFile(pathOf("out/kernel.tar").c_str(), key, key + 32), 0);
+    EXPECT_EQ(read("out/kernel.tar"), read("plain/kernel.tar"));
 }
 
 TEST_F(PackBuild, SecretsAreAppendedAndTheirOffsetsPrinted) {
-    EXPECT_EQ(shell("'" + std::string(kPack) + "' secret preshared >first"), 0);
-    const std::string before = content("preshared");
-    EXPECT_EQ(shell("'" + std::string(kPack) + "' secret preshared >second"), 0);
-    EXPECT_EQ(content("first"), "0\n");
-    EXPECT_EQ(content("second"), "48\n");
-    EXPECT_EQ(content("preshared").size(), 96U);
-    EXPECT_EQ(content("preshared").substr(0, 48), before);
+    EXPECT_EQ(shell("$PACK secret preshared >first"), 0);
+    const std::string before = read("preshared");
+    EXPECT_EQ(shell("$PACK secret preshared >second"), 0);
+    EXPECT_EQ(read("first"), "0\n");
+    EXPECT_EQ(read("second"), "48\n");
+    EXPECT_EQ(read("preshared").size(), 96U);
+    EXPECT_EQ(read("preshared").substr(0, 48), before);
 }
 
 TEST_F(PackBuild, KeysAreNeverOverwritten) {
-    const std::string before = content("keys/private.pem");
-    EXPECT_EQ(run("keygen keys"), 2);
-    fs::remove(path("keys/rovu_pub.pem"));
-    EXPECT_EQ(run("keygen keys"), 2);
-    EXPECT_EQ(content("keys/private.pem"), before);
-    EXPECT_EQ(fs::status(path("keys/private.pem")).permissions(),
+    const std::string before = read("keys/private.pem");
+    EXPECT_EQ(pack("keygen keys"), 2);
+    fs::remove(pathOf("keys/rovu_pub.pem"));
+    EXPECT_EQ(pack("keygen keys"), 2);
+    EXPECT_EQ(read("keys/private.pem"), before);
+    EXPECT_EQ(fs::status(pathOf("keys/private.pem")).permissions(),
               fs::perms::owner_read | fs::perms::owner_write);
 }
 
@@ -193,10 +176,9 @@ TEST_F(PackBuild, FaultsAreNamedAndNothingIsMade) {
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.more);
-        fs::remove(path("said"));
         EXPECT_EQ(build(manifest(row.more), std::string("--out out") + row.options), 2);
-        EXPECT_NE(content("said").find(row.said), std::string::npos) << content("said");
-        EXPECT_FALSE(fs::exists(path("out")));
+        EXPECT_NE(said().find(row.said), std::string::npos) << said();
+        EXPECT_FALSE(exists("out"));
     }
 }
 
@@ -208,14 +190,14 @@ TEST_F(PackBuild, VariablesStandForWhatIsWrittenOut) {
                                         {"version = 1,", "version = vars.format + 0,"}})
         text.replace(text.find(written), written.size(), read);
     const std::string options = "--out other --set version=2.0 --set name=k --set format=";
-    ASSERT_EQ(build(text, options + "1"), 0) << content("said");
+    ASSERT_EQ(build(text, options + "1"), 0) << said();
     EXPECT_EQ(shell("diff -r out other"), 0);
     EXPECT_EQ(build(text, options + "2"), 2);
 }
 
 TEST_F(PackBuild, ExitSuccessIsNeverPacked) {
-    writeWholeFile(path("parts/m.lua"), "{ version = 1, hardware = 'a', 'exit_success' }");
-    ASSERT_EQ(run("build parts/m.lua --out out --key keys/private.pem --base-url http://h/u"), 0);
+    put("parts/m.lua", "{ version = 1, hardware = 'a', 'exit_success' }");
+    ASSERT_EQ(shell("$BUILD parts/m.lua --out out"), 0);
     EXPECT_EQ(shell("test \"$(ls -A out)\" = update.lua"), 0);
 }
 

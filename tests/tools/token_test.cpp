@@ -7,9 +7,6 @@
 namespace {
 
 constexpr char kModule[] = "/usr/lib/softhsm/libsofthsm2.so";
-constexpr char kSpec[] =
-    "{ version = 1, hardware = 'RV-20', script_url = '', script_hash = '', script_dlsize = 0, 'exit_success' }\n";
-
 // "update" is a plain key; "card" asks for the PIN at each signature, as the signing key of a smart card does.
 class Token : public PackShell {
 protected:
@@ -18,7 +15,7 @@ protected:
         setenv("PKCS11_MODULE_PATH", kModule, 1);
         put("softhsm2.conf", "directories.tokendir = " + pathOf("tokens") + "\nlog.level = ERROR\n");
         put("tokens/README", "");
-        put("spec.lua", kSpec);
+        put("spec.lua", kSmallSpec);
         put("pin", "4711\n");
         put("wrong", "4712\n");
         EXPECT_EQ(
@@ -87,7 +84,7 @@ TEST_F(Token, TroubleIsNamedAndKeepsThePinSecret) {
         EXPECT_EQ(shell(row.before + line), 2);
         EXPECT_NE(said().find(row.message), std::string::npos) << said();
         EXPECT_EQ(said().find("471"), std::string::npos) << said();
-        EXPECT_EQ(read("spec.lua"), kSpec);
+        EXPECT_EQ(read("spec.lua"), kSmallSpec);
     }
 }
 
