@@ -1,5 +1,5 @@
-// What rovu-pack says of a set that an update does not write as a whole: the warnings, the plan for a device whose
-// inactive set is known, and what a simulated device then boots.
+// What rovu-pack says of a set that an update does not write as a whole: the warnings, and the plan for a device whose
+// inactive set is known.
 
 #include "support/crypto.h"
 #include "system/world.h"
@@ -289,105 +289,6 @@ TEST(PackBootSet, PlanForOneDeviceShowsTheSetBeforeItsCommands) {
     const auto begin = std::find(lines.begin(), lines.end(), expected.front());
     ASSERT_GE(lines.end() - begin, static_cast<long>(expected.size()));
     EXPECT_EQ(Strings(begin, begin + static_cast<long>(expected.size())), expected);
-}
-
-// A device of the simulator that has had two updates of both images: set 0 runs 2.0, set 1 still holds 1.0.
-class UpdatedTwice {
-public:
-    UpdatedTwice() : world({"kernel", "rootfs"}) {
-        for (const char* version : {"1.0", "2.0"}) {
-            bring(version);
-            world.update.fields["clone_overlay"] = "0";
-            runAndRestart();
-        }
-    }
-
-    // Makes the update one to that version.
-    void bring(const std::string& version) {
-        world.update.images["kernel"] = {{{"type", "'kernel'"}, {"version", "'" + version + "'"}},
-                                         {{"kernel.img", imageBytes(version, 30000)}}};
-        world.update.images["rootfs"] = {{{"type", "'rootfs'"}, {"version", "'" + version + "'"}},
-                                         {{"rootfs.img", imageBytes(version, 40000)}}};
-    }
-
-    void runAndRestart() {
-        world.publish();
-        ASSERT_EQ(world.run().status, 0);
-        ASSERT_EQ(rovusim::restartDevice(world.device.directory, nullptr), 0);
-    }
-
-    FleetRow plan() {
-        world.publish();
-        CheckOptions options;
-        options.spec = world.web.directory() + "/spec";
-        options.signatureUse.publicKey = world.device.pathOf("/etc/ssh/rovu_pub.pem");
-        options.devices = {{"RV-20", "2.0", "2.0", {"1.0", "1.0", ""}}};
-        CheckResult result;
-        const Fault fault = checkUpdate(options, &result);
-        EXPECT_FALSE(fault) << fault.message();
-        return std::move(result.fleet.front());
-    }
-
-    // Versions that the running device names.
-    std::string kernel() const {
-        std::string release;
-        EXPECT_EQ(rovusim::kernelReleaseInUse(world.device.directory, &release), 0);
-        return release;
-    }
-    std::string rootfs() const {
-        std::string version;
-        EXPECT_EQ(rovusim::rootfsVersionInUse(world.device.directory, &version), 0);
-        return version;
-    }
-
-    World world;
-};
-
-struct TwoStepRow {
-    const char* name;
-    const char* kernelUpdate;
-    const char* rootfsUpdate;
-    const char* clone;
-    Strings boots;
-};
-
-const TwoStepRow kTwoStepRows[] = {
-    {"an optional kernel, which the running one makes needless",
-     "'optional'",
-     "'mandatory'",
-     "0",
-     {"k1 1.0 earlier, refused by rootfs", "k1_root 2.1 new", "k1_data earlier"}},
-    {"an optional rootfs",
-     "'mandatory'",
-     "'optional'",
-     "1",
-     {"k1 2.1 new", "k1_root 1.0 earlier, refused by kernel", "k1_data copied"}},
-    {"both", "'mandatory'", "'mandatory'", "1", {"k1 2.1 new", "k1_root 2.1 new", "k1_data copied"}},
-};
-
-TEST(PackBootSet, PlannedSetIsWhatTheSimulatedDeviceBoots) {
-    for (const TwoStepRow& row : kTwoStepRows) {
-        SCOPED_TRACE(row.name);
-        UpdatedTwice device;
-        World& world = device.world;
-        device.bring("2.1");
-        world.update.fields["clone_overlay"] = row.clone;
-        world.update.images["kernel"].fields["update"] = row.kernelUpdate;
-        world.update.images["kernel"].fields["dep"] = "{{'rootfs','2.0','2.65535'}}";
-        world.update.images["rootfs"].fields["update"] = row.rootfsUpdate;
-        world.update.images["rootfs"].fields["dep"] = "{{'kernel','2.0','2.65535'}}";
-        const Plan plan = device.plan().plans[0];
-        ASSERT_EQ(bootLines(plan), row.boots);
-
-        const std::string active = world.device.volume("k0_data");
-        const std::string inactive = world.device.volume("k1_data");
-        ASSERT_NE(active, inactive);
-        device.runAndRestart();
-        EXPECT_EQ(device.kernel(), plan.boots[0].version);
-        EXPECT_EQ(device.rootfs(), plan.boots[1].version);
-        const bool isCopied = plan.boots[2].content == BootVolume::eCopied;
-        EXPECT_TRUE(world.device.volume("k1_data") == (isCopied ? active : inactive));
-    }
 }
 
 }  // namespace
