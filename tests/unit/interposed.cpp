@@ -26,8 +26,6 @@ void traceDescriptor(const std::string& call, int fd) {
 
 extern "C" {
 
-void* __real_malloc(size_t size);
-void* __real_calloc(size_t count, size_t size);
 FILE* __real_popen(const char* command, const char* mode);
 int __real_rename(const char* from, const char* to);
 int __real_fsync(int fd);
@@ -38,14 +36,6 @@ CURL* __real_curl_easy_init();
 CURLcode __real_curl_easy_setopt(CURL* handle, CURLoption option, ...);
 CURLcode __real_curl_easy_perform(CURL* handle);
 void __real_curl_easy_cleanup(CURL* handle);
-
-void* __wrap_malloc(size_t size) {
-    return size != 0 && size == interposed.refusedAllocation ? nullptr : __real_malloc(size);
-}
-
-void* __wrap_calloc(size_t count, size_t size) {
-    return size != 0 && count * size == interposed.refusedAllocation ? nullptr : __real_calloc(count, size);
-}
 
 FILE* __wrap_popen(const char* command, const char* mode) {
     const char* line = interposed.shellLine == nullptr ? command : interposed.shellLine;

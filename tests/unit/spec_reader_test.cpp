@@ -3,7 +3,6 @@
 #include "support/program.h"
 #include "unit_test.h"
 
-#include <cstddef>
 #include <sstream>
 
 namespace {
@@ -188,45 +187,5 @@ TEST(SpecReader, HoldsEveryStringToItsLimit) {
         const std::string& line = row.ofImage ? lines.back() : lines.front();
         EXPECT_NE(line.find("'" + longest + "'"), std::string::npos) << line;
         EXPECT_EQ(Reading(specOf(tooLong)).messages, refusal("String too long: " + tooLong));
-    }
-}
-
-TEST(SpecReader, TakesTheFieldsInOrderAndStopsAtTheFirstFault) {
-    const struct {
-        std::vector<const char*> fields;  // in the order in which they are read
-        std::string before, after;        // the rest of the spec
-    } rows[] = {
-        {{"version", "hardware", "clone_overlay", "encr_key_offset"}, "{" + kTop, "true}"},
-        {{"script_url", "script_hash", "script_dlsize"}, "{" + kTop, "'script'}"},
-        {{"type", "update", "imsize", "dlsize", "url", "hash", "image", "image_md5", "preinst", "postinst",
-          "version", "dep"},
-         "{" + kTop + "{" + kImage,
-         "},true}"},
-    };
-    for (const auto& row : rows) {
-        // From each field on everything is wrong, and the message is that of the field.
-        std::string faults;
-        for (auto field = row.fields.rbegin(); field != row.fields.rend(); ++field) {
-            SCOPED_TRACE(*field);
-            faults += *field + "=true,"s;
-            const std::string messages = Reading(row.before + faults + row.after).messages;
-            EXPECT_TRUE(std::regex_search(messages, std::regex("failed: .*\\bt?"s + *field + "\\b")))
-                << messages;
-        }
-    }
-}
-
-TEST(SpecReader, RunningOutOfMemoryIsNoFaultOfTheSpec) {
-    const Interposition calls;
-    const std::string dep = "{'kernel','1','2'},";
-    // The spec, a script, whose record ends with its name, an image, and the second image's dependencies.
-    for (size_t size :
-         {sizeof(Spec), offsetof(Part, name) + sizeof(Part::name), sizeof(Part), 3 * sizeof(Spec::Dep)}) {
-        SCOPED_TRACE(size);
-        interposed.refusedAllocation = size;
-        const std::string images[] = {imageWith("dep={" + dep + "}"),
-                                      imageWith("dep={" + dep + dep + dep + "}")};
-        EXPECT_EQ(Reading(specWith(images[0] + ",'x'," + images[1])).messages,
-                  "ROVU: Parsing of FW update spec file failed: " + std::to_string(ENOMEM) + "\n");
     }
 }

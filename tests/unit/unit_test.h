@@ -25,8 +25,7 @@ inline PackedVersion versionOf(const char* good) {
 
 /// What the calls do that the linker routes through interposed.cpp.
 struct Interposed {
-    size_t refusedAllocation = 0;  // malloc() and calloc() of exactly so many bytes fail; 0: none
-    bool tracesFiles = false;      // write(), fsync() and rename() append to `fileCalls`
+    bool tracesFiles = false;  // write(), fsync() and rename() append to `fileCalls`
     std::vector<std::string> fileCalls;
     int refusedRename = 0;            // the call of rename(), counted from 1, that fails with EIO; 0: none
     bool refusesClose = false;        // close() closes, and fails with EIO
