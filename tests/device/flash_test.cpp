@@ -5,7 +5,6 @@
 #include "support/crypto.h"
 #include "ubi_tools/active_set.h"
 #include "ubi_tools/overlay_clone.h"
-#include "ubi_tools/ref_checksums.h"
 #include "ubi_tools/ubi_volume.h"
 
 #include <csignal>
@@ -209,28 +208,8 @@ TEST_F(Volumes, OverlayIsClonedWithItsSizeAndItsBytes) {
     // One that changes between its two readings is found out.
     replaceTool("cat", "printf 'another overlay'\n");
     EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, false), EBADF);
-}
-
-TEST_F(Volumes, OverlayThatCannotBeReadIsNotCloned) {
-    const std::string before = volume("k1_data"), failed = "Failed to calculate overlay MD5 sum ";
-    const struct {
-        const char* failure;
-        int result;
-        std::string message, tools;
-    } rows[] = {
-        {"ubinfo:1=exit:7", 7, "", "ubinfo "},
-        {"md5sum:1=exit:9", EINVAL, failed + "(0, 9).\n", "ubinfo md5sum "},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.failure);
-        failCalls(row.failure);
-        EXPECT_EQ(cloneOverlay(0, 1, kWorkDir, false), row.result);
-        EXPECT_EQ(messages(), row.message);
-        EXPECT_EQ(tools(), row.tools);
-    }
     EXPECT_EQ(cloneOverlay(UINT32_MAX, 1, kWorkDir, false), EOVERFLOW);
     EXPECT_EQ(cloneOverlay(0, UINT32_MAX, kWorkDir, false), EOVERFLOW);
-    EXPECT_TRUE(volume("k1_data") == before);
 }
 
 // Whole as its output may be, a command whose end is not known has no digest.
@@ -249,25 +228,4 @@ TEST_F(Volumes, OverlayIsNotClonedByADigestOfUnknownEnd) {
     EXPECT_EQ(messages(), "Failed to calculate overlay MD5 sum (" + std::to_string(-ECHILD) + ", 0).\n");
     EXPECT_EQ(tools(), "ubinfo md5sum ");
     EXPECT_TRUE(volume("k1_data") == before);
-}
-
-TEST_F(Volumes, ReferenceFilesAreStoredTwiceAndPutBack) {
-    const std::string first = "/app0/.ubiRefChk1", second = "/app0/.ubiRefChk2";
-    const RefChecksumList older = {{"k0", md5}}, newer = {{"k0", md5}, {"k1", md5}};
-    RefChecksumList list = newer;
-    EXPECT_EQ(loadRefChecksums(&list), ENOENT);
-    EXPECT_TRUE(list.empty());
-    EXPECT_EQ(restoreRefChecksums(), ENOENT);
-    EXPECT_EQ(storeRefChecksums(older), 0);
-    EXPECT_EQ(storeRefChecksums(newer), 0);
-    EXPECT_EQ(readWholeFile(first), readWholeFile(second));
-    writeWholeFile(first, "damaged#FLET32:0\n");
-    EXPECT_EQ(loadRefChecksums(&list), 0);
-    EXPECT_EQ(list, newer);
-    EXPECT_EQ(messages().find("Inconsistent file /app0/.ubiRefChk1, checksum should be 0x"), 0U);
-    EXPECT_EQ(restoreRefChecksums(), 0);
-    EXPECT_EQ(loadRefChecksums(&list), 0);
-    EXPECT_EQ(list, older);
-    for (const std::string& path : {first, second})
-        unlink(path.c_str());
 }
