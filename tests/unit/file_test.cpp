@@ -1,6 +1,5 @@
 #include "unit_test.h"
 #include "util/file.h"
-#include "util/path.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -68,16 +67,4 @@ TEST_F(Files, AreWrittenSyncedAndClosedAndTheLastFailureCounts) {
     EXPECT_EQ(writeFd(-1, "abc", 3, false, false), EBADF);
     EXPECT_EQ(writeFd(-1, "abc", 0, false, true), EBADF);
     EXPECT_EQ(writeFd(-1, "abc", 0, true, false), EBADF);
-}
-
-TEST(AppendPath, JoinsWithOneSlashAndNormalisesNothing) {
-    const struct {
-        const char *base, *name, *joined;
-    } rows[] = {{"a/", "b", "a//b"}, {"", "b", "/b"}, {"a", "", "a/"}, {"a", "../c", "a/../c"}};
-    for (const auto& row : rows) {
-        std::string path = row.base, partOfName = row.base;
-        EXPECT_EQ(appendPath(path, row.name), row.joined);
-        EXPECT_EQ(path, row.joined);
-        EXPECT_EQ(appendPath(partOfName, (row.name + "xyz"s).c_str(), strlen(row.name)), row.joined);
-    }
 }

@@ -15,12 +15,6 @@ uint32_t checksumOf(const std::string& bytes, size_t firstPiece = 0) {
 
 }  // namespace
 
-TEST(Fletcher32, HasTheChecksumsOfTheWorkedExamples) {
-    EXPECT_EQ(checksumOf(""), 0xFFFFFFFFU);
-    EXPECT_EQ(checksumOf("abc\0"s), 0x25C5C462U);
-    EXPECT_EQ(checksumOf(std::string(720, '\xFF')), 0xFFFFFFFFU);
-}
-
 TEST(Fletcher32, FollowsItsDefinitionForEveryLengthAndEveryPieces) {
     for (size_t words : {1U, 2U, 358U, 359U, 360U, 361U, 718U, 719U, 2000U}) {
         SCOPED_TRACE(words);
@@ -32,8 +26,4 @@ TEST(Fletcher32, FollowsItsDefinitionForEveryLengthAndEveryPieces) {
             EXPECT_EQ(checksumOf(bytes, words / 2 * 2), fletcher32(bytes));
         }
     }
-}
-
-TEST(Fletcher32DeathTest, RefusesAnOddSize) {
-    EXPECT_DEATH(checksumOf("abc"), "\\(size & 1\\) == 0");
 }

@@ -1,6 +1,5 @@
 // A call site is new only once in a process, so these tests do not repeat in one.
 
-#include "lock/lock.h"
 #include "log_state.h"
 #include "unit_test.h"
 
@@ -224,22 +223,4 @@ TEST_F(Logging, AReaderThatIsGoneCostsTheLogOnly) {
     LOG_MSG(LOG_LVL_ERROR, "lost");
     EXPECT_EQ(errno, EXDEV);
     fclose(stream);
-}
-
-TEST(LoggingDeathTest, MisuseIsFatal) {
-    LOG_Channel unknown = {};
-    LOG_Channel* freed = LOG_channel_new(nullptr, "freed");
-    LOG_channel_free(freed);
-    const std::string live = "ch == &channels\\[ch->index\\] && \\(chanInUse & \\(1<<ch->index\\)\\) != 0";
-    EXPECT_DEATH(LOG_channel_free(&unknown), "(`|: )" + live);
-    EXPECT_DEATH(LOG_channel_free(freed), "(`|: )" + live);
-    EXPECT_DEATH(LOG_channel_set_levels(freed, 1), "ch != 0 && " + live);
-    EXPECT_DEATH(LOG_channel_apply(nullptr), "ch != 0 && " + live);
-    const char* dirty = "ch.moduleV.empty\\(\\) && ch.levels == 0 && ch.fid == 0";
-    EXPECT_DEATH(LOG_channel_new(nullptr, (channels[0].levels = 1, "")), dirty);
-    LOG_Msg linked = {&logModule, kUnregisteredMask, LOG_LVL_DEBUG, 1, &linked};
-    EXPECT_DEATH(LOG_log_msg(&linked, "%s", ""), "msg->next == 0");
-    EXPECT_DEATH(channels[0].moduleV.get(0), "index < ctxt.n_elem");
-    pthread_mutex_t mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
-    EXPECT_DEATH((zem::Lock(&mutex), zem::Lock(&mutex)), "ret == 0");
 }

@@ -41,14 +41,3 @@ TEST(Version, TakesUpToFourClampedFields) {
                      row.allFields);
     }
 }
-
-TEST(Version, IsANumberThatComparesFieldByField) {
-    PackedVersion lower = 0;
-    for (const char* text : {"0.0.0.1", "0.0.1", "0.1", "1", "1.0.0.1", "1.2", "1.2.0.65535", "2"}) {
-        SCOPED_TRACE(text);
-        const PackedVersion version = versionOf(text);
-        EXPECT_GT(version, lower);
-        lower = version;
-    }
-    EXPECT_EQ(lower, 0x0002000000000000U);
-}
