@@ -11,4 +11,8 @@ constexpr size_t kLargestBlock = 16U << 20;
 
 /// Whether `text` may get a function past the sandbox, which looks at the first occurrence of the word alone.
 /// A function may run forever.
-bool mayHoldFunction(const std::string& text);
+inline bool mayHoldFunction(const std::string& text) {
+    const std::string word = "function";
+    const size_t first = text.find(word);
+    return first != std::string::npos && text.find(word, first + 1) != std::string::npos;
+}
