@@ -68,22 +68,4 @@ TEST_F(KeyRotation, OnlyTheNewKeyCountsOnceItIsThere) {
     EXPECT_EQ(device_.bootswitcher(), "0A0A01");
 }
 
-// Why the key is best changed by an update of its own.
-TEST_F(KeyRotation, UpdateThatFailsAfterItsKeyScriptNeedsTheNewKey) {
-    publish(kImages + std::string(", 'new_key.sh'"));
-    device_.failCall("fw_setenv:1=exit:1");
-    EXPECT_EQ(update("old"), 1);
-    EXPECT_TRUE(hasNewKey());
-    EXPECT_TRUE(update("old") == 1 && wasRefused());
-    EXPECT_EQ(update("new"), 0) << outcome_.out;
-}
-
-// Two keys at once are not possible.
-TEST_F(KeyRotation, SecondKeyInTheFileIsNotRead) {
-    device_.put(kKeyFile, read("old/rovu_pub.pem") + read("new/rovu_pub.pem"));
-    publish("'new_key.sh', 'exit_success'");
-    EXPECT_TRUE(update("new") == 1 && wasRefused());
-    EXPECT_EQ(update("old"), 0) << outcome_.out;
-}
-
 }  // namespace

@@ -100,16 +100,6 @@ TEST_F(PackBuild, OpensslAloneVerifiesTheSignature) {
         0);
 }
 
-TEST_F(PackBuild, SignMakesWhatOpensslAloneMakes) {
-    ASSERT_EQ(build(manifest(kImage)), 0);
-    ASSERT_EQ(shell("head -c -346 out/update.lua >text && { cat text; printf -- --; "
-                    "openssl dgst -sha256 -sign keys/private.pem text | base64 -w0; } >by-openssl.lua"),
-              0);
-    EXPECT_EQ(verify("by-openssl.lua"), 0);
-    ASSERT_EQ(pack("sign text --key keys/private.pem"), 0);
-    EXPECT_EQ(read("text"), read("by-openssl.lua"));
-}
-
 TEST_F(PackBuild, SignReplacesASignatureAndEndsALine) {
     put("spec", "{ version = 1, hardware = 'a' } -- no line feed");
     ASSERT_EQ(pack("sign spec --key keys/private.pem"), 0);
