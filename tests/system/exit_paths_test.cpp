@@ -6,15 +6,6 @@
 #include <csignal>
 #include <regex>
 
-TEST(ExitPaths, RemoveTheWorkDirectoryWithoutTheRmCommand) {
-    World world;
-    world.device.failCall("rm=exit:1");
-    const Outcome outcome = world.run();
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(world.device.state(), "complete");
-    EXPECT_FALSE(world.device.has("/tmp/rovu"));
-}
-
 TEST(ExitPaths, RemoveItAfterASignalWithoutTheRmCommand) {
     World world;
     world.device.failCall("rm=exit:1");

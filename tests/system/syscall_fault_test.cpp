@@ -226,23 +226,16 @@ TEST_F(SyscallFaults, LeaveNoTraceIfASignalComesAtAnyInstruction) {
 }
 
 TEST_F(SyscallFaults, AreRefusedIfTheirRuleIsWrong) {
-    struct Row {
-        const char *option, *rule;
-    };
-    const Row rows[] = {{"--fail-syscall", "frobnicate:1=EIO"},
-                        {"--fail-syscall", "read:1=EFOO"},
-                        {"--fail-syscall", "read:0=EIO"},
-                        {"--fail-syscall", "read=EIO"},
-                        {"--fail-syscall", "read:1"},
-                        {"--fail-syscall", "exit_group:1=EIO"},
-                        {"--kill-at", "read:1=EIO"},
-                        {"--kill-at", "read:1/0=TERM"},
-                        {"--kill-at", "read:1/x=TERM"},
-                        {"--kill-at", "read:x=TERM"}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.rule);
-        EXPECT_EQ(run(row.option, row.rule), 2);
-        EXPECT_NE(errors().find(std::string(row.option) + " " + row.rule + ": "), std::string::npos);
+    for (const auto& [option, rules] :
+         {std::pair<std::string, Strings>{
+              "--fail-syscall",
+              {"frobnicate:1=EIO", "read:1=EFOO", "read:0=EIO", "read=EIO", "read:1", "exit_group:1=EIO"}},
+          {"--kill-at", {"read:1=EIO", "read:1/0=TERM", "read:1/x=TERM", "read:x=TERM"}}}) {
+        for (const std::string& rule : rules) {
+            SCOPED_TRACE(rule);
+            EXPECT_EQ(run(option, rule), 2);
+            EXPECT_NE(errors().find(option + " " + rule + ": "), std::string::npos);
+        }
     }
 }
 
