@@ -47,15 +47,10 @@ struct ErrorRow {
 
 const ErrorRow kErrorRows[] = {
     {"no parts", "", "error    no-mandatory-image      parts/m.lua\n", kKernel},
-    {"optional images only", kOptional, "error    no-mandatory-image      parts/m.lua\n",
-     kOptional + "'exit_success',"},
     {"a list that nothing satisfies",
      kKernel + rootfsWith("{ 'kernel', '2.0', '2.1' }, { '!kernel', '2.0', '2.1' }"),
      "error    dep-unsatisfiable       parts/m.lua:4 2.dep\n",
      kKernel + rootfsWith("{ 'kernel', '2.0', '2.1' }, { '!kernel', '2.0.1', '2.1' }")},
-    {"images that do not go together", kKernel + rootfsWith("{ 'kernel', '2.1', '3' }"),
-     "error    dep-images-disagree     parts/m.lua:4 2.dep\n",
-     kKernel + rootfsWith("{ 'kernel', '2.0', '3' }")},
     {"a base URL with a query", kKernel + kRootfs, "error    tar-missing             parts/m.lua:2 1.url\n",
      kKernel + kRootfs, "http://h/x?token=1"},
 };
@@ -163,14 +158,6 @@ TEST_F(PackBuildCheck, WarningsArePrintedAndNotesAreNot) {
     EXPECT_EQ(build(kKernel), 0);
     EXPECT_NE(said().find("warning  stale-volume "), std::string::npos) << said();
     EXPECT_EQ(said().find("note "), std::string::npos) << said();
-}
-
-TEST_F(PackBuildCheck, EncryptedUpdateIsCheckedWithoutRoomForPlainTars) {
-    ASSERT_EQ(run("secret preshared"), 0);
-    setenv("TMPDIR", "/nowhere", 1);
-    EXPECT_EQ(build("encr_key_offset = 0," + kKernel + kRootfs, "--secrets preshared"), 0);
-    unsetenv("TMPDIR");
-    EXPECT_EQ(said(), "");
 }
 
 }  // namespace
