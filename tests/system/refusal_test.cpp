@@ -4,6 +4,7 @@
 #include "world.h"
 
 #include <cerrno>
+#include <regex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -174,5 +175,25 @@ TEST(Refusals, OfCommandsThatFail) {
         World world;
         world.device.failCall(row.failure);
         expectRefusal(world, {row.message}, row.when);
+    }
+}
+
+// The report of the failure is lost where there is no room for it.
+TEST(Refusals, OfADownloadThatFillsTmpKeepTheLastReport) {
+    // Bytes of /tmp: too few for the scripts' tar, for the first image, for most of the second, and for its end.
+    for (const uint64_t room : {12288U, 100000U, 200000U, 430080U}) {
+        SCOPED_TRACE(room);
+        rovusim::DeviceOptions options;
+        options.tmpBytes = room;
+        World world({"_prepare", "kernel", "rootfs"}, options);
+        const Outcome outcome = world.run();
+        EXPECT_EQ(outcome.status, 1);
+        std::smatch failed;
+        const std::regex warning("CURL download failed after ([0-9]+) bytes: \\(23\\) ");
+        ASSERT_TRUE(std::regex_search(outcome.messages, failed, warning)) << outcome.messages;
+        EXPECT_LE(std::stoull(failed.str(1)), room);
+        EXPECT_NE(world.device.state().find("downloading "), std::string::npos);
+        EXPECT_FALSE(world.device.has("/tmp/rovu"));
+        world.expectUntouchedBoot();
     }
 }
