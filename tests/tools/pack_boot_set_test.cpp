@@ -102,65 +102,46 @@ TEST(PackBootSet, VolumesThatStayUnwrittenAreNamed) {
     }
 }
 
-struct KindRow {
-    const char* text;
-    bool isKind;
-    InactiveSet inactive;
-};
-
-const KindRow kKindRows[] = {
-    {"model=a,kernel=2.0,rootfs=2.0", true, {"", "", ""}},
-    {"inactive-kernel=3.10.49-2,model=a,kernel=2.0,rootfs=2.0", true, {"3.10.49-2", "", ""}},
-    {"model=a,kernel=2.0,rootfs=2.0,inactive-rootfs=blank", true, {"", "blank", ""}},
-    {"model=a,kernel=2.0,rootfs=2.0,inactive=blank", true, {"blank", "blank", "blank"}},
-    {"model=a,kernel=2.0,inactive-rootfs=2.0", false, {}},
-    {"model=a,kernel=2.0,rootfs=2.0,inactive=1.0", false, {}},
-    {"model=a,kernel=2.0,rootfs=2.0,inactive=blank,inactive=blank", false, {}},
-    {"model=a,kernel=2.0,rootfs=2.0,inactive=blank,inactive-kernel=1.0", false, {}},
-    {"model=a,kernel=2.0,rootfs=2.0,inactive-kernel=3.10-rc1", false, {}},
-    {"model=a,kernel=2.0,rootfs=2.0,inactive-rootfs=2.0-1", false, {}},
-    {"model=a,kernel=2.0,rootfs=2.0,inactive-rootfs=", false, {}},
-};
-
-TEST(PackBootSet, DeviceKindMayNameItsInactiveSet) {
-    for (const KindRow& row : kKindRows) {
-        SCOPED_TRACE(row.text);
-        DeviceKind kind;
-        EXPECT_EQ(!parseDeviceKind(row.text, &kind), row.isKind);
-        if (!row.isKind) continue;
-        EXPECT_EQ(kind.inactive.kernel, row.inactive.kernel);
-        EXPECT_EQ(kind.inactive.rootfs, row.inactive.rootfs);
-        EXPECT_EQ(kind.inactive.data, row.inactive.data);
-    }
-}
-
-TEST(PackBootSet, DeviceKindMayNameItsRoom) {
+TEST(PackBootSet, DeviceKindMayNameItsInactiveSetAndItsRoom) {
     const struct {
         const char* words;
         bool isKind;
-        uint64_t tmp, lebSize;
+        InactiveSet inactive = {};
+        uint64_t tmp = 0, lebSize = 0;
     } rows[] = {
-        {"tmp=65536,free-lebs=0,leb-size=124K", true, 65536, 126976},
-        {"tmp=2G,leb-size=1,free-lebs=8", true, uint64_t{1} << 31, 1},
-        {"tmp=64m", false, 0, 0},
-        {"tmp=64MB", false, 0, 0},
-        {"tmp=M", false, 0, 0},
-        {"tmp=-1", false, 0, 0},
-        {"tmp=1,tmp=1", false, 0, 0},
-        {"tmp=9999999999999", false, 0, 0},
-        {"tmp=1,free-lebs=8", false, 0, 0},
-        {"tmp=1,leb-size=8", false, 0, 0},
-        {"tmp=1,free-lebs=8K,leb-size=1", false, 0, 0},
-        {"tmp=1,free-lebs=8,leb-size=0", false, 0, 0},
+        {"inactive-kernel=3.10.49-2", true, {"3.10.49-2", "", ""}},
+        {"inactive-rootfs=blank", true, {"", "blank", ""}},
+        {"inactive=blank", true, {"blank", "blank", "blank"}},
+        {"tmp=65536,free-lebs=0,leb-size=124K", true, {}, 65536, 126976},
+        {"tmp=2G,leb-size=1,free-lebs=8", true, {}, uint64_t{1} << 31, 1},
+        {"inactive=1.0", false},
+        {"inactive=blank,inactive=blank", false},
+        {"inactive=blank,inactive-kernel=1.0", false},
+        {"inactive-kernel=3.10-rc1", false},
+        {"inactive-rootfs=2.0-1", false},
+        {"inactive-rootfs=", false},
+        {"tmp=64m", false},
+        {"tmp=64MB", false},
+        {"tmp=M", false},
+        {"tmp=-1", false},
+        {"tmp=1,tmp=1", false},
+        {"tmp=9999999999999", false},
+        {"tmp=1,free-lebs=8", false},
+        {"tmp=1,leb-size=8", false},
+        {"tmp=1,free-lebs=8K,leb-size=1", false},
+        {"tmp=1,free-lebs=8,leb-size=0", false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.words);
         DeviceKind kind;
-        const std::string text = std::string("model=a,kernel=2.0,rootfs=2.0,") + row.words;
-        EXPECT_EQ(!parseDeviceKind(text, &kind), row.isKind);
+        EXPECT_EQ(!parseDeviceKind(row.words + std::string(",model=a,kernel=2.0,rootfs=2.0"), &kind),
+                  row.isKind);
         if (!row.isKind) continue;
-        EXPECT_EQ(kind.room.tmp, row.tmp);
-        EXPECT_EQ(kind.room.lebSize, row.lebSize);
+        EXPECT_EQ(kind.inactive.kernel, row.inactive.kernel);
+        EXPECT_EQ(kind.inactive.rootfs, row.inactive.rootfs);
+        EXPECT_EQ(kind.inactive.data, row.inactive.data);
+        EXPECT_EQ(kind.room.tmp.value_or(0), row.tmp);
+        EXPECT_EQ(kind.room.lebSize.value_or(0), row.lebSize);
     }
 }
 
