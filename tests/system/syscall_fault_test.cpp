@@ -185,6 +185,17 @@ TEST_F(SyscallFaults, ThatLastNeverSwitchToAnIncompleteSet) {
     }
 }
 
+// The samples below would not notice if no signal came.
+TEST_F(SyscallFaults, GiveWayToASignalBeforeTheCall) {
+    for (const char* rule :
+         {"clone3:20=TERM", "fsync:1=INT", "rename:5=TERM", "rename:5/1=TERM", "fsync:1/900=INT"}) {
+        SCOPED_TRACE(rule);
+        EXPECT_EQ(run("--kill-at", rule), 0);
+        EXPECT_TRUE(wasCaught());
+        EXPECT_EQ(dangers(), Strings());
+    }
+}
+
 TEST_F(SyscallFaults, LeaveNoTraceIfASignalComesFirst) {
     std::vector<Fault> signals;
     for (const SyscallCount& made : count()) {
