@@ -6,9 +6,11 @@
 #include <cstring>
 
 extern "C" {
+// NOLINTBEGIN(readability-identifier-naming): names of the C library
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* old, size_t size);
+// NOLINTEND(readability-identifier-naming)
 }
 
 namespace {
