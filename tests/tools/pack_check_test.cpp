@@ -492,6 +492,11 @@ TEST(PackCheck, FindingsNameTheLineTheNearestKeyAndTheMessage) {
 
 TEST(PackCheck, SizesAreThoseThatTheDeviceTakes) {
     EXPECT_EQ(check(Sample({kernel("imsize", "3e9"), kWithoutFiles}).options).room.extracted, 2147483647U);
+    const Sample good({device("tmp=9M")});
+    uint64_t downloaded = readWholeFile(good.options.spec).size();
+    for (const char* file : {"/scripts", "/kernel", "/rootfs"})
+        downloaded += readWholeFile(good.options.files.folder + file).size();
+    EXPECT_EQ(check(good.options).fleet.front().room.download, downloaded);
 }
 
 TEST(PackCheck, ExitStatusTellsCleanFromFindingsFromTrouble) {
@@ -533,6 +538,19 @@ TEST(PackPlan, ChoiceNamesTheInstalledVersionThatDecided) {
         SCOPED_TRACE(row.step);
         const CheckResult result = check(Sample({steps({row.step}), row.dep, device("tmp=9M")}).options);
         EXPECT_EQ(result.fleet.front().selection.images.at(0).test, row.test);
+    }
+}
+
+TEST(PackPlan, ModelIsAsTheDeviceReadsIt) {
+    const struct {
+        std::string model, hardware;
+        bool accepts;
+    } rows[] = {{"RV-20 ", "RV-20", true}, {kModel, kModel, true}, {kModel + "m", kModel + "m", false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.model);
+        Sample sample({field("hardware", "'" + row.hardware + "'")});
+        sample.options.devices = {{row.model, "4.0", "3.0"}};
+        EXPECT_EQ(check(sample.options).fleet.front().accepts(), row.accepts);
     }
 }
 
