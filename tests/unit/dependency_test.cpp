@@ -3,7 +3,6 @@
 #include "unit_test.h"
 
 #include <cstdlib>
-#include <ostream>
 #include <utility>
 
 namespace {
@@ -31,13 +30,6 @@ Image kernel(bool mandatory, Need need) {
 
 Image rootfs(bool mandatory, Need need) {
     return {mandatory, Spec::eTypeRootfs, need};
-}
-
-// What a failed row shows of an image.
-std::ostream& operator<<(std::ostream& out, const Image& image) {
-    const char* const kNeeds[] = {"nothing", "what is installed", "what is offered", "neither version"};
-    return out << (image.mandatory ? "mandatory " : "optional ")
-               << (image.kind == Spec::eTypeKernel ? "kernel" : "rootfs") << ", needs " << kNeeds[image.need];
 }
 
 Spec::Part partOf(const Image& image) {
@@ -136,7 +128,7 @@ TEST(Dependencies, DecideWhichImagesStay) {
         {{rootfs(kMust, eAny), kernel(kMust, eAny), rootfs(kMay, eAny)}, {}, twice},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.images));
+        SCOPED_TRACE("row " + std::to_string(&row - rows));
         EXPECT_EQ(select(row.images), std::make_pair(row.left, row.message));
     }
 }
