@@ -68,7 +68,3 @@ class Updates(World):
             self.assertEqual(self.shell("cd dev/app0/etc; ls; cat time-servers"),
                              "time-servers\ntime1.example\ntime2.example\n")
         self.assertEqual(self.boot_variables(), ["bootswitcher=0A0A00"])
-
-    def test_busybox_understands_the_scripts(self):
-        for script in self.home.glob("*/*.sh"):
-            self.shell(f"busybox sh -n '{script}'")
