@@ -122,17 +122,13 @@ std::vector<Fault> allFaults(const std::vector<SyscallCount>& counts,
 class SyscallFaults : public UpdateFaults {
 protected:
     // Runs the update with one more option of the simulator.
-    int run(const std::string& option, const std::string& value) { return run(option, value, args()); }
-
-    int run(const std::string& option, const std::string& value, const Strings& args) {
-        return UpdateFaults::run({option, value}, {}, args);
+    int run(const std::string& option, const std::string& value) {
+        return UpdateFaults::run({option, value}, {}, args());
     }
-
-    std::vector<SyscallCount> count() { return count(args()); }
 
     std::vector<SyscallCount> count(const Strings& args) {
         const std::string file = scratch() + "/counts";
-        EXPECT_EQ(run("--count-syscalls", file, args), 0);
+        EXPECT_EQ(UpdateFaults::run({"--count-syscalls", file}, {}, args), 0);
         return parseCounts(readWholeFile(file));
     }
 
@@ -170,7 +166,7 @@ protected:
 
 TEST_F(SyscallFaults, LeaveADeviceThatBootsAsBeforeOrAsUpdated) {
     const std::vector<SyscallCount> atStart = count({"-h"});
-    const std::vector<Fault> faults = allFaults(count(), atStart);
+    const std::vector<Fault> faults = allFaults(count(args()), atStart);
     EXPECT_EQ(violations(0), Strings());
     ASSERT_GE(faults.size(), 1000U);
     runSample(kFaultShares, "--fail-syscall", faults);
@@ -198,7 +194,7 @@ TEST_F(SyscallFaults, GiveWayToASignalBeforeTheCall) {
 
 TEST_F(SyscallFaults, LeaveNoTraceIfASignalComesFirst) {
     std::vector<Fault> signals;
-    for (const SyscallCount& made : count()) {
+    for (const SyscallCount& made : count(args())) {
         if (made.call == "exit_group" || made.call == "rt_sigreturn") continue;
         for (unsigned long i = 1; i <= made.own; ++i) {
             for (const char* signal : {"TERM", "INT"})
@@ -226,7 +222,7 @@ std::string randomRule(const std::vector<SyscallCount>& counts, unsigned seed) {
 }
 
 TEST_F(SyscallFaults, LeaveNoTraceIfASignalComesAtAnyInstruction) {
-    std::vector<SyscallCount> counts = count();
+    std::vector<SyscallCount> counts = count(args());
     counts.erase(std::remove_if(counts.begin(), counts.end(),
                                 [](const SyscallCount& made) { return made.call == "exit_group"; }),
                  counts.end());
