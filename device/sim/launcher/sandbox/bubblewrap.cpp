@@ -60,7 +60,9 @@ void showFolder(const std::string& folder, const std::string& without, Words* wo
     for (const dirent* entry = readdir(entries); entry != nullptr; entry = readdir(entries)) {
         const std::string name = entry->d_name;
         if (name == "." || name == ".." || name == without) continue;
-        const std::string path = folder + "/" + name;
+        std::string path = folder;
+        path += '/';
+        path += name;
         words->show(path, path);
     }
     closedir(entries);

@@ -118,10 +118,9 @@ void answerAsDevice(Supervisor* supervisor, const seccomp_notif& call, seccomp_n
     const bool waits = call.data.nr == SYS_nanosleep || call.data.nr == SYS_clock_nanosleep;
     if (call.data.nr == SYS_uname) {
         answerUname(*supervisor, call, answer);
-    } else if (isOneOf(call, kStatCalls) && answerVolumeStat(supervisor->stateDir, call, answer)) {
-        return;
-    } else if (isOneOf(call, kOwnerCalls)) {
-        return;  // succeeds
+    } else if (isOneOf(call, kOwnerCalls) ||
+               (isOneOf(call, kStatCalls) && answerVolumeStat(supervisor->stateDir, call, answer))) {
+        return;  // with success
     } else if (waits && supervisor->skipWaits) {
         answerWait(supervisor, call, answer);
     } else {
