@@ -28,10 +28,10 @@ MANIFEST = """{ version = 1, hardware = 'mast-4,cellar-2,roof-1', clone_overlay 
 }
 """
 
-SERVER = """user root; pid {home}/nginx.pid; error_log {home}/error.log; events {{}}
-http {{ access_log off; client_body_temp_path {home}/t; proxy_temp_path {home}/t; fastcgi_temp_path {home}/t;
-uwsgi_temp_path {home}/t; scgi_temp_path {home}/t;
-server {{ listen 127.0.0.1:{port}; root {home}/www; limit_rate {rate}; }} }}
+# Its paths are relative to the folder of the world, whose path may have spaces.
+SERVER = """user root; pid nginx.pid; error_log error.log; events {{}}
+http {{ access_log off; client_body_temp_path t; proxy_temp_path t; fastcgi_temp_path t; uwsgi_temp_path t; scgi_temp_path t;
+server {{ listen 127.0.0.1:{port}; root www; limit_rate {rate}; }} }}
 """
 
 
@@ -86,7 +86,7 @@ class World:
 
     def serve(self, rate):
         """Takes the connections to the port, which the socket keeps."""
-        (self.home / "nginx.conf").write_text(SERVER.format(home=self.home, port=self.port, rate=rate))
+        (self.home / "nginx.conf").write_text(SERVER.format(port=self.port, rate=rate))
         self.server = subprocess.Popen(
             ["nginx", "-p", str(self.home), "-e", "error.log", "-c", str(self.home / "nginx.conf")],
             env={**os.environ, "NGINX": f"{self.socket.fileno()};"},
@@ -249,7 +249,7 @@ class Rollout(unittest.TestCase):
         port = next(line for line in (world.fleet / host / "ssh/sshd_config").read_text().splitlines() if "Port" in line)
         command = "cd /tmp/rovu && cp /bin/cat rovu && mkfifo f && (./rovu f >/dev/null 2>&1 </dev/null &)"
         words = ["ssh", "-F", "none", "-i", str(world.fleet / "operator"), "-p", port.split()[1]]
-        words += ["-o", f"UserKnownHostsFile={world.fleet}/known_hosts", "root@127.0.0.1", command]
+        words += ["-o", f'UserKnownHostsFile="{world.fleet}/known_hosts"', "root@127.0.0.1", command]
         subprocess.run(words, check=True, stderr=subprocess.DEVNULL)
 
     def test_killed_control_machine_and_second_operator_lose_nothing(self):
