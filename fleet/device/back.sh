@@ -1,5 +1,4 @@
 # Lets the boot loader start set $SET, and restarts the device.
-PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 
 # The link may have been lost after an earlier switch, and the device may be back.
 case "$(cat /proc/cmdline)" in *"k${SET}_root"*) echo switched=before; exit 0 ;; esac

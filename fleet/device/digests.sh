@@ -1,5 +1,4 @@
 # Prints the MD5 of the kernel and root volumes of set $SET, as NAME=MD5, for those that are there.
-PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 
 for name in "k$SET" "k${SET}_root"; do
     id=$(ubinfo /dev/ubi0 -N "$name" 2>&- | sed -n 's/^Volume ID: *\([0-9]*\).*/\1/p')

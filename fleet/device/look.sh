@@ -1,14 +1,17 @@
-# Prints what the device is, a line NAME=VALUE each. Changes nothing. Follows run.sh.
+# Prints what the device is, a line NAME=VALUE each. Changes nothing.
 
-say model "$(/usr/local/bin/readplatform.sh model 2>&-)"
+tell_run
+say model "$(/usr/local/bin/readplatform.sh model 2>/dev/null | few)"
 say kernel "$(uname -r)"
-say rootfs "$(/usr/local/bin/readplatform.sh rootfsrev 2>&-)"
+say rootfs "$(/usr/local/bin/readplatform.sh rootfsrev 2>/dev/null | few)"
 other=
 case " $(cat /proc/cmdline)" in
 *k0_root*) say active 0 && other=1 ;;
 *k1_root*) say active 1 && other=0 ;;
 esac
-say bootswitcher "$(fw_printenv bootswitcher 2>&- | sed -n 's/^bootswitcher=//p')"
+for name in bootswitcher good; do
+    say $name "$(fw_printenv $name 2>/dev/null | sed -n "s/^$name=//p")"
+done
 
 # Room: in bytes, and in free and whole LEBs. What a work directory that nobody owns holds will be free.
 stale=$(du -sk /tmp/rovu 2>&- | sed 's/[^0-9].*//')
@@ -32,7 +35,7 @@ if [ ! -e $one ] || [ ! -e $two ]; then say references missing
 elif [ "$(cat $one)" = "$(cat $two)" ]; then say references agree
 else say references differ
 fi
-sed -n 's/^\([0-9a-f]\{32\}\)[ \t]\{1,\}\(k[01][a-z_]*\)$/reference.\2=\1/p' $one 2>&-
+sed -n 's/^\([0-9a-f]\{32\}\)[ \t]\{1,\}\(k[01][a-z_]*\)$/reference.\2=\1/p' $one 2>/dev/null | head -n 12
 
 # An update: that of another fleet run, or one that was started by hand.
 for process in /proc/[0-9]*; do

@@ -17,6 +17,8 @@ OUTCOMES = {
     "the playbook again when the device answers.",
     "stalled": "The update still runs, but does not get on: a script that waits, or a very slow link. Look at the device, "
     "then run the playbook again: it follows the update.",
+    "replaced": "The device downloaded another spec than that of the rollout, and carries it out. Find out who replaced it on "
+    "the server, then look at what the device runs.",
     "fell back": "The device did not start the set that it was told to start, but the one before. Look at the console "
     "of one such device before the update goes to more.",
     "unsound": "The device is not what it should be, or tells contradictory things. Look at it before anything else is "

@@ -7,54 +7,66 @@ import time
 
 from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of, settled
 from rovu_fleet.update import has_ended
-from rovu_fleet.verification import faults, runs_target, set_of
+from rovu_fleet.verification import faults, holds, recorded, set_of, unlike, volumes_of
 
 
 class Back:
-    def __init__(self, link, pack, record, limits, health):
-        self.link, self.pack, self.record, self.limits, self.health = link, pack, record, limits, health
+    def __init__(self, link, record, settings, frozen):
+        self.link, self.record, self.settings, self.images = link, record, settings, frozen["images"]
 
     def run(self):
         """Returns the Outcome."""
         return outcome_of(self.work, self.record)
 
     def work(self):
-        look = self.link.run("look")
+        look = self.link.run("look", limit=self.settings.look_limit)
         check_look(look)
-        images = self.pack.images()
-        if not any(image["mandatory"] for image in images.values()):
+        if not any(image["mandatory"] for image in self.images.values()):
             raise Outcome("refused", "the update has no mandatory image, which would tell the devices that run it")
-        if not runs_target(look, images):
-            if self.record.data["attempts"]:
-                self.finish(look)
-            raise Outcome("current", "the device does not run the update")
-        if look.get("alive") or (look.get("run_url") and not has_ended(look)):
-            raise Outcome("busy", "an update runs")
         other = 1 - int(look["active"])
+        if not self.holds(look, look["active"]):
+            if not self.holds(look, other):
+                raise Outcome("refused", "no set of the device holds this update: it never ran there, or another one did since")
+            if self.record.data.get("returning"):
+                self.finish(look)
+            raise Outcome(self.record.held or "current", "the device runs its former set")
+        if look.get("alive") or (look.get("run_digest") and not has_ended(look)):
+            raise Outcome("busy", "an update runs")
         if set_of(look.get("bootswitcher")) == int(look["active"]):
             self.check_set(look, other)
-            self.record.note(attempts=1, active=int(look["active"]))
+            self.record.note(returning=True, attempts=1)
             self.record.enter("switching volume")
+            self.record.append("switch", set=other)
             if self.link.run("back", SET=other).get("switched") == "busy":
                 raise Outcome("busy", "an update has started")
         self.finish(self.return_of(look))
 
+    def holds(self, look, number):
+        values = recorded(look) if look.get("references") == "agree" else self.link.run("digests", SET=number)
+        return holds(values, self.images, number)
+
     def check_set(self, look, other):
-        """Refuses a set that is not whole."""
+        """Refuses a set that is not whole, or that is not the former one, or that the boot loader would leave again."""
         if look.get("references") != "agree":
             raise Outcome("refused", f"the reference files: {look.get('references')}")
+        if look.get("good") and set_of(look["good"]) != other:
+            why = f"the boot loader's variable good is {look['good']}: it would count the starts of set {other}, and leave it again"
+            raise Outcome("refused", why)
         digests = self.link.run("digests", SET=other)
-        for volume in (f"k{other}", f"k{other}_root"):
-            expected = look.get(f"reference.{volume}")
+        if holds(digests, self.images, other):
+            raise Outcome("refused", "both sets hold the update")
+        for volume in volumes_of(other).values():
+            expected = recorded(look).get(volume)
             if not expected:
                 raise Outcome("refused", f"the reference files do not name {volume}")
-            if digests.get(volume) != expected:
-                raise Outcome("refused", f"volume {volume} does not hold what the reference files say")
+            fault = unlike(volume, expected, digests, "what the reference files say")
+            if fault:
+                raise Outcome("refused", fault)
 
     def return_of(self, before):
         """Waits for the restart. Returns what the device then is."""
-        time.sleep(self.limits.poll)
-        look = settled(self.link, before, self.limits)
+        time.sleep(self.settings.poll)
+        look = settled(self.link, before, self.settings)
         if look.get("active") != before["active"]:
             return look
         if set_of(look.get("bootswitcher")) == int(before["active"]):
@@ -67,5 +79,6 @@ class Back:
         found = faults(look, self.link.run("digests", SET=look["active"]), {"volumes": []})
         if found:
             raise Outcome("unsound", "; ".join(found))
-        check_health(self.link, self.health)
+        check_health(self.link, self.settings)
+        self.record.note(returning=False)
         raise Outcome("returned")

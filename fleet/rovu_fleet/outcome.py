@@ -1,15 +1,18 @@
 """How the work on one device ended, and what every such work asks of a device."""
 
+import re
 import time
 
-from ansible.errors import AnsibleActionFail
-
+from rovu_fleet.advice import GOOD
 from rovu_fleet.link import LinkLost, ScriptFailed
 from rovu_fleet.verification import set_of
 
-# docs/fleet.md says what each outcome means. Those that leave a device as it was wanted, or as it was:
-GOOD = ("updated", "current", "done", "returned")
 UNTOUCHED = ("refused",)
+
+# What a device says goes to the command line of rovu-pack, into records and onto the page.
+NAME = r"[^,=\x00-\x1f\x7f]{1,100}"
+SAID = {"model": NAME, "kernel": NAME, "rootfs": NAME, "active": "[01]"}
+NUMBERS = ("tmp", "free_lebs", "leb_size")
 
 
 class Outcome(Exception):
@@ -19,7 +22,7 @@ class Outcome(Exception):
 
     @property
     def counts(self):
-        """Whether the threshold of a wave counts it."""
+        """Whether the limits of a wave count it."""
         return self.name not in GOOD + UNTOUCHED
 
 
@@ -33,17 +36,20 @@ def outcome_of(work, record):
     except LinkLost as lost:
         states = record.data["states"]
         end = Outcome("unreachable", str(lost))
-        if states:
+        if record.held:
+            end = Outcome(record.held, record.data.get("why", ""))
+        elif states:
             end = Outcome("gone", f'no answer since the state "{states[-1][0]}": {lost}')
-    except (ScriptFailed, AnsibleActionFail) as failed:
+    except ScriptFailed as failed:
         end = Outcome("failed", str(failed))
     record.end(end.name, end.why, end.log)
     return end
 
 
 def missing(look):
-    """What the device should tell, and does not."""
-    return [name for name in ("model", "kernel", "rootfs", "active") if not look.get(name)]
+    """What the device should tell, and does not, or not in a way that can be true."""
+    names = [name for name, pattern in SAID.items() if not re.fullmatch(pattern, look.get(name, ""))]
+    return names + [name for name in NUMBERS if not re.fullmatch(r"\d{0,15}", look.get(name, ""))]
 
 
 def check_look(look):
@@ -56,7 +62,7 @@ def settled(link, before, limits):
     starts, before all is there. `before`: what it was. Raises LinkLost.
     """
     active = before["active"]
-    end = time.monotonic() + limits.restart
+    end = time.monotonic() + limits.restart_limit
     while True:
         look = link.run("look", limit=max(0, end - time.monotonic()))
         is_on_its_way = look.get("active") == active and set_of(look.get("bootswitcher")) != int(active)
@@ -66,11 +72,15 @@ def settled(link, before, limits):
         time.sleep(limits.poll)
 
 
-def check_health(link, command):
+def check_health(link, settings):
     """Runs the operator's own command on the device, if there is one."""
-    if not command:
+    if not settings.health:
         return
-    said = link.run("health", COMMAND=command)
+    try:
+        # It may be the command itself that ends the link.
+        said = link.run("health", command_limit=settings.health_limit, tries=3, COMMAND=settings.health)
+    except LinkLost as lost:
+        raise Outcome("unhealthy", f"the health command did not come to its end: {lost}") from lost
     if said.get("health") != "0":
         why = f"the health command ended with status {said.get('health')}"
         raise Outcome("unhealthy", why, said.get("log", []))

@@ -1,8 +1,6 @@
 """rovu-pack, which knows what an update is and what a device will do with it."""
 
-import hashlib
 import json
-import pathlib
 import subprocess
 
 from ansible.errors import AnsibleActionFail
@@ -18,13 +16,10 @@ def kind_of(look):
 
 
 class Pack:
-    def __init__(self, program, spec, public_key="", files="", secrets=""):
+    def __init__(self, program, spec, public_key=""):
         self._program = program
         self._spec = spec
         self._key = ["--pub", public_key] if public_key else ["--unsigned"]
-        self._files = ["--files", files] if files else []
-        if files and secrets:
-            self._files += ["--secrets", secrets]
 
     def _run(self, words):
         try:
@@ -33,26 +28,23 @@ class Pack:
             raise AnsibleActionFail(f"{self._program}: {error.strerror}") from error
         if done.returncode not in (0, 1):
             raise AnsibleActionFail(done.stderr.strip() or f"{self._program} ended with status {done.returncode}")
-        return done.stdout
+        return json.loads(done.stdout)
 
-    def digest(self):
-        """The SHA-256 of the spec as it is."""
-        return hashlib.sha256(pathlib.Path(self._spec).read_bytes()).hexdigest()
-
-    def images(self):
-        """The images of the update, by their kind: "kernel" and "rootfs"."""
+    def facts(self):
+        """What `inspect` says of the spec."""
         key = self._key if self._key[0] == "--pub" else []
-        facts = json.loads(self._run(["inspect", self._spec, "--json", *key]))
+        facts = self._run(["inspect", self._spec, "--json", *key])
         if facts["kind"] != "spec":
             raise AnsibleActionFail(f"{self._spec} is no spec")
-        return {image["kind"]: image for image in facts["images"]}
+        return facts
+
+    def errors(self, files, secrets):
+        """What is wrong with the update, whatever the device: the spec, its signature, and its tars in the folder `files`."""
+        words = ["--files", files] + (["--secrets", secrets] if secrets else [])
+        found = self._run(["check", self._spec, "--json", *self._key, *words])
+        return [each["why"] for each in found["findings"] if each["severity"] == "error"]
 
     def check(self, kinds):
         """What `check` says of the update on these kinds of devices."""
         devices = [word for kind in kinds for word in ("--device", kind)]
-        return json.loads(self._run(["check", self._spec, "--json", *self._key, *self._files, *devices]))
-
-    def table(self, kinds):
-        """The same as text, for people."""
-        devices = [word for kind in kinds for word in ("--device", kind)]
-        return self._run(["check", self._spec, *self._key, *self._files, *devices])
+        return self._run(["check", self._spec, "--json", *self._key, *devices])

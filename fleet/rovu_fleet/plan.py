@@ -2,7 +2,7 @@
 
 from rovu_fleet.outcome import missing
 from rovu_fleet.pack import kind_of
-from rovu_fleet.verification import runs_target
+from rovu_fleet.verification import holds, recorded
 
 HEADER = ["DEVICES", "MODEL", "KERNEL", "ROOTFS", "OTHER SET", "NEXT KERNEL", "NEXT ROOTFS", "NEXT DATA", "VERDICT"]
 
@@ -39,7 +39,7 @@ def group(looks, images):
     """
     groups = {}
     for look in looks:
-        key = (look["model"], look["kernel"], look["rootfs"], look["active"], runs_target(look, images))
+        key = (look["model"], look["kernel"], look["rootfs"], look["active"], holds(recorded(look), images, look["active"]))
         key += (other_set(look, images),)
         group_of = groups.setdefault(key, [0, dict(look)])
         group_of[0] += 1
@@ -70,15 +70,14 @@ def next_of(plan):
     return [cells["kernel"], cells["rootfs"], cells["data"]]
 
 
-def table(looks, pack):
+def table(looks, pack, images):
     """Rows of cells, the header first. One call of rovu-pack for all kinds."""
-    images = pack.images()
     kinds = group(looks, images)
     devices = pack.check([kind_of(look) for _, look in kinds])["devices"] if kinds else []
     rows = [HEADER]
     for (count, look), device in zip(kinds, devices):
         plan = next(each for each in device["plans"] if each["active_set"] == int(look["active"]))
-        if runs_target(look, images):
+        if holds(recorded(look), images, look["active"]):
             cells = ["", "", "", "runs it already"]
         else:
             cells = [*next_of(plan), verdict(device, plan)]
@@ -89,3 +88,14 @@ def table(looks, pack):
 def text(rows):
     widths = [max(len(row[column]) for row in rows) for column in range(len(HEADER))]
     return ["  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip() for row in rows]
+
+
+def waves(hosts, sizes):
+    """The devices of each wave, as Ansible divides them: a percentage is of all devices, and the last size is repeated."""
+    found, left, at = [], list(hosts), 0
+    while left:
+        size = str(sizes[min(at, len(sizes) - 1)])
+        number = max(1, len(hosts) * int(size[:-1]) // 100) if size.endswith("%") else int(size)
+        found.append(f"wave {at + 1}, {len(left[:number])} devices: " + ", ".join(left[:number]))
+        left, at = left[number:], at + 1
+    return found

@@ -12,8 +12,8 @@ from rovu_fleet.advice import GOOD, OUTCOMES, Book, without_head
 UNPRINTABLE = re.compile("[\x00-\x08\x0b-\x1f\x7f-\x9f\ud800-\udfff]")
 BEFORE = "before the start"
 LATEST_TIME = 2**33
-# What the records of back.yml have before the spec in place of the URL.
-BACK = "back from "
+# What is known of the rollout itself: the digest of its spec, its devices, and why it stopped. No record.
+ROLLOUT = "rollout"
 RELATED = 3  # messages before the last one that are explained too
 
 
@@ -61,6 +61,7 @@ def read_record(path):
     return {
         "host": field(record, "host", str, ""),
         "url": field(record, "url", str, ""),
+        "digest": field(record, "digest", str, ""),
         "wave": field(record, "wave", str, ""),
         "kind": field(record, "kind", str, ""),
         "outcome": field(record, "outcome", str, "") or "running",
@@ -214,22 +215,23 @@ def waves_of(records, now):
     return sorted(found, key=lambda wave: wave["started"])
 
 
-def select(records):
-    """The URL of the update that was started last, its records, and how many records are of which other URL.
+def rollout_of(folder):
+    """What is known of the rollout; nothing if its records are all there is."""
+    try:
+        found = json.loads((pathlib.Path(folder) / ROLLOUT).read_text(encoding="utf-8"))
+        return {"digest": str(found["digest"]), "hosts": [str(host) for host in found["hosts"]], "stopped": clean(str(found["stopped"]))}
+    except (OSError, ValueError, KeyError, TypeError):
+        return {"digest": "", "hosts": [], "stopped": ""}
 
-    A device that was returned since then has lost its record of the update, and still belongs to it.
-    """
+
+def select(records):
+    """The records of the update that was started last, and how many records are of which other URL."""
     if not records:
-        return "", [], {}
-    newest = max(records, key=lambda record: (not record["url"].startswith(BACK), record["started"]))
-    first = min(record["started"] for record in records if record["url"] == newest["url"])
-    chosen, others = [], collections.Counter()
-    for record in records:
-        if record["url"] == newest["url"] or (record["url"].startswith(BACK) and record["started"] >= first):
-            chosen.append(record)
-        else:
-            others[record["url"]] += 1
-    return newest["url"], chosen, dict(others.most_common())
+        return [], {}
+    newest = max(records, key=lambda record: record["started"])
+    name = "digest" if newest["digest"] else "url"
+    others = collections.Counter(record["url"] for record in records if record[name] != newest[name])
+    return [record for record in records if record[name] == newest[name]], dict(others.most_common())
 
 
 def summarize(folder, now, book=None):
@@ -239,12 +241,19 @@ def summarize(folder, now, book=None):
     """
     book = book or Book()
     records, unreadable = read_records(folder)
-    url, records, others = select(records)
+    records, others = select(records)
+    rollout = rollout_of(folder)
+    known = {record["host"] for record in records}
+    is_known = records and rollout["digest"] == records[0]["digest"]
     waves = waves_of(records, now)
     devices = [device for wave in waves for device in wave["devices"]]
     running = any(device["ended"] is None for device in devices)
     return {
-        "url": url,
+        "url": max(records, key=lambda record: record["started"])["url"] if records else "",
+        "urls": len({record["url"] for record in records}),
+        "digest": records[0]["digest"] if records else "",
+        "waiting": sum(host not in known for host in rollout["hosts"]) if is_known else 0,
+        "stopped": rollout["stopped"] if is_known else "",
         "generated": now,
         "started": min((device["started"] for device in devices), default=None),
         "ended": None if running else max((device["ended"] for device in devices), default=None),

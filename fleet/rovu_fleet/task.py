@@ -1,44 +1,51 @@
 """What the tasks of the playbooks have in common."""
 
+from ansible.errors import AnsibleActionFail
+from ansible.plugins.action import ActionBase
+
+from rovu_fleet import settings
 from rovu_fleet.link import Link
 from rovu_fleet.pack import Pack
 from rovu_fleet.record import Record
+from rovu_fleet.wave import refresh
 
 
-class Limits:
-    """In seconds, but for `attempts`: how often an update is started in one run of the playbook."""
+class FleetAction(ActionBase):
+    """A task that works with the settings of its host, and with the frozen update."""
 
-    def __init__(self, args):
-        self.poll = float(args.get("poll", 5))
-        self.link = float(args.get("link_limit", 600))
-        self.restart = float(args.get("restart_limit", 600))
-        self.look = float(args.get("look_limit", 30))
-        self.state = float(args.get("state_limit", 14400))
-        self.attempts = int(args.get("attempts", 2))
+    def run(self, tmp=None, task_vars=None):
+        result = {**super().run(tmp, task_vars), "changed": False}
+        try:
+            return {**result, **self.result(task_vars)}
+        except AnsibleActionFail as failed:  # without the traceback that Ansible would print
+            return {**result, "failed": True, "msg": str(failed)}
 
-
-PACK_ARGS = ("pack", "spec", "pub", "files", "secrets")
-WORK_ARGS = ("records", "wave", "health", "poll", "link_limit", "restart_limit", "look_limit", "state_limit", "attempts")
-
-
-def pack_of(args):
-    return Pack(args["pack"], args["spec"], args.get("pub", ""), args.get("files", ""), args.get("secrets", ""))
+    def settings(self, task_vars):
+        names = [name for name in task_vars if name.startswith("rovu_") and name not in settings.NOTED]
+        return settings.read({name: self._templar.template(task_vars[name]) for name in names})
 
 
-def link_of(action, limits):
-    return Link(action, limits.link, min(limits.poll, 2))
+class DeviceAction(FleetAction):
+    """Works on one device. It never fails: `outcome` and `why` say how it ended, `counts` whether the limits of the wave
+    count that, and `stops` that it is no fault of the device.
+    """
 
+    _VALID_ARGS = frozenset(("again",))
 
-def record_of(args, task_vars, subject):
-    record = Record(args["records"], task_vars["inventory_hostname"], subject)
-    record.note(wave=args["wave"])
-    return record
-
-
-def result_of(outcome, record):
-    return {
-        "changed": record.data["attempts"] > 0,
-        "outcome": outcome.name,
-        "why": outcome.why,
-        "counts": outcome.counts,
-    }
+    def result(self, task_vars):
+        if self._play_context.check_mode:
+            return {"skipped": True, "msg": "nothing is started in check mode"}
+        try:
+            own, frozen = self.settings(task_vars), task_vars["rovu_frozen"]
+            record = Record(own.records, task_vars["inventory_hostname"], frozen["digest"], own.url, own.retry,
+                            keep=bool(self._task.args.get("again")))
+            record.on_change = lambda: refresh(own, frozen)
+            if not record.held:
+                record.note(wave=(task_vars.get("ansible_play_batch") or [""])[0])
+            link = Link(self, own.link_limit, min(own.poll, 2), own.command_limit)
+            end = self.work(link, Pack(own.pack, frozen["copy"], own.pub), record, own, frozen)
+        except Exception as failed:  # whatever it is, the others of the wave go on, and the next wave does not start
+            why = str(failed) if isinstance(failed, AnsibleActionFail) else f"{type(failed).__name__}: {failed}"
+            return {"outcome": "failed", "why": why, "counts": True, "stops": True}
+        said = {"outcome": end.name, "why": end.why, "counts": end.counts, "stops": end.name == "replaced"}
+        return {**said, "changed": record.data["attempts"] > 0 and end.name != record.held}

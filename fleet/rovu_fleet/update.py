@@ -1,17 +1,25 @@
-"""One device's update, from the first look to the verified restart.
+"""One device's update, from the first look to the verified restart; docs/fleet.md has a picture of it.
 
 Everything is read from the device again, so that a control machine that was killed can go on: what runs the target is
-not updated again, and an update that is under way is followed and not started a second time.
+not updated again, an update that is under way is followed and not started a second time, and a device on which it
+ended badly is left as it is.
 """
 
 import time
+import uuid
 
 from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of, settled
 from rovu_fleet.pack import kind_of
-from rovu_fleet.verification import faults, runs_target, set_of
+from rovu_fleet.settings import HELD
+from rovu_fleet.verification import faults, holds, recorded, set_of, volumes_of
 
 # States in which the boot loader's variable may have been changed.
 SWITCHING = ("switching volume", "complete")
+# States before the device has the whole spec.
+BEFORE_SPEC = ("", "starting", "initializing", "downloading spec")
+# States in which a server or a link can make an update fail that has changed nothing.
+FETCHING = ("downloading spec", "parsing spec", "downloading scripts", "downloading images")
+FETCH_FAILURES = ("CURL download failed", "Hash verification failed")
 
 
 def has_ended(look):
@@ -20,26 +28,49 @@ def has_ended(look):
 
 
 class Update:
-    def __init__(self, link, pack, record, limits, args):
-        self.link, self.pack, self.record, self.limits = link, pack, record, limits
-        self.url, self.program = args["url"], args["program"]
-        self.options, self.health = args.get("options", "-v"), args.get("health", "")
-        self.images = {}
+    def __init__(self, link, pack, record, settings, frozen, is_served=None):
+        """`settings`: those of the device; `frozen`: the update; `is_served`: whether the server still has its spec."""
+        self.link, self.pack, self.record, self.settings, self.frozen = link, pack, record, settings, frozen
+        self.is_served = is_served or (lambda: True)
+        self.images = frozen["images"]
+        self.spec_seen = False
 
     def run(self):
         """Returns the Outcome."""
         return outcome_of(self.attempts, self.record)
 
-    def attempts(self):
-        self.images = self.pack.images()
-        while True:
-            self.attempt()
+    def run_again(self):
+        """Verifies once more a device that was well, and starts nothing. Returns the Outcome."""
+        return outcome_of(self.verify_again, self.record)
 
-    def attempt(self):
-        # A device that is not known to be amid its update is waited for no longer than plan.yml does.
-        look = self.link.run("look", limit=self.limits.link if self.record.data.get("token") else self.limits.look)
+    def verify_again(self):
+        name = self.record.last
+        look = self.link.run("look")
         check_look(look)
-        if runs_target(look, self.images):
+        if name != "done" and str(self.record.data.get("active_after", look["active"])) != look["active"]:
+            raise Outcome("fell back", "the device ran the update, and is on its former set again")
+        if name == "done":
+            check_health(self.link, self.settings)
+            raise Outcome(name)
+        self.finish(look, name)
+
+    def attempts(self):
+        is_first = True
+        while True:
+            self.attempt(is_first)
+            is_first = False
+
+    def attempt(self, is_first):
+        # A device that is not known to be amid its update is waited for no longer than plan.yml does.
+        has_started = self.record.data.get("token") and not self.record.held
+        look = self.link.run("look", limit=self.settings.link_limit if has_started else self.settings.look_limit)
+        check_look(look)
+        if look.get("alive") and look.get("run_digest") != self.frozen["digest"]:
+            # It may have been started amid the look, by another operator of this rollout.
+            time.sleep(self.settings.poll)
+            look = self.link.run("look", limit=self.settings.look_limit)
+            check_look(look)
+        if self.holds(look, look["active"]):
             if self.record.data.get("token"):
                 self.record.note(attempts=max(1, self.record.data["attempts"]))
             self.finish(look, "updated" if self.record.data["attempts"] else "current")
@@ -47,9 +78,8 @@ class Update:
             self.back({**look, "active": str(self.record.data["active"])})
             return
         if not self.is_under_way(look):
-            if self.record.done == self.pack.digest():
-                self.record.note(done=self.record.done)
-                raise Outcome("current", "the update, which does not restart the device, has run before")
+            if is_first:
+                self.check_memory(look)
             refusal = self.plan(look)
             if refusal:
                 raise Outcome("refused", refusal)
@@ -57,17 +87,35 @@ class Update:
                 return  # and looks at what the other operator has started
         self.follow(look)
 
+    def holds(self, look, number):
+        """Whether a set holds the update: by the reference files if they agree, and by its volumes if they do not."""
+        if look.get("references") == "agree":
+            return holds(recorded(look), self.images, number)
+        return holds(self.link.run("digests", SET=number), self.images, number)
+
+    def check_memory(self, look):
+        """Leaves a device alone on which this update has run before, and that does not run it."""
+        if self.record.done:
+            self.record.note(done=True)
+            raise Outcome("current", "the update, which does not restart the device, has run before")
+        verdict, why = self.record.last, self.record.data.get("why", "")
+        is_told = verdict in HELD and verdict != "gone"
+        if not is_told and verdict not in ("failed", "stopped") and self.holds(look, 1 - int(look["active"])):
+            verdict, why = "fell back", "the other set holds the update, and the device runs its former one"
+        if verdict in HELD and verdict not in self.settings.retry:
+            raise Outcome(verdict, why)
+
     def has_restarted(self, look):
         """Whether the update had come to its restart, which nobody saw because the control machine was killed."""
         token = self.record.data.get("token")
-        is_planned = token and "active" in self.record.data
+        is_planned = token and "active" in self.record.data and not self.record.held
         return self.last_state() in SWITCHING and is_planned and look.get("run_token") != token
 
     def is_under_way(self, look):
-        """Whether an update of this URL is there to be followed: this operator's or another's."""
+        """Whether this update is there to be followed: this operator's or another's."""
         token = self.record.data.get("token")
         is_switched = set_of(look.get("bootswitcher")) != int(look["active"])
-        if look.get("run_url") == self.url and look.get("run_token"):
+        if look.get("run_digest") == self.frozen["digest"] and look.get("run_token"):
             if token and look["run_token"] == token:  # it may have ended while nobody looked
                 self.record.note(attempts=max(1, self.record.data["attempts"]))
                 return True
@@ -80,6 +128,8 @@ class Update:
         if set_of(look.get("bootswitcher")) is None:
             raise Outcome("unsound", f'the boot loader\'s variable reads "{look.get("bootswitcher", "")}", which names no set')
         if is_switched:
+            if settled(self.link, look, self.settings).get("active") != look["active"]:
+                raise Outcome("busy", "another update has just restarted the device")
             raise Outcome("unsound", "the device was switched to its other set, and not restarted")
         return False
 
@@ -108,24 +158,28 @@ class Update:
 
     def start(self, look):
         """Returns whether the update was started, and not another one since the look."""
-        if self.record.data["attempts"] >= self.limits.attempts:
+        if self.record.data["attempts"] >= self.settings.attempts:
             raise Outcome("failed", "the device restarted in the middle of each attempt")
         attempts = self.record.data["attempts"] + 1
-        token = f"{self.record.data['started']:.0f}.{attempts}"
+        token = uuid.uuid4().hex
         # Noted before the start: an update that nobody remembers would be started a second time. It counts only after
         # it, or a control machine that was killed here would have used it up.
         self.record.note(token=token)
         self.record.enter("starting")
+        self.record.append("start", attempt=attempts, active=look["active"], retry=self.settings.retry)
         started = self.link.run(
             "start",
-            URL=self.url,
+            URL=self.settings.url,
+            DIGEST=self.frozen["digest"],
             TOKEN=token,
             BEFORE=look.get("run_token", ""),
-            PROGRAM=self.program,
-            OPTIONS=self.options,
+            PROGRAM=self.settings.program,
+            OPTIONS=self.settings.options,
             CLEAR="yes" if look.get("work_directory") else "",
-        )
-        if started.get("started") == "other":
+        ).get("started")
+        if started == "unsafe":
+            raise Outcome("refused", "the device has no folder /run or /var/run that only root can change")
+        if started == "other":
             self.record.note(token="")
             return False
         self.record.note(attempts=attempts)
@@ -133,26 +187,37 @@ class Update:
 
     def follow(self, look):
         """Follows the update to its end. Returns if it is to be started again: after a restart in its middle, or a
-        download that was cut.
+        download that failed.
         """
         while True:
             state = self.last_state()
-            limit = self.limits.restart if state in SWITCHING else self.limits.link
-            now = self.link.run("follow", limit=limit)
+            # A device that restarts may do so from states that nobody saw.
+            limits = (self.settings.link_limit, self.settings.restart_limit)
+            now = self.link.run("follow", limit=limits[1] if state in SWITCHING else max(limits))
             if now.get("run_token") != self.record.data["token"]:
                 return self.back(look)
             if now.get("state"):
                 self.record.enter(now["state"])
             if now.get("log", []) != self.record.data.get("log", []):
                 self.record.note(log=now.get("log", []))
+            self.check_spec(now)
             if has_ended(now) and self.ended(now):
                 return None
             waited = time.time() - self.last_change()
-            if state == "complete" and waited > self.limits.restart:
+            if state == "complete" and waited > self.settings.restart_limit:
                 raise Outcome("unsound", "the update is complete, and the device did not restart", now.get("log", []))
-            if waited > self.limits.state:
+            if waited > self.settings.state_limit:
                 raise Outcome("stalled", f'in the state "{self.last_state()}" for {waited:.0f} s, and not at its end')
-            time.sleep(self.limits.poll)
+            time.sleep(self.settings.poll)
+
+    def check_spec(self, now):
+        """Whether what the device downloaded is the update of this rollout."""
+        if now.get("state", "") in BEFORE_SPEC or not now.get("spec"):
+            return
+        if now["spec"] != self.frozen["md5"]:
+            why = f'the device downloaded another spec, of the MD5 {now["spec"]}, which it carries out'
+            raise Outcome("replaced", why, now.get("log", []))
+        self.spec_seen = True
 
     def last_state(self):
         return self.record.data["states"][-1][0] if self.record.data["states"] else ""
@@ -167,26 +232,30 @@ class Update:
         if now.get("state") == "complete" and self.record.data.get("switches"):
             return False  # its restart is on its way, and may have killed it
         if now.get("state") == "complete" and status == "0":
-            self.record.note(done=self.pack.digest())
+            if not self.spec_seen and not self.is_served():
+                raise Outcome("replaced", "the server has another spec by now, and it is not known which one ran", log)
+            self.record.note(done=True)
             raise Outcome("done", "the update does not restart the device", log)
-        if status == "0" or int(status or 1) > 128:
+        if status == "0" or not status.isdecimal() or int(status) > 128:
             raise Outcome("stopped", "a signal ended the update", log)
-        if self.is_cut_download(log) and self.record.data["attempts"] < self.limits.attempts:
+        if self.is_failed_download(log) and self.record.data["attempts"] < self.settings.attempts:
             self.record.note(token="")  # this end has been seen
             return True
         raise Outcome("failed", (log or ["the update ended with status " + status])[-1], log)
 
-    @staticmethod
-    def is_cut_download(log):
-        """Whether the network ended the update, which has changed nothing then: the program tries some faults again
-        by itself, but not a transfer that the server ends early.
+    def is_failed_download(self, log):
+        """Whether server or link ended the update, which has changed nothing then: the program tries some faults again by
+        itself, but not a transfer that ends early, an error of the server, or a page of another one. The last state that
+        was seen may be an earlier one, and what a portal answers to the spec leaves no other trace than the state.
         """
-        return any("CURL download failed" in line for line in log)
+        failures = [line for line in log if any(failure in line for failure in FETCH_FAILURES)]
+        states = [state for state, _ in self.record.data["states"] if state != "error"]
+        return bool(failures) or (states[-1:] == ["downloading spec"])
 
     def back(self, before):
         """The device has restarted."""
         state = self.last_state()
-        look = settled(self.link, before, self.limits)
+        look = settled(self.link, before, self.settings)
         check_look(look)
         if look["active"] != before["active"]:
             self.finish(look, "updated")
@@ -197,22 +266,26 @@ class Update:
     def is_recorded(self, look):
         """Whether the reference files say that the update's volumes are written."""
         volumes = self.record.data.get("expected", {"volumes": []})["volumes"]
-        return all(look.get(f"reference.{volume['name']}") == volume["md5"] for volume in volumes)
+        return all(recorded(look).get(volume["name"]) == volume["md5"] for volume in volumes)
 
     def finish(self, look, name):
         self.record.enter("verifying")
-        expected = self.record.data.get("expected") or {"volumes": self.expected_of(look)}
+        self.record.note(active_after=look["active"])
+        expected = self.record.data.get("expected")
+        if name == "current" or not expected or any(each["name"] not in volumes_of(look["active"]).values()
+                                                    for each in expected["volumes"]):
+            expected = {"volumes": self.expected_of(look)}
         found = faults(look, self.link.run("digests", SET=look["active"]), expected)
         if found:
             raise Outcome("unsound", "; ".join(found))
-        check_health(self.link, self.health)
+        check_health(self.link, self.settings)
         raise Outcome(name)
 
     def expected_of(self, look):
         """The volumes of a device that ran the target before."""
-        volumes = {"kernel": f"k{look['active']}", "rootfs": f"k{look['active']}_root"}
+        names = volumes_of(look["active"])
         return [
-            {"name": volumes[kind], "kind": kind, "version": image["version"], "md5": image["md5"]}
+            {"name": names[kind], "kind": kind, "version": image["version"], "md5": image["md5"]}
             for kind, image in self.images.items()
             if image["mandatory"]
         ]

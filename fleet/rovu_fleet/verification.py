@@ -16,24 +16,27 @@ def set_of(bootswitcher):
     return 0 if int(bootswitcher, 16) & 0xFF == 0 else 1
 
 
-def wrong_references(look, digests, active):
-    """Volumes of the active set that do not hold what the reference files say."""
-    wrong = []
-    for volume in (f"k{active}", f"k{active}_root"):
-        expected = look.get(f"reference.{volume}")
-        if expected and digests.get(volume) != expected:
-            wrong.append(volume)
-    return wrong
+def volumes_of(number):
+    """The volumes of a set that updates write, by the kind of their image."""
+    return {"kernel": f"k{number}", "rootfs": f"k{number}_root"}
 
 
-def runs_target(look, images):
-    """Whether the active set holds the images of the update, by the reference files."""
-    volumes = {"kernel": f"k{look['active']}", "rootfs": f"k{look['active']}_root"}
-    return bool(images) and all(
-        look.get(f"reference.{volumes[kind]}") == image["md5"]
-        for kind, image in images.items()
-        if image["mandatory"]
-    ) and any(image["mandatory"] for image in images.values())
+def holds(values, images, number):
+    """Whether a set holds the update: all its mandatory images. `values`: an MD5 for each volume."""
+    mandatory = {kind: image["md5"] for kind, image in images.items() if image["mandatory"]}
+    return bool(mandatory) and all(values.get(volumes_of(number)[kind]) == md5 for kind, md5 in mandatory.items())
+
+
+def recorded(look):
+    """The MD5 of each volume, by the reference files."""
+    return {name.removeprefix("reference."): value for name, value in look.items() if name.startswith("reference.")}
+
+
+def unlike(name, expected, digests, what):
+    """Why a volume is not as it should be; empty if it is."""
+    if not digests.get(name):
+        return f"volume {name} was not read"
+    return "" if digests[name] == expected else f"volume {name} does not hold {what}"
 
 
 def faults(look, digests, expected):
@@ -48,12 +51,12 @@ def faults(look, digests, expected):
     if look.get("references") != "agree":
         found.append(f"the reference files: {look.get('references')}")
     for volume in expected["volumes"]:
-        if digests.get(volume["name"]) != volume["md5"]:
-            found.append(f"volume {volume['name']} does not hold the image of the update")
+        found.append(unlike(volume["name"], volume["md5"], digests, "the image of the update"))
         if volume["version"] and numbers(look[volume["kind"]]) != numbers(volume["version"]):
             found.append(f"{volume['kind']} {look[volume['kind']]} runs instead of {volume['version']}")
-    for volume in wrong_references(look, digests, active):
-        found.append(f"volume {volume} does not hold what the reference files say")
+    for volume in volumes_of(active).values():
+        if volume in recorded(look):
+            found.append(unlike(volume, recorded(look)[volume], digests, "what the reference files say"))
     if look.get("work_directory"):
         found.append("/tmp/rovu is there")
-    return found
+    return list(dict.fromkeys(filter(None, found)))

@@ -96,12 +96,15 @@ class Summary(Folder):
         self.assertEqual(sum(seconds for _, _, seconds in done), 45)
         self.assertEqual(running[-1][2], 60)
 
-    def test_returned_devices_belong_to_the_update(self):
-        back = {"url": "back from update.lua", "outcome": "returned"}
-        self.add(record("a"), record("b", started=NOW - 50, **back), record("old", started=NOW - 900, **back))
+    def test_devices_that_were_not_reached_are_told_with_the_reason(self):
+        self.add(record("a", digest="d1"), record("b", "gone", digest="d1", url="http://other"))
+        rollout = {"digest": "d1", "hosts": ["a", "b", "c", "d"], "stopped": "<b> is gone"}
+        (self.records / "rollout").write_text(json.dumps(rollout))
         data = self.summary()
-        self.assertEqual((data["url"], data["counts"]), (URL, {"updated": 1, "returned": 1}))
-        self.assertEqual(data["others"], {"back from update.lua": 1})
+        self.assertEqual((data["total"], data["waiting"], data["others"]), (2, 2, {}))
+        self.assertIn("&lt;b&gt; is gone. To go on", render(data))
+        self.add(record("c", digest="d2", started=NOW))  # what is known is of another update
+        self.assertEqual([self.summary()[name] for name in ("waiting", "stopped")], [0, ""])
 
     def test_bad_and_foreign_records_are_left_out_and_named(self):
         self.add(record("a"), record("old", url="http://other", started=NOW - 900), record("b", started=1e300))

@@ -3,6 +3,7 @@
 usage: update_test.py
 """
 
+import json
 import pathlib
 import sys
 import tempfile
@@ -22,18 +23,21 @@ MD5 = {"kernel": "a" * 32, "rootfs": "b" * 32}
 OLD = {"model": "mast-4", "kernel": "1.0", "rootfs": "1.0", "active": "0", "bootswitcher": "0A0A00", "references": "agree"}
 NEW = {**OLD, "kernel": "2.0", "rootfs": "2.0", "active": "1", "bootswitcher": "0A0A01"}
 NEW.update({"reference.k1": MD5["kernel"], "reference.k1_root": MD5["rootfs"]})
-OTHERS = {"run_url": URL, "run_token": "other"}
+OTHERS = {"run_digest": "d1", "run_token": "other"}
 DIGESTS = {"k1": MD5["kernel"], "k1_root": MD5["rootfs"]}
+
+
+IMAGES = {kind: {"kind": kind, "version": "2.0", "md5": MD5[kind], "mandatory": True} for kind in MD5}
+FROZEN = {"digest": "d1", "md5": "5" * 32, "images": IMAGES}
+
+
+SETTINGS = types.SimpleNamespace(url=URL, program="rovu", options="-v", health="", health_limit=9, retry=(), poll=5, attempts=2)
+for each, seconds in (("link", 1), ("restart", 60), ("look", 1), ("state", 60)):
+    setattr(SETTINGS, f"{each}_limit", seconds)
 
 
 class Pack:
     switches = True
-
-    def digest(self):
-        return "of the spec"
-
-    def images(self):
-        return {kind: {"kind": kind, "version": "2.0", "md5": MD5[kind], "mandatory": True} for kind in MD5}
 
     def check(self, _):
         boots = [
@@ -52,7 +56,7 @@ class Device:
         self.calls = []
         self.token = None
 
-    def run(self, name, limit=None, **variables):
+    def run(self, name, **variables):
         self.calls.append(name)
         if name == "start":
             self.token = variables["TOKEN"]
@@ -66,7 +70,7 @@ class Device:
         return {name: answers for name, answers in self.answers.items() if len(answers) > 1}
 
 
-OWN = {"run_url": URL, "run_token": "own"}
+OWN = {"run_digest": "d1", "run_token": "own"}
 STARTED = [{"started": "now"}]
 
 
@@ -89,7 +93,7 @@ class Course(unittest.TestCase):
                 device.answers[killed_in] = [KeyboardInterrupt()]
                 with self.assertRaises(KeyboardInterrupt):
                     self.run_on(device, attempts=1)
-                there = {"run_url": URL, "run_token": self.record.data["token"]} if killed_in == "follow" else {}
+                there = {"run_digest": "d1", "run_token": self.record.data["token"]} if killed_in == "follow" else {}
                 device.answers.update(look=[look or {**OLD, **there}, NEW], start=STARTED, follow=[there or {**OWN}, {}])
                 end = self.run_again(device, attempts=1)
                 self.assertEqual((end.name, self.record.data["attempts"]), ("updated", 1), end.why)
@@ -110,15 +114,75 @@ class Course(unittest.TestCase):
         device = Device(look=[OLD], start=STARTED, follow=[{**OWN, "state": "complete", "run_status": "0"}])
         ends = [self.run_on(device, pack).name] + [self.run_again(device, pack).name for _ in range(2)]
         self.assertEqual(ends, ["done", "current", "current"])
-        pack.digest = lambda: "of another spec"
-        self.assertEqual(self.run_again(device, pack).name, "done")
+        first = device.token
+        self.assertEqual(self.run_again(device, pack, frozen={**FROZEN, "digest": "d2"}).name, "done")
+        self.assertNotEqual(device.token, first)  # at the same time
+        record = Record(self.folder, "mast-2", "d1")
+        self.assertEqual(Update(device, pack, record, SETTINGS, FROZEN, lambda: False).run().name, "replaced")
 
     def test_every_name_of_a_device_is_a_file_of_the_folder(self):
         with tempfile.TemporaryDirectory() as folder:
             for host in ("a/b", "../x", "/etc/y", "fe80::1%eth0", "mast-1.example", "mast-1"):
-                Record(folder, host, URL).note()
-                Record(folder, host, URL).note()
+                Record(folder, host, "d1").note()
+                Record(folder, host, "d1").note()
             self.assertEqual(len(list(pathlib.Path(folder).glob("*.json"))), 6)
+
+    def test_bad_end_is_kept_until_the_operator_says_otherwise(self):
+        """Each run is a look, an outcome, and the outcomes to try again; the first run starts the update."""
+        complete, flashing = {**OWN, "state": "complete"}, {**OWN, "state": "flashing images"}
+        left = {**OLD, "reference.k1": MD5["kernel"], "reference.k1_root": MD5["rootfs"]}
+        other = {**OWN, "state": "parsing spec", "spec": "6" * 32}
+        lost, off = LinkLost("off"), KeyboardInterrupt()
+        again = ["fell back"]
+        rows = {
+            "fell back twice": (
+                [complete, {}], [OLD, left], [(left, "fell back", ()), (left, "fell back", again), (left, "fell back", ())], 2
+            ),
+            "fell back while it was off": ([flashing, off], [OLD], [(left, "fell back", ()), (lost, "fell back", ())], 1),
+            "gone, and late on its old set": ([flashing, lost], [OLD], [(left, "fell back", ["gone"])], 1),
+            "gone, and late on its new set": ([flashing, lost], [OLD], [(NEW, "updated", ())], 1),
+            "gone twice": ([flashing, lost], [OLD], [(lost, "gone", ()), (OLD, "gone", ()), (OLD, "gone", ["gone"])], 2),
+            "another spec": ([other], [OLD], [(OLD, "replaced", ())], 1),
+        }
+        for name, (follow, looks, runs, starts) in rows.items():
+            with self.subTest(name):
+                device = Device(look=looks, start=STARTED, follow=[*follow])
+                try:
+                    self.run_on(device)
+                except KeyboardInterrupt:
+                    pass
+                for look, outcome, retry in runs:
+                    device.answers.update(look=[look], follow=[*follow])
+                    end = self.run_again(device, retry=retry)
+                    self.assertEqual((end.name, self.record.data["outcome"]), (outcome, outcome), end.why)
+                self.assertEqual(device.calls.count("start"), starts)
+                actions = [json.loads(line) for line in (pathlib.Path(self.folder) / "log.jsonl").read_text().splitlines()]
+                self.assertEqual(sum(each["action"] == "start" for each in actions), starts)
+                self.assertEqual((actions[-1]["outcome"], actions[-1]["digest"]), (outcome, "d1"))
+
+    def test_device_that_was_brought_back_stays_there(self):
+        there = {**NEW, "reference.k0": "c" * 32, "reference.k0_root": "d" * 32}
+        old = {**there, "active": "0", "bootswitcher": "0A0A00"}
+        whole = {"k0": "c" * 32, "k0_root": "d" * 32}
+        device = Device(look=[there], digests=[DIGESTS])
+        self.assertEqual(self.run_on(device).name, "current")
+        device.answers.update(look=[there, old], digests=[whole], back=[{"switched": "yes"}])
+        for _ in range(2):
+            self.assertEqual(Back(device, Record(self.folder, "mast-1", "d1"), SETTINGS, FROZEN).run().name, "returned")
+        self.assertEqual(self.run_again(device).name, "returned")
+
+    def test_canary_is_judged_by_what_it_is_after_the_soak(self):
+        sick = types.SimpleNamespace(**{**vars(SETTINGS), "health": "x"})
+        rows = (([NEW], SETTINGS, "updated"), ([LinkLost()], SETTINGS, "gone"), ([OLD], SETTINGS, "fell back"), ([NEW], sick, "unhealthy"))
+        for looks, settings, outcome in rows:
+            with self.subTest(outcome):
+                device = Device(look=[OLD, NEW], start=STARTED, follow=[{**OWN, "state": "complete"}, {}], health=[{"health": "1"}])
+                self.assertEqual(self.run_on(device).name, "updated")
+                states = self.record.data["states"]
+                device.answers["look"] = looks
+                record = Record(self.folder, "mast-1", "d1", keep=True)
+                self.assertEqual(Update(device, Pack(), record, settings, FROZEN).run_again().name, outcome)
+                self.assertEqual((record.data["outcome"], record.data["states"]), (outcome, states))
 
     def test_each_way_back_ends_in_its_outcome(self):
         there = {**NEW, "reference.k0": "c" * 32, "reference.k0_root": "d" * 32}
@@ -129,6 +193,10 @@ class Course(unittest.TestCase):
         rows = {
             "restarted": ("returned", [there, switched, {**old, "references": "missing"}, old], [whole], said),
             "not whole": ("refused", [there], [{**whole, "k0": "e" * 32}], []),
+            "both sets hold it": ("refused", [{**there, "reference.k0": MD5["kernel"], "reference.k0_root": MD5["rootfs"]}],
+                                  [{"k0": MD5["kernel"], "k0_root": MD5["rootfs"]}], []),
+            "never ran there": ("refused", [OLD], [whole], []),
+            "a boot loader that counts": ("refused", [{**there, "good": "0A0A01"}], [whole], []),
             "another fell back": ("fell back", [there], [whole], said),
             "an update since the look": ("busy", [there], [whole], [{"switched": "busy"}]),
             "an update that was killed": ("returned", [{**there, **OTHERS, "run_dead": "yes"}, old], [whole], said),
@@ -138,8 +206,7 @@ class Course(unittest.TestCase):
         for name, (outcome, looks, digests, back) in rows.items():
             with self.subTest(name), tempfile.TemporaryDirectory() as folder:
                 device = Device(look=looks, digests=digests, back=back)
-                limits = types.SimpleNamespace(poll=5, link=1, restart=60)
-                end = Back(device, Pack(), Record(folder, "mast-1", "back"), limits, "").run()
+                end = Back(device, Record(folder, "mast-1", "d1"), SETTINGS, FROZEN).run()
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
 
@@ -161,15 +228,20 @@ class Course(unittest.TestCase):
         self.folder = folder.name
         return self.run_again(device, pack, **limits)
 
-    def run_again(self, device, pack=None, **limits):
-        self.record = Record(self.folder, "mast-1", URL)
-        limits = types.SimpleNamespace(**{"poll": 5, "link": 1, "restart": 60, "look": 1, "state": 60, "attempts": 2, **limits})
-        return Update(device, pack or Pack(), self.record, limits, {"url": URL, "program": "rovu"}).run()
+    def run_again(self, device, pack=None, frozen=FROZEN, **settings):
+        own = types.SimpleNamespace(**{**vars(SETTINGS), **settings})
+        self.record = Record(self.folder, "mast-1", frozen["digest"], own.url, own.retry)
+        return Update(device, pack or Pack(), self.record, own, frozen).run()
 
     def test_each_course_ends_in_its_outcome(self):
         killed = {**OWN, "run_dead": "yes", "state": "flashing images"}
         running = {**OWN, "state": "flashing images"}
         complete = {**OWN, "state": "complete"}
+        failed = {**OWN, "state": "error", "run_status": "1"}
+        cut = {**failed, "log": ["CURL download failed after 0 bytes: (22) HTTP response code said error"]}
+        portal = [{**OWN, "state": "downloading spec"}, failed]
+        lost = {**NEW, "references": "missing"}
+        switched = {**OLD, "bootswitcher": "0A0A01"}
         their_end = {**OTHERS, "state": "complete", "run_status": "0"}
         rows = {
             "an update": ("updated", Device(look=[OLD, NEW], start=STARTED, follow=[running, complete, {}])),
@@ -187,6 +259,18 @@ class Course(unittest.TestCase):
             "no answer": ("unreachable", Device(look=[LinkLost()])),
             "no answer to the start": ("gone", Device(look=[OLD], start=[LinkLost()])),
             "no answer after the restart": ("gone", Device(look=[OLD, LinkLost()], start=STARTED, follow=[complete, {}])),
+            "lost reference files": ("unsound", Device(look=[lost])),
+            "a volume that is not read": ("unsound", Device(look=[NEW], digests=[{"k1": MD5["kernel"]}])),
+            "a model that cannot be": ("unsound", Device(look=[{**OLD, "model": "mast-4,kernel=9"}])),
+            "an answer without content": ("unsound", Device(look=[{}])),
+            "another's, by a cron job": ("busy", Device(look=[switched, switched, NEW])),
+            "an error of the server": ("updated", Device(look=[OLD, OLD, NEW], start=STARTED, follow=[cut, complete, {}])),
+            "a tar of another server": (
+                "updated",
+                Device(look=[OLD, OLD, NEW], start=STARTED, follow=[{**failed, "log": ["Hash verification failed"]}, complete, {}]),
+            ),
+            "a portal": ("updated", Device(look=[OLD, OLD, NEW], start=STARTED, follow=[*portal, complete, {}])),
+            "no safe folder": ("refused", Device(look=[OLD], start=[{"started": "unsafe"}])),
             "killed": ("stopped", Device(look=[OLD], start=STARTED, follow=[running, killed])),
             "ended by a signal": ("stopped", Device(look=[OLD], start=STARTED, follow=[{**OWN, "run_status": "143"}])),
             "killed before": (
@@ -194,6 +278,10 @@ class Course(unittest.TestCase):
                 Device(look=[{**OLD, **OTHERS, "run_dead": "yes"}, NEW], start=STARTED, follow=[complete, {}]),
             ),
             "another operator's": ("updated", Device(look=[{**OLD, **OTHERS}, NEW], follow=[OTHERS, their_end, {}])),
+            "another's, amid the look": (
+                "updated", Device(look=[{**OLD, "alive": ["rovu"]}, {**OLD, **OTHERS}, NEW], follow=[OTHERS, their_end, {}])
+            ),
+            "another update": ("busy", Device(look=[{**OLD, "alive": ["rovu"]}])),
             "another's, since the look": (
                 "updated",
                 Device(look=[OLD, {**OLD, **OTHERS}, NEW], start=[{"started": "other"}], follow=[OTHERS, {}]),
