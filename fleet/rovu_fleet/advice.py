@@ -14,13 +14,13 @@ DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "operating.md"
 OUTCOMES = {
     "gone": "The device has not answered since the state that is named. In \"switching volume\" or \"complete\", it has not "
     "come back from its restart. Check its power, its link and its console. The update may go on without the link: run "
-    "the playbook again when the device answers.",
+    "the playbook again when the device answers. If the update did not come through, rovu_retry=gone starts it again.",
     "stalled": "The update still runs, but does not get on: a script that waits, or a very slow link. Look at the device, "
     "then run the playbook again: it follows the update.",
     "replaced": "The device downloaded another spec than that of the rollout, and carries it out. Find out who replaced it on "
     "the server, then look at what the device runs.",
     "fell back": "The device did not start the set that it was told to start, but the one before. Look at the console "
-    "of one such device before the update goes to more.",
+    "of one such device before the update goes to more. It is not updated again until rovu_retry=fell_back says so.",
     "unsound": "The device is not what it should be, or tells contradictory things. Look at it before anything else is "
     "done to it.",
     "unhealthy": "The volumes are as expected, but the health command failed. See what it printed; the playbook back.yml "
@@ -35,7 +35,8 @@ OUTCOMES = {
     "updated": "The device runs the update, and its volumes were verified.",
     "current": "Nothing was to be done. Nothing was started.",
     "done": "The update ran, and does not restart the device.",
-    "returned": "The device runs its former set again, and its volumes were verified.",
+    "returned": "The device runs its former set again, and its volumes were verified. It is not updated again until "
+    "rovu_retry=returned says so.",
 }
 GOOD = ("updated", "current", "done", "returned")
 

@@ -53,7 +53,7 @@ def write(settings, frozen, stopped=""):
     folder = pathlib.Path(settings.records)
     before = rollout_of(folder)  # of more devices, if -l names some of them now
     known = before["hosts"] if before["digest"] == frozen["digest"] else []
-    hosts = known + [host for host in frozen["hosts"] if host not in set(known)]
+    hosts = list(dict.fromkeys([*known, *frozen["hosts"]]))
     state = {"digest": frozen["digest"], "hosts": hosts, "stopped": stopped}
     replace(folder / ROLLOUT, json.dumps(state) + "\n")
     data = summarize(folder, time.time())

@@ -207,7 +207,7 @@ class Rollout(unittest.TestCase):
         self.assertFalse((world.fleet / "mast-1/tmp/rovu.progress").exists())
 
         # The canary is well; of the next wave of four, one fails.
-        rollout = world.play("rollout", rovu_waves=[1, 4, "100%"], rovu_max_fell_back=25, rovu_max_fail=24)
+        rollout = world.play("rollout", rovu_waves=[1, 4, "100%"], rovu_max_fell_back=25, rovu_max_fail=24, rovu_soak="1 s")
         wait_until(lambda: world.is_in("mast-1", "downloading images"), rollout)
         world.stop_serving()
         world.serve("400k")
