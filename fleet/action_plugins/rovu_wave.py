@@ -9,7 +9,7 @@ import sys
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 from rovu_fleet.frozen import is_served  # noqa: E402
 from rovu_fleet.task import FleetAction  # noqa: E402
-from rovu_fleet.wave import why_stop, write  # noqa: E402
+from rovu_fleet.wave import soaks, why_stop, write  # noqa: E402
 
 
 class ActionModule(FleetAction):
@@ -28,5 +28,5 @@ class ActionModule(FleetAction):
             lines = write(own, frozen, stopped)
         except OSError as error:
             stopped = lines = f"the control machine cannot write {error.filename}: {error.strerror}"
-        soaks = own.soak > 0 and not is_last and any(each.get("outcome") in ("updated", "done", "returned") for each in results.values())
-        return {"failed": bool(stopped), "msg": lines, "soaks": soaks, "soak": math.ceil(own.soak)}
+        waits = {"soaks": not is_last and soaks(results, own), "soak": math.ceil(own.soak)}
+        return {"failed": bool(stopped), "msg": lines, **waits, "_ansible_verbose_always": True}

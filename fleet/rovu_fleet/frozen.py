@@ -23,7 +23,9 @@ def fetch(url, most):
         with open_url(url, timeout=ANSWER, http_agent="rovu") as answer:
             return answer.read(most)
     except Exception as error:  # of the many kinds of a failed transfer, none is worth another message
-        raise AnsibleActionFail(f"cannot fetch {without_secrets(url)}: {error}") from error
+        if hasattr(error, "close"):  # an answer of the server, which is open
+            error.close()
+        raise AnsibleActionFail(f"cannot fetch {without_secrets(url)}: {without_secrets(str(error))}") from error
 
 
 def is_served(settings, digest):

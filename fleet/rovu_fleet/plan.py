@@ -96,6 +96,6 @@ def waves(hosts, sizes):
     while left:
         size = str(sizes[min(at, len(sizes) - 1)])
         number = max(1, len(hosts) * int(size[:-1]) // 100) if size.endswith("%") else int(size)
-        found.append(f"wave {at + 1}, {len(left[:number])} devices: " + ", ".join(left[:number]))
+        found.append(f"wave {at + 1}, {len(left[:number])} of {len(hosts)} devices: " + ", ".join(left[:number]))
         left, at = left[number:], at + 1
     return found

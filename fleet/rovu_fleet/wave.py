@@ -35,6 +35,11 @@ def why_stop(results, settings, is_canary):
     return ""
 
 
+def soaks(results, settings):
+    """Whether there is something that is to prove itself."""
+    return settings.soak > 0 and any(each.get("outcome") in ("updated", "done", "returned") for each in results.values())
+
+
 def refresh(settings, frozen):
     """Writes the page while a wave runs: one of the processes that follow devices does, at most every 10 seconds, or in a
     large fleet every minute.
