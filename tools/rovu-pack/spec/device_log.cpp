@@ -3,6 +3,7 @@
 #include "device_log.h"
 
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <sstream>
 
@@ -64,6 +65,32 @@ std::string DeviceLog::takeText() {
 std::string DeviceLog::takeFirstLine() {
     const std::vector<std::string> messages = take();
     return messages.empty() ? "" : messages.front().substr(0, messages.front().find('\n'));
+}
+
+std::string withMeaning(const std::string& message) {
+    constexpr struct {
+        int number;
+        const char* meaning;
+    } kMeanings[] = {
+        {EBADMSG, "does not verify"},
+        {EILSEQ, "malformed"},
+        {EBADRQC, "does not evaluate"},
+        {EOVERFLOW, "too long"},
+        {ENOBUFS, "too long"},
+        {EINVAL, "not a value that is allowed"},
+        {ENOENT, "no such file"},
+        {ENOMEM, "not enough memory"},
+        {ENOSPC, "no space left"},
+        {EACCES, "no permission"},
+        {ENOKEY, "the set is not certain"},
+    };
+    const size_t end = message.find_last_not_of('.') + 1;
+    for (const auto& row : kMeanings) {
+        const std::string number = ": " + std::to_string(row.number);
+        if (end < number.size() || message.compare(end - number.size(), number.size(), number) != 0) continue;
+        return message.substr(0, end) + " (" + row.meaning + ")" + message.substr(end);
+    }
+    return message;
 }
 
 std::string withFullStop(const std::string& text) {

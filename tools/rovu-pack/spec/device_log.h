@@ -33,5 +33,8 @@ private:
     LOG_Channel* channel_;
 };
 
+/// Puts words after a number of an error at the end of a device's message: "... release number: 84 (malformed)".
+std::string withMeaning(const std::string& message);
+
 /// Ends a sentence with a message: some of them have a full stop of their own.
 std::string withFullStop(const std::string& text);

@@ -61,7 +61,10 @@ std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
         return "Sign the spec, or give --unsigned if the devices run with \"-k NONE\"." + evaluate;
     if (spec.awaitsSignature())
         return "Let the spec be signed, and append the signature: rovu-pack attach." + evaluate;
-    return "Sign the spec as it is now, with the private key that belongs to " + key + "." + evaluate;
+    return "Make sure that " + key +
+           " is the devices' key, and get the spec again from whoever signed it. Sign it again only if the "
+           "change is your own." +
+           evaluate;
 }
 
 // Lua and the device's reader each have their own words for it.
@@ -74,7 +77,7 @@ Finding& refuse(UpdateState state, const FindingPlace& place, const std::string&
                 DeviceVerdict* verdict) {
     if (verdict->refusedIn == eStateInvalid) verdict->refusedIn = state;
     return verdict->findings.add(eDeviceRefuses, place,
-                                 withFullStop("Every device refuses the spec: " + message));
+                                 withFullStop("Every device refuses the spec: " + withMeaning(message)));
 }
 
 // Returns whether the spec may be evaluated.
@@ -83,7 +86,7 @@ bool judgeSignature(const SpecFile& spec, const SignatureUse& use, DeviceLog* lo
     const FindingPlace place = spec.hasMarker ? spec.atByte(spec.text.size()) : spec.at("");
     const bool isEvaluated = use.publicKey.empty();
     const std::string message =
-        withFullStop(log->takeText()) + (isEvaluated ? "" : " So nothing of it is evaluated.");
+        withFullStop(withMeaning(log->takeText())) + (isEvaluated ? "" : " So nothing of it is evaluated.");
     refuse(eStateDownloadingSpec, place, message, verdict).advice = adviceOnSignature(spec, use.publicKey);
     return isEvaluated;
 }
@@ -174,7 +177,7 @@ bool isAccepted(const std::string& spec, const std::string& publicPem) {
 // The first message names the cause.
 Fault refusal(const std::string& text, const std::string& cause) {
     if (saysOutOfMemory(cause)) return beyondLimits();
-    std::string message = "the device refuses the spec: " + cause;
+    std::string message = "the device refuses the spec: " + withMeaning(cause);
     if (text.find("function") != std::string::npos) message += " (the word \"function\" stands in it)";
     return {EINVAL, message};
 }
