@@ -1,69 +1,105 @@
 #include "device_kind.h"
 
+#include "nearest_word.h"
 #include "util/installed_version.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <sstream>
 
 namespace {
 
-// What stands after each "name=" of the room.
-struct RoomWords {
-    std::string tmp;
-    std::string data;
-    std::string freeLebs;
-    std::string lebSize;
+using Words = std::vector<std::string>;
+using Values = std::map<std::string, std::string>;
+
+const Words kNames = {
+    "model", "kernel", "rootfs", "inactive-kernel", "inactive-rootfs", "inactive", "inactive-data",
+    "arch",  "tmp",    "data",   "leb-size",        "free-lebs",       "root"};
+
+// A uImage does not say the order of bytes.
+const std::map<std::string, Words> kProcessors = {
+    {"mips", {"MIPS", "32-bit big-endian MIPS"}},
+    {"mipsel", {"MIPS", "32-bit little-endian MIPS"}},
+    {"mips64", {"64-bit MIPS", "64-bit big-endian MIPS"}},
+    {"mips64el", {"64-bit MIPS", "64-bit little-endian MIPS"}},
+    {"arm", {"ARM"}},
+    {"arm64", {"64-bit ARM"}},
+    {"powerpc", {"PowerPC"}},
+    {"riscv", {"RISC-V"}},
+    {"x86", {"x86"}},
+    {"x86-64", {"x86-64", "x86"}},
 };
 
-std::string* roomFieldOf(RoomWords* words, const std::string& name) {
-    if (name == "tmp") return &words->tmp;
-    if (name == "data") return &words->data;
-    if (name == "free-lebs") return &words->freeLebs;
-    if (name == "leb-size") return &words->lebSize;
-    return nullptr;
+Fault refuse(const std::string& why) {
+    return {EINVAL, why};
 }
 
-std::string* fieldOf(DeviceKind* device, const std::string& name) {
-    if (name == "model") return &device->model;
-    if (name == "kernel") return &device->kernel;
-    if (name == "rootfs") return &device->rootfs;
-    if (name == "inactive-kernel") return &device->inactive.kernel;
-    if (name == "inactive-rootfs") return &device->inactive.rootfs;
-    if (name == "root") return &device->root;
-    return nullptr;
+std::string didYouMean(const std::string& word, const Words& words) {
+    const std::string nearest = nearestWord(word, words);
+    return nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?";
 }
 
-Fault refuseText(const std::string& text) {
-    return {EINVAL, "\"" + text + "\" is no device: model=...,kernel=...,rootfs=... is required"};
+std::string listed(const Words& words) {
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : ", ") + word;
+    return text;
 }
 
-Fault refuseWord(const std::string& text, const std::string& why) {
-    return {EINVAL, "\"" + text + "\": " + why};
-}
-
-bool isBlankOr(const std::string& text, int rc) {
-    return text.empty() || text == kBlank || rc == 0;
-}
-
-// `isAllBlank`: "inactive=blank" was given.
-Fault settleInactive(const std::string& text, bool isAllBlank, InactiveSet* inactive) {
-    if (isAllBlank && !(inactive->kernel + inactive->rootfs).empty())
-        return refuseWord(text, "inactive=blank goes with no other word of the inactive set");
-    PackedVersion version = 0;
-    std::string release = inactive->kernel;
-    if (!isBlankOr(inactive->kernel, parseKernelRelease(&version, release.data())))
-        return refuseWord(text, "inactive-kernel is a kernel release, or blank");
-    if (!isBlankOr(inactive->rootfs, parseVersion(&version, inactive->rootfs.c_str())))
-        return refuseWord(text, "inactive-rootfs is a version, or blank");
-    if (isAllBlank) *inactive = {kBlank, kBlank, kBlank};
+// The pieces "name=value" between commas.
+Fault readPieces(const std::string& text, Values* values) {
+    std::istringstream stream(text);
+    for (std::string piece; std::getline(stream, piece, ',');) {
+        const size_t equals = piece.find('=');
+        const std::string name = piece.substr(0, equals);
+        if (name.find_first_of(" \t\r\n") != std::string::npos)
+            return refuse("\"" + name + "\" has whitespace in it: take it out");
+        if (std::find(kNames.begin(), kNames.end(), name) == kNames.end()) {
+            const std::string near = didYouMean(name, kNames);
+            return refuse("\"" + name + "\" is no word for a device" +
+                          (near.empty() ? "; known are " + listed(kNames) : near));
+        }
+        if (equals == std::string::npos || equals + 1 == piece.size())
+            return refuse("\"" + name + "\" has no value: write " + name + "=...");
+        if (!values->emplace(name, piece.substr(equals + 1)).second)
+            return refuse("\"" + name + "\" is there twice: keep one");
+    }
+    for (const char* required : {"model", "kernel", "rootfs"}) {
+        if (values->count(required) == 0)
+            return refuse(std::string("\"") + required + "\" is missing: write " + required + "=...");
+    }
     return {};
 }
 
-// A number, as "240" or, if it is one of bytes, "64K", "64M" or "64G". Empty: `*number` stays as it is.
-bool readNumber(const std::string& word, bool isBytes, std::optional<uint64_t>* number) {
+std::string take(const Values& values, const std::string& name) {
+    const auto found = values.find(name);
+    return found == values.end() ? "" : found->second;
+}
+
+Fault settleInactive(const Values& values, InactiveSet* inactive) {
+    *inactive = {take(values, "inactive-kernel"), take(values, "inactive-rootfs"),
+                 take(values, "inactive-data")};
+    PackedVersion version = 0;
+    std::string release = inactive->kernel;
+    if (!release.empty() && release != kBlank && parseKernelRelease(&version, release.data()) != 0)
+        return refuse("inactive-kernel is a kernel release, as 3.10.49-2, or blank");
+    const std::string& rootfs = inactive->rootfs;
+    if (!rootfs.empty() && rootfs != kBlank && parseVersion(&version, rootfs.c_str()) != 0)
+        return refuse("inactive-rootfs is a version, as 2.4.1, or blank");
+    if (!inactive->data.empty() && inactive->data != kBlank && inactive->data != kMissing)
+        return refuse("inactive-data is blank or missing");
+    if (take(values, "inactive").empty()) return {};
+    if (take(values, "inactive") != kBlank) return refuse("inactive=blank is all that \"inactive\" can say");
+    if (!(inactive->kernel + inactive->rootfs + inactive->data).empty())
+        return refuse("inactive=blank goes with no other word of the inactive set");
+    *inactive = {kBlank, kBlank, kBlank};
+    return {};
+}
+
+// A number above 0, as "240" or, if it is one of bytes, "64K", "64M" or "64G".
+bool readNumber(const std::string& word, const std::string& units, std::optional<uint64_t>* number) {
     constexpr size_t kMostDigits = 12;
-    const std::string units = isBytes ? "KMG" : "";
     if (word.empty()) return true;
     const size_t digits = std::min(word.find_first_not_of("0123456789"), word.size());
     if (digits == 0 || digits > kMostDigits || word.size() > digits + 1) return false;
@@ -73,38 +109,51 @@ bool readNumber(const std::string& word, bool isBytes, std::optional<uint64_t>* 
     return true;
 }
 
-Fault settleRoom(const std::string& text, const RoomWords& words, DeviceRoom* room) {
-    if (!readNumber(words.tmp, true, &room->tmp) || !readNumber(words.data, true, &room->data) ||
-        !readNumber(words.lebSize, true, &room->lebSize) || room->lebSize == 0)
-        return refuseWord(text, "tmp, data and leb-size are numbers of bytes, as 65536, 64K or 64M");
-    if (!readNumber(words.freeLebs, false, &room->freeLebs))
-        return refuseWord(text, "free-lebs is a number of logical erase blocks");
+Fault settleRoom(const Values& values, DeviceRoom* room) {
+    const std::pair<const char*, std::optional<uint64_t>*> sizes[] = {
+        {"tmp", &room->tmp}, {"data", &room->data}, {"leb-size", &room->lebSize}};
+    for (const auto& [name, number] : sizes) {
+        if (!readNumber(take(values, name), "KMG", number) || *number == 0)
+            return refuse(std::string(name) + " is a number of bytes above 0, as 65536, 64K or 64M");
+    }
+    if (!readNumber(take(values, "free-lebs"), "", &room->freeLebs))
+        return refuse("free-lebs is a number of logical erase blocks, as 240");
     if (room->freeLebs.has_value() != room->lebSize.has_value())
-        return refuseWord(text, "free-lebs and leb-size go together");
+        return refuse("free-lebs and leb-size go together");
     return {};
+}
+
+Fault settleProcessor(const Values& values, std::string* processor) {
+    *processor = take(values, "arch");
+    const Words words = processorWords();
+    if (processor->empty() || kProcessors.count(*processor) != 0) return {};
+    return refuse("arch=" + *processor + " is none of " + listed(words) + didYouMean(*processor, words));
 }
 
 }  // namespace
 
+std::vector<std::string> processorWords() {
+    Words words;
+    for (const auto& processor : kProcessors)
+        words.push_back(processor.first);
+    return words;
+}
+
+bool runsOn(const std::string& word, const std::string& processor) {
+    const Words& all = kProcessors.at(word);
+    return std::find(all.begin(), all.end(), processor) != all.end();
+}
+
 Fault parseDeviceKind(const std::string& text, DeviceKind* device) {
-    std::istringstream stream(text);
-    bool isAllBlank = false;
-    RoomWords words;
-    for (std::string piece; std::getline(stream, piece, ',');) {
-        if (piece == "inactive=blank" && !isAllBlank) {
-            isAllBlank = true;
-            continue;
-        }
-        const size_t equals = piece.find('=');
-        const std::string name = piece.substr(0, equals);
-        std::string* field = roomFieldOf(&words, name);
-        if (field == nullptr) field = fieldOf(device, name);
-        if (equals == std::string::npos) field = nullptr;
-        if (field == nullptr || !field->empty()) return refuseText(text);
-        *field = piece.substr(equals + 1);
-        if (field->empty()) return refuseText(text);
-    }
-    if (device->model.empty() || device->kernel.empty() || device->rootfs.empty()) return refuseText(text);
-    if (Fault fault = settleRoom(text, words, &device->room)) return fault;
-    return settleInactive(text, isAllBlank, &device->inactive);
+    Values values;
+    Fault fault = readPieces(text, &values);
+    if (!fault) fault = settleInactive(values, &device->inactive);
+    if (!fault) fault = settleRoom(values, &device->room);
+    if (!fault) fault = settleProcessor(values, &device->processor);
+    if (fault) return fault.of("--device " + text);
+    device->model = values["model"];
+    device->kernel = values["kernel"];
+    device->rootfs = values["rootfs"];
+    device->root = take(values, "root");
+    return {};
 }

@@ -7,15 +7,19 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 /// In place of a version: the volume holds nothing that boots.
 constexpr char kBlank[] = "blank";
+
+/// In place of a version: there is no such volume.
+constexpr char kMissing[] = "missing";
 
 /// What the volumes of the inactive set hold before the update. Empty: not known.
 struct InactiveSet {
     std::string kernel;  // release or version; kBlank
     std::string rootfs;  // version; kBlank
-    std::string data;    // kBlank
+    std::string data;    // kBlank, kMissing
 };
 
 /// Most bytes of its model that a device reads, with the line feed that ends it.
@@ -37,11 +41,19 @@ struct DeviceKind {
     std::string rootfs;         // version of the installed root file system
     InactiveSet inactive = {};  // decides nothing, but part of it may boot afterwards
     DeviceRoom room = {};
-    std::string root =
-        {};  // its root file system, for a rehearsal: a folder, a squashfs image or a tar; empty: not known
+    std::string processor = {};  // a word of processorWords(); empty: not known
+    std::string root = {};       // for a rehearsal: a folder, a squashfs image or a tar; empty: not known
 };
 
+/// The words for processors that a kind may name: "mips", "arm64".
+std::vector<std::string> processorWords();
+
+/// Whether a device of that processor runs what is for `processor`, as the formats of images call it.
+bool runsOn(const std::string& word, const std::string& processor);
+
 /// Reads "model=RV-20,kernel=3.10.49-2,rootfs=2.4.1", in any order, and what may be known of the inactive set:
-/// "inactive-kernel=3.10.40" and "inactive-rootfs=2.3", each also "=blank", or "inactive=blank"; and of the room there:
-/// "tmp=64M", "data=8M", "free-lebs=240" with "leb-size=124K"; and for a rehearsal "root=rootfs.squashfs".
+/// "inactive-kernel=3.10.40" and "inactive-rootfs=2.3", each also "=blank", "inactive-data=missing", or "inactive=blank";
+/// of the room there: "tmp=64M", "data=8M", "free-lebs=240" with "leb-size=124K"; "arch=mips"; and for a rehearsal
+/// "root=rootfs.squashfs".
+/// \return a fault that names the word which is wrong, and what to write instead.
 Fault parseDeviceKind(const std::string& text, DeviceKind* device);
