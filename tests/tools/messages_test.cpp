@@ -178,8 +178,9 @@ const Row kForgedRows[] = {
     {"a plan", kForDevice, 1, "refused: HW model \"RV-20\" is not supported in spec \"" SHOWN_MODEL},
     {"a table", "$CHECK t.lua $(for i in 1 2; do printf ' --device model=\\033[2J,kernel=1,rootfs=1'; done)",
      1, "\n\\x1b[2J "},
-    {"a command of a plan", "sed -i \"s/'m.*8'/'m'/\" t.lua; $CHECK t.lua --device model=m,kernel=1,rootfs=1",
-     1, R"($ /bin/sh '/tmp/rovu/a\x1b[2J')"},
+    {"a command of a plan",
+     "sed -i \"s/'m.*8'/'m'/\" t.lua; $CHECK t.lua -v --device model=m,kernel=1,rootfs=1", 1,
+     R"($ /bin/sh '/tmp/rovu/a\x1b[2J')"},
     {"a device's log",
      "sed -i \"s/'m.*8'/'m'/\" t.lua; mkdir d; printf x >d/s; "
      "$PACK rehearse t.lua --unsigned --files d --device model=m,kernel=1,rootfs=1",

@@ -94,7 +94,7 @@ TEST_F(OptionTexts, AreInHelpManualAndCompletions) {
         EXPECT_EQ(matches(commandSections, "^\\.SS ([a-z]+)"), commands);
         for (const std::string& command : commands) {
             SCOPED_TRACE(command);
-            Words options = matches(help(tool, command), "^  (?:-h,)?(--[a-z-]+)");
+            Words options = matches(help(tool, command), "^  (?:-[hv],)?(--[a-z-]+)");
             options.insert("--help");
             EXPECT_EQ(completions(tool, tool.name + " " + command, "--"), options);
             EXPECT_EQ(zshOptions(zsh, command), options);

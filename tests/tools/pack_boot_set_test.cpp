@@ -228,7 +228,7 @@ TEST(PackBootSet, PlanSaysWhereEachVolumeComesFrom) {
 
 // The lines that `check` prints after its findings.
 Strings printed(const Checked& checked, const Strings& kinds) {
-    std::string line = "'" ROVU_PACK_PROGRAM "' check '" + checked.options.spec + "' --unsigned";
+    std::string line = "'" ROVU_PACK_PROGRAM "' check '" + checked.options.spec + "' --unsigned -v";
     for (const std::string& kind : kinds)
         line += " --device " + kind;
     const std::string out = checked.scratch.path + "/out";

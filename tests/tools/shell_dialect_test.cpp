@@ -28,7 +28,6 @@ const Row kRows[] = {
     {"#!/bin/sh\n./helper.sh", "a file of the working directory, which is not that of the script", 2},
     {". ./lib.sh", "a file of the working directory, which is not that of the script"},
     {"if x; then reboot; fi", "a reboot, which cuts the update short"},
-    {"fw_setenv -c x bootswitcher 1", "bootswitcher, which the device changes itself"},
     {"rm -rf /tmp/rovu", "a removal of the device's work directory"},
     {"sudo true", "a command of workstations"},
     {"\ncp \"$1\" x", "an argument, and the device gives none", 2},

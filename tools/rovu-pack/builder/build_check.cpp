@@ -17,6 +17,7 @@ Fault checkBuilt(const BuiltSpec& spec, const Manifest& manifest, ProgressBar* b
     options.files.folder = spec.folder;
     options.files.bar = bar;
     options.files.built = &spec.tars;
+    options.files.secrets = spec.secrets;
     CheckResult checked;
     checked.spec = specFileOf(manifest.file, spec.bytes);
     if (Fault fault = checkLoadedSpec(options, &checked)) return fault;

@@ -11,9 +11,10 @@
 #include <string>
 
 struct BuiltSpec {
-    std::string bytes;   // accepted by the device's code
-    std::string folder;  // where its tars are
-    std::string out;     // where they will be: the folder's name in messages
+    std::string bytes;    // accepted by the device's code
+    std::string folder;   // where its tars are
+    std::string out;      // where they will be: the folder's name in messages
+    std::string secrets;  // key file; empty: none
     const TarContents& tars;
 };
 

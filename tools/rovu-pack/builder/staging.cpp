@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +35,10 @@ UpdateStaging::~UpdateStaging() {
 Fault UpdateStaging::prepare(const std::string& target) {
     targetFolder_ = target;
     madeTarget_ = mkdir(target.c_str(), kFolderMode) == 0;
+    if (!madeTarget_ && errno == ENOENT) {
+        const std::string parent = std::filesystem::path(target).parent_path();
+        return {ENOENT, target + ": there is no folder " + parent + " to make it in; mkdir -p " + parent};
+    }
     if (!madeTarget_ && errno != EEXIST) return fileFault(target, errno);
     removeLeftovers(target, kFolderPrefix);
     const int rc = makeLockedFolder(target, kFolderPrefix, &lock_, &folder_);

@@ -171,11 +171,13 @@ Fault refuseCollisions(const std::vector<TarJob>& jobs, const Build& build) {
 }
 
 // What is in the folder is served.
-Fault refusePrivateKeys(const std::string& out) {
+Fault refuseSecrets(const std::string& out, const std::string& secrets) {
     const std::vector<std::string> keys = findPrivateKeys(out);
-    if (keys.empty()) return {};
-    return {EEXIST, keys.front() +
-                        " is a private key, and the folder is to be served; move it, or name another folder"};
+    const std::vector<std::string> copies = findKeyCopies(out, secrets);
+    if (keys.empty() && copies.empty()) return {};
+    const std::string what =
+        keys.empty() ? copies.front() + " has a key of " + secrets : keys.front() + " is a private key";
+    return {EEXIST, what + ", and the folder is to be served; move it, or name another folder"};
 }
 
 // The names of the tars' files, and their URLs.
@@ -222,7 +224,7 @@ Fault makeSpec(const BuildOptions& options, Build* build) {
     std::string spec;
     if (Fault fault = signSpec(options, build, &spec)) return fault;
     BuildResult* result = build->result;
-    const BuiltSpec built = {spec, build->staging.folder(), options.out, build->tars};
+    const BuiltSpec built = {spec, build->staging.folder(), options.out, options.secrets, build->tars};
     if (Fault fault = checkBuilt(built, build->manifest, build->bar, &result->findings)) return fault;
     result->isRefused = result->findings.count(eError) != 0 && !options.force;
     if (result->isRefused) return {};
@@ -253,7 +255,7 @@ Fault makeUpdate(const BuildOptions& options, Build* build) {
     uint64_t bytes = 0;
     if (Fault fault = measureInputs(build->manifest, jobs, options.followLinks, &bytes)) return fault;
     build->bar->expect(bytes);
-    if (Fault fault = refusePrivateKeys(options.out)) return fault.of("--out");
+    if (Fault fault = refuseSecrets(options.out, options.secrets)) return fault.of("--out");
     if (Fault fault = build->staging.prepare(options.out)) return fault.of("--out");
     if (Fault fault = settleNames(&jobs, build)) return fault;
     if (Fault fault = makeTars(jobs, build)) return fault;

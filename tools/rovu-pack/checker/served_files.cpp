@@ -6,15 +6,22 @@
 #include "digests.h"
 #include "encryption.h"
 #include "files.h"
+#include "image_format.h"
 #include "interruption.h"
+#include "key_kinds.h"
 #include "progress_bar.h"
 #include "tar_members.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <set>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr uint64_t kCipherBlock = 16;
 
@@ -95,10 +102,29 @@ struct FileRule {
     Fault loadKey() {
         if (options.secrets.empty() || spec.keyOffset() < 0) return {};
         Fault fault = readSecret(options.secrets, static_cast<int64_t>(spec.keyOffset()), &key);
+        if (!fault) checkSecret();
         if (fault.code() != EINVAL) return fault;
         add(eDecryptionFails, "encr_key_offset", "The key file is too short: " + fault.message() + ".")
             .advice = "Fix the offset, or give the devices' key file.";
         return {};
+    }
+
+    // A key that anybody can guess, or a file of another use.
+    void checkSecret() const {
+        std::string bytes;
+        if (readWholeFile(options.secrets, &bytes)) return;
+        const std::string kind = keyKindInWords(bytes);
+        const bool isUniform = std::all_of(key.key, key.key + sizeof key.key,
+                                           [this](unsigned char c) { return c == key.key[0]; });
+        const bool isDump = std::all_of(key.key, key.key + sizeof key.key,
+                                        [](unsigned char c) { return isxdigit(c) != 0 || isspace(c) != 0; });
+        if (!kind.empty()) {
+            add(eSecretsOdd, "encr_key_offset", options.secrets + " is no key file: it is " + kind + ".");
+        } else if (isUniform || isDump) {
+            add(eSecretsOdd, "encr_key_offset",
+                "The key that " + options.secrets + " has there is " +
+                    (isUniform ? "one byte again and again." : "a dump of hex digits, and not their bytes."));
+        }
     }
 
     // Each tar is read once.
@@ -198,7 +224,10 @@ struct FileRule {
             add(eKeyWithoutEncryption, "encr_key_offset",
                 "The device decrypts every tar, and " + tar->path + " is plain.");
         if (open(tar, pass)) return;
-        if (pass.size == 0 || pass.size % kCipherBlock != 0) {
+        const std::string kind = kindOf(*tar);
+        if (!kind.empty()) {
+            add(eNotATar, tar->keyPrefix + "url", tar->path + " is no tar, but " + kind + ".");
+        } else if (pass.size == 0 || pass.size % kCipherBlock != 0) {
             add(eNotATar, tar->keyPrefix + "url", tar->path + " is no tar.");
         } else {
             add(eEncryptedWithoutKey, tar->keyPrefix + "url",
@@ -206,7 +235,21 @@ struct FileRule {
         }
     }
 
+    // What the file is by its first bytes; empty: not known, as of an encrypted one.
+    static std::string kindOf(const TarFacts& tar) {
+        std::ifstream file(tar.path, std::ios::binary);
+        std::string head(kFormatHead, '\0');
+        file.read(head.data(), static_cast<std::streamsize>(head.size()));
+        head.resize(static_cast<size_t>(file.gcount()));
+        return findFormat(head).name;
+    }
+
     void judgeEncrypted(TarFacts* tar, const TarPass& pass) const {
+        if (const std::string kind = kindOf(*tar); !kind.empty()) {
+            add(eNotATar, tar->keyPrefix + "url",
+                tar->path + " is neither a tar nor encrypted, but " + kind + ".");
+            return;
+        }
         if (options.secrets.empty())
             add(eTarNotOpened, "encr_key_offset", tar->path + " is encrypted, and was not opened.");
         if (!key.present) return;
@@ -236,6 +279,70 @@ struct FileRule {
     }
 };
 
+// One option that is wrong makes a finding for each tar. \return whether there were such, all of which are gone.
+bool isOneFault(FindingCode code, size_t tars, Findings* findings) {
+    const auto isIt = [code](const Finding& finding) { return finding.code == code; };
+    std::vector<Finding>& all = findings->all;
+    if (tars < 2 || static_cast<size_t>(std::count_if(all.begin(), all.end(), isIt)) != tars) return false;
+    all.erase(std::remove_if(all.begin(), all.end(), isIt), all.end());
+    return true;
+}
+
+void joinFindings(const SpecView& spec, const FileOptions& options, size_t tars, Findings* findings) {
+    if (isOneFault(eTarMissing, tars, findings))
+        findings
+            ->add(eTarMissing, spec.at(""),
+                  "None of the " + std::to_string(tars) + " tars of the spec is in " + options.folder + ".")
+            .advice = "Give the folder that is served with --files.";
+    if (isOneFault(eDecryptionFails, tars, findings))
+        findings->add(eDecryptionFails, spec.at("encr_key_offset"),
+                      "No tar decrypts with the key that " + options.secrets + " has there.");
+}
+
+// Tars of other updates, most often of the last one. What has another ending may be for people.
+void reportUnnamed(const SpecView& spec, const Tars& tars, Findings* findings) {
+    std::set<fs::path> named;
+    std::set<fs::path> folders;
+    for (const TarFacts& tar : tars) {
+        const fs::path path = tar.path;
+        if (!tar.found || path.extension().empty()) continue;
+        named.insert(path.filename());
+        folders.insert(path.parent_path());
+    }
+    for (const fs::path& folder : folders) {
+        std::error_code fault;
+        for (fs::directory_iterator at(folder, fault); !fault && at != fs::directory_iterator();
+             at.increment(fault)) {
+            const fs::path name = at->path().filename();
+            if (named.count(name) != 0 || name.extension() != named.begin()->extension()) continue;
+            findings->add(eFileUnnamed, spec.at(""), at->path().string() + " is named nowhere in the spec.");
+        }
+    }
+}
+
+bool isClosed(const fs::path& path, fs::perms right) {
+    std::error_code fault;
+    const fs::perms mode = fs::status(path, fault).permissions();
+    return !fault && (mode & right) == fs::perms::none;
+}
+
+// The spec too is served, if it is among the files.
+void reportClosed(const SpecView& spec, const FileOptions& options, Findings* findings) {
+    std::error_code fault;
+    const fs::path path = spec.file.path;
+    const bool isServed =
+        fs::equivalent(path.parent_path().empty() ? "." : path.parent_path(), options.folder, fault);
+    if (options.built != nullptr) return;
+    if (isServed && !fault && isClosed(path, fs::perms::others_read))
+        findings->add(eTarUnreadable, spec.at(""),
+                      path.string() + " can be read by its owner or group alone.");
+    if (isClosed(options.folder, fs::perms::others_exec))
+        findings
+            ->add(eTarUnreadable, spec.at(""),
+                  options.folder + " can be entered by its owner or group alone.")
+            .advice = "Let the web server enter the folder, as chmod a+x does.";
+}
+
 }  // namespace
 
 Fault checkServedFiles(const SpecView& spec, const FileOptions& options, ServedFiles* files) {
@@ -250,5 +357,8 @@ Fault checkServedFiles(const SpecView& spec, const FileOptions& options, ServedF
     for (TarFacts& tar : files->tars) {
         if (Fault fault = rule.check(files->tars, &tar)) return fault;
     }
+    if (options.built == nullptr) joinFindings(spec, options, files->tars.size(), &files->findings);
+    reportClosed(spec, options, &files->findings);
+    if (options.built == nullptr) reportUnnamed(spec, files->tars, &files->findings);
     return {};
 }

@@ -2,6 +2,7 @@
 
 #include "comparison.h"
 #include "image_format.h"
+#include "named_version.h"
 #include "script_content.h"
 
 #include <algorithm>
@@ -132,6 +133,23 @@ struct MemberRule {
         }
     }
 
+    std::string kernelVersion() const {
+        for (const ImageView& image : spec.images) {
+            if (image.text("type") == "kernel") return image.text("version");
+        }
+        return "";
+    }
+
+    // "rootfs-2.4.0.img" of a rootfs 2.5.0
+    void checkNamedVersion(const RequiredMember& required) const {
+        const std::string named = otherVersion(required.name, {tar.version});
+        if (named.empty()) return;
+        Finding& finding = add(eImageVersion, required.key,
+                               nameOf(required.name) + " is named after version " + named +
+                                   ", and the spec has version " + tar.version + ".");
+        finding.advice = "Give the image of that version, or the version of this image.";
+    }
+
     void checkScriptOf(const RequiredMember& required) const {
         const auto found = content.scripts.find(required.name);
         const std::string bytes = found == content.scripts.end() ? "" : found->second;
@@ -146,9 +164,12 @@ struct MemberRule {
                         tar.volumeSize);
         if (content.imageMd5)
             comparison.digest(tar.keyPrefix + "image_md5", what, *content.imageMd5, tar.imageMd5);
-        findings->append(
-            checkImageContent(content.image, {tar.kind, tar.version, what, spec.at(required.key)}));
-        tar.lebSize = findFormat(content.image.head()).lebSize;
+        findings->append(checkImageContent(
+            content.image, {tar.kind, tar.version, kernelVersion(), what, spec.at(required.key)}));
+        const ImageFormat format = findFormat(content.image.head());
+        tar.lebSize = format.lebSize;
+        tar.processor = format.processor;
+        checkNamedVersion(required);
         checkLooseVolume(what, member.size);
     }
 };

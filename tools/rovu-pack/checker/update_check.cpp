@@ -4,6 +4,7 @@
 #include "key_files.h"
 #include "rules.h"
 #include "served_keys.h"
+#include "tar_archive.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -54,12 +55,17 @@ Fault gatherTars(const SpecView& spec, const FileOptions& options, ServedFiles* 
     return {};
 }
 
-Findings reportServedKeys(const SpecFile& spec, const std::string& folder) {
+Findings reportServedKeys(const SpecFile& spec, const FileOptions& files) {
     Findings findings;
-    if (folder.empty()) return findings;
-    for (const std::string& path : findPrivateKeys(folder))
+    if (files.folder.empty()) return findings;
+    for (const std::string& path : findPrivateKeys(files.folder))
         findings.add(ePrivateKeyServed, spec.at(""),
                      path + " is a private key, and whoever can fetch it signs updates.");
+    if (files.secrets.empty()) return findings;
+    for (const std::string& path : findKeyCopies(files.folder, files.secrets))
+        findings.add(eSecretServed, spec.at(""),
+                     path + " has a key of " + files.secrets +
+                         ", and whoever can fetch it decrypts updates.");
     return findings;
 }
 
@@ -70,10 +76,21 @@ bool isRoomKnown(const std::vector<DeviceKind>& devices) {
     });
 }
 
+// What is often given in place of the spec.
+Fault refuseOther(const std::string& path) {
+    std::vector<TarMember> members;
+    std::string compression;
+    static_cast<void>(listTar(path, &members, &compression));
+    if (members.empty()) return {};
+    return {EINVAL, path + ": this is a tar of " + std::to_string(members.size()) +
+                        " members; give the spec that names it"};
+}
+
 }  // namespace
 
 Fault checkUpdate(const CheckOptions& options, CheckResult* result) {
     if (Fault fault = requireInputs(options)) return fault;
+    if (Fault fault = refuseOther(options.spec)) return fault;
     if (Fault fault = loadSpecFile(options.spec, &result->spec)) return fault;
     return checkLoadedSpec(options, result);
 }
@@ -85,7 +102,7 @@ Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
     findings->append(verdict.findings);
     findings->append(checkText(result->spec, options.signatureUse));
 
-    findings->append(reportServedKeys(result->spec, options.files.folder));
+    findings->append(reportServedKeys(result->spec, options.files));
 
     const SpecView spec = viewOf(result->spec);
     ServedFiles files;
@@ -97,11 +114,13 @@ Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
         if (!isRoomKnown(options.devices)) findings->append(reportRoom(spec, result->room));
     }
     result->fleet = planFleet(spec, verdict.refusedIn, options.devices, files.tars);
-    result->tars = std::move(files.tars);
     if (verdict.refusedIn == eStateInvalid) findings->append(reportRefusals(spec, result->fleet));
     findings->append(reportBoots(spec, result->fleet));
-    findings->append(reportDowngrades(spec, result->fleet));
+    findings->append(reportVersions(spec, result->fleet));
+    findings->append(reportModels(spec, result->fleet));
+    findings->append(reportProcessors(spec, files.tars, result->fleet));
     findings->append(reportLackOfRoom(spec, result->fleet));
+    result->tars = std::move(files.tars);
     findings->sort();
     return {};
 }

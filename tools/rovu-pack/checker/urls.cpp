@@ -1,10 +1,13 @@
 // URLs that libcurl does not even try, or that lead a device to itself.
 
+#include "named_version.h"
 #include "rules.h"
 
 #include <algorithm>
 #include <cctype>
+#include <curl/curl.h>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +15,7 @@
 namespace {
 
 constexpr const char* kSchemes[] = {"http", "https", "ftp", "ftps", "sftp", "scp", "tftp", "file"};
+constexpr const char* kFillingWords[] = {"changeme", "change-me", "change_me", "replaceme", "fixme"};
 
 void checkUrl(const std::string& url, const FindingPlace& place, Findings* findings) {
     if (std::any_of(url.begin(), url.end(), [](unsigned char c) { return c <= ' '; })) {
@@ -25,6 +29,32 @@ void checkUrl(const std::string& url, const FindingPlace& place, Findings* findi
     const auto isSame = [&scheme](const char* known) { return scheme == known; };
     if (std::none_of(std::begin(kSchemes), std::end(kSchemes), isSame))
         findings->add(eUrlScheme, place, "libcurl knows no scheme \"" + scheme + "\".");
+}
+
+// What libcurl cannot take apart, as a port or a host. Spaces and schemes have findings of their own.
+void checkParsed(const std::string& url, const FindingPlace& place, Findings* findings) {
+    const std::unique_ptr<CURLU, void (*)(CURLU*)> parser(curl_url(), curl_url_cleanup);
+    const bool isJudged = std::any_of(url.begin(), url.end(), [](unsigned char c) { return c <= ' '; });
+    if (parser == nullptr || isJudged) return;
+    const CURLUcode code =
+        curl_url_set(parser.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME);
+    if (code != CURLUE_OK && code != CURLUE_NO_HOST) {
+        findings->add(eUrlRefused, place,
+                      std::string("libcurl refuses the URL: ") + curl_url_strerror(code) + ".");
+        return;
+    }
+    const auto part = [&parser](CURLUPart which) {
+        char* text = nullptr;
+        const bool isThere = curl_url_get(parser.get(), which, &text, 0) == CURLUE_OK;
+        std::string copy = isThere ? text : "";
+        curl_free(text);
+        return copy;
+    };
+    const std::string scheme = part(CURLUPART_SCHEME);
+    const std::string port = part(CURLUPART_PORT);
+    if ((scheme == "https" && port == "80") || (scheme == "http" && port == "443"))
+        findings->add(eUrlRefused, place, "Port " + port + " is not that of " + scheme + ".").severity =
+            eWarning;
 }
 
 // In lower case, without user, port and brackets; empty: the URL names none.
@@ -68,16 +98,27 @@ bool hasMarkedWord(const std::string& url) {
     return false;
 }
 
+// "CHANGEME", in any case of letters
+bool hasFillingWord(std::string url) {
+    std::transform(url.begin(), url.end(), url.begin(), [](unsigned char c) { return std::tolower(c); });
+    return std::any_of(std::begin(kFillingWords), std::end(kFillingWords),
+                       [&url](const char* word) { return url.find(word) != std::string::npos; });
+}
+
 // libcurl takes them all; whether a server does is not known. '$' is one only before a name. Empty: there is none.
 std::string oddCharacter(const std::string& url) {
     for (size_t i = 0; i < url.size(); ++i) {
         const unsigned char c = static_cast<unsigned char>(url[i]);
         const unsigned char next = static_cast<unsigned char>(i + 1 < url.size() ? url[i + 1] : '\0');
         if (c >= 0x80) return "a character that is not ASCII";
+        const bool isEscape = i + 2 < url.size() && isxdigit(next) != 0 &&
+                              isxdigit(static_cast<unsigned char>(url[i + 2])) != 0;
+        if (c == '%' && !isEscape) return "a \"%\" that two hex digits do not follow";
         const bool isVariable = c == '$' && (isalpha(next) != 0 || next == '(');
         if (isVariable || std::string("<>{}|\\^`\"").find(url[i]) != std::string::npos)
             return std::string("\"") + url[i] + "\"";
     }
+    if (hasFillingWord(url)) return "a word that stands for another";
     return hasMarkedWord(url) ? "a word between \"@\"" : "";
 }
 
@@ -116,6 +157,21 @@ void checkLoopback(const SpecView& spec, const Urls& urls, Findings* findings) {
     if (!std::all_of(urls.begin(), urls.end(), isLocal)) finding.severity = eWarning;
 }
 
+// A folder of the URL that is named after another version than those of the images.
+void checkFolders(const SpecView& spec, const std::string& url, const FindingPlace& place,
+                  Findings* findings) {
+    std::vector<std::string> versions;
+    for (const ImageView& image : spec.images)
+        versions.push_back(image.text("version"));
+    const size_t scheme = url.find("://");
+    const size_t path = url.find('/', scheme == std::string::npos ? 0 : scheme + 3);
+    if (path == std::string::npos) return;
+    const std::string other = otherVersion(url.substr(path), versions);
+    if (!other.empty())
+        findings->add(eUrlVersion, place,
+                      "The URL has the version " + other + ", and no image of the spec has.");
+}
+
 }  // namespace
 
 Findings checkUrls(const SpecView& spec) {
@@ -123,7 +179,9 @@ Findings checkUrls(const SpecView& spec) {
     const Urls urls = urlsOf(spec);
     for (const auto& url : urls) {
         checkUrl(url.second, spec.at(url.first), &findings);
+        checkParsed(url.second, spec.at(url.first), &findings);
         checkTarget(url.second, spec.at(url.first), &findings);
+        checkFolders(spec, url.second, spec.at(url.first), &findings);
     }
     checkLoopback(spec, urls, &findings);
     return findings;

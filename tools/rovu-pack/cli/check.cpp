@@ -7,13 +7,14 @@
 
 namespace {
 
-void print(const CheckResult& result) {
+void print(const CheckResult& result, bool isVerbose) {
     printFindings(result.findings, stdout);
     printCounts(result.findings, stdout);
-    if (result.fleet.size() == 1) {
-        printPlan(result.fleet.front(), stdout);
-    } else if (!result.fleet.empty()) {
-        printFleet(result.fleet, stdout);
+    if (result.fleet.empty()) return;
+    printFleet(result.fleet, stdout);
+    for (const FleetRow& row : result.fleet) {
+        if (isVerbose || result.fleet.size() == 1) printChoices(row, stdout);
+        if (isVerbose) printPlan(row, stdout);
     }
 }
 
@@ -37,7 +38,7 @@ int runCheck(CheckCommandOptions options) {
     if (options.json) {
         fputs(checkJson(result).c_str(), stdout);
     } else {
-        print(result);
+        print(result, options.verbose);
     }
     const size_t counted =
         result.findings.count(eError) + (options.strict ? result.findings.count(eWarning) : 0);

@@ -150,9 +150,10 @@ void addDeviceOptions(CLI::App* command, CheckCommandOptions* options) {
     command
         ->add_option("--device", options->devices,
                      "model=...,kernel=...,rootfs=...; again for each kind of device.\n"
-                     "Also inactive-kernel=..., inactive-rootfs=..., or inactive=blank: what the\n"
-                     "inactive set holds. Also tmp=64M, data=8M, or free-lebs=240,leb-size=124K: the\n"
-                     "room there. Also root=FILE: its root file system, for a rehearsal")
+                     "Also inactive-kernel=..., inactive-rootfs=..., inactive-data=missing, or\n"
+                     "inactive=blank: what the inactive set holds. Also tmp=64M, data=8M, or\n"
+                     "free-lebs=240,leb-size=124K: the room there. Also arch=mips: its processor;\n"
+                     "and root=FILE: its root file system, for a rehearsal")
         ->type_name("KIND")
         ->allow_extra_args(false);
 }
@@ -165,6 +166,7 @@ CLI::App* addCheck(CLI::App* app, CheckCommandOptions* options) {
         ->type_name("FILE");
     addFileOptions(command, &options->check);
     addDeviceOptions(command, options);
+    command->add_flag("-v,--verbose", options->verbose, "Print the states and commands of the plan too");
     command->add_flag("--strict", options->strict, "Warnings count for the exit status too");
     command->add_flag("--json", options->json, "Print everything as JSON");
     return command;

@@ -39,6 +39,7 @@ struct CheckCommandOptions {
     CheckOptions check;
     DeviceKind device;                 ///< empty, or one device
     std::vector<std::string> devices;  ///< more, as "model=...,kernel=...,rootfs=..."
+    bool verbose = false;              ///< all commands of the plan too
     bool strict = false;               ///< warnings count for the exit status too
     bool json = false;
 };

@@ -27,7 +27,8 @@ Fault makePair(const std::string& folder) {
     const std::string privatePath = folder + kPrivateName;
     const std::string publicPath = folder + kPublicName;
     for (const std::string& path : {privatePath, publicPath}) {
-        if (exists(path)) return fileFault(path, EEXIST);
+        if (exists(path))
+            return {EEXIST, path + " is there, and unchanged; use it, or name another folder for a new pair"};
     }
     std::string privatePem;
     std::string publicPem;

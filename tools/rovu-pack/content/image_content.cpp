@@ -38,15 +38,30 @@ struct ContentRule {
         return add(eImageKind, " is " + format.name + ", " + why);
     }
 
-    void judgeUse() const {
+    void judgeUse(const ImageContent& content) const {
+        constexpr size_t kFewKinds = 8;
+        constexpr uint64_t kLarge = 4096;  // bytes
         switch (format.use) {
         case eUnknownUse:
+            if (content.kindsOfBytes() <= kFewKinds && content.size() >= kLarge)
+                add(eNotAnImage, " has " + std::to_string(content.kindsOfBytes()) +
+                                     " different bytes in all, as a test pattern has.")
+                    .severity = eWarning;
             break;
         case eBootable:
             if (!isKernel) addKind("and Linux mounts no such root file system.");
             break;
         case eFileSystem:
             if (isKernel) addKind("and no boot loader starts it as a kernel.");
+            break;
+        case eBlockSystem:
+            if (isKernel) addKind("and no boot loader starts it as a kernel.");
+            if (!isKernel) {
+                Finding& finding = addKind("which Linux mounts from a block device, and a volume is none.");
+                finding.severity = eWarning;
+                finding.advice =
+                    "Make a UBIFS or a squashfs of it, or make sure that the kernel mounts it so.";
+            }
             break;
         case eFlashSystem:
             if (isKernel) addKind("from which few boot loaders read a kernel.").severity = eWarning;
@@ -82,15 +97,32 @@ struct ContentRule {
         if (isKernel) finding.severity = eWarning;
     }
 
-    void judgeHeader(uint64_t size) const {
-        if (!format.processor.empty())
-            add(eImageProcessor, " is " + format.name + " for " + format.processor +
-                                     ", and the device's processor is a 32-bit big-endian MIPS.");
-        if (format.size > size)
-            add(eImageCutShort, " has " + std::to_string(size) + " bytes, and by its header it has " +
-                                    std::to_string(format.size) + ".");
+    void judgeHeader(const ImageContent& content) const {
+        if (format.size > content.size())
+            add(eImageCutShort, " has " + std::to_string(content.size()) +
+                                    " bytes, and by its header it has " + std::to_string(format.size) + ".");
+        else if (!format.damage.empty())
+            add(eImageChecksum,
+                " is damaged: its " + format.damage + " does not have the checksum that stands in it.");
+        else if (format.payload != 0 && content.payloadSum() != bigEndianAt(content.head(), 24, 4))
+            add(eImageChecksum,
+                " is damaged: what follows its header does not have the checksum that stands there.");
+        if (!format.fault.empty()) add(eImageHeader, " " + format.fault + ".");
+        judgeSince();
         if (format.isOld && !isKernel)
             add(eImageOld, " is a squashfs of a version before 4, which Linux mounts no more since 2.6.29.");
+    }
+
+    void judgeSince() const {
+        PackedVersion since = 0;
+        PackedVersion kernel = 0;
+        if (isKernel || *format.since == '\0' || claim.kernelVersion.empty()) return;
+        if (parseVersion(&since, format.since) != 0 ||
+            parseVersion(&kernel, claim.kernelVersion.c_str()) != 0)
+            return;
+        if (kernel >= since) return;
+        add(eImageNeedsKernel, " is " + format.name + " of a compression that Linux mounts since " +
+                                   format.since + ", and the spec's kernel is " + claim.kernelVersion + ".");
     }
 
     // The next update asks the running kernel for its release. Another numbering than the spec's is no fault.
@@ -111,11 +143,19 @@ struct ContentRule {
     }
 };
 
-std::string uniformText(const ImageContent& content) {
-    if (content.head().empty()) return " is empty.";
-    if (content.head()[0] == '\0') return " has no other bytes than zeros.";
-    if (content.head()[0] == '\xFF') return " has no other bytes than 0xFF, as erased flash has.";
-    return "";
+// What is no image by the whole of its bytes; empty: nothing.
+std::string fillingText(const ImageContent& content, const ImageFormat& format) {
+    const std::string& head = content.head();
+    if (head.empty()) return " is empty.";
+    const bool isUniform = content.kindsOfBytes() == 1;
+    if (isUniform && head[0] == '\0') return " has no other bytes than zeros.";
+    if (isUniform && head[0] == '\xFF') return " has no other bytes than 0xFF, as erased flash has.";
+    const bool isKnown = format.use != eUnknownUse && format.use != eText;
+    if (isKnown || (head[0] != '\0' && head[0] != '\xFF')) return "";
+    const size_t start = head.find_first_not_of(head[0]);
+    const ImageFormat inside = findFormat(head.substr(std::min(start, head.size())));
+    if (inside.use == eUnknownUse || inside.use == eText) return "";
+    return " begins with " + std::to_string(start) + " bytes of nothing, and then is " + inside.name + ".";
 }
 
 }  // namespace
@@ -123,7 +163,9 @@ std::string uniformText(const ImageContent& content) {
 void ImageContent::add(uint64_t offset, const char* bytes, size_t size) {
     if (offset == 0) *this = ImageContent();
     if (head_.size() < kFormatHead) head_.append(bytes, std::min(size, kFormatHead - head_.size()));
-    if (isUniform_) isUniform_ = std::all_of(bytes, bytes + size, [this](char c) { return c == head_[0]; });
+    for (size_t i = 0; i < size; ++i)
+        seen_.set(static_cast<unsigned char>(bytes[i]));
+    sumPayload(offset, bytes, size);
     size_ = offset + size;
     if (release_.empty()) findRelease(bytes, size);
 }
@@ -143,17 +185,25 @@ void ImageContent::findRelease(const char* bytes, size_t size) {
     tail_ = window.substr(window.size() - std::min(window.size(), kLongest));
 }
 
+// What a header announces that is none comes to nothing that is used.
+void ImageContent::sumPayload(uint64_t offset, const char* bytes, size_t size) {
+    constexpr uint64_t kHeader = 64;
+    const uint64_t end = std::min(offset + size, kHeader + bigEndianAt(head_, 12, 4));
+    const uint64_t start = std::max(offset, kHeader);
+    if (start < end) sum_.add(bytes + (start - offset), end - start);
+}
+
 Findings checkImageContent(const ImageContent& content, const ImageClaim& claim) {
     Findings findings;
-    const std::string uniform = content.isUniform() ? uniformText(content) : "";
-    if (!uniform.empty()) {
-        findings.add(eNotAnImage, claim.place, claim.name + uniform);
+    const ImageFormat format = findFormat(content.head());
+    const std::string filling = fillingText(content, format);
+    if (!filling.empty()) {
+        findings.add(eNotAnImage, claim.place, claim.name + filling);
         return findings;
     }
-    const ImageFormat format = findFormat(content.head());
     const ContentRule rule = {format, claim, &findings};
-    rule.judgeUse();
-    rule.judgeHeader(content.size());
+    rule.judgeUse(content);
+    rule.judgeHeader(content);
     const bool isExact = !content.release().empty();
     if (rule.isKernel) rule.judgeRelease(isExact ? content.release() : format.release, isExact);
     return findings;

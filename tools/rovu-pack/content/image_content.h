@@ -3,8 +3,10 @@
 
 #pragma once
 
+#include "crc32.h"
 #include "finding.h"
 
+#include <bitset>
 #include <cstdint>
 #include <string>
 
@@ -16,26 +18,30 @@ public:
 
     const std::string& head() const { return head_; }  // its first bytes
     uint64_t size() const { return size_; }            // bytes
-    bool isUniform() const { return isUniform_; }      // all bytes are one and the same, or there are none
     /// What follows the words "Linux version " of a kernel that is not compressed; empty: nothing.
     const std::string& release() const { return release_; }
+    size_t kindsOfBytes() const { return seen_.count(); }  // how many different ones it has
+    uint32_t payloadSum() const { return sum_.value(); }   // checksum of what a uImage's header announces
 
 private:
     void findRelease(const char* bytes, size_t size);
+    void sumPayload(uint64_t offset, const char* bytes, size_t size);
 
+    std::bitset<256> seen_;
+    Crc32 sum_;
     std::string tail_;  // the last bytes before those that come next
     std::string release_;
     std::string head_;
     uint64_t size_ = 0;
-    bool isUniform_ = true;
 };
 
 /// What the spec says of an image.
 struct ImageClaim {
     std::string kind;  // "kernel" or "rootfs"
     std::string version;
-    std::string name;    // what the sentences call it
-    FindingPlace place;  // where its name stands in the spec
+    std::string kernelVersion;  // of the kernel that the same spec brings; empty: of none
+    std::string name;           // what the sentences call it
+    FindingPlace place;         // where its name stands in the spec
 };
 
 /// Judges an image's bytes by what they should be.

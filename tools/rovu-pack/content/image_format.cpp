@@ -1,5 +1,7 @@
 #include "image_format.h"
 
+#include "crc32.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -61,7 +63,7 @@ constexpr size_t kElfHeader = 52;
 
 // The processors of a uImage, by their numbers there.
 constexpr const char* kUimageProcessors[] = {
-    "",           "Alpha",      "ARM",      "x86",    "IA-64",   "",          "64-bit MIPS",
+    "",           "Alpha",      "ARM",      "x86",    "IA-64",   "MIPS",      "64-bit MIPS",
     "PowerPC",    "S/390",      "SH",       "SPARC",  "SPARC64", "M68K",      "Nios",
     "MicroBlaze", "Nios II",    "Blackfin", "AVR32",  "ST200",   "a sandbox", "NDS32",
     "OpenRISC",   "64-bit ARM", "ARC",      "x86-64", "Xtensa",  "RISC-V"};
@@ -89,7 +91,7 @@ uint64_t numberAt(const std::string& bytes, size_t place, size_t size, bool isBi
 }
 
 uint64_t big(const std::string& bytes, size_t place, size_t size) {
-    return numberAt(bytes, place, size, true);
+    return bigEndianAt(bytes, place, size);
 }
 
 uint64_t little(const std::string& bytes, size_t place, size_t size) {
@@ -104,6 +106,34 @@ std::string releaseOf(const std::string& head) {
     return end == std::string::npos || !startsWith(name, prefix)
                ? ""
                : name.substr(prefix.size(), end - prefix.size());
+}
+
+// What a uImage says of its payload, against the payload's first bytes.
+std::string payloadFault(const std::string& head) {
+    constexpr const char* kCompressions[] = {
+        "not compressed",       "compressed with gzip", "compressed with bzip2", "compressed with lzma",
+        "compressed with lzop", "compressed with lz4",  "compressed with zstd"};
+    constexpr uint64_t kLzma = 3;  // has no magic, nor has what is not compressed
+    const uint64_t compression = big(head, 31, 1);
+    if (compression >= std::size(kCompressions) || head.size() <= kUimageHeader) return "";
+    const std::string said = kCompressions[compression];
+    const ImageFormat payload = findFormat(head.substr(kUimageHeader));
+    const std::string found = payload.use == eCompressed   ? payload.name
+                              : payload.use == eFileSystem ? payload.name
+                                                           : "something else";
+    if (found == said) return "";
+    if (found == "something else" && (compression == 0 || compression >= kLzma)) return "";
+    return "says that what follows its header is " + said + ", and that is " + found;
+}
+
+// The checksum of a uImage's header is over its bytes without the checksum.
+bool isHeaderWhole(const std::string& head) {
+    if (head.size() < kUimageHeader) return false;
+    std::string bytes = head.substr(0, kUimageHeader);
+    bytes.replace(4, 4, 4, '\0');
+    Crc32 crc;
+    crc.add(bytes.data(), bytes.size());
+    return crc.value() == big(head, 4, 4);
 }
 
 ImageFormat uimage(const std::string& head) {
@@ -126,6 +156,20 @@ ImageFormat uimage(const std::string& head) {
     ImageFormat format = formatOf(entry.use, entry.name, kUimageHeader + big(head, 12, 4));
     if (processor < std::size(kUimageProcessors)) format.processor = kUimageProcessors[processor];
     format.release = releaseOf(head);
+    format.payload = kUimageHeader;
+    constexpr uint64_t kLinux = 5;
+    constexpr uint64_t kBootLoader = 17;
+    constexpr uint64_t kKernel = 2;
+    const uint64_t system = big(head, 28, 1);
+    if (!isHeaderWhole(head)) format.damage = "header";
+    if (system == kBootLoader) {
+        format.use = eNoImage;
+        format.name = "a uImage of the boot loader itself";
+    } else if (type == kKernel && system != kLinux && system != 0) {
+        format.fault = "is for another system than Linux";
+    } else if (type == kKernel) {
+        format.fault = payloadFault(head);
+    }
     return format;
 }
 
@@ -160,13 +204,18 @@ ImageFormat elf(const std::string& head) {
     const bool is64Bit = big(head, 4, 1) == 2;
     ImageFormat format = formatOf(eBootable, "an ELF program");
     const uint64_t machine = numberAt(head, 18, 2, isBigEndian);
-    if (machine != kElfMips) {
+    if (machine == kElfMips) {
+        format.processor = std::string(is64Bit ? "64-bit " : "32-bit ") +
+                           (isBigEndian ? "big-endian MIPS" : "little-endian MIPS");
+    } else {
         format.processor = elfProcessor(machine);
-    } else if (is64Bit || !isBigEndian) {
-        format.processor = is64Bit ? "64-bit MIPS" : "little-endian MIPS";
-    } else if (const uint64_t sections = big(head, 32, 4); sections >= kElfHeader) {
-        format.size = sections + big(head, 46, 2) * big(head, 48, 2);
     }
+    const auto at = [&](size_t place, size_t size) { return numberAt(head, place, size, isBigEndian); };
+    const uint64_t sections = is64Bit ? at(40, 8) : at(32, 4);
+    const size_t counts = is64Bit ? 58 : 46;
+    constexpr uint64_t kMost = uint64_t{1} << 40;  // what is larger is no place in a file
+    if (sections >= kElfHeader && sections < kMost)
+        format.size = sections + at(counts, 2) * at(counts + 2, 2);
     return format;
 }
 
@@ -192,6 +241,38 @@ bool isJffs2(const std::string& head) {
     }
 }
 
+// A node of a UBIFS has its checksum after the magic, and its length after a number of its own.
+ImageFormat ubifs(const std::string& head, ImageFormat format) {
+    constexpr uint64_t kSuperblock = 6;
+    constexpr size_t kSummed = 8;  // where the bytes begin that are summed
+    constexpr uint64_t kZstd = 3;
+    if (little(head, 20, 1) != kSuperblock) return format;
+    format.lebSize = little(head, 36, 4);
+    format.size = format.lebSize * little(head, 40, 4);
+    if (little(head, 84, 2) == kZstd) format.since = "5.3";
+    const uint64_t length = little(head, 16, 4);
+    if (length <= kSummed || length > head.size()) return format;
+    Crc32 crc;
+    crc.add(head.data() + kSummed, length - kSummed);
+    if (~crc.value() != little(head, 4, 4)) format.damage = "superblock";
+    return format;
+}
+
+ImageFormat squashfs(const std::string& head, ImageFormat format) {
+    constexpr const char* kSince[] = {"", "", "", "2.6.36", "2.6.38", "3.19", "4.14"};  // by compression
+    format.isOld = startsWith(head, "sqsh") || little(head, 28, 2) < 4;
+    if (format.isOld) return format;
+    format.size = little(head, 40, 8);
+    const uint64_t compression = little(head, 20, 2);
+    if (compression < std::size(kSince)) format.since = kSince[compression];
+    for (size_t table = 48; table <= 80; table += 8) {
+        const uint64_t start = little(head, table, 8);
+        if (start == UINT64_MAX || start < format.size) continue;
+        format.fault = "has a superblock that names a place outside of it";
+    }
+    return format;
+}
+
 bool isPage(const std::string& head) {
     size_t start = startsWith(head, "\xEF\xBB\xBF") ? 3 : 0;
     start = std::min(head.find_first_not_of(" \t\r\n", start), head.size());
@@ -211,25 +292,24 @@ bool isText(const std::string& head) {
 
 }  // namespace
 
+uint64_t bigEndianAt(const std::string& bytes, size_t place, size_t size) {
+    return numberAt(bytes, place, size, true);
+}
+
 ImageFormat findFormat(const std::string& head) {
     if (startsWith(head, kUimageMagic)) return uimage(head);
     if (startsWith(head, kTreeMagic)) return tree(head);
     if (startsWith(head, kElfMagic)) return elf(head);
     if (isJffs2(head)) return formatOf(eFileSystem, "a JFFS2");
-    if (isExt(head)) return formatOf(eFileSystem, "an ext2, ext3 or ext4");
+    if (isExt(head)) return formatOf(eBlockSystem, "an ext2, ext3 or ext4");
     if (isPage(head)) return formatOf(eNoImage, "a page of HTML or XML");
     for (const Magic& magic : kMagics) {
         if (head.size() < magic.place || head.compare(magic.place, magic.bytes.size(), magic.bytes) != 0)
             continue;
         ImageFormat format = formatOf(magic.use, magic.name);
         format.processor = magic.processor;
-        const bool isSquashfs = magic.use == eFileSystem && startsWith(head, "hsqs");
-        if (isSquashfs && little(head, 28, 2) >= 4) format.size = little(head, 40, 8);
-        constexpr uint64_t kUbifsSuperblock = 6;
-        if (magic.use == eFlashSystem && little(head, 20, 1) == kUbifsSuperblock)
-            format.lebSize = little(head, 36, 4);
-        format.isOld = startsWith(head, "sqsh") || (isSquashfs && little(head, 28, 2) < 4);
-        return format;
+        if (startsWith(head, "hsqs") || startsWith(head, "sqsh")) return squashfs(head, format);
+        return magic.use == eFlashSystem ? ubifs(head, format) : format;
     }
     if (isText(head)) return formatOf(eText, "text");
     return {};

@@ -1,5 +1,7 @@
 #include "script_content.h"
 
+#include "key_kinds.h"
+#include "shell_dangers.h"
 #include "shell_dialect.h"
 #include "temporary_file.h"
 
@@ -7,6 +9,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <spawn.h>
 #include <sstream>
 #include <sys/wait.h>
@@ -17,24 +20,35 @@ namespace {
 
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 
-// Lets this machine's shell read the script without running anything of it. True also if there is no way to ask.
+// \return whether the shell understands the file; nothing if it cannot be started.
+std::optional<bool> understands(const std::vector<std::string>& shell, const std::string& path) {
+    constexpr int kNoShell = 127;  // a BusyBox without one
+    posix_spawn_file_actions_t actions;
+    if (posix_spawn_file_actions_init(&actions) != 0) return std::nullopt;
+    posix_spawn_file_actions_addopen(&actions, 0, path.c_str(), 0, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", 1, 0);
+    std::vector<char*> argv;
+    for (const std::string& word : shell)
+        argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    pid_t child = -1;
+    int status = 0;
+    const bool started = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) == 0;
+    posix_spawn_file_actions_destroy(&actions);
+    if (!started || waitpid(child, &status, 0) != child) return std::nullopt;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNoShell) return std::nullopt;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// Lets a shell read the script without running anything of it: BusyBox's, as on a device; without one this machine's. True
+// also if there is no way to ask.
 bool isGoodSyntax(const std::string& bytes) {
     TemporaryFile file;
     if (file.open()) return true;
     std::ofstream(file.path(), std::ios::binary) << bytes;
-    posix_spawn_file_actions_t actions;
-    if (posix_spawn_file_actions_init(&actions) != 0) return true;
-    posix_spawn_file_actions_addopen(&actions, 0, file.path().c_str(), 0, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", 1, 0);
-    char shell[] = "sh";
-    char option[] = "-n";
-    char* argv[] = {shell, option, nullptr};
-    pid_t child = -1;
-    int status = 0;
-    const bool started = posix_spawn(&child, "/bin/sh", &actions, nullptr, argv, environ) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    if (!started || waitpid(child, &status, 0) != child) return true;
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    std::optional<bool> isGood = understands({"busybox", "sh", "-n"}, file.path());
+    if (!isGood) isGood = understands({"/bin/sh", "-n"}, file.path());
+    return isGood.value_or(true);
 }
 
 // The program that the first line names, without its folder; empty: none.
@@ -78,10 +92,23 @@ std::string constructsText(const std::vector<ScriptConstruct>& constructs, Scrip
     return text;
 }
 
+void checkVariables(const std::string& bytes, const std::string& name, const FindingPlace& place,
+                    Findings* findings) {
+    std::string text;
+    for (const auto& [variable, line] : findUnset(bytes))
+        text += (text.empty() ? "" : ", ") + variable + " (line " + std::to_string(line) + ")";
+    if (!text.empty()) findings->add(eScriptUnset, place, name + " uses what nothing sets: " + text + ".");
+}
+
 void checkConstructs(const std::string& bytes, const std::string& name, const FindingPlace& place,
                      Findings* findings) {
     const std::vector<ScriptConstruct> constructs = findConstructs(bytes);
+    const std::string dangers = constructsText(findDangers(bytes), ScriptConstruct::eHazard);
+    const std::string foreign = constructsText(findForeignText(bytes), ScriptConstruct::eHazard);
     const std::string bash = constructsText(constructs, ScriptConstruct::eBash);
+    if (!dangers.empty()) findings->add(eScriptDanger, place, name + " has " + dangers + ".");
+    if (!foreign.empty()) findings->add(eScriptCharacter, place, name + " has " + foreign + ".");
+    checkVariables(bytes, name, place, findings);
     const std::string hazards = constructsText(constructs, ScriptConstruct::eHazard);
     if (!bash.empty())
         findings->add(eScriptBash, place,
@@ -98,6 +125,9 @@ void checkConstructs(const std::string& bytes, const std::string& name, const Fi
 
 Findings checkScript(const std::string& bytes, const std::string& name, const FindingPlace& place) {
     Findings findings;
+    if (isPrivateKey(bytes))
+        findings.add(ePrivateKeyServed, place, name + " has a private key in it, which every device gets.")
+            .advice = "Take it out, and never use that key again.";
     if (bytes.find_first_not_of(" \t\r\n") == std::string::npos) {
         findings.add(eScriptEmpty, place, name + " is empty.");
     } else if (bytes.find('\0') != std::string::npos) {

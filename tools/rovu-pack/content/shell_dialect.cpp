@@ -40,7 +40,6 @@ const Construct kConstructs[] = {
      R"((^|[;&|]|\sthen|\sdo|\selse)\s*(\.|source|sh|)\s*\./[A-Za-z_])"},
     {eHazard, "a reboot, which cuts the update short", false,
      R"((^|[;&|]|\sthen|\sdo|\selse)\s*(/sbin/)?(reboot|poweroff|halt|shutdown)(\s|;|$))"},
-    {eHazard, "bootswitcher, which the device changes itself", false, R"(fw_setenv\s[^;&|]*\bbootswitcher)"},
     {eHazard, "a removal of the device's work directory", false,
      R"(rm\s+(-\S+\s+)+/tmp/(rovu/?|\*)?(\s|;|$))"},
     {eHazard, "a command of workstations", false,

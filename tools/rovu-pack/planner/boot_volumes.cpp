@@ -54,7 +54,8 @@ std::vector<BootVolume> bootVolumes(const SpecView& spec, const Selection& selec
     const std::string set = "k" + std::to_string(plan.activeSet ^ 1);
     std::vector<BootVolume> boots = {{set, "kernel", BootVolume::eEarlier, inactive.kernel, ""},
                                      {set + "_root", "rootfs", BootVolume::eEarlier, inactive.rootfs, ""},
-                                     {set + "_data", "data", BootVolume::eEarlier, inactive.data, ""}};
+                                     {set + "_data", "data", BootVolume::eEarlier,
+                                      inactive.data == kMissing ? kBlank : inactive.data, ""}};
     for (BootVolume& volume : boots) {
         if (std::count(plan.volumes.begin(), plan.volumes.end(), volume.volume) == 0) continue;
         const Part* image = volume.kind == "data" ? nullptr : imageOf(selection, volume.kind);

@@ -6,6 +6,8 @@
 #include "work_dir.h"
 
 #include <algorithm>
+#include <optional>
+#include <sstream>
 
 namespace {
 
@@ -47,12 +49,46 @@ std::vector<VolumeNeed> volumesOf(const FleetRow& row) {
 }
 
 RoomNeed roomOn(const SpecView& spec, const Tars& tars, const FleetRow& row) {
-    if (!row.accepts()) return roomFor(spec, {}, {}, false);
-    const std::vector<std::string> names = fetchedTars(row.selection);
-    RoomNeed room = roomFor(spec, tars, names, names.size() > 1);
-    if (room.clonesOverlay) room.overlay = row.device.room.data.value_or(0);
+    if (!row.accepts()) return roomFor(spec, {}, {});
+    RoomNeed room = roomFor(spec, tars, fetchedTars(row.selection));
     room.volumes = volumesOf(row);
+    if (!room.clonesOverlay) return room;
+    room.overlay = row.device.room.data.value_or(0);
+    if (row.device.inactive.data == kMissing)
+        room.volumes.insert(room.volumes.begin(), {"data", room.overlay});
     return room;
+}
+
+// The version of what the device runs; empty: not one that a device reads.
+std::optional<PackedVersion> runningVersion(const DeviceKind& device, const std::string& kind) {
+    PackedVersion version = 0;
+    std::string running = kind == "kernel" ? device.kernel : device.rootfs;
+    const int rc = kind == "kernel" ? parseKernelRelease(&version, running.data())
+                                    : parseVersion(&version, running.c_str());
+    return rc == 0 ? std::optional<PackedVersion>(version) : std::nullopt;
+}
+
+std::optional<PackedVersion> newVersion(const BootVolume& volume) {
+    PackedVersion version = 0;
+    if (volume.content != BootVolume::eNew || parseVersion(&version, volume.version.c_str()) != 0)
+        return std::nullopt;
+    return version;
+}
+
+// The first field tells one numbering from another.
+uint64_t firstField(PackedVersion version) {
+    return version >> 48;
+}
+
+// Both images have a version of the numbering of the other one, and the numberings differ.
+bool areExchanged(const std::vector<BootVolume>& boots, const DeviceKind& device) {
+    const auto kernel = newVersion(boots[0]);
+    const auto rootfs = newVersion(boots[1]);
+    const auto oldKernel = runningVersion(device, "kernel");
+    const auto oldRootfs = runningVersion(device, "rootfs");
+    if (!kernel || !rootfs || !oldKernel || !oldRootfs) return false;
+    return firstField(*kernel) == firstField(*oldRootfs) && firstField(*rootfs) == firstField(*oldKernel) &&
+           firstField(*kernel) != firstField(*rootfs);
 }
 
 // "kernel 33, rootfs 197"
@@ -86,8 +122,14 @@ Findings reportRefusals(const SpecView& spec, const std::vector<FleetRow>& fleet
     Findings findings;
     for (const FleetRow& row : fleet) {
         if (row.accepts()) continue;
-        findings.add(eDeviceRefuses, spec.at(row.selection.refusedKey),
-                     withFullStop(nameOf(row.device) + " refuses the update: " + row.selection.refusal));
+        const Selection& selection = row.selection;
+        const bool isKind = selection.refusedKey == "kernel" || selection.refusedKey == "rootfs";
+        const std::string reason = selection.reason.empty() ? "" : " " + selection.reason;
+        Finding& finding = findings.add(
+            eDeviceRefuses, spec.at(isKind ? depOf(spec, selection.refusedKey) : selection.refusedKey),
+            withFullStop(nameOf(row.device) + " refuses the update: " + withMeaning(selection.refusal)) +
+                reason);
+        if (!selection.advice.empty()) finding.advice = selection.advice;
     }
     return findings;
 }
@@ -105,21 +147,59 @@ bool FleetRow::bootsRefusedPair() const {
 }
 
 // What the device runs, against what it will; the device never compares the two.
-Findings reportDowngrades(const SpecView& spec, const std::vector<FleetRow>& fleet) {
+Findings reportVersions(const SpecView& spec, const std::vector<FleetRow>& fleet) {
     Findings findings;
     for (const FleetRow& row : fleet) {
-        for (const BootVolume& volume : row.plans[0].boots) {
-            if (volume.content != BootVolume::eNew) continue;
-            const bool isKernel = volume.kind == "kernel";
-            std::string running = isKernel ? row.device.kernel : row.device.rootfs;
-            PackedVersion before = 0;
-            PackedVersion after = 0;
-            const int rc = isKernel ? parseKernelRelease(&before, running.data())
-                                    : parseVersion(&before, running.c_str());
-            if (rc != 0 || parseVersion(&after, volume.version.c_str()) != 0 || after >= before) continue;
-            findings.add(eDowngrade, spec.at(""),
-                         nameOf(row.device) + " boots the " + volume.kind + " " + volume.version +
-                             " afterwards, an older one.");
+        const std::vector<BootVolume>& boots = row.plans[0].boots;
+        size_t images = 0;
+        size_t same = 0;
+        if (!boots.empty() && areExchanged(boots, row.device)) {
+            findings.add(eVersionsExchanged, spec.at(""),
+                         nameOf(row.device) + " gets the kernel " + boots[0].version + " and the rootfs " +
+                             boots[1].version + ": each looks like a version of the other.");
+            continue;
+        }
+        for (const BootVolume& volume : boots) {
+            const auto before = runningVersion(row.device, volume.kind);
+            const auto after = newVersion(volume);
+            if (volume.content == BootVolume::eNew) ++images;
+            if (!before || !after) continue;
+            if (*after == *before) ++same;
+            if (*after < *before)
+                findings.add(eDowngrade, spec.at(""),
+                             nameOf(row.device) + " boots the " + volume.kind + " " + volume.version +
+                                 " afterwards, an older one.");
+        }
+        if (images != 0 && same == images)
+            findings.add(eSameVersion, spec.at(""),
+                         nameOf(row.device) + " runs the versions of all images of the update already.");
+    }
+    return findings;
+}
+
+Findings reportModels(const SpecView& spec, const std::vector<FleetRow>& fleet) {
+    Findings findings;
+    std::istringstream models(spec.text("hardware"));
+    for (std::string model; !fleet.empty() && std::getline(models, model, ',');) {
+        const auto isOfModel = [&model](const FleetRow& row) { return row.device.model == model; };
+        if (std::any_of(fleet.begin(), fleet.end(), isOfModel)) continue;
+        Finding& finding = findings.add(eModelUnnamed, spec.at("hardware"),
+                                        "The update is for the model \"" + model +
+                                            "\" too, and no device that was named is of it.");
+        if (fleet.size() == 1) finding.severity = eNote;  // the plan for one device is asked for
+    }
+    return findings;
+}
+
+Findings reportProcessors(const SpecView& spec, const Tars& tars, const std::vector<FleetRow>& fleet) {
+    Findings findings;
+    for (const FleetRow& row : fleet) {
+        for (const TarFacts& tar : tars) {
+            const std::string& word = row.device.processor;
+            if (word.empty() || tar.processor.empty() || runsOn(word, tar.processor)) continue;
+            findings.add(eImageProcessor, spec.at(tar.keyPrefix + "image"),
+                         nameOf(row.device) + " has the processor " + word + ", and the " + tar.kind +
+                             " of " + tar.path + " is for " + tar.processor + ".");
         }
     }
     return findings;
@@ -141,6 +221,17 @@ Findings reportLackOfRoom(const SpecView& spec, const std::vector<FleetRow>& fle
             if (!row.room.isExact)
                 finding.severity = eWarning;  // the files may be smaller than the spec's limits
         }
+        if (row.accepts() && room.tmp && fitsTmp(row.room, room) == eFitUnknown)
+            findings.add(eRoomUncertain, spec.at(""),
+                         nameOf(row.device) + " has " + std::to_string(*room.tmp) +
+                             " bytes in /tmp, and whether they are enough is not certain: " +
+                             (row.room.isKnown ? "the size of the overlay's copy" : "the size of a tar") +
+                             " is not known.");
+        if (row.accepts() && room.freeLebs && fitsLebs(row.room, room) == eFitUnknown)
+            findings.add(eRoomUncertain, spec.at(""),
+                         nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +
+                             " LEBs, and whether they are enough is not certain: the size of the new data "
+                             "volume is not known.");
         if (row.room.imageLebSize != 0 && room.lebSize && row.room.imageLebSize != *room.lebSize)
             findings.add(eImageLebSize, spec.at(""),
                          nameOf(row.device) + " has LEBs of " + std::to_string(*room.lebSize) +

@@ -26,10 +26,17 @@ std::vector<FleetRow> planFleet(const SpecView& spec, UpdateState refusedIn,
 /// A finding for each kind of device that refuses a spec which not every device refuses.
 Findings reportRefusals(const SpecView& spec, const std::vector<FleetRow>& fleet);
 
-/// A finding for each kind of device and image that is older than what runs there.
-Findings reportDowngrades(const SpecView& spec, const std::vector<FleetRow>& fleet);
+/// A finding for each kind of device and image that is older than what runs there, and for a device whose versions the
+/// update does not change, or exchanges.
+Findings reportVersions(const SpecView& spec, const std::vector<FleetRow>& fleet);
 
-/// A finding for each kind of device, of which the room is known, that has too little of it.
+/// A finding for each model of the spec that is none of the devices'.
+Findings reportModels(const SpecView& spec, const std::vector<FleetRow>& fleet);
+
+/// A finding for each kind of device, of which the processor is known, and image that is for another one.
+Findings reportProcessors(const SpecView& spec, const Tars& tars, const std::vector<FleetRow>& fleet);
+
+/// A finding for each kind of device, of which the room is known, that has too little of it, or perhaps.
 Findings reportLackOfRoom(const SpecView& spec, const std::vector<FleetRow>& fleet);
 
 /// A finding for each kind of device, of which the inactive set is known, that boots a blank volume or a pair which

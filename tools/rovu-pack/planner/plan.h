@@ -27,8 +27,10 @@ struct Selection {
     std::string refusal;                                // in the device's words; empty: it accepts
     UpdateState refusedIn = eStateInvalid;              // the state in which it refuses
     std::string refusedKey;                             // what it refuses; empty: not one key alone
-    bool readsRootfs = false;                           // the device gets as far as asking for its rootfs
-    std::vector<ImageChoice> images;                    // in the spec's order
+    std::string reason;               // what the refusal leaves out, as a sentence; empty: nothing
+    std::string advice;               // what to do about it, as a sentence; empty: nothing special
+    bool readsRootfs = false;         // the device gets as far as asking for its rootfs
+    std::vector<ImageChoice> images;  // in the spec's order
 };
 
 struct PlanStage {
@@ -77,4 +79,8 @@ std::vector<BootVolume> bootVolumes(const SpecView& spec, const Selection& selec
 /// "new", "copied" or "earlier": unchanged since an earlier update.
 const char* contentText(BootVolume::Content content);
 
+/// The stable word: "kept", "dropped", "promoted" or "refused".
 const char* outcomeText(ImageChoice::Outcome outcome);
+
+/// The same for people.
+const char* outcomeInWords(ImageChoice::Outcome outcome);

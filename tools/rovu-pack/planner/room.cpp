@@ -1,20 +1,39 @@
 #include "room.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
 
 namespace {
 
-uint64_t largestMember(const TarFacts& tar, RoomNeed* room) {
-    uint64_t largest = 0;
-    if (!tar.opened) {
-        room->isExact = false;
-        return tar.volumeSize > 0 ? static_cast<uint64_t>(tar.volumeSize) : 0;
+uint64_t wholePages(uint64_t bytes) {
+    return (bytes + kPage - 1) / kPage * kPage;
+}
+
+// The entry of the list that a key like "3.image" is of.
+size_t entryOf(const std::string& key) {
+    return strtoul(key.c_str(), nullptr, 10);
+}
+
+// The entry at which the run ends; past all of them if it does not.
+size_t endOf(const SpecView& spec) {
+    for (const ScriptView& script : spec.scripts) {
+        if (script.endsRun()) return script.entry;
     }
+    return SIZE_MAX;
+}
+
+uint64_t largestMember(const TarFacts& tar, size_t end, RoomNeed* room) {
+    uint64_t largest = 0;
     for (const RequiredMember& required : tar.required) {
+        if (entryOf(required.key) > end) continue;
         const TarMember* member = tar.member(required.name);
         if (member != nullptr) largest = std::max(largest, member->size);
+        if (tar.opened || !required.isImage) continue;
+        largest = tar.volumeSize > 0 ? static_cast<uint64_t>(tar.volumeSize) : 0;
     }
-    return largest;
+    if (!tar.opened) room->isExact = false;
+    return wholePages(largest);
 }
 
 }  // namespace
@@ -35,23 +54,29 @@ Fit fitsTmp(const RoomNeed& need, const DeviceRoom& room) {
 
 Fit fitsLebs(const RoomNeed& need, const DeviceRoom& room) {
     if (!room.freeLebs || !room.lebSize) return eFitUnknown;
-    return need.lebs(*room.lebSize) > *room.freeLebs ? eFitsNot : eFits;
+    if (need.lebs(*room.lebSize) > *room.freeLebs) return eFitsNot;
+    const bool areKnown = std::none_of(need.volumes.begin(), need.volumes.end(),
+                                       [](const VolumeNeed& volume) { return volume.bytes == 0; });
+    return areKnown ? eFits : eFitUnknown;
 }
 
-RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::string>& localNames,
-                 bool flashesImages) {
+RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::string>& localNames) {
     RoomNeed room;
-    room.tars = spec.file.bytes.size();
+    const size_t end = endOf(spec);
+    bool flashesImages = false;
+    room.download = spec.file.bytes.size();
+    room.tars = wholePages(room.download);
     for (const std::string& name : localNames) {
         const TarFacts* tar = findTar(tars, name);
         if (tar == nullptr) continue;
         if (tar->expectedSize() == 0) room.isKnown = false;
         if (!tar->found) room.isExact = false;
         if (tar->lebSize != 0) room.imageLebSize = tar->lebSize;
-        room.tars += tar->expectedSize();
-        room.extracted = std::max(room.extracted, largestMember(*tar, &room));
+        room.download += tar->expectedSize();
+        room.tars += wholePages(tar->expectedSize());
+        room.extracted = std::max(room.extracted, largestMember(*tar, end, &room));
+        if (!tar->kind.empty() && entryOf(tar->keyPrefix) < end) flashesImages = true;
     }
-    room.download = room.tars;
     room.clonesOverlay = flashesImages && spec.number("clone_overlay").value_or(0) != 0;
     return room;
 }
@@ -60,14 +85,14 @@ RoomNeed roomForAll(const SpecView& spec, const Tars& tars) {
     std::vector<std::string> names;
     for (const TarFacts& tar : tars)
         names.push_back(tar.localName);
-    return roomFor(spec, tars, names, !spec.images.empty());
+    return roomFor(spec, tars, names);
 }
 
 Findings reportRoom(const SpecView& spec, const RoomNeed& room) {
     Findings findings;
-    if (room.tars == spec.file.bytes.size()) return findings;
-    std::string why = "The work directory holds up to " + std::to_string(room.peak()) +
-                      " bytes: " + std::to_string(room.tars) + " of spec and tars, " +
+    if (room.download == spec.file.bytes.size()) return findings;
+    std::string why = "An update takes up to " + std::to_string(room.peak()) +
+                      " bytes of /tmp, in whole pages: " + std::to_string(room.tars) + " of spec and tars, " +
                       std::to_string(room.extracted) + " of the largest member";
     if (!room.isExact) why += ", by the spec's own numbers";
     if (!room.isKnown) why += ", and what a tar without a limit brings";

@@ -135,6 +135,17 @@ int readRootfs(std::string text, PackedVersion* version) {
     return readAnswer(&text, kMostOfRootfs) ? parseVersion(version, text.c_str()) : EOVERFLOW;
 }
 
+// The rule for versions, and the part that breaks it. `separators` stand for dots.
+std::string versionFault(const std::string& text, const std::string& separators) {
+    const size_t end = std::min(text.find_first_not_of("0123456789." + separators), text.size());
+    const size_t start = text.find_last_of("." + separators, end == 0 ? 0 : end - 1);
+    std::string part = text.substr(start == std::string::npos || end == 0 ? 0 : start + 1);
+    part = part.substr(0, part.find_first_of("." + separators));
+    return "A version is up to four numbers with dots" +
+           std::string(separators.empty() ? "" : " or hyphens") + " between them, and \"" + part +
+           "\" is no number.";
+}
+
 // Whether the device takes the spec; its choice is left there.
 bool decide(const DeviceKind& device, Selection* selection) {
     InstalledVersions installed = {};
@@ -145,17 +156,35 @@ bool decide(const DeviceKind& device, Selection* selection) {
         return false;
     }
     selection->refusedKey = "hardware";
+    selection->advice =
+        "Leave the kind out if it is not to have the update; add its model only if the images are made for it.";
     if (!isModelSupported(*spec, model.c_str())) return false;
     selection->refusedKey.clear();
     std::string release = device.kernel;
+    selection->reason = versionFault(device.kernel, "-");
+    selection->advice =
+        "Give the release as \"uname -r\" prints it; if it is that one, the device refuses every update.";
     if (!isKernelReleaseKnown(parseKernelRelease(&installed.installedKernel, release.data()))) return false;
     selection->readsRootfs = true;
+    selection->reason = versionFault(device.rootfs, "");
+    selection->advice =
+        "Give the version as \"readplatform.sh rootfsrev\" prints it; if it is that one, the device refuses every update.";
     if (!isRootfsReleaseKnown(readRootfs(device.rootfs, &installed.installedRootfs))) return false;
+    selection->reason.clear();
+    selection->advice.clear();
 
     Chooser chooser = {installed, spec, &selection->images, {}};
     chooser.describe();
     const bool accepted = selectImages(spec, installed);
     noteOutcomes(spec, accepted, &selection->images);
+    for (const ImageChoice& choice : selection->images) {
+        if (accepted || choice.test.find(" refuse ") == std::string::npos) continue;
+        selection->reason = "The " + choice.kind + " image: " + choice.test + ".";
+        selection->refusedKey = choice.kind;
+        selection->advice =
+            "Bring the device to a version that its list accepts first; widen the list only for a pair that was tested.";
+        break;
+    }
     return accepted;
 }
 
@@ -163,6 +192,11 @@ bool decide(const DeviceKind& device, Selection* selection) {
 
 const char* outcomeText(ImageChoice::Outcome outcome) {
     constexpr const char* kTexts[] = {"kept", "dropped", "promoted", "refused"};
+    return kTexts[outcome];
+}
+
+const char* outcomeInWords(ImageChoice::Outcome outcome) {
+    constexpr const char* kTexts[] = {"installed", "not installed", "installed", "refused"};
     return kTexts[outcome];
 }
 

@@ -17,8 +17,8 @@ constexpr size_t kBootColumns = 3;
 std::string imagesText(const FleetRow& row) {
     std::string text;
     for (const ImageChoice& choice : row.selection.images) {
-        if (choice.outcome == ImageChoice::eRefused) continue;
-        text += (text.empty() ? "" : ", ") + choice.kind + " " + outcomeText(choice.outcome);
+        if (choice.outcome == ImageChoice::eRefused || choice.outcome == ImageChoice::eDropped) continue;
+        text += (text.empty() ? "" : ", ") + choice.kind;
     }
     return text.empty() ? "-" : text;
 }

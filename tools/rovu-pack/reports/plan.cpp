@@ -13,14 +13,14 @@ void printChoice(const FleetRow& row, FILE* out) {
             printable(device.kernel).c_str(), printable(device.rootfs).c_str(),
             row.accepts() ? "accepted" : "refused: ", printable(row.selection.refusal).c_str());
     for (const ImageChoice& choice : row.selection.images) {
-        fprintf(out, "  %-6s  %-8s  %s\n", choice.kind.c_str(), outcomeText(choice.outcome),
+        fprintf(out, "  %-6s  %-13s  %s\n", choice.kind.c_str(), outcomeInWords(choice.outcome),
                 printable(choice.test).c_str());
     }
 }
 
 void printNeed(const RoomNeed& room, FILE* out) {
     const char* about = room.isKnown && room.isExact ? "" : room.isKnown ? "up to " : "more than ";
-    fprintf(out, "  download %s%llu bytes, work directory %s%llu bytes%s\n", about,
+    fprintf(out, "  download %s%llu bytes, in /tmp %s%llu bytes%s\n", about,
             static_cast<unsigned long long>(room.download), about,
             static_cast<unsigned long long>(room.peak()),
             room.clonesOverlay ? ", or the tars and the overlay's copy" : "");
@@ -101,10 +101,13 @@ void printStates(const Plan& plan, FILE* out) {
 
 }  // namespace
 
-void printPlan(const FleetRow& row, FILE* out) {
+void printChoices(const FleetRow& row, FILE* out) {
     printChoice(row, out);
     printNeed(row.room, out);
     printRoom(row, out);
+}
+
+void printPlan(const FleetRow& row, FILE* out) {
     for (const Plan& plan : row.plans) {
         printStages(plan, out);
         printBoots(plan, out);

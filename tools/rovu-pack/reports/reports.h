@@ -12,7 +12,10 @@ void printFindings(const Findings& findings, FILE* out);
 /// Prints how many there are of each severity.
 void printCounts(const Findings& findings, FILE* out);
 
-/// Prints the plan for one device, on either active set.
+/// Prints what one device decides, and whether its room is enough.
+void printChoices(const FleetRow& row, FILE* out);
+
+/// Prints the plan for one device, on either active set, with all commands.
 void printPlan(const FleetRow& row, FILE* out);
 
 /// Prints two tables with a row for each device: what boots afterwards, and what the update takes.

@@ -6,12 +6,14 @@
 
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/pkcs12.h>
 #include <openssl/x509.h>
 
 namespace {
 
 using Key = Handle<EVP_PKEY, EVP_PKEY_free>;
 using Certificate = Handle<X509, X509_free>;
+using Bundle = Handle<PKCS12, PKCS12_free>;
 
 constexpr char kDerSequence = 0x30;  // the first byte of a key in DER
 constexpr int kAsn1Error = 0x80;     // in what ASN1_get_object() returns
@@ -32,6 +34,10 @@ bool isDerPublic(DerBytes der) {
 
 bool isDerCertificate(DerBytes der) {
     return Certificate(d2i_X509(nullptr, &der.start, der.size)) != nullptr;
+}
+
+bool isBundle(DerBytes der) {
+    return Bundle(d2i_PKCS12(nullptr, &der.start, der.size)) != nullptr;
 }
 
 // Its first byte is that of the digit 0 too: the length must be that of the file.
@@ -70,6 +76,9 @@ const Kind kKinds[] = {
     {nullptr, isDerPrivate, true, "a private key in DER",
      "convert it: openssl pkey -inform DER -in FILE -out KEY.pem",
      "keep it secret, and make its public half: openssl pkey -inform DER -in FILE -pubout -out rovu_pub.pem"},
+    {nullptr, isBundle, true, "a private key with its certificate, in PKCS#12",
+     "extract the key: openssl pkcs12 -in FILE -nocerts -out KEY.pem",
+     "keep it secret, and extract the certificate: openssl pkcs12 -in FILE -nokeys"},
     {nullptr, isDerPublic, false, "a public key in DER", kGivePrivate,
      "convert it: openssl pkey -pubin -inform DER -in FILE -out rovu_pub.pem"},
     {nullptr, isDerCertificate, false, "a certificate in DER", kGivePrivate,

@@ -30,7 +30,8 @@ struct TarFacts {
     uint64_t size = 0;     // bytes
     bool opened = false;   // `members` are its own
     std::vector<TarMember> members;
-    uint64_t lebSize = 0;  // bytes of the erase blocks that the image, a UBIFS, is for; 0: not known
+    std::string processor;  // that the image is for; empty: not known
+    uint64_t lebSize = 0;   // bytes of the erase blocks that the image, a UBIFS, is for; 0: not known
 
     /// Bytes of the file; if it is not at hand, those that the spec allows; 0: not known.
     uint64_t expectedSize() const;

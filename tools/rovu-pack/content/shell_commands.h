@@ -1,0 +1,29 @@
+// The simple commands of a script, as far as they can be told without running it.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// In place of what is not known of a word before the script runs.
+constexpr char kUnknownPart = '\1';
+
+struct ShellCommand {
+    std::vector<std::string> words;    // without quotes; a variable that holds a literal stands as that
+    std::vector<std::string> targets;  // files that its output goes to
+    size_t line;                       // of the script, from 1
+};
+
+struct ShellVariable {
+    std::string name;
+    size_t line;
+};
+
+struct ShellScript {
+    std::vector<ShellCommand> commands;  // those of substitutions too
+    std::vector<ShellVariable> unset;    // uses of a variable that nothing sets, as far as that is certain
+    std::string code;                    // its lines without comments, here-documents and what is quoted
+};
+
+/// Reads a script by the rules for words and quotes. It knows little grammar: what is in doubt is left unknown.
+ShellScript readScript(const std::string& script);
