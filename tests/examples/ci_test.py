@@ -11,7 +11,7 @@ from world import EXAMPLES, World
 BAD = [
     ("echo 'echo no room; exit 1' >update/save.sh", 1, "no room"),
     ("echo 'if true' >update/save.sh", 1, "script-syntax"),
-    ("echo 'fw_setenv bootswitcher 0A0A00; ubirmvol /dev/ubi0 -N k0_data' >update/save.sh", 1, "FAILS"),
+    ("echo 'fw_setenv bootswitcher 0A0A00; ubirmvol /dev/ubi0 -N k0_data' >update/save.sh", 1, "script-danger"),
     ("echo 'takes model=RV-22,kernel=3.10.51,rootfs=2.4' >>update/devices", 1, "device-refuses"),
     ("echo 'takes model=RV-21,kernel=3.10.51,rootfs=2.4,tmp=1M' >>update/devices", 1, "room-tmp"),
     ("echo 'refuses model=RV-21,kernel=3.10.51,rootfs=2.4' >>update/devices", 1, "should refuse the update"),

@@ -9,7 +9,7 @@
 --       --base-url http://updates.example/2.5 --set kernel=3.10.53 --set rootfs=2.5.0 --set images=../images
 --   rovu-pack check dependency-ranges/www/update.lua --files dependency-ranges/www --pub keys/rovu_pub.pem \
 --       --device model=RV-20,kernel=3.10.51,rootfs=2.4.1,inactive-kernel=3.10.51 \
---       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1
+--       --device model=RV-21,kernel=3.10.49-2,rootfs=2.4.1
 --   rovu-pack rehearse dependency-ranges/www/update.lua --files dependency-ranges/www --pub keys/rovu_pub.pem \
 --       --device model=RV-20,kernel=3.10.51,rootfs=2.4.1 --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 \
 --       --device model=RV-20,kernel=3.8.13,rootfs=2.4.1 --device model=RV-30,kernel=3.10.51,rootfs=2.4.1
