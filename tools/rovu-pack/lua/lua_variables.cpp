@@ -88,9 +88,9 @@ Fault parseVariables(const std::vector<std::string>& assignments, LuaVariables* 
         if (equals == std::string::npos) return {EINVAL, head + "NAME=VALUE is required"};
         if (!isLuaName(name))
             return {EINVAL, head + "a name has letters, digits and underscores, and begins with no digit"};
-        if (equals + 1 == assignment.size()) return {EINVAL, head + "the value is empty"};
+        if (equals + 1 == assignment.size()) return {EINVAL, head + "the value is empty; give one"};
         if (!variables->values.emplace(name, assignment.substr(equals + 1)).second)
-            return {EINVAL, head + "the name is there twice"};
+            return {EINVAL, head + "the name is there twice; keep one"};
     }
     return {};
 }
