@@ -1,6 +1,7 @@
 // The manual pages and the completions of the tools know every command and every option that the program takes, and no
 // other.
 
+#include "finding.h"
 #include "support/program.h"
 #include "support/scratch.h"
 
@@ -106,6 +107,19 @@ TEST_F(OptionTexts, AreInHelpManualAndCompletions) {
                 EXPECT_EQ(matches(section, "^\\.[A-Z]+ .*(" + option + ")(?![a-z-])").size(), 1U) << option;
         }
     }
+}
+
+TEST_F(OptionTexts, FindingsAreInTheManualAndCounted) {
+    const std::string manual = readWholeFile(ROVU_PACK_SOURCE "/rovu-pack.1");
+    for (int code = 0; code < eFindingCodeCount; ++code) {
+        Findings findings;
+        const Finding& finding = findings.add(static_cast<FindingCode>(code), {}, "");
+        const std::string row = std::string("\n") + findingCodeText(finding.code) + "\t" +
+                                severityText(finding.severity) + "\tT{\n";
+        EXPECT_NE(manual.find(row), std::string::npos) << row;
+    }
+    const std::string count = "| " + std::to_string(eFindingCodeCount) + " kinds of findings";
+    EXPECT_NE(readWholeFile(ROVU_PACK_SOURCE "/../../README.md").find(count), std::string::npos) << count;
 }
 
 }  // namespace
