@@ -22,10 +22,11 @@ LoopbackPort::~LoopbackPort() {
     close(fd);
 }
 
-WebServer::WebServer() : port_(true) {
+WebServer::WebServer(bool answersRanges) : port_(true) {
     const std::string& prefix = scratch_.path;
     std::string text = "daemon off; user root; error_log error.log; pid nginx.pid; events {} http {\n"
                        "log_format plain '$uri $status'; access_log access.log plain;\n";
+    if (!answersRanges) text += "max_ranges 0;\n";
     // Without these nginx would use the directories of the host's own server.
     for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
         text += std::string(kind) + "_temp_path temp;\n";

@@ -26,7 +26,8 @@ public:
 /// A web server with a directory of its own. It ends with the scope.
 class WebServer {
 public:
-    WebServer();
+    /// \param answersRanges false: a request for a part of a file brings all of it.
+    explicit WebServer(bool answersRanges = true);
     ~WebServer();
 
     /// Where a file must stand to be served, and how it is asked for.

@@ -24,6 +24,7 @@ struct Draft {
     bool knowsKey = true;
     bool hasFiles = true;
     bool hasSecrets = false;
+    bool isFetched = false;
     Strings devices;  // kinds, as --device takes them
 };
 
@@ -95,6 +96,21 @@ Edits renamed(const std::string& name) {
             shell("tar -xf kernel && mv kernel.img " + name + " && tar -cf kernel " + name)};
 }
 
+// The kernel alone, from a server of its own that has it as "kernel".
+Edit fetched(const std::string& name, bool answersRanges = true) {
+    return [=](Draft* draft) {
+        static const WebServer whole(false);
+        static const WebServer parts(true);
+        const WebServer& server = answersRanges ? parts : whole;
+        draft->update.steps = {"kernel"};
+        draft->update.images.at("kernel").fields["url"] = "'" + server.url() + "/" + name + "'";
+        const std::string folder = "'" + server.directory() + "'";
+        draft->script =
+            "mkdir -p " + folder + " && cp kernel " + folder + " && printf x >" + folder + "/other";
+        draft->isFetched = true;
+    };
+}
+
 const Edit kEncrypted = [](Draft* draft) { draft->update.fileKey = sampleFileKey(); };
 const Edit kUnsigned = [](Draft* draft) { draft->isUnsigned = true; };
 const Edit kWithoutKey = [](Draft* draft) { draft->knowsKey = false; };
@@ -138,6 +154,7 @@ struct Sample {
         if (draft.hasFiles) options.files.folder = at + "/files";
         for (const std::string& kind : draft.devices)
             EXPECT_FALSE(parseDeviceKind(kind, &options.devices.emplace_back()));
+        options.fetches = draft.isFetched;
         if (draft.hasSecrets) options.files.secrets = at + "/preshared";
     }
 
@@ -364,6 +381,9 @@ const FindingRow kFindingRows[] = {
     {eFileUnnamed,
      {kernel("url", "'http://h/u/k.tar'"), shell("cp kernel k.tar; cp kernel old.tar")},
      {kernel("url", "'http://h/u/k.tar'"), shell("cp kernel k.tar; cp kernel old.txt")}},
+    {eFetchFails, {fetched("none")}, {fetched("kernel")}},
+    {eFetchNoRange, {fetched("kernel", false)}, {fetched("kernel")}},
+    {eDigestMismatch, {fetched("other")}, {fetched("kernel")}},
     {eTarMissing, {shell("mkdir v && mv kernel v")}, {shell("mkdir u && mv kernel u")}},
     {eTarUnreadable, {shell("chmod o-r kernel")}, {shell("chmod u=r,g=,o=r kernel")}},
     {eTarNotOpened,

@@ -41,7 +41,7 @@ _rovu_pack() {
     attach) options='--pub --help' ;;
     inspect) options='--pub --json --help' ;;
     check)
-        options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --verbose --strict --json --help'
+        options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --fetch --verbose --strict --json --help'
         ;;
     rehearse)
         options='--pub --unsigned --files --secrets --model --kernel --rootfs --device --rovu --health --script-limit --host-tools --help'

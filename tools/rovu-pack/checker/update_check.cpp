@@ -4,6 +4,7 @@
 #include "key_files.h"
 #include "rules.h"
 #include "served_keys.h"
+#include "server.h"
 #include "tar_archive.h"
 
 #include <algorithm>
@@ -110,6 +111,9 @@ Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
         findings->append(applyRules(spec));
         if (Fault fault = gatherTars(spec, options.files, &files)) return fault;
         findings->append(files.findings);
+        if (options.fetches) {
+            if (Fault fault = checkServer(spec, files.tars, findings)) return fault;
+        }
         result->room = roomForAll(spec, files.tars);
         if (!isRoomKnown(options.devices)) findings->append(reportRoom(spec, result->room));
     }

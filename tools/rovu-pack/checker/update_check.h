@@ -12,6 +12,7 @@ struct CheckOptions {
     SignatureUse signatureUse;
     FileOptions files;  // an empty folder: files are not looked at
     std::vector<DeviceKind> devices;
+    bool fetches = false;  // the tars are asked for at their URLs too
 };
 
 struct CheckResult {

@@ -166,6 +166,8 @@ CLI::App* addCheck(CLI::App* app, CheckCommandOptions* options) {
         ->type_name("FILE");
     addFileOptions(command, &options->check);
     addDeviceOptions(command, options);
+    command->add_flag("--fetch", options->check.fetches,
+                      "Fetch the tars from their server too, as a device does; nothing is kept");
     command->add_flag("-v,--verbose", options->verbose, "Print the states and commands of the plan too");
     command->add_flag("--strict", options->strict, "Warnings count for the exit status too");
     command->add_flag("--json", options->json, "Print everything as JSON");

@@ -105,6 +105,8 @@ constexpr CatalogueEntry kCatalogue[] = {
      "Take it out of the folder. If it has been served, encrypt with another secret from now on."},
     {"secrets-odd", eWarning, "Give the devices' key file; \"rovu-pack secret\" makes one."},
     {"file-unnamed", eNote, "Take it out of the folder, if no other spec names it."},
+    {"fetch-fails", eError, "Let the server give the file itself under this URL, or fix the URL."},
+    {"fetch-no-range", eWarning, "Let the server answer requests for a range, as nginx does for files."},
     {"tar-missing", eError, "Put the file there, or fix the URL."},
     {"tar-unreadable", eNote, "Make the file readable for the web server, as chmod a+r does."},
     {"tar-not-opened", eNote, "Give the device's key file with --secrets."},

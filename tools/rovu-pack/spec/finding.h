@@ -80,6 +80,8 @@ enum FindingCode {
     eSecretServed,
     eSecretsOdd,
     eFileUnnamed,
+    eFetchFails,
+    eFetchNoRange,
     eTarMissing,
     eTarUnreadable,
     eTarNotOpened,

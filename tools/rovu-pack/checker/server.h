@@ -1,0 +1,12 @@
+// The files as their server gives them to a device.
+
+#pragma once
+
+#include "fault.h"
+#include "finding.h"
+#include "tars.h"
+
+/// Fetches each tar from its URL, as a device does: without following redirects, to its limit, and a part of it again, as
+/// after a broken transfer. Nothing is kept.
+/// \return EINTR, or a fault of libcurl itself.
+Fault checkServer(const SpecView& spec, const Tars& tars, Findings* findings);
