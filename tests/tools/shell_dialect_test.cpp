@@ -1,5 +1,6 @@
 // Lines of scripts that the shell of BusyBox takes otherwise than bash.
 
+#include "shell_dangers.h"
 #include "shell_dialect.h"
 
 #include <gtest/gtest.h>
@@ -79,6 +80,57 @@ TEST(ShellDialect, TestBeforeAndAtTheEndDecidesTheExitStatus) {
         SCOPED_TRACE(row.script);
         EXPECT_EQ(endsInTest(row.script), row.ends);
     }
+}
+
+// What is found in a script, and on which line; a variable that nothing sets as "$NAME".
+std::string dangersOf(const std::string& script) {
+    std::string text;
+    std::vector<ScriptConstruct> found = findDangers(script);
+    for (const ScriptConstruct& construct : findForeignText(script))
+        found.push_back(construct);
+    for (const ScriptConstruct& construct : found)
+        text +=
+            std::to_string(construct.lines.front()) + " " + std::string(construct.name).substr(0, 12) + ";";
+    for (const auto& [name, line] : findUnset(script))
+        text += std::to_string(line) + " $" + name + ";";
+    return text;
+}
+
+TEST(ShellDangers, AreSeenThroughQuotesVariablesAndSubstitutions) {
+    const struct {
+        const char* script;
+        const char* found;
+    } rows[] = {
+        {"D=/dev/mtd\nif x; then nandwrite -p \"${D}1\" a; fi", "2 a write to r;"},
+        {"x=$(cat a >/dev/mtdblock0)", "1 a write to r;"},
+        {"echo `dd if=a of=/dev/mmcblk0`", "1 a write to r;"},
+        {"tee '/dev/mtd0' <a; cp a /dev/sda", "1 a write to r;"},
+        {"V=boot\nfw_setenv ${V}switcher 1", "2 bootswitcher;"},
+        {"ubirmvol /dev/ubi0 -n 3; ubirmvol /dev/ubi0 -N app", "1 a removal of;"},
+        {"cd / && rm -fr /overlay/.", "1 a removal of;"},
+        {"for f in /app0/secrets; do\nmv $f /tmp; done", "2 a removal of;"},
+        {"busybox killall rovu", "1 an end of ro;"},
+        {"echo \"$A\nb$(echo $C)\"", "1 $A;2 $C;"},
+        {"rm \xE2\x80\x93rf a\necho 'CHANGE_ME'", "1 a dash in pl;2 a placeholde;"},
+        {"echo \xE2\x80\x9C"
+         "a",
+         "1 a typographi;"},
+        {"dd if=/dev/mtd0 of=a; cat </dev/mtd1 2>/dev/null >&2; flash_lock /dev/mtd0", ""},
+        {"fw_printenv bootswitcher; fw_setenv a bootswitchers; ubirmvol /dev/ubi0 -N app", ""},
+        {"mv a /etc/ssh/rovu_pub.pem; rm -rf /etc/ssh.old /app0/cache/* /tmp/x; rm /etc/x", ""},
+        {"cat <<'E' >a\ndd of=/dev/mtd0\necho $A\nE\n# dd of=/dev/mtd0 \xE2\x80\x9C", ""},
+        {"read -r A B <c; for D in 1 2; do :; done; echo $A$B$D$? \"$@\" $# $$ '$X' \\$Y $((Z))", ""},
+        {"[ -n \"$A\" ] && b $A; echo ${C:-d} ${E:=f} $E; export G=1; local H; while getopts a I; do c $G$H$I; done",
+         ""},
+        {". ./a\necho $B", ""},
+        {"case $1 in a) echo \xE2\x80\x93 b;; esac; echo a@b.c @ A@; echo \"\xE2\x80\x9C\"", ""},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(dangersOf(row.script), row.found) << row.script;
+    std::string deep;
+    for (int i = 0; i < 300000; ++i)
+        deep += "$(";
+    EXPECT_EQ(dangersOf(deep), "");
 }
 
 }  // namespace

@@ -94,9 +94,14 @@ std::string constructsText(const std::vector<ScriptConstruct>& constructs, Scrip
 
 void checkVariables(const std::string& bytes, const std::string& name, const FindingPlace& place,
                     Findings* findings) {
+    constexpr size_t kMost = 5;
     std::string text;
-    for (const auto& [variable, line] : findUnset(bytes))
+    size_t count = 0;
+    for (const auto& [variable, line] : findUnset(bytes)) {
+        if (++count > kMost) continue;
         text += (text.empty() ? "" : ", ") + variable + " (line " + std::to_string(line) + ")";
+    }
+    if (count > kMost) text += ", ...";
     if (!text.empty()) findings->add(eScriptUnset, place, name + " uses what nothing sets: " + text + ".");
 }
 

@@ -64,7 +64,7 @@ private:
         const char c = text[at];
         if (c == '\n') return endLine(text, at);
         if (c == ' ' || c == '\t' || c == '\r') return endWord(), note(c), at + 1;
-        if (c == '#' && !inWord_) return std::min(text.find('\n', at), text.size());
+        if (c == '#' && !place_.inWord) return std::min(text.find('\n', at), text.size());
         if (c == '\\') return escape(text, at);
         if (c == '\'') return singleQuoted(text, at + 1);
         if (c == '"') return doubleQuoted(text, at + 1);
@@ -84,8 +84,8 @@ private:
     void note(char c) { script_->code += c; }
 
     void put(char c) {
-        inWord_ = true;
-        word_ += c;
+        place_.inWord = true;
+        place_.word += c;
     }
 
     size_t endLine(const std::string& text, size_t at) {
@@ -93,8 +93,8 @@ private:
         note('\n');
         ++line_;
         ++at;
-        for (; !endsOfDocuments_.empty(); endsOfDocuments_.erase(endsOfDocuments_.begin()))
-            at = skipDocument(text, at, endsOfDocuments_.front());
+        for (; !place_.endsOfDocuments.empty(); place_.endsOfDocuments.erase(place_.endsOfDocuments.begin()))
+            at = skipDocument(text, at, place_.endsOfDocuments.front());
         return at;
     }
 
@@ -122,7 +122,7 @@ private:
     }
 
     size_t singleQuoted(const std::string& text, size_t at) {
-        inWord_ = true;
+        place_.inWord = true;
         for (; at < text.size() && text[at] != '\''; ++at)
             putQuoted(text[at]);
         return at + 1;
@@ -136,7 +136,7 @@ private:
     }
 
     size_t doubleQuoted(const std::string& text, size_t at) {
-        inWord_ = true;
+        place_.inWord = true;
         while (at < text.size() && text[at] != '"') {
             if (text[at] == '\\' && at + 1 < text.size()) {
                 putQuoted(text[at + 1]);
@@ -172,15 +172,19 @@ private:
         return std::min(at, text.size());
     }
 
+    // What is nested deeper than anybody writes stays unread.
     void substitute(const std::string& inside) {
-        Reader inner(script_);
-        inner.set_ = set_;
-        inner.values_ = values_;
-        inner.read(inside, line_);
-        uses_.insert(uses_.end(), inner.uses_.begin(), inner.uses_.end());
-        set_.insert(inner.set_.begin(), inner.set_.end());
-        isOpen_ = isOpen_ || inner.isOpen_;
-        line_ += static_cast<size_t>(std::count(inside.begin(), inside.end(), '\n'));
+        constexpr size_t kDeepest = 20;
+        const size_t line = line_ + static_cast<size_t>(std::count(inside.begin(), inside.end(), '\n'));
+        if (depth_ < kDeepest) {
+            Place outer;
+            std::swap(outer, place_);
+            ++depth_;
+            read(inside, line_);
+            --depth_;
+            std::swap(outer, place_);
+        }
+        line_ = line;
         put(kUnknownPart);
     }
 
@@ -234,21 +238,22 @@ private:
     void use(const std::string& name) {
         uses_.push_back({name, line_});
         const auto known = values_.find(name);
-        inWord_ = true;
-        word_ += known == values_.end() ? std::string(1, kUnknownPart) : known->second;
+        place_.inWord = true;
+        place_.word += known == values_.end() ? std::string(1, kUnknownPart) : known->second;
     }
 
     size_t redirection(const std::string& text, size_t at) {
-        const bool isNumber = !word_.empty() && word_.find_first_not_of("0123456789") == std::string::npos;
-        if (isNumber) word_.clear(), inWord_ = false;
+        const bool isNumber =
+            !place_.word.empty() && place_.word.find_first_not_of("0123456789") == std::string::npos;
+        if (isNumber) place_.word.clear(), place_.inWord = false;
         endWord();
         note(' ');
         if (text.compare(at, 2, "<<") == 0 && text.compare(at, 3, "<<<") != 0) return document(text, at + 2);
-        pending_ = text[at] == '>' ? eTarget : eSource;
+        place_.pending = text[at] == '>' ? eTarget : eSource;
         while (at < text.size() && std::string("<>|").find(text[at]) != std::string::npos)
             ++at;
         if (at < text.size() && text[at] == '&') {
-            pending_ = eSource;
+            place_.pending = eSource;
             ++at;
         }
         return at;
@@ -261,32 +266,33 @@ private:
         for (; at < text.size() && std::string(" \t\n;|&<>)").find(text[at]) == std::string::npos; ++at) {
             if (std::string("'\"\\").find(text[at]) == std::string::npos) end += text[at];
         }
-        endsOfDocuments_.push_back(end);
+        place_.endsOfDocuments.push_back(end);
         return at;
     }
 
     void endWord() {
-        if (!inWord_) return;
-        if (pending_ == eTarget) command_.targets.push_back(word_);
-        if (pending_ == eWord) {
-            if (command_.words.empty()) command_.line = line_;
-            command_.words.push_back(word_);
+        if (!place_.inWord) return;
+        if (place_.pending == eTarget) place_.command.targets.push_back(place_.word);
+        if (place_.pending == eWord) {
+            if (place_.command.words.empty()) place_.command.line = line_;
+            place_.command.words.push_back(place_.word);
         }
-        pending_ = eWord;
-        word_.clear();
-        inWord_ = false;
+        place_.pending = eWord;
+        place_.word.clear();
+        place_.inWord = false;
     }
 
     void endCommand() {
         endWord();
-        pending_ = eWord;
-        Words& words = command_.words;
+        place_.pending = eWord;
+        Words& words = place_.command.words;
         while (!words.empty() && (kPrefixes.count(words.front()) != 0 || assign(words.front())))
             words.erase(words.begin());
         if (!words.empty()) noteSetting(words);
-        if (!words.empty() || !command_.targets.empty()) script_->commands.push_back(command_);
-        command_ = {};
-        command_.line = line_;
+        if (!words.empty() || !place_.command.targets.empty()) script_->commands.push_back(place_.command);
+        place_.command = {};
+        place_.command.line = line_;
+        place_.firstUse = uses_.size();
     }
 
     // "NAME=value"; a second value makes the variable unknown.
@@ -326,19 +332,26 @@ private:
 
     // Those of the command that ends.
     void allowLastUses() {
-        for (auto use = uses_.rbegin(); use != uses_.rend() && use->line >= command_.line; ++use)
-            set_.insert(use->name);
+        for (size_t i = place_.firstUse; i < uses_.size(); ++i)
+            set_.insert(uses_[i].name);
     }
 
     enum Pending { eWord, eTarget, eSource };
 
+    // Where the reader is in a command; a substitution has one of its own.
+    struct Place {
+        std::string word;
+        bool inWord = false;
+        Pending pending = eWord;  // what the next word is
+        ShellCommand command = {{}, {}, 1};
+        Words endsOfDocuments;  // of this line
+        size_t firstUse = 0;    // of the command, among `uses_`
+    };
+
     ShellScript* script_;
     size_t line_ = 1;
-    std::string word_;
-    bool inWord_ = false;
-    Pending pending_ = eWord;  // what the next word is
-    ShellCommand command_ = {{}, {}, 1};
-    Words endsOfDocuments_;  // of this line
+    size_t depth_ = 0;
+    Place place_;
     std::map<std::string, std::string> values_;
     std::set<std::string> set_;
     std::vector<ShellVariable> uses_;

@@ -194,9 +194,9 @@ std::vector<ScriptConstruct> findForeignText(const std::string& script) {
 
 std::vector<std::pair<std::string, size_t>> findUnset(const std::string& script) {
     std::vector<std::pair<std::string, size_t>> found;
+    std::set<std::string> names;
     for (const ShellVariable& use : readScript(script).unset) {
-        const auto isSame = [&use](const auto& other) { return other.first == use.name; };
-        if (std::none_of(found.begin(), found.end(), isSame)) found.emplace_back(use.name, use.line);
+        if (names.insert(use.name).second) found.emplace_back(use.name, use.line);
     }
     return found;
 }
