@@ -129,6 +129,7 @@ const Row kRows[] = {
 
     // tars and specs
     {"a tar as spec", "$CHECK out/kernel.tar", 2, "out/kernel.tar", "this is a tar", "give the spec"},
+    {"a FIFO as spec", "mkfifo f; $CHECK f", 2, "check: f", "it is a FIFO", kRegular},
     {"a FIFO as tar", "rm out/kernel.tar; mkfifo out/kernel.tar; $CHECK out/update.lua --files out", 1,
      "out/update.lua:7 1.url", "out/kernel.tar: it is a FIFO", kRegular},
     {"a truncated tar", "truncate -s 1024000 out/rootfs.tar; $CHECK out/update.lua --files out", 1,
