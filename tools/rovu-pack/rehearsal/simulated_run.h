@@ -43,12 +43,12 @@ struct SimulatedRun {
     std::vector<RanCommand> commands;
     std::vector<SimulatedVolume> before;
     std::vector<SimulatedVolume> after;
-    bool restarts = false;  // the device asked for its restart
-    unsigned nextSet = 0;   // that the boot loader starts
-    std::string bootFault;  // why that set does not start; empty: it does
-    std::string log;        // what the program said
+    bool restarts = false;          // the device asked for its restart
+    unsigned nextSet = 0;           // that the boot loader starts
+    std::string bootFault;          // why that set does not start; empty: it does
+    std::string log;                // what the program said
     std::vector<std::string> lost;  // files without which no update runs, and that are gone
-    int healthStatus = 0;   // of the command after the restart, if there was one
+    int healthStatus = 0;           // of the command after the restart, if there was one
     std::string healthLog;
 };
 
