@@ -28,6 +28,7 @@ std::optional<bool> understands(const std::vector<std::string>& shell, const std
     posix_spawn_file_actions_addopen(&actions, 0, path.c_str(), 0, 0);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", 1, 0);
     std::vector<char*> argv;
+    argv.reserve(shell.size() + 1);
     for (const std::string& word : shell)
         argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);

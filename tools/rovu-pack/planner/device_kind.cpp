@@ -57,8 +57,10 @@ Fault readPieces(const std::string& text, Values* values) {
             return refuse("\"" + name + "\" has whitespace in it: take it out");
         if (std::find(kNames.begin(), kNames.end(), name) == kNames.end()) {
             const std::string near = didYouMean(name, kNames);
-            return refuse("\"" + name + "\" is no word for a device" +
-                          (near.empty() ? "; known are " + listed(kNames) : near));
+            std::string why = "\"";
+            why.append(name).append("\" is no word for a device");
+            why += near.empty() ? "; known are " + listed(kNames) : near;
+            return refuse(why);
         }
         if (equals == std::string::npos || equals + 1 == piece.size())
             return refuse("\"" + name + "\" has no value: write " + name + "=...");

@@ -85,7 +85,7 @@ int writeRunFiles(const RunOptions& options, const std::string& stateDir) {
 
 // The device's /tmp, as this process knows it during the run.
 std::string tmpDuring(const Run& run) {
-    const std::string outside = run.stateDir + "/tmp";
+    std::string outside = run.stateDir + "/tmp";
     const std::vector<LimitedFolder>& limited = run.plan.namespaces.limited;
     for (size_t i = 0; i < limited.size() && i < run.handles.limited.size(); ++i) {
         if (limited[i].outside == outside) return pathOfLimited(run.handles.limited[i].get());
