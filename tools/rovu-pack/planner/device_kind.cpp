@@ -57,13 +57,11 @@ Fault readPieces(const std::string& text, Values* values) {
             return refuse("\"" + name + "\" has whitespace in it: take it out");
         if (std::find(kNames.begin(), kNames.end(), name) == kNames.end()) {
             const std::string near = didYouMean(name, kNames);
-            std::string why = "\"";
-            why.append(name).append("\" is no word for a device");
-            why += near.empty() ? "; known are " + listed(kNames) : near;
-            return refuse(why);
+            return refuse("\"" + name + "\" is no word for a device" +
+                          (near.empty() ? "; known are " + listed(kNames) : near));
         }
         if (equals == std::string::npos || equals + 1 == piece.size())
-            return refuse("\"" + name + "\" has no value: write " + name + "=...");
+            return refuse("\"" + name + "\" has no value: write one after its \"=\"");
         if (!values->emplace(name, piece.substr(equals + 1)).second)
             return refuse("\"" + name + "\" is there twice: keep one");
     }
