@@ -182,7 +182,7 @@ const Row kRows[] = {
      "known are model, kernel"},
     {"a space in a device", DEVICE "'model=RV-20, kernel=1,rootfs=1'", 2, "\" kernel\"",
      "has whitespace in it", "take it out"},
-    {"a word without a value", DEVICE KIND ",tmp=", 2, "\"tmp\"", "has no value", "write tmp=..."},
+    {"a word without a value", DEVICE KIND ",tmp=", 2, "\"tmp\"", "has no value", "write one after"},
     {"a word twice", DEVICE KIND ",tmp=1,tmp=2", 2, "\"tmp\"", "is there twice", "keep one"},
     {"a word that is missing", DEVICE "model=RV-20,kernel=1", 2, "\"rootfs\"", "is missing",
      "write rootfs=..."},

@@ -37,8 +37,8 @@ Fault simulatorFault(const std::string& what, int rc) {
 // LEBs of the six volumes that a new device has, and of the two that an update removes first.
 constexpr uint32_t kUsedLebs = 30;
 constexpr uint32_t kReplacedLebs = 12;
-// Of a whole device; a real one has less.
-constexpr const char* kLimits[] = {"memory=1G", "disk=1G", "processes=500"};
+// Of a whole device; a real one has less. A program under a sanitizer takes over a gibibyte.
+constexpr const char* kLimits[] = {"memory=4G", "disk=1G", "processes=500"};
 
 // As many as the kind says are free. If it says nothing, room for new volumes of any size.
 uint32_t lebsFor(const DeviceRoom& room, const Tars& tars) {
