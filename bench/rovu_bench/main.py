@@ -89,6 +89,8 @@ def main(usage):
     if options.results:
         results = read_results(options.results)
     else:
+        if os.geteuid() != 0:
+            raise SystemExit("bench/run: this needs root, for a file system in memory")
         if INSIDE not in os.environ:
             enter_own_namespace(sys.argv)
         results = measure_all(options)

@@ -4,6 +4,7 @@
 #include "rovu_sim/sandbox_paths.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <sys/wait.h>
@@ -20,6 +21,15 @@ std::string findProgram(const std::string& name) {
         if (!folder.empty() && access(path.c_str(), X_OK) == 0) return path;
     }
     return "";
+}
+
+bool readOutput(const std::string& command, std::string* output) {
+    FILE* stream = popen((command + " 2>/dev/null").c_str(), "r");
+    if (stream == nullptr) return false;
+    char part[4096];
+    for (size_t got = fread(part, 1, sizeof part, stream); got > 0; got = fread(part, 1, sizeof part, stream))
+        output->append(part, got);
+    return pclose(stream) == 0;
 }
 
 void becomeHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask) {

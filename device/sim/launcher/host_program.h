@@ -10,6 +10,10 @@ namespace rovusim {
 /// Where the host's PATH, or else the system's folders, have a program; empty: nowhere.
 [[nodiscard]] std::string findProgram(const std::string& name);
 
+/// What a command of the host's shell prints, with nothing of its errors.
+/// \return whether it succeeded.
+[[nodiscard]] bool readOutput(const std::string& command, std::string* output);
+
 /// Runs a program of the host, which prints nothing unless it fails, and waits for it.
 /// \return its exit status; another number if it did not start or did not exit.
 [[nodiscard]] int runHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask);

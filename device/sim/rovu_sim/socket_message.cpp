@@ -7,7 +7,7 @@
 namespace rovusim {
 namespace {
 
-constexpr size_t kMostDescriptors = 16;
+constexpr size_t kMostDescriptors = 64;
 
 struct Envelope {
     iovec payload = {};

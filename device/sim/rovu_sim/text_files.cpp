@@ -90,6 +90,22 @@ int makeDirectories(const std::string& path) {
     }
 }
 
+namespace {
+
+// A folder whose rights a script has taken cannot be emptied, but by root.
+void openFolders(const std::filesystem::path& folder) {
+    std::error_code ignored;
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all,
+                                 std::filesystem::perm_options::add, ignored);
+    for (std::filesystem::directory_iterator at(folder, ignored), end; !ignored && at != end;
+         at.increment(ignored)) {
+        if (at->symlink_status(ignored).type() == std::filesystem::file_type::directory)
+            openFolders(at->path());
+    }
+}
+
+}  // namespace
+
 int emptyDirectory(const std::string& path) {
     std::error_code error;
     std::vector<std::filesystem::path> entries;
@@ -97,6 +113,9 @@ int emptyDirectory(const std::string& path) {
         entries.push_back(at->path());
     for (const auto& entry : entries) {
         if (error) break;
+        const bool isFolder =
+            std::filesystem::symlink_status(entry, error).type() == std::filesystem::file_type::directory;
+        if (isFolder) openFolders(entry);
         std::filesystem::remove_all(entry, error);
     }
     return error.value();

@@ -22,9 +22,9 @@ namespace {
 
 constexpr size_t kMostInstructions = 4096;  // of a filter, by BPF_MAXINSNS
 
-int fail(const char* what, int error) {
+[[noreturn]] void fail(const char* what, int error) {
     fprintf(stderr, "rovu-sim: cannot %s: %s\n", what, strerror(error));
-    return error;
+    _exit(kExitSetupFailed);
 }
 
 int install(const sock_fprog& program, unsigned flags) {
@@ -112,10 +112,7 @@ void runInit(int argc, char** argv) {
     const int socket = atoi(argv[eWordSocket]), filter = atoi(argv[eWordFilter]);
     for (const int own : {socket, filter})
         fcntl(own, F_SETFD, FD_CLOEXEC);
-    if (int rc = handOverSyscalls(socket, filter); rc != 0) {
-        fail("hand over the system calls", rc);
-        _exit(kExitSetupFailed);
-    }
+    if (int rc = handOverSyscalls(socket, filter); rc != 0) fail("hand over the system calls", rc);
     sigset_t awaited;
     sigemptyset(&awaited);
     for (int signal : {SIGCHLD, SIGTERM, SIGINT})
@@ -123,10 +120,7 @@ void runInit(int argc, char** argv) {
     sigprocmask(SIG_BLOCK, &awaited, nullptr);  // bubblewrap lets SIGCHLD through
     if (chdir(argv[eWordFolder]) != 0 && chdir("/") != 0) _exit(kExitSetupFailed);
     const pid_t command = fork();
-    if (command < 0) {
-        fail("start a process", errno);
-        _exit(kExitSetupFailed);
-    }
+    if (command < 0) fail("start a process", errno);
     if (command == 0) runCommand(argv);
 
     int exitStatus = 0;

@@ -1,9 +1,9 @@
 // rovu-sim-tool: what stands inside a device for every simulated tool, and for the shell; the name by which it is
 // called selects the tool.
 //
-// It is process 1, too. As a tool, it sends its command line to the launcher, which records the call and does the work, and does
-// itself what only a process inside can do: become the real program, die by a signal, end others, change a node under
-// /dev.
+// It is process 1, too. As a tool, it sends its command line to the launcher, which records the call and does the work,
+// and does itself what only a process inside can do: become the real program, die by a signal, end others, change a node
+// under /dev.
 
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/tool_channel.h"

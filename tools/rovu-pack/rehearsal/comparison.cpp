@@ -1,11 +1,11 @@
 #include "comparison.h"
 
+#include "rovu_sim/sandbox_paths.h"
+
 #include <algorithm>
 #include <iterator>
 
 namespace {
-
-constexpr int kEndedByLimit = 124;  // exit status of rovu-sim
 
 using Words = std::vector<std::string>;
 
@@ -66,7 +66,7 @@ struct Comparer {
     bool foundLimit() {
         const std::string sign = "rovu-sim: ended: ";
         const size_t at = run.log.rfind(sign);
-        if (run.status != kEndedByLimit || at == std::string::npos) return false;
+        if (run.status != rovusim::kExitLimit || at == std::string::npos) return false;
         found.push_back(run.log.substr(at + sign.size(), run.log.find('\n', at) - at - sign.size()));
         return true;
     }

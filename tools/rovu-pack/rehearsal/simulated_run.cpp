@@ -7,6 +7,7 @@
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/progress_file.h"
+#include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
 
 #include <algorithm>
@@ -25,8 +26,7 @@ namespace {
 constexpr char kSpecUrl[] = "http://rehearsal.invalid/spec";
 constexpr char kPublicKeyPath[] = "/etc/ssh/rovu_pub.pem";
 constexpr char kSecretsPath[] = "/app0/secrets/rovu/preshared";
-constexpr int kMisused = 2;      // exit status of rovu-sim
-constexpr int kCannotRun = 125;  // of rovu-sim, from here on; 124: a limit ended the run
+constexpr int kMisused = 2;  // exit status of rovu-sim
 constexpr mode_t kFolderMode = 0755;
 
 Fault simulatorFault(const std::string& what, int rc) {
@@ -211,7 +211,7 @@ private:
         const std::string log = folder_ + "/log";
         if (Fault fault = runChild(words, log, &run->status)) return fault;
         if (Fault fault = readWholeFile(log, &run->log)) return fault;
-        if (run->status < kCannotRun && run->status != kMisused) return {};
+        if (run->status < rovusim::kExitSetupFailed && run->status != kMisused) return {};
         return {EIO, "rovu-sim could not run the update: " + run->log};
     }
 

@@ -12,8 +12,10 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <getopt.h>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace rovusim {
@@ -127,7 +129,12 @@ int resolveRoot(std::string* root) {
     if (root->empty() || *root == kHostRoot) return 0;
     if (realpath(root->c_str(), resolved) == nullptr) return cannot("use the root file system", *root, errno);
     *root = resolved;
-    return 0;
+    std::error_code error;
+    const std::filesystem::file_type kind = std::filesystem::status(resolved, error).type();
+    if (kind == std::filesystem::file_type::directory || kind == std::filesystem::file_type::regular)
+        return 0;
+    complain("--root, " + *root + ": neither a folder nor a regular file");
+    return EINVAL;
 }
 
 // All that the options name is read before anything is made, and a device that is not whole does not stay: the next

@@ -13,6 +13,7 @@
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/fault_rules.h"
 #include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/socket_message.h"
 #include "rovu_sim/state_lock.h"
 #include "rovu_sim/text_files.h"
 
@@ -33,7 +34,8 @@ namespace rovusim {
 namespace {
 
 constexpr int kLookMilliseconds = 200;
-constexpr int kLimitMilliseconds = 50;          // processes can multiply fast
+constexpr int kLimitMilliseconds = 50;
+constexpr unsigned kMostCalls = 64;             // of tools, that are answered at the same time
 constexpr useconds_t kStopMicroseconds = 5000;  // between two signals to the web server
 
 // What a run holds on the host until its end.
@@ -50,7 +52,8 @@ struct Run {
     ToolServer tools;
     Watch watch;
     LimitWatch limits;
-    pid_t web = -1;  // the web server
+    pid_t web = -1;      // the web server
+    unsigned calls = 0;  // of tools, that are being answered
     bool endsAtReboot = false;
     bool isRebooting = false;  // and ended for it
     std::string beyondLimit;   // and ended for it
@@ -152,7 +155,7 @@ int superviseSyscalls(const RunOptions& options, Run* run) {
     run->supervisor.skipWaits = options.noWait;
     run->supervisor.watchesProgram = !options.syscallRules.empty() || !options.countFile.empty();
     run->supervisor.program.watch(run->device.init, options.syscallRules);
-    return writeFully(run->device.socket.get(), "r", 1);
+    return sendMessage(run->device.socket.get(), "r", 1, {});
 }
 
 void failWithoutServer(Run* run) {
@@ -174,6 +177,7 @@ bool takeSignal(Run* run, int* exitStatus) {
     // The others are the tools' calls.
     for (pid_t ended = waitpid(-1, &status, WNOHANG); ended > 0; ended = waitpid(-1, &status, WNOHANG)) {
         if (ended == run->web) failWithoutServer(run);
+        if (ended != run->web && ended != run->device.outer && run->calls > 0) --run->calls;
         if (ended != run->device.outer) continue;
         *exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : kExitSignalBase + WTERMSIG(status);
         hasEnded = true;
@@ -200,7 +204,7 @@ void takeToolCall(Run* run) {
     const zem::Descriptor connection(accept4(run->tools.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!connection.isOpen()) return;
     timeCaller(connection.get(), run->supervisor.skippedMilliseconds, &run->limits);
-    answerTool(run->tools, connection.get());
+    if (answerTool(run->tools, connection.get())) ++run->calls;
 }
 
 int statusOf(const Run& run, int exitStatus) {
@@ -220,6 +224,8 @@ int superviseUntilEnd(Run* run) {
     const bool looksAgain = run->watch.changes.isOpen() || run->endsAtReboot;
     const int wait = isLimited ? kLimitMilliseconds : looksAgain ? kLookMilliseconds : -1;
     for (;;) {
+        // Each is a process of the host, of which a script must not make as many as it likes.
+        files[3].fd = run->calls < kMostCalls ? run->tools.listener.get() : -1;
         if (poll(files, std::size(files), wait) < 0 && errno != EINTR) {
             cannot("wait for", "the device", errno);
             kill(run->device.init, SIGKILL);

@@ -17,17 +17,12 @@ namespace rovusim {
 namespace {
 
 constexpr uint64_t kMebibyte = 1 << 20;
+constexpr int64_t kLookMilliseconds = 50;  // processes can multiply fast
 
 struct Usage {
     uint64_t processes = 0;
     uint64_t bytes = 0;
 };
-
-int64_t nowMilliseconds() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
 
 // Resident and not shared with a file. See proc(5), statm.
 uint64_t privateBytes(const std::string& process) {
@@ -81,11 +76,22 @@ bool hasEnded(const TimedProcess& timed) {
 
 }  // namespace
 
+int64_t nowMilliseconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
 void timeCaller(int connection, int64_t skippedMilliseconds, LimitWatch* watch) {
     if (watch->limits.scriptSeconds == 0) return;
     ucred peer = {};
     socklen_t size = sizeof peer;
     if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
+    // Once, however often it calls.
+    const auto isPeer = [&peer](const TimedProcess& one) {
+        return one.process == peer.pid && !hasEnded(one);
+    };
+    if (std::any_of(watch->timed.begin(), watch->timed.end(), isPeer)) return;
     TimedProcess timed;
     timed.process = peer.pid;
     timed.handle.reset(static_cast<int>(syscall(SYS_pidfd_open, peer.pid, 0)));
@@ -95,10 +101,13 @@ void timeCaller(int connection, int64_t skippedMilliseconds, LimitWatch* watch) 
 }
 
 std::string lookAtLimits(pid_t init, int64_t skippedMilliseconds, LimitWatch* watch) {
+    const int64_t now = nowMilliseconds();
+    if (now < watch->nextLook) return "";
+    watch->nextLook = now + kLookMilliseconds;
     std::vector<TimedProcess>& timed = watch->timed;
     timed.erase(std::remove_if(timed.begin(), timed.end(), hasEnded), timed.end());
     for (const TimedProcess& one : timed) {
-        if (nowMilliseconds() + skippedMilliseconds > one.mostMilliseconds)
+        if (now + skippedMilliseconds > one.mostMilliseconds)
             return nameOf(one.process) + " ran longer than " + std::to_string(watch->limits.scriptSeconds) +
                    " s";
     }

@@ -30,7 +30,11 @@ struct TimedProcess {
 struct LimitWatch {
     Limits limits;
     std::vector<TimedProcess> timed;
+    int64_t nextLook = 0;  // milliseconds of the monotonic clock
 };
+
+/// \return the monotonic clock in milliseconds.
+[[nodiscard]] int64_t nowMilliseconds();
 
 [[nodiscard]] inline bool isAnyLimit(const Limits& limits) {
     return limits.scriptSeconds != 0 || limits.memoryBytes != 0 || limits.processes != 0;
@@ -39,7 +43,7 @@ struct LimitWatch {
 /// Times the process that has just connected to `connection`.
 void timeCaller(int connection, int64_t skippedMilliseconds, LimitWatch* watch);
 
-/// Looks at all limits of the device whose process 1 is `init`.
+/// Looks at all limits of the device whose process 1 is `init`, unless it did a moment ago.
 /// \param skippedMilliseconds the waits that were skipped so far
 /// \return what goes beyond its limit, as a sentence; empty: nothing.
 [[nodiscard]] std::string lookAtLimits(pid_t init, int64_t skippedMilliseconds, LimitWatch* watch);

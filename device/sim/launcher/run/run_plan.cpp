@@ -40,8 +40,22 @@ bool isInside(const StartPlan& plan, const std::string& path) {
     const std::string kept = outsidePath(stateDir, path);
     if (!kept.empty()) return access(kept.c_str(), F_OK) == 0;
     const bool isShown = plan.sandbox.hasHostPrograms && path.compare(0, 5, "/usr/") == 0;
-    return (isShown && access(path.c_str(), F_OK) == 0) || openInRoot(stateDir, path, O_PATH).isOpen() ||
-           openInRoot(stateDir, path, O_PATH | O_NOFOLLOW).isOpen();
+    if (isShown && access(path.c_str(), F_OK) == 0) return true;
+    struct stat info;
+    const zem::Descriptor file = openInRoot(stateDir, path, O_PATH | O_NOFOLLOW);
+    // An empty file is where an earlier run has shown something.
+    return file.isOpen() && fstat(file.get(), &info) == 0 && (!S_ISREG(info.st_mode) || info.st_size > 0);
+}
+
+// Bubblewrap makes mount points, and follows links on its way to them. Those of an update's root must not lead it out.
+bool isBehindLink(const std::string& stateDir, const std::string& path) {
+    const zem::Descriptor root(open(rootTreeOf(stateDir).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    open_how how = {};
+    how.flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+    how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_SYMLINKS;
+    const zem::Descriptor file(
+        static_cast<int>(syscall(SYS_openat2, root.get(), path.c_str(), &how, sizeof how)));
+    return !file.isOpen() && errno == ELOOP;
 }
 
 // Without dots and doubled slashes, but with symbolic links unchanged: the path must be the same inside.
@@ -64,9 +78,13 @@ int planBind(const std::string& path, SandboxPlan* sandbox) {
         stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && (info.st_mode & 0111) != 0;
     const HandedProgram handed =
         isProgram && !sandbox->hasHostPrograms ? handProgram(path, path) : HandedProgram();
-    const std::string script = isProgram ? starterOf(handed) : "";
+    const std::string script = starterOf(handed);
+    if (!sandbox->hasHostPrograms && isBehindLink(sandbox->stateDir, path)) {
+        complain("cannot show " + path + ": a link of the device's root file system stands in its way");
+        return ELOOP;
+    }
     sandbox->binds.push_back(path);
-    if (handed.files.size() < 2) return 0;
+    if (script.empty()) return 0;
     const std::string starter = sandbox->stateDir + "/run/start" + std::to_string(sandbox->files.size());
     if (int rc = replaceTextFile(starter, script); rc != 0) return cannot("write", starter, rc);
     if (chmod(starter.c_str(), 0755) != 0) return cannot("write", starter, errno);

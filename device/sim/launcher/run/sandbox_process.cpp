@@ -4,7 +4,6 @@
 #include "launcher/message.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/socket_message.h"
-#include "rovu_sim/text_files.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -21,13 +20,10 @@
 namespace rovusim {
 namespace {
 
-constexpr size_t kMostHandles = 16;
-
 // What the new process says before it becomes bubblewrap.
 struct Entered {
-    uint32_t limited =
-        0;  // of the descriptors that come with it, so many are tmpfs; the last is for bubblewrap's news
-    bool hasUserNamespace = false;
+    // Of the descriptors that come with it, so many are tmpfs; the last is for bubblewrap's news.
+    uint32_t limited = 0;
 };
 
 std::string maskText(const sigset_t& mask) {
@@ -52,14 +48,14 @@ void keepOpen(int fd) {
     if (fd >= 0) fcntl(fd, F_SETFD, 0);
 }
 
-int sendHandles(int socket, const SandboxHandles& handles, int news, bool hasUserNamespace) {
+int sendHandles(int socket, const SandboxHandles& handles, int news) {
     std::vector<int> passed;
     for (const auto* list : {&handles.limited, &handles.listeners}) {
         for (const zem::Descriptor& handle : *list)
             passed.push_back(handle.get());
     }
     passed.push_back(news);
-    const Entered entered = {static_cast<uint32_t>(handles.limited.size()), hasUserNamespace};
+    const Entered entered = {static_cast<uint32_t>(handles.limited.size())};
     return sendMessage(socket, &entered, sizeof entered, passed);
 }
 
@@ -77,10 +73,12 @@ int sendHandles(int socket, const SandboxHandles& handles, int news, bool hasUse
     // earlier, and says why.
     const rlimit processes = {2 * plan.mostProcesses, 2 * plan.mostProcesses};
     if (plan.mostProcesses != 0) setrlimit(RLIMIT_NPROC, &processes);
-    if (pipe2(news, O_CLOEXEC) != 0 || sendHandles(socket, handles, news[0], hasUserNamespace) != 0 ||
+    if (pipe2(news, O_CLOEXEC) != 0 || sendHandles(socket, handles, news[0]) != 0 ||
         read(socket, &go, 1) != 1)
         _exit(kExitSetupFailed);
-    for (const int fd : {socket, plan.filter.get(), plan.output, news[1]})
+    // Not close-on-exec, and under the number that the filter knows.
+    if (dup2(socket, kSocketNumber) < 0) _exit(kExitSetupFailed);
+    for (const int fd : {plan.filter.get(), plan.output, news[1]})
         keepOpen(fd);
     const std::vector<std::string> words =
         bubblewrapCommand(plan.sandbox, hasUserNamespace, news[1], initCommand(plan));
@@ -107,9 +105,7 @@ int startSandbox(const StartPlan& plan, SandboxProcess* process, SandboxHandles*
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
         return cannot("make", "a socket pair", errno);
     process->socket.reset(ends[0]);
-    zem::Descriptor theirs(fcntl(ends[1], F_DUPFD_CLOEXEC, kSocketNumber));
-    close(ends[1]);
-    if (!theirs.isOpen()) return cannot("make", "a socket pair", errno);
+    zem::Descriptor theirs(ends[1]);
     const pid_t parent = getpid();
     process->outer = fork();
     if (process->outer < 0) return cannot("start", "a process", errno);
@@ -121,8 +117,7 @@ int startSandbox(const StartPlan& plan, SandboxProcess* process, SandboxHandles*
     Entered entered;
     std::vector<zem::Descriptor> passed;
     if (int rc = receiveMessage(process->socket.get(), &entered, sizeof entered, &passed); rc != 0) return rc;
-    if (passed.size() < entered.limited + 1 || passed.size() > kMostHandles) return EPIPE;
-    process->hasUserNamespace = entered.hasUserNamespace;
+    if (passed.size() < entered.limited + 1) return EPIPE;
     process->news = std::move(passed.back());
     passed.pop_back();
     for (size_t i = 0; i < passed.size(); ++i)
@@ -131,7 +126,7 @@ int startSandbox(const StartPlan& plan, SandboxProcess* process, SandboxHandles*
 }
 
 int enterDevice(SandboxProcess* process, zem::Descriptor* listener) {
-    if (int rc = writeFully(process->socket.get(), "g", 1); rc != 0) return rc;
+    if (int rc = sendMessage(process->socket.get(), "g", 1, {}); rc != 0) return rc;
     process->init = readInit(process->news.get());
     process->news.reset();
     char ready = 0;

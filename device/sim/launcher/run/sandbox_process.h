@@ -28,7 +28,6 @@ struct SandboxProcess {
     pid_t init = -1;         // process 1 of the device
     zem::Descriptor socket;  // to it
     zem::Descriptor news;    // what bubblewrap tells of it
-    bool hasUserNamespace = false;
 };
 
 /// Its number inside: one that no program there uses, for the filter exempts the socket also from the program's calls.

@@ -1,12 +1,12 @@
 #include "launcher/run/watch.h"
 
 #include "launcher/message.h"
+#include "launcher/run/limits.h"
 #include "rovu_sim/progress_file.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -21,12 +21,6 @@ constexpr const char* kPlain = "\033[0m";
 constexpr const char* kEraseLine = "\r\033[2K";
 
 enum class Mark { eRunning, eDone, eFailed };
-
-int64_t nowMilliseconds() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
 
 double secondsSince(int64_t start) {
     return static_cast<double>(nowMilliseconds() - start) / 1000.0;

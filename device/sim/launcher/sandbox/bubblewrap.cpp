@@ -4,10 +4,10 @@
 #include "launcher/sandbox/root_tree.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "rovu_sim/tool_names.h"
 #include "rovu_sim/volume_store.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>

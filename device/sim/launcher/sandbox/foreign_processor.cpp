@@ -1,5 +1,6 @@
 #include "launcher/sandbox/foreign_processor.h"
 
+#include "launcher/host_program.h"
 #include "launcher/message.h"
 #include "rovu_sim/text_files.h"
 #include "util/descriptor.h"
@@ -9,7 +10,6 @@
 #include <elf.h>
 #include <fcntl.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
 namespace rovusim {
 namespace {
@@ -92,15 +92,17 @@ std::string registration(const Header& header, const std::string& emulator) {
     return ":rovu-sim:M::" + escaped(magic) + ":" + escaped(mask) + ":" + emulator + ":F";
 }
 
-std::string findEmulator(const std::string& name) {
-    for (const char* folder : {"/usr/bin/", "/usr/local/bin/"}) {
-        std::string path = folder + name;
-        if (access(path.c_str(), X_OK) == 0) return path;
+// Whether a registration is one of this emulator that needs no path inside.
+bool isEnabled(const std::string& registration, const std::string& emulator) {
+    bool isOn = false, isOfIt = false, isOpen = false;
+    for (const std::string& line : splitLines(registration)) {
+        isOn = isOn || line == "enabled";
+        isOfIt = isOfIt || line == "interpreter " + emulator;
+        isOpen = isOpen || (line.compare(0, 7, "flags: ") == 0 && line.find('F', 7) != std::string::npos);
     }
-    return "";
+    return isOn && isOfIt && isOpen;
 }
 
-// Whether the host has an emulator registered that needs no path inside.
 bool hostHas(const std::string& emulator) {
     const std::string folder = "/proc/sys/fs/binfmt_misc";
     DIR* entries = opendir(folder.c_str());
@@ -108,13 +110,8 @@ bool hostHas(const std::string& emulator) {
     bool found = false;
     for (const dirent* entry = readdir(entries); entry != nullptr; entry = readdir(entries)) {
         std::string text;
-        if (readTextFile(folder + "/" + entry->d_name, &text) != 0) continue;
-        const size_t flags = text.find("\nflags: ");
-        found =
-            found ||
-            (text.compare(0, 8, "enabled\n") == 0 && text.find("/" + emulator + "\n") != std::string::npos &&
-             flags != std::string::npos &&
-             text.substr(flags + 8, text.find('\n', flags + 8) - flags - 8).find('F') != std::string::npos);
+        if (readTextFile(folder + "/" + entry->d_name, &text) == 0)
+            found = found || isEnabled(text, emulator);
     }
     closedir(entries);
     return found;
@@ -143,10 +140,10 @@ int registerProcessorOf(const std::string& program, bool hasUserNamespace, const
         complain("the device's programs are of a processor that is not known here");
         return ENOEXEC;
     }
-    const std::string emulator = findEmulator(name);
+    const std::string emulator = findProgram(name);
     // Without a user namespace, a registration would be one for the whole host.
     if (hasUserNamespace && !emulator.empty() && registerEmulator(header, emulator, scratch) == 0) return 0;
-    if (hostHas(name)) return 0;
+    if (!emulator.empty() && hostHas(emulator)) return 0;
     complain("the device's programs are of another processor, and " + name +
              (emulator.empty() ? ", which runs them, is not installed (Debian's package qemu-user-static)"
                                : " cannot be registered for it: that needs Linux 6.7, or Debian's packages "

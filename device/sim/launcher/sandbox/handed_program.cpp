@@ -1,24 +1,12 @@
 #include "launcher/sandbox/handed_program.h"
 
+#include "launcher/host_program.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/shell_words.h"
-
-#include <cstdio>
-#include <sstream>
+#include "rovu_sim/text_files.h"
 
 namespace rovusim {
 namespace {
-
-// What ldd prints; empty for a static program, a script, or a program of another processor.
-std::string listLibraries(const std::string& path) {
-    FILE* stream = popen(("ldd " + quoteForShell(path) + " 2>/dev/null").c_str(), "r");
-    if (stream == nullptr) return "";
-    std::string text;
-    char part[4096];
-    for (size_t got = fread(part, 1, sizeof part, stream); got > 0; got = fread(part, 1, sizeof part, stream))
-        text.append(part, got);
-    return pclose(stream) == 0 ? text : "";
-}
 
 std::string baseName(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
@@ -32,8 +20,10 @@ HandedProgram handProgram(const std::string& path, const std::string& argv0) {
     program.path = folder + "/" + baseName(path);
     program.files.emplace_back(path, program.path);
     std::string loader;
-    std::istringstream lines(listLibraries(path));
-    for (std::string line; std::getline(lines, line);) {
+    std::string listed;
+    // None of a static program, a script, or a program of another processor.
+    if (!readOutput("ldd " + quoteForShell(path), &listed)) listed.clear();
+    for (std::string line : splitLines(listed)) {
         // "name => /path (address)", or "/path (address)" for the loader
         line.erase(0, line.find_first_not_of(" \t"));
         const size_t arrow = line.find(" => /"), start = line.find('/');
@@ -57,7 +47,7 @@ HandedProgram handProgram(const std::string& path, const std::string& argv0) {
 }
 
 std::string starterOf(const HandedProgram& program) {
-    if (program.files.size() == 1) return "";
+    if (program.files.size() < 2) return "";
     std::string script = "#!/bin/sh\nexec";
     for (size_t i = 1; i < program.command.size(); ++i)
         script.append(" ").append(quoteForShell(program.command[i]));

@@ -23,11 +23,18 @@ int copyFiles(const std::string& from, const std::string& to) {
         if (error) break;
         if (!fs::is_regular_file(kind) && !fs::is_directory(kind) && !fs::is_symlink(kind)) continue;
         const std::string target = to + "/" + entry->path().filename().string();
+        // A script may have taken every right; as root inside it had them nevertheless.
+        if (!fs::is_symlink(kind))
+            fs::permissions(entry->path(), kind.permissions() | fs::perms::owner_all, error);
+        if (error) break;
         if (!fs::is_directory(kind)) {
             fs::copy(entry->path(), target, fs::copy_options::copy_symlinks, error);
-        } else if (fs::create_directory(target, entry->path(), error); !error) {
+        } else if (fs::create_directory(target, error); !error) {
             error.assign(copyFiles(entry->path().string(), target), std::generic_category());
         }
+        if (error || fs::is_symlink(kind)) continue;
+        for (const fs::path& both : {fs::path(target), entry->path()})
+            fs::permissions(both, kind.permissions(), error);
     }
     return error.value();
 }

@@ -38,7 +38,10 @@ unpack() {
         ;;
     # Device nodes are left out: a device's /dev is the simulator's.
     folder) tar -C /source --exclude=./dev/?* -cf - . | tar --no-same-owner -xpf - ;;
-    squashfs) unsquashfs -q -n -f -no-xattrs -no-exit-code -d /new /source >/dev/null ;;
+    # Without root it says of each device node that it needs root.
+    squashfs)
+        unsquashfs -q -n -f -no-xattrs -no-exit-code -d /new /source >/tmp/said 2>&1 || fail "$(tail -n 1 /tmp/said)"
+        ;;
     tar) tar --no-same-owner --exclude=./dev/?* --exclude=dev/?* -xpf /source ;;
     esac
 }
@@ -58,7 +61,11 @@ folder_of() { # folder_of NAME
 
 # What the simulator mounts on must be no link.
 plain_folder() { # plain_folder PATH
-    if [ -L "${1%%/*}" ] && [ "$1" != "${1%%/*}" ]; then fail "its /${1%%/*} is a link"; fi
+    parent=$1
+    while [ "$parent" != "${parent%/*}" ]; do
+        parent=${parent%/*}
+        if [ -L "$parent" ]; then fail "its /$parent is a link, and must be a folder"; fi
+    done
     if [ -L "$1" ] || [ -f "$1" ]; then rm "$1"; fi
 }
 

@@ -13,8 +13,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <initializer_list>
@@ -103,7 +101,12 @@ void add(std::vector<std::string>* words, std::initializer_list<std::string> mor
 std::vector<std::string> scriptCommand(const RootSource& source, const std::string& target) {
     std::vector<std::string> words = {"bwrap", "--unshare-all", "--die-with-parent", "--new-session",
                                       "--clearenv"};
-    add(&words, {"--setenv", "PATH", kRealPath, "--ro-bind", "/usr", "/usr", "--ro-bind", "/etc", "/etc"});
+    add(&words, {"--setenv", "PATH", kRealPath, "--ro-bind", "/usr", "/usr"});
+    // What unpacks an image that may come from an update sees no configuration of the host.
+    if (source.kind == "host") add(&words, {"--ro-bind", "/etc", "/etc"});
+    for (const char* needed : {"/etc/alternatives", "/etc/ld.so.cache"}) {
+        if (source.kind != "host") add(&words, {"--ro-bind-try", needed, needed});
+    }
     for (const char* folder : kSystemFolders) {
         char link[PATH_MAX];
         const ssize_t length = readlink(folder, link, sizeof link);
@@ -123,16 +126,16 @@ std::vector<std::string> scriptCommand(const RootSource& source, const std::stri
 
 // As `busybox --install -s` in the new root. A shell script would take a second for it.
 int linkApplets(const std::string& busybox, const std::string& tree) {
-    FILE* list = popen((quoteForShell(busybox) + " --list-full").c_str(), "r");
-    if (list == nullptr) return errno;
+    std::string applets;
+    if (!readOutput(quoteForShell(busybox) + " --list-full", &applets)) return ENOEXEC;
     int rc = 0;
-    char line[256];
-    while (rc == 0 && fgets(line, sizeof line, list) != nullptr) {
-        const std::string path = tree + "/" + std::string(line, strcspn(line, "\n"));
-        rc = makeDirectories(path.substr(0, path.rfind('/')));
+    for (const std::string& applet : splitLines(applets)) {
+        std::string path = tree;
+        path.append("/").append(applet);
+        if (rc == 0) rc = makeDirectories(path.substr(0, path.rfind('/')));
         if (rc == 0 && symlink("/bin/busybox", path.c_str()) != 0 && errno != EEXIST) rc = errno;
     }
-    return pclose(list) == 0 ? rc : ENOEXEC;
+    return rc;
 }
 
 int removeTree(const std::string& path) {
@@ -145,10 +148,6 @@ int removeTree(const std::string& path) {
 
 std::string rootTreeOf(const std::string& stateDir) {
     return stateDir + "/root";
-}
-
-std::string rootNameOf(const std::string& stateDir) {
-    return sourceOf(stateDir).name;
 }
 
 bool isOfHostPrograms(const std::string& stateDir) {

@@ -11,9 +11,6 @@ namespace rovusim {
 /// The folder, which stands beside the other folders of the state directory.
 [[nodiscard]] std::string rootTreeOf(const std::string& stateDir);
 
-/// What the device runs on, for people: "BusyBox", "the workstation's programs", the name of a file or of a volume.
-[[nodiscard]] std::string rootNameOf(const std::string& stateDir);
-
 /// Whether it is made of the workstation's programs, which each run shows in it.
 [[nodiscard]] bool isOfHostPrograms(const std::string& stateDir);
 

@@ -14,6 +14,7 @@
 #include <getopt.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -22,6 +23,7 @@ namespace {
 
 constexpr int kNotFound = 127;
 constexpr int kWaitingCalls = 64;
+constexpr time_t kPatienceSeconds = 5;  // with a peer that has connected and sends no request
 
 struct Tool {
     const char* name;
@@ -109,6 +111,8 @@ ToolReply answer(const ToolServer& server, ToolCall* call) {
 [[noreturn]] void serve(const ToolServer& server, int connection) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     signal(SIGPIPE, SIG_IGN);  // a tool that was ended does not read
+    const timeval patience = {kPatienceSeconds, 0};
+    setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     ToolRequest request;
     if (receiveRequest(connection, &request) != 0) _exit(1);
     if (dup2(request.input.get(), 0) < 0 || dup2(request.output.get(), 1) < 0 ||
@@ -148,9 +152,11 @@ int startToolServer(const std::string& stateDir, const std::string& tmp, ToolSer
     return listens ? 0 : cannot("serve the tools of", stateDir, errno);
 }
 
-void answerTool(const ToolServer& server, int connection) {
+bool answerTool(const ToolServer& server, int connection) {
     fflush(stdout);  // or the child would print it again
-    if (fork() == 0) serve(server, connection);
+    const pid_t child = fork();
+    if (child == 0) serve(server, connection);
+    return child > 0;
 }
 
 void stopToolServer(const ToolServer& server) {

@@ -17,9 +17,10 @@ struct ToolServer {
 /// \return 0, or a positive errno value after a message.
 [[nodiscard]] int startToolServer(const std::string& stateDir, const std::string& tmp, ToolServer* server);
 
-/// Answers one call, in a child process that ends by itself, or with this one.
+/// Answers one call, in a child process that ends by itself, or with this one. A peer that says nothing is given up.
 /// \param connection accepted from the listener
-void answerTool(const ToolServer& server, int connection);
+/// \return whether there is such a process.
+[[nodiscard]] bool answerTool(const ToolServer& server, int connection);
 
 /// Removes the socket.
 void stopToolServer(const ToolServer& server);
