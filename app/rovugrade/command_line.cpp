@@ -1,7 +1,7 @@
 #include "command_line.h"
 
-#include "log_module.h"
-#include "settings.h"
+#include "run/log_module.h"
+#include "run/settings.h"
 
 #include <cstdio>
 #include <cstdlib>

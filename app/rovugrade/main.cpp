@@ -1,9 +1,9 @@
 // The entry of rovu: what must stand before an update begins.
 
 #include "command_line.h"
-#include "exit_paths.h"
 #include "logging/log.h"
-#include "settings.h"
+#include "run/exit_paths.h"
+#include "run/settings.h"
 #include "update.h"
 
 #include <csignal>

@@ -1,10 +1,10 @@
 // The decryption of a fetched file, against the program openssl.
 
 #include "benchmarks.h"
-#include "file_decryption.h"
 #include "paired.h"
 #include "support/crypto.h"
 #include "support/scratch.h"
+#include "transfer/file_decryption.h"
 #include "transfer_files.h"
 
 #include <filesystem>

@@ -2,12 +2,12 @@
 
 #include "benchmarks.h"
 #include "lua_util/sandbox.h"
-#include "spec.h"
-#include "spec_reader.h"
-#include "spec_text.h"
 #include "support/crypto.h"
 #include "support/scratch.h"
 #include "transfer_files.h"
+#include "update_spec/spec.h"
+#include "update_spec/spec_reader.h"
+#include "update_spec/spec_text.h"
 #include "util/fletcher32.h"
 #include "util/version.h"
 

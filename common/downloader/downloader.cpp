@@ -6,6 +6,7 @@
 #include "downloader/downloader.h"
 
 #include "log_module.h"
+#include "util/command.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -17,7 +18,8 @@
 
 namespace {
 
-constexpr time_t kQuickFailure = 20;  // seconds; a failure that took longer has waited enough already
+constexpr uint32_t kDigestLength = 64;  // characters
+constexpr time_t kQuickFailure = 20;    // seconds; a failure that took longer has waited enough already
 constexpr long kMaxRedirects = 3;
 constexpr long kLowSpeedTime = 180;   // seconds
 constexpr long kLowSpeedLimit = 100;  // bytes per second
@@ -91,6 +93,16 @@ time_t monotonicSeconds() {
 }
 
 }  // namespace
+
+int verifySha256(const std::string& path, const std::string& hash) {
+    // The buffer ends with the digest: the file's name after it is not read.
+    char digest[kDigestLength + 1];
+    int exitStatus = 0;
+    const std::string line = "sha256sum '" + path + "'";
+    const int32_t got = runCommand(line.c_str(), digest, sizeof digest, &exitStatus, nullptr);
+    if (got != static_cast<int32_t>(kDigestLength) || exitStatus != 0) return 1;
+    return hash == digest ? 0 : 1;
+}
 
 int Downloader::setup(const std::string& source, const std::string& target, uint32_t limit,
                       const std::string& digest) {

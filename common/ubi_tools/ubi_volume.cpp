@@ -2,7 +2,7 @@
 
 #include "log_module.h"
 #include "util/command.h"
-#include "util/path.h"
+#include "util/file.h"
 
 #include <cerrno>
 #include <cstdio>

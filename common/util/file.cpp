@@ -1,8 +1,29 @@
 #include "util/file.h"
 
+#include <cctype>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+
+std::string& appendPath(std::string& path, const std::string& name) {
+    path.reserve(path.size() + name.size() + 1);
+    path += '/';
+    path += name;
+    return path;
+}
+
+std::string& appendPath(std::string& path, const char* name, size_t length) {
+    return appendPath(path, std::string(name, length));
+}
+
+void trimTrailingSpace(char* string) {
+    char* end = string + strlen(string);
+    while (end != string && isspace(static_cast<unsigned char>(end[-1])) != 0) {
+        --end;
+        *end = '\0';
+    }
+}
 
 int readFile(const char* path, void* buffer, uint32_t capacity, uint32_t* got) {
     const int fd = open(path, O_RDONLY);

@@ -1,7 +1,7 @@
 #include "util/installed_version.h"
 
 #include "util/command.h"
-#include "util/text.h"
+#include "util/file.h"
 
 #include <cerrno>
 #include <sys/utsname.h>

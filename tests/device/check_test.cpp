@@ -1,7 +1,7 @@
 // Whether a spec is for this device.
 
-#include "device_check.h"
 #include "inside.h"
+#include "update_spec/device_check.h"
 
 #include <cstring>
 

@@ -6,11 +6,10 @@
 
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "settings.h"
+#include "run/settings.h"
 #include "support/log_capture.h"
 #include "support/program.h"
 #include "support/scratch.h"
-#include "work_dir.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>

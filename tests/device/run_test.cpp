@@ -1,11 +1,11 @@
 // The progress file as other programs see it, the key file, and scripts out of tars.
 
-#include "file_key.h"
 #include "inside.h"
-#include "progress.h"
-#include "scripts.h"
+#include "install/scripts.h"
+#include "run/progress.h"
 #include "support/crypto.h"
 #include "support/program.h"
+#include "transfer/fetch.h"
 
 #include <cstring>
 #include <ctime>

@@ -1,6 +1,6 @@
 // What the first bytes of an image say of it, for each format that is known.
 
-#include "image_content.h"
+#include "content/image_content.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Private keys: those of the wrong kind are called what they are, and encrypted ones need no terminal.
 
 #include "pack_shell.h"
-#include "spec_signature.h"
+#include "update_spec/spec_signature.h"
 
 #include <cerrno>
 

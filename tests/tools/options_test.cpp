@@ -1,7 +1,7 @@
 // The manual pages and the completions of the tools know every command and every option that the program takes, and no
 // other.
 
-#include "finding.h"
+#include "spec_view/finding.h"
 #include "support/program.h"
 #include "support/scratch.h"
 

@@ -1,9 +1,9 @@
 // What rovu-pack says of a set that an update does not write as a whole: the warnings, and the plan for a device whose
 // inactive set is known.
 
+#include "checker/update_check.h"
 #include "support/crypto.h"
 #include "system/world.h"
-#include "update_check.h"
 
 #include <sstream>
 

@@ -1,10 +1,10 @@
 // Updates that rovu-pack makes: the same bytes everywhere, signatures and ciphertext that others understand,
 // and nothing at all where something is wrong.
 
-#include "file_decryption.h"
 #include "pack_shell.h"
-#include "spec_signature.h"
 #include "support/crypto.h"
+#include "transfer/file_decryption.h"
+#include "update_spec/spec_signature.h"
 
 #include <cerrno>
 

@@ -1,9 +1,9 @@
 // What rovu-pack says of updates: each finding with a spec that provokes it and a near miss, and why a plan is what it
 // is. That runs follow their plans is what rehearsals show.
 
+#include "checker/update_check.h"
 #include "support/crypto.h"
 #include "system/world.h"
-#include "update_check.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,7 +1,7 @@
 // Lines of scripts that the shell of BusyBox takes otherwise than bash.
 
-#include "shell_dangers.h"
-#include "shell_dialect.h"
+#include "content/script_content.h"
+#include "content/shell_dialect.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "image_selection.h"
 #include "support/program.h"
 #include "unit_test.h"
+#include "update_spec/image_selection.h"
 
 #include <cstdlib>
 #include <utility>

@@ -1,5 +1,5 @@
-#include "file_decryption.h"
 #include "support/crypto.h"
+#include "transfer/file_decryption.h"
 #include "unit_test.h"
 
 namespace {

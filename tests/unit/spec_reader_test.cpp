@@ -1,7 +1,7 @@
 #include "lua_state.h"
-#include "spec_reader.h"
 #include "support/program.h"
 #include "unit_test.h"
+#include "update_spec/spec_reader.h"
 
 #include <sstream>
 

@@ -1,6 +1,6 @@
-#include "spec_signature.h"
 #include "support/crypto.h"
 #include "unit_test.h"
+#include "update_spec/spec_signature.h"
 
 namespace {
 

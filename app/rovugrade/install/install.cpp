@@ -1,14 +1,13 @@
-#include "install.h"
+#include "install/install.h"
 
-#include "fetch_file.h"
-#include "log_module.h"
-#include "progress.h"
-#include "scripts.h"
-#include "settings.h"
+#include "install/scripts.h"
+#include "run/log_module.h"
+#include "run/progress.h"
+#include "run/settings.h"
+#include "transfer/fetch.h"
 #include "ubi_tools/overlay_clone.h"
 #include "ubi_tools/ubi_volume.h"
-#include "util/path.h"
-#include "work_dir.h"
+#include "util/file.h"
 
 #include <cassert>
 #include <cerrno>

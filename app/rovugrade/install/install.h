@@ -6,9 +6,9 @@
 
 #pragma once
 
-#include "file_key.h"
-#include "spec.h"
+#include "transfer/file_decryption.h"
 #include "ubi_tools/ref_checksums.h"
+#include "update_spec/spec.h"
 
 #include <cstdint>
 #include <string>

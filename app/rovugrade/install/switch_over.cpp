@@ -1,7 +1,7 @@
-#include "switch_over.h"
+#include "install/switch_over.h"
 
-#include "log_module.h"
-#include "settings.h"
+#include "run/log_module.h"
+#include "run/settings.h"
 #include "util/command.h"
 
 #include <unistd.h>

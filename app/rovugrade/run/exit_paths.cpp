@@ -1,10 +1,10 @@
-#include "exit_paths.h"
+#include "run/exit_paths.h"
 
-#include "log_module.h"
-#include "progress.h"
+#include "run/log_module.h"
+#include "run/progress.h"
+#include "run/settings.h"
 #include "util/command.h"
 #include "util/remove_tree.h"
-#include "work_dir.h"
 
 #include <cerrno>
 #include <csignal>

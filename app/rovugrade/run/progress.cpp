@@ -1,7 +1,7 @@
-#include "progress.h"
+#include "run/progress.h"
 
+#include "run/settings.h"
 #include "util/file.h"
-#include "work_dir.h"
 
 #include <cstdio>
 #include <fcntl.h>

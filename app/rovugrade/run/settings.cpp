@@ -1,4 +1,4 @@
-#include "settings.h"
+#include "run/settings.h"
 
 const char* upgradeUrl = nullptr;
 const char* keyPath = "/etc/ssh/rovu_pub.pem";

@@ -1,10 +1,10 @@
 // `rovu-pack check` of a spec, for two devices and without its files. It has to agree with the device's code.
 
 #include "fuzz_target.h"
-#include "reports.h"
+#include "reports/reports.h"
 #include "spec_input.h"
-#include "spec_reader.h"
-#include "spec_text.h"
+#include "update_spec/spec_reader.h"
+#include "update_spec/spec_text.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 // `rovu-pack check` of a tar: the input is the tar of a spec's scripts and of its image.
 
 #include "fuzz_target.h"
-#include "reports.h"
+#include "reports/reports.h"
 
 #include <cstdlib>
 #include <filesystem>

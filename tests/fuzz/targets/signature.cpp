@@ -1,8 +1,8 @@
 // A spec's file up to the verdict on its signature: marker, Base64, verification.
 
 #include "fuzz_target.h"
-#include "spec_signature.h"
-#include "spec_text.h"
+#include "update_spec/spec_signature.h"
+#include "update_spec/spec_text.h"
 
 #include <cstring>
 

@@ -3,14 +3,14 @@
 // What follows the signature's marker is not a signature here but a decimal number N: the N-th allocation, of
 // Lua or of the reader, fails. Whatever it is, nothing may leak.
 
-#include "device_check.h"
 #include "fuzz_target.h"
-#include "image_selection.h"
 #include "lua_util/sandbox.h"
 #include "spec_input.h"
-#include "spec_reader.h"
-#include "spec_signature.h"
-#include "spec_text.h"
+#include "update_spec/device_check.h"
+#include "update_spec/image_selection.h"
+#include "update_spec/spec_reader.h"
+#include "update_spec/spec_signature.h"
+#include "update_spec/spec_text.h"
 
 #include <cstring>
 

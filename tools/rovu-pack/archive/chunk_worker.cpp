@@ -1,4 +1,4 @@
-#include "chunk_worker.h"
+#include "archive/chunk_worker.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,14 +1,48 @@
-#include "output_file.h"
+#include "archive/output_file.h"
 
-#include "chunk_worker.h"
-#include "digests.h"
-#include "files.h"
-#include "handles.h"
+#include "archive/chunk_worker.h"
+#include "host/digests.h"
+#include "host/files.h"
+#include "host/handles.h"
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 #include <vector>
+
+Fault readSecret(const std::string& path, int64_t offset, FileKey* key) {
+    File file;
+    uint64_t size = 0;
+    if (Fault fault = openRegularFile(path, &file, &size)) return fault;
+    unsigned char secret[kSecretSize];
+    if (fseek(file.get(), offset, SEEK_SET) != 0) return fileFault(path, errno);
+    if (fread(secret, 1, sizeof secret, file.get()) != sizeof secret) {
+        if (ferror(file.get()) != 0) return fileFault(path, errno);
+        return {EINVAL, path + ": no " + std::to_string(kSecretSize) + " bytes at offset " +
+                            std::to_string(offset) + ", since it has " + std::to_string(size)};
+    }
+    key->present = true;
+    memcpy(key->key, secret, sizeof key->key);
+    memcpy(key->iv, secret + sizeof key->key, sizeof key->iv);
+    return {};
+}
+
+Cipher encryptionWith(const FileKey& key) {
+    Cipher cipher(EVP_CIPHER_CTX_new());
+    if (cipher != nullptr &&
+        EVP_EncryptInit_ex(cipher.get(), EVP_aes_256_cbc(), nullptr, key.key, key.iv) != 1)
+        cipher.reset();
+    return cipher;
+}
+
+Cipher decryptionWith(const FileKey& key) {
+    Cipher cipher(EVP_CIPHER_CTX_new());
+    if (cipher != nullptr &&
+        EVP_DecryptInit_ex(cipher.get(), EVP_aes_256_cbc(), nullptr, key.key, key.iv) != 1)
+        cipher.reset();
+    return cipher;
+}
 
 class OutputFile::Pipe {
 public:

@@ -1,13 +1,32 @@
+// A spec's files under its file key: AES-256-CBC with PKCS#7 padding and nothing around it.
+//
 // A file whose bytes are encrypted, hashed and written by a second thread while the caller makes the next ones.
 
 #pragma once
 
-#include "encryption.h"
-#include "fault.h"
+#include "host/fault.h"
+#include "host/handles.h"
+#include "transfer/file_decryption.h"
 
 #include <cstdint>
 #include <memory>
+#include <openssl/evp.h>
 #include <string>
+
+using Cipher = Handle<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
+
+/// Bytes of a secret in a key file: 32 of key, then 16 of IV.
+constexpr size_t kSecretSize = 48;
+
+/// Reads the secret at byte `offset`, 0 or more, of the key file at `path`, which has the device's layout.
+/// \return EINVAL if the file ends too early.
+Fault readSecret(const std::string& path, int64_t offset, FileKey* key);
+
+/// \return a cipher that encrypts; null without memory.
+Cipher encryptionWith(const FileKey& key);
+
+/// \return a cipher that decrypts; null without memory.
+Cipher decryptionWith(const FileKey& key);
 
 /// Memory is constant: a caller that is faster than the thread waits for it.
 class OutputFile {

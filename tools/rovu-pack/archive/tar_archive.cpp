@@ -1,12 +1,12 @@
 // The writer fixes every header field that differs between workstations; the format is plain ustar, which
 // has no extended headers that could carry more.
 
-#include "tar_archive.h"
+#include "archive/tar_archive.h"
 
-#include "files.h"
-#include "handles.h"
-#include "interruption.h"
-#include "tar_source.h"
+#include "archive/tar_source.h"
+#include "host/files.h"
+#include "host/handles.h"
+#include "host/leftovers.h"
 
 #include <archive.h>
 #include <archive_entry.h>

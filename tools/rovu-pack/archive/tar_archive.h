@@ -2,9 +2,9 @@
 
 #pragma once
 
-#include "fault.h"
-#include "file_key.h"
-#include "work_progress.h"
+#include "host/fault.h"
+#include "host/progress_bar.h"
+#include "transfer/file_decryption.h"
 
 #include <cstdint>
 #include <ctime>

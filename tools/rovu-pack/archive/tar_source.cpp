@@ -1,7 +1,7 @@
-#include "tar_source.h"
+#include "archive/tar_source.h"
 
-#include "files.h"
-#include "interruption.h"
+#include "host/files.h"
+#include "host/leftovers.h"
 
 #include <cerrno>
 #include <cstdio>

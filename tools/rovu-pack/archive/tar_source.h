@@ -2,12 +2,12 @@
 
 #pragma once
 
-#include "chunk_worker.h"
-#include "digests.h"
-#include "encryption.h"
-#include "fault.h"
-#include "handles.h"
-#include "work_progress.h"
+#include "archive/chunk_worker.h"
+#include "archive/output_file.h"
+#include "host/digests.h"
+#include "host/fault.h"
+#include "host/handles.h"
+#include "host/progress_bar.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,6 +1,70 @@
-#include "spec_writer.h"
+#include "builder/spec_writer.h"
 
+#include "builder/manifest.h"
+#include "builder/spec_writer.h"
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+
+Complaint settleUrl(const char* key, const std::string& baseUrl, size_t limit, std::string* fileName,
+                    std::optional<std::string>* url) {
+    if (*url) {
+        *fileName = fileNameBelow(baseUrl, **url);
+        if (!memberNameFault(*fileName).empty() || (*fileName)[0] == '.')
+            return {key, "is not a file name after " + baseUrl + "/, for which the update is built"};
+    }
+    *url = baseUrl + "/" + *fileName;
+    if ((*url)->size() > limit) {
+        return {key, "\"" + **url + "\" has " + std::to_string((*url)->size()) +
+                         " bytes, and a device takes " + std::to_string(limit) + ": shorten --base-url"};
+    }
+    return {};
+}
+
+Complaint settleText(const char* key, const std::string& computed, std::optional<std::string>* value) {
+    if (*value && **value != computed)
+        return {key, "\"" + **value + "\" is given, but it is \"" + computed + "\""};
+    *value = computed;
+    return {};
+}
+
+Complaint settleSize(const char* key, uint64_t computed, std::optional<uint32_t>* value) {
+    if (computed > kMaxFileSize) return {key, "the file is larger than a spec can say"};
+    if (*value && **value < computed) {
+        return {key,
+                std::to_string(**value) + " is given, but there are " + std::to_string(computed) + " bytes"};
+    }
+    if (!*value) *value = static_cast<uint32_t>(computed);
+    return {};
+}
+
+Complaint refuseScriptTar(const Manifest& manifest) {
+    const char* given = nullptr;
+    if (!manifest.scriptUrl.value_or("").empty()) given = "script_url";
+    if (!manifest.scriptHash.value_or("").empty()) given = "script_hash";
+    if (manifest.scriptDlsize.value_or(0) != 0) given = "script_dlsize";
+    if (given == nullptr) return {};
+    return {given, "is given, but no script needs a tar"};
+}
+
+Fault normaliseBaseUrl(std::string* url) {
+    while (!url->empty() && url->back() == '/')
+        url->pop_back();
+    const size_t scheme = url->find("://");
+    bool good = scheme != std::string::npos && scheme > 0 && url->size() > scheme + 3;
+    for (const char c : *url)
+        good = good && static_cast<unsigned char>(c) > 0x20 && c != '\'' && c != '"' && c != 0x7F;
+    if (good) return {};
+    return {EINVAL, "--base-url: \"" + *url + "\" is not a URL such as http://updates.example/2.5"};
+}
+
+std::string fileNameBelow(const std::string& baseUrl, const std::string& url) {
+    if (url.compare(0, baseUrl.size() + 1, baseUrl + "/") != 0) return "";
+    const std::string name = url.substr(baseUrl.size() + 1);
+    const bool plain = name != "." && name != ".." && strpbrk(name.c_str(), "/?#%") == nullptr;
+    return plain ? name : "";
+}
 
 namespace {
 

@@ -1,7 +1,7 @@
-#include "staging.h"
+#include "builder/staging.h"
 
-#include "files.h"
-#include "leftovers.h"
+#include "host/files.h"
+#include "host/leftovers.h"
 
 #include <algorithm>
 #include <cerrno>

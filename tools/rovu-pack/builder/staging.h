@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "fault.h"
+#include "host/fault.h"
 #include "util/descriptor.h"
 
 #include <string>

@@ -1,9 +1,9 @@
-#include "tar_plan.h"
+#include "builder/tar_plan.h"
 
-#include "computed_values.h"
-#include "files.h"
-#include "install.h"
-#include "spec_words.h"
+#include "builder/spec_writer.h"
+#include "host/files.h"
+#include "install/install.h"
+#include "spec_view/spec_view.h"
 
 #include <algorithm>
 #include <cerrno>

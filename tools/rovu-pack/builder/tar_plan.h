@@ -3,8 +3,8 @@
 
 #pragma once
 
-#include "manifest.h"
-#include "tar_archive.h"
+#include "archive/tar_archive.h"
+#include "builder/manifest.h"
 
 #include <cstdint>
 #include <string>

@@ -7,9 +7,9 @@
 
 #pragma once
 
-#include "fault.h"
-#include "finding.h"
-#include "progress_bar.h"
+#include "host/fault.h"
+#include "host/progress_bar.h"
+#include "spec_view/finding.h"
 
 #include <cstdint>
 #include <string>

@@ -1,16 +1,16 @@
 // One tar after the other: the file as it travels, then its plain form, then its members.
 
-#include "served_files.h"
+#include "checker/served_files.h"
 
-#include "comparison.h"
-#include "digests.h"
-#include "encryption.h"
-#include "files.h"
-#include "image_format.h"
-#include "interruption.h"
-#include "key_kinds.h"
-#include "progress_bar.h"
-#include "tar_members.h"
+#include "archive/output_file.h"
+#include "checker/rules.h"
+#include "checker/tar_members.h"
+#include "content/image_format.h"
+#include "host/digests.h"
+#include "host/files.h"
+#include "host/leftovers.h"
+#include "host/progress_bar.h"
+#include "signing/key_files.h"
 
 #include <algorithm>
 #include <cctype>

@@ -2,11 +2,11 @@
 
 #pragma once
 
-#include "fault.h"
-#include "finding.h"
-#include "progress_bar.h"
-#include "tar_members.h"
-#include "tars.h"
+#include "checker/tar_members.h"
+#include "host/fault.h"
+#include "host/progress_bar.h"
+#include "spec_view/finding.h"
+#include "spec_view/tars.h"
 
 #include <string>
 

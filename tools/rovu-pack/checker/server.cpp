@@ -1,9 +1,9 @@
-#include "server.h"
+#include "checker/server.h"
 
-#include "comparison.h"
-#include "digests.h"
-#include "interruption.h"
-#include "progress_bar.h"
+#include "checker/rules.h"
+#include "host/digests.h"
+#include "host/leftovers.h"
+#include "host/progress_bar.h"
 
 #include <cerrno>
 #include <curl/curl.h>

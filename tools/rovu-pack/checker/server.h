@@ -2,9 +2,9 @@
 
 #pragma once
 
-#include "fault.h"
-#include "finding.h"
-#include "tars.h"
+#include "host/fault.h"
+#include "spec_view/finding.h"
+#include "spec_view/tars.h"
 
 /// Fetches each tar from its URL, as a device does: without following redirects, to its limit, and a part of it again, as
 /// after a broken transfer. Nothing is kept.

@@ -1,9 +1,9 @@
-#include "tar_members.h"
+#include "checker/tar_members.h"
 
-#include "comparison.h"
-#include "image_format.h"
-#include "named_version.h"
-#include "script_content.h"
+#include "checker/dependencies.h"
+#include "checker/rules.h"
+#include "content/image_format.h"
+#include "content/script_content.h"
 
 #include <algorithm>
 #include <cctype>

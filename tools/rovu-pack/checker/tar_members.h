@@ -2,8 +2,8 @@
 
 #pragma once
 
-#include "image_content.h"
-#include "tars.h"
+#include "content/image_content.h"
+#include "spec_view/tars.h"
 
 #include <map>
 #include <optional>

@@ -1,11 +1,11 @@
-#include "update_check.h"
+#include "checker/update_check.h"
 
-#include "files.h"
-#include "key_files.h"
-#include "rules.h"
-#include "served_keys.h"
-#include "server.h"
-#include "tar_archive.h"
+#include "archive/tar_archive.h"
+#include "checker/rules.h"
+#include "checker/server.h"
+#include "host/files.h"
+#include "signing/key_files.h"
+#include "signing/served_keys.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,10 +2,10 @@
 
 #pragma once
 
-#include "device_verdict.h"
-#include "fault.h"
-#include "fleet.h"
-#include "served_files.h"
+#include "checker/served_files.h"
+#include "host/fault.h"
+#include "planner/fleet_plan.h"
+#include "spec_view/device_verdict.h"
 
 struct CheckOptions {
     std::string spec;

@@ -1,7 +1,7 @@
 // URLs that libcurl does not even try, or that lead a device to itself.
 
-#include "named_version.h"
-#include "rules.h"
+#include "checker/dependencies.h"
+#include "checker/rules.h"
 
 #include <algorithm>
 #include <cctype>

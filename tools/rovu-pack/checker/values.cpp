@@ -1,7 +1,7 @@
 // Values that the device takes unchanged and that then fail, or weaken, the update.
 
-#include "plan.h"
-#include "rules.h"
+#include "checker/rules.h"
+#include "planner/plan.h"
 #include "util/version.h"
 
 #include <algorithm>

@@ -1,10 +1,10 @@
 // The subcommand "build".
 
-#include "build_json.h"
-#include "commands.h"
-#include "printable.h"
-#include "progress_bar.h"
-#include "reports.h"
+#include "builder/build_result.h"
+#include "cli/commands.h"
+#include "host/printable.h"
+#include "host/progress_bar.h"
+#include "reports/reports.h"
 
 #include <algorithm>
 #include <cstdio>

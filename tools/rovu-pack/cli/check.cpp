@@ -1,7 +1,10 @@
 // The subcommand "check".
+//
+// The subcommand "inspect".
 
-#include "commands.h"
-#include "reports.h"
+#include "cli/commands.h"
+#include "reports/inspection.h"
+#include "reports/reports.h"
 
 #include <cstdio>
 
@@ -43,4 +46,13 @@ int runCheck(CheckCommandOptions options) {
     const size_t counted =
         result.findings.count(eError) + (options.strict ? result.findings.count(eWarning) : 0);
     return counted == 0 ? kExitClean : kExitFindings;
+}
+
+int runInspect(const InspectOptions& options) {
+    Inspection inspection;
+    if (Fault fault = inspectFile(options.spec, options.publicKeys, &inspection))
+        return reportFault(" inspect", fault, options.json);
+    const std::string report = options.json ? inspectionJson(inspection) : inspectionText(inspection);
+    fputs(report.c_str(), stdout);
+    return isSuspect(inspection) ? kExitFindings : kExitClean;
 }

@@ -2,12 +2,12 @@
 
 #pragma once
 
-#include "fault.h"
-#include "key_files.h"
-#include "printable.h"
-#include "reports.h"
-#include "update_builder.h"
-#include "update_check.h"
+#include "builder/update_builder.h"
+#include "checker/update_check.h"
+#include "host/fault.h"
+#include "host/printable.h"
+#include "reports/reports.h"
+#include "signing/key_files.h"
 
 #include <cstdio>
 #include <string>

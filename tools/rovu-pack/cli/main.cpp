@@ -3,10 +3,10 @@
 //
 // The library for the command line throws, the rest does not; nothing is caught but there and here.
 
-#include "command_line.h"
-#include "commands.h"
-#include "interruption.h"
-#include "printable.h"
+#include "cli/command_line.h"
+#include "cli/commands.h"
+#include "host/leftovers.h"
+#include "host/printable.h"
 
 #include <cstdio>
 #include <exception>

@@ -1,9 +1,9 @@
 // The subcommand "rehearse".
 
-#include "commands.h"
-#include "limited_work.h"
-#include "printable.h"
-#include "rehearsal.h"
+#include "cli/commands.h"
+#include "host/limited_work.h"
+#include "host/printable.h"
+#include "rehearsal/rehearsal.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
-#include "image_content.h"
+#include "content/image_content.h"
 
-#include "image_format.h"
+#include "content/image_format.h"
 #include "util/installed_version.h"
 
 #include <algorithm>

@@ -3,8 +3,8 @@
 
 #pragma once
 
-#include "crc32.h"
-#include "finding.h"
+#include "content/image_format.h"
+#include "spec_view/finding.h"
 
 #include <bitset>
 #include <cstdint>

@@ -1,9 +1,22 @@
+// The checksum of uImage and UBIFS.
+//
 // What kind of file an image is, by the bytes at its beginning.
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+
+/// The CRC-32 of IEEE 802.3 over bytes that come in pieces.
+class Crc32 {
+public:
+    void add(const char* bytes, size_t size);
+    uint32_t value() const { return ~state_; }
+
+private:
+    uint32_t state_ = UINT32_MAX;
+};
 
 /// Most bytes of an image that findFormat() looks at.
 constexpr size_t kFormatHead = 65536;

@@ -1,18 +1,214 @@
-#include "script_content.h"
+#include "content/script_content.h"
 
-#include "key_kinds.h"
-#include "shell_dangers.h"
-#include "shell_dialect.h"
-#include "temporary_file.h"
+#include "content/shell_commands.h"
+#include "content/shell_dialect.h"
+#include "host/scratch.h"
+#include "signing/key_files.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <fnmatch.h>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <regex>
+#include <set>
 #include <spawn.h>
 #include <sstream>
 #include <sys/wait.h>
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr char kRawFlash[] = "a write to raw flash or a disk, which may hold the boot loader";
+constexpr char kVolumes[] = "a removal of the device's volumes";
+constexpr char kBootVariable[] = "bootswitcher, which the device changes itself";
+constexpr char kNeeded[] = "a removal of what the device needs for the next update";
+constexpr char kSystem[] = "a removal of the device's system or data";
+constexpr char kUpdater[] = "an end of rovu, which runs the script";
+
+const char* const kNeededFiles[] = {"/etc/ssh/rovu_pub.pem", "/app0/secrets/rovu/preshared",
+                                    "/app0/.ubiRefChk1", "/app0/.ubiRefChk2"};
+const std::set<std::string> kNeededFolders = {"/etc/ssh", "/app0/secrets", "/app0/secrets/rovu"};
+const std::set<std::string> kSystemFolders = {"",     "/app0",    "/bin",  "/boot", "/dev", "/etc",
+                                              "/lib", "/overlay", "/sbin", "/usr",  "/var"};
+const std::set<std::string> kFlashTools = {"flash_erase", "flash_eraseall", "flashcp", "nandwrite",
+                                           "ubiformat"};
+
+std::string baseName(const std::string& word) {
+    return word.substr(word.rfind('/') + 1);
+}
+
+bool startsWith(const std::string& text, const std::string& start) {
+    return text.compare(0, start.size(), start) == 0;
+}
+
+bool isRaw(const std::string& path) {
+    for (const char* start : {"/dev/mtd", "/dev/mmcblk", "/dev/sd", "/dev/nand"}) {
+        if (startsWith(path, start)) return true;
+    }
+    return false;
+}
+
+// Its arguments that are no options.
+Words operandsOf(const ShellCommand& command) {
+    Words operands;
+    for (size_t i = 1; i < command.words.size(); ++i) {
+        if (command.words[i][0] != '-') operands.push_back(command.words[i]);
+    }
+    return operands;
+}
+
+bool hasOption(const ShellCommand& command, char letter) {
+    return std::any_of(command.words.begin() + 1, command.words.end(), [letter](const std::string& word) {
+        return word.size() > 1 && word[0] == '-' && word[1] != '-' && word.find(letter) != std::string::npos;
+    });
+}
+
+bool writesRaw(const std::string& name, const ShellCommand& command) {
+    const Words operands = operandsOf(command);
+    if (std::any_of(command.targets.begin(), command.targets.end(), isRaw)) return true;
+    if (kFlashTools.count(name) != 0 || startsWith(name, "mkfs") || startsWith(name, "mke2fs"))
+        return kFlashTools.count(name) != 0 || std::any_of(operands.begin(), operands.end(), isRaw);
+    if (name == "dd")
+        return std::any_of(operands.begin(), operands.end(), [](const std::string& word) {
+            return startsWith(word, "of=") && isRaw(word.substr(3));
+        });
+    const bool writesLast = name == "cp" || name == "mv" || name == "tee";
+    return writesLast && !operands.empty() && isRaw(operands.back());
+}
+
+// A volume of another name than those of the two sets is the script's own.
+bool removesVolumes(const std::string& name, const ShellCommand& command) {
+    if (name == "ubidetach" || name == "ubirename") return true;
+    if (name != "ubirmvol" && name != "ubirsvol") return false;
+    for (size_t i = 1; i + 1 < command.words.size(); ++i) {
+        const std::string& volume = command.words[i + 1];
+        if (command.words[i] == "-N" && !startsWith(volume, "k0") && !startsWith(volume, "k1")) return false;
+    }
+    return true;
+}
+
+// "/overlay/*" and "/overlay/" are "/overlay".
+std::string folderOf(std::string path) {
+    for (const char* end : {"/*", "/.", "/.*", "/"}) {
+        const std::string ending = end;
+        if (path.size() >= ending.size() &&
+            path.compare(path.size() - ending.size(), ending.size(), ending) == 0)
+            path.resize(path.size() - ending.size());
+    }
+    return path;
+}
+
+const char* removal(const std::string& name, const ShellCommand& command) {
+    if (name != "rm" && name != "mv" && name != "unlink") return nullptr;
+    Words operands = operandsOf(command);
+    if (name == "mv" && !operands.empty()) operands.pop_back();
+    for (const std::string& path : operands) {
+        if (path.empty() || path[0] != '/') continue;
+        const std::string folder = folderOf(path);
+        const bool isWhole = name == "mv" || hasOption(command, 'r') || hasOption(command, 'R');
+        const bool isContents = path.find('*') != std::string::npos;
+        for (const char* needed : kNeededFiles) {
+            if (fnmatch(path.c_str(), needed, FNM_PATHNAME | FNM_PERIOD) == 0) return kNeeded;
+        }
+        if (!isWhole && !isContents) continue;
+        if (kNeededFolders.count(folder) != 0) return kNeeded;
+        if (kSystemFolders.count(folder) != 0) return kSystem;
+    }
+    return nullptr;
+}
+
+bool hasWord(const ShellCommand& command, const std::string& word) {
+    return std::find(command.words.begin() + 1, command.words.end(), word) != command.words.end();
+}
+
+const char* dangerOf(const ShellCommand& command) {
+    if (command.words.empty())
+        return std::any_of(command.targets.begin(), command.targets.end(), isRaw) ? kRawFlash : nullptr;
+    const std::string name = baseName(command.words.front());
+    if (writesRaw(name, command)) return kRawFlash;
+    if (removesVolumes(name, command)) return kVolumes;
+    if (name == "fw_setenv" && hasWord(command, "bootswitcher")) return kBootVariable;
+    if ((name == "killall" || name == "pkill") && hasWord(command, "rovu")) return kUpdater;
+    return removal(name, command);
+}
+
+void noteLine(const char* name, size_t line, std::vector<ScriptConstruct>* found) {
+    for (ScriptConstruct& other : *found) {
+        if (other.name != std::string(name)) continue;
+        if (other.lines.back() != line) other.lines.push_back(line);
+        return;
+    }
+    found->push_back({ScriptConstruct::eHazard, name, {line}});
+}
+
+// At the beginning of a word, before a letter: an option that lost its hyphen.
+bool hasDashForHyphen(const std::string& line) {
+    for (const char* dash : {"\xE2\x80\x93", "\xE2\x80\x94", "\xE2\x88\x92", "\xE2\x80\x90"}) {
+        for (size_t at = line.find(dash); at != std::string::npos; at = line.find(dash, at + 1)) {
+            const bool begins = at == 0 || line[at - 1] == ' ' || line[at - 1] == '\t';
+            if (begins && at + 3 < line.size() && isalpha(static_cast<unsigned char>(line[at + 3])) != 0)
+                return true;
+        }
+    }
+    return false;
+}
+
+bool hasTypographicQuote(const std::string& line) {
+    for (const char* quote :
+         {"\xE2\x80\x98", "\xE2\x80\x99", "\xE2\x80\x9C", "\xE2\x80\x9D", "\xE2\x80\x9E", "\xC2\xA0"}) {
+        if (line.find(quote) != std::string::npos) return true;
+    }
+    return false;
+}
+
+bool isFilledInLater(const std::string& word) {
+    constexpr size_t kLongest = 1000;  // bytes that are looked at: the library's expressions recurse
+    static const std::regex pattern(
+        R"(@[A-Z][A-Z0-9_]+@|CHANGE_?ME|REPLACE_?ME|FIXME|__[A-Z][A-Z0-9]+__|%%[A-Z_]+%%)");
+    return std::regex_search(word.substr(0, kLongest), pattern);
+}
+
+}  // namespace
+
+std::vector<ScriptConstruct> findDangers(const std::string& script) {
+    std::vector<ScriptConstruct> found;
+    for (const ShellCommand& command : readScript(script).commands) {
+        if (const char* danger = dangerOf(command)) noteLine(danger, command.line, &found);
+    }
+    return found;
+}
+
+std::vector<ScriptConstruct> findForeignText(const std::string& script) {
+    std::vector<ScriptConstruct> found;
+    const ShellScript read = readScript(script);
+    std::istringstream lines(read.code);
+    size_t number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        if (hasTypographicQuote(line)) noteLine("a typographic quote or space", number, &found);
+        if (hasDashForHyphen(line)) noteLine("a dash in place of a hyphen", number, &found);
+    }
+    for (const ShellCommand& command : read.commands) {
+        const auto isOpen = [](const Words& words) {
+            return std::any_of(words.begin(), words.end(), isFilledInLater);
+        };
+        if (isOpen(command.words) || isOpen(command.targets))
+            noteLine("a placeholder that was not filled in", command.line, &found);
+    }
+    return found;
+}
+
+std::vector<std::pair<std::string, size_t>> findUnset(const std::string& script) {
+    std::vector<std::pair<std::string, size_t>> found;
+    std::set<std::string> names;
+    for (const ShellVariable& use : readScript(script).unset) {
+        if (names.insert(use.name).second) found.emplace_back(use.name, use.line);
+    }
+    return found;
+}
 
 extern char** environ;
 

@@ -1,4 +1,4 @@
-#include "shell_commands.h"
+#include "content/shell_commands.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,7 +1,7 @@
 // A reading of the script line by line, with quoted text taken out. It knows no grammar: what it misreads is a note too
 // many or too few.
 
-#include "shell_dialect.h"
+#include "content/shell_dialect.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,6 +1,6 @@
-#include "device_kind.h"
+#include "planner/device_kind.h"
 
-#include "nearest_word.h"
+#include "spec_view/words.h"
 #include "util/installed_version.h"
 
 #include <algorithm>

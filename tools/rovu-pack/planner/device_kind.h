@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "fault.h"
+#include "host/fault.h"
 
 #include <cstdint>
 #include <optional>

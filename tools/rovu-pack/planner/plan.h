@@ -5,10 +5,10 @@
 
 #pragma once
 
-#include "device_kind.h"
-#include "device_verdict.h"
-#include "progress.h"
-#include "spec_view.h"
+#include "planner/device_kind.h"
+#include "run/progress.h"
+#include "spec_view/device_verdict.h"
+#include "spec_view/spec_view.h"
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "room.h"
+#include "planner/room.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -3,8 +3,8 @@
 
 #pragma once
 
-#include "device_kind.h"
-#include "tars.h"
+#include "planner/device_kind.h"
+#include "spec_view/tars.h"
 
 #include <algorithm>
 

@@ -1,12 +1,19 @@
+// What scripts miss on a device's root file system, by what its shell says of it.
+//
 // A run against its plan.
 
 #pragma once
 
-#include "plan.h"
-#include "simulated_run.h"
+#include "planner/plan.h"
+#include "rehearsal/simulated_run.h"
 
 #include <string>
 #include <vector>
+
+/// \param log what a run said.
+/// \param root the name of the device's root file system.
+/// \return a sentence for each program that was not found and each error of syntax, once.
+std::vector<std::string> missedIn(const std::string& log, const std::string& root);
 
 /// \param tars of the spec: what the new volumes must hold.
 /// \return a sentence for each difference, the most telling first; none if the run was what the plan predicts.

@@ -1,8 +1,7 @@
-#include "rehearsal.h"
+#include "rehearsal/rehearsal.h"
 
-#include "comparison.h"
-#include "missed.h"
-#include "scratch_folder.h"
+#include "host/scratch.h"
+#include "rehearsal/comparison.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #pragma once
 
-#include "simulated_run.h"
-#include "update_check.h"
+#include "checker/update_check.h"
+#include "rehearsal/simulated_run.h"
 
 #include <functional>
 #include <string>

@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "update_check.h"
+#include "checker/update_check.h"
 
 #include <cstdio>
 

@@ -2,10 +2,33 @@
 
 #pragma once
 
-#include "fault.h"
-#include "signing.h"
+#include "host/fault.h"
+#include "signing/signing.h"
 
+#include <cerrno>
+#include <openssl/err.h>
 #include <string>
+
+/// \return "WHAT: libcrypto's last reason", with `code`. The reasons are forgotten.
+inline Fault cryptoFault(const std::string& what, int code) {
+    char reason[256];
+    ERR_error_string_n(ERR_peek_last_error(), reason, sizeof reason);
+    ERR_clear_error();
+    return {code, what + ": " + reason};
+}
+
+enum class KeyUse { ePrivate, ePublic };
+
+/// \return what the file with these bytes is, with an article; empty if it is no key file.
+std::string keyKindInWords(const std::string& bytes);
+
+/// Whether a file with these bytes is a private key.
+bool isPrivateKey(const std::string& bytes);
+
+/// What a file without the key that is needed is instead, and what to do about it, as far as possible with a command.
+/// \param path of the file, for the command.
+/// \return empty if it is no key file, or seems to be one of the right kind.
+std::string adviceOnKeyFile(const std::string& bytes, const std::string& path, KeyUse use);
 
 /// Reads a private key.
 /// \param name the path of its file (PEM), or its URI on a token ("pkcs11:...").

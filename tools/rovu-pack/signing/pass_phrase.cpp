@@ -1,7 +1,7 @@
-#include "pass_phrase.h"
+#include "signing/pass_phrase.h"
 
-#include "files.h"
-#include "interruption.h"
+#include "host/files.h"
+#include "host/leftovers.h"
 #include "util/descriptor.h"
 
 #include <cerrno>

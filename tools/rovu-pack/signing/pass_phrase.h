@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "fault.h"
+#include "host/fault.h"
 
 #include <cstddef>
 #include <string>

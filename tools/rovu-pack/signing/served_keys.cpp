@@ -1,8 +1,8 @@
-#include "served_keys.h"
+#include "signing/served_keys.h"
 
-#include "files.h"
-#include "interruption.h"
-#include "key_kinds.h"
+#include "host/files.h"
+#include "host/leftovers.h"
+#include "signing/key_files.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,9 +1,11 @@
 // Keys and signatures of specs: RSASSA-PKCS1-v1_5 with SHA-256 under 2048 bits, in Base64 on one line.
+//
+// A signature that comes from elsewhere, as from a signing service.
 
 #pragma once
 
-#include "fault.h"
-#include "handles.h"
+#include "host/fault.h"
+#include "host/handles.h"
 
 #include <memory>
 #include <openssl/evp.h>
@@ -40,3 +42,12 @@ std::string specOf(const std::string& text, const std::string& raw);
 /// would swallow what the device appends.
 /// \return EINVAL if what follows the last two hyphens may be a signature or a comment.
 Fault unsignedTextOf(const std::string& spec, std::string* text);
+
+/// Reads the signature in the file at `path`: its bytes, or their Base64 with or without line feeds.
+/// \param raw receives kSignatureSize bytes.
+/// \return EINVAL for anything else.
+Fault readSignature(const std::string& path, std::string* raw);
+
+/// Whether the signature is that of `text` under the public key; says more than a device does if it is not.
+/// \return EBADMSG with what was signed instead, as far as the signature shows it.
+Fault verifySignature(const std::string& text, const std::string& raw, const SigningKey& key);

@@ -1,8 +1,21 @@
-// Plain file work: a file into a buffer, a buffer into a descriptor.
+// Plain work on files and their text: paths joined, a file into a buffer, a buffer into a descriptor.
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
+
+/// Appends one '/' and `name` to `path`, whatever either of them holds: "a/" and "b" give "a//b", and ""
+/// and "b" give "/b". Nothing is normalised. The string grows once.
+/// \return `path`.
+std::string& appendPath(std::string& path, const std::string& name);
+
+/// The same, with the name as `length` characters at `name`.
+std::string& appendPath(std::string& path, const char* name, size_t length);
+
+/// Removes whitespace, as isspace() defines it, from the end of `string`, in place.
+void trimTrailingSpace(char* string);
 
 /// Reads at most `capacity` bytes of the file at `path` into `buffer`; adds no terminator.
 ///

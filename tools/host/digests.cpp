@@ -1,0 +1,47 @@
+#include "host/digests.h"
+
+#include "host/files.h"
+#include "host/leftovers.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr size_t kChunk = 262144;
+
+}  // namespace
+
+Digest::Digest(const EVP_MD* kind) : context_(EVP_MD_CTX_new()) {
+    good_ = context_ != nullptr && EVP_DigestInit_ex(context_.get(), kind, nullptr) == 1;
+}
+
+void Digest::add(const void* bytes, size_t size) {
+    good_ = good_ && EVP_DigestUpdate(context_.get(), bytes, size) == 1;
+}
+
+std::string Digest::hex() {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (!good_ || EVP_DigestFinal_ex(context_.get(), digest, &length) != 1) return "";
+    return hexOf(std::string(digest, digest + length));
+}
+
+std::string hexOf(const std::string& bytes) {
+    constexpr char kHexDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        text += kHexDigits[byte >> 4];
+        text += kHexDigits[byte & 0xF];
+    }
+    return text;
+}
+
+std::string hexSha256(const std::string& bytes) {
+    Digest digest(EVP_sha256());
+    digest.add(bytes.data(), bytes.size());
+    return digest.hex();
+}

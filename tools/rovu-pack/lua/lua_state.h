@@ -1,9 +1,0 @@
-// The owner of a Lua state.
-
-#pragma once
-
-#include "handles.h"
-
-#include <lua.hpp>
-
-using LuaState = Handle<lua_State, lua_close>;
