@@ -9,7 +9,6 @@
 #include "run/settings.h"
 #include "support/log_capture.h"
 #include "support/program.h"
-#include "support/scratch.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>

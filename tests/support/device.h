@@ -4,7 +4,6 @@
 
 #include "rovu_sim/device_state.h"
 #include "support/program.h"
-#include "support/scratch.h"
 
 #include <memory>
 #include <string>

@@ -1,11 +1,20 @@
+// The reference files of a device, as their format defines them and without the code under test.
+//
 // Updates made to order.
 
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
+
+/// Fletcher-32 over big-endian 16-bit words; a zero byte completes the last one.
+uint32_t fletcher32(const std::string& bytes);
+
+/// A file of these lines, each with its newline, and the line with their checksum.
+std::string referenceFile(const std::string& lines);
 
 /// Fields of a Lua table by name. The values are Lua expressions, taken verbatim; nil leaves a field out.
 using LuaFields = std::map<std::string, std::string>;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "support/program.h"
-#include "support/scratch.h"
 
 #include <memory>
 #include <string>

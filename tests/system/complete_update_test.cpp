@@ -1,7 +1,7 @@
 // One update from its URL to the restart, and the next one back.
 
 #include "support/crypto.h"
-#include "support/reference_file.h"
+#include "support/update.h"
 #include "world.h"
 
 #include <regex>

@@ -1,7 +1,7 @@
 // Runs that do less than a complete update, or things in another order.
 
 #include "support/crypto.h"
-#include "support/reference_file.h"
+#include "support/update.h"
 #include "world.h"
 
 #include <cerrno>

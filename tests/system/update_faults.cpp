@@ -2,7 +2,7 @@
 
 #include "rovu_sim/volume_store.h"
 #include "support/crypto.h"
-#include "support/reference_file.h"
+#include "support/update.h"
 
 #include <algorithm>
 #include <cstdlib>

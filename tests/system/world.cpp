@@ -1,7 +1,7 @@
 #include "world.h"
 
 #include "support/crypto.h"
-#include "support/reference_file.h"
+#include "support/update.h"
 
 #include <algorithm>
 #include <sstream>

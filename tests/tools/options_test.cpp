@@ -3,7 +3,6 @@
 
 #include "spec_view/finding.h"
 #include "support/program.h"
-#include "support/scratch.h"
 
 #include <gtest/gtest.h>
 #include <regex>

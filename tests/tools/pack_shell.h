@@ -4,7 +4,6 @@
 #pragma once
 
 #include "support/program.h"
-#include "support/scratch.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>

@@ -2,7 +2,6 @@
 // agree on updates drawn at random.
 
 #include "support/program.h"
-#include "support/scratch.h"
 
 #include <cstdlib>
 #include <filesystem>

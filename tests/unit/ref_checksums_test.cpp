@@ -1,4 +1,4 @@
-#include "support/reference_file.h"
+#include "support/update.h"
 #include "ubi_tools/ref_checksums.h"
 #include "unit_test.h"
 

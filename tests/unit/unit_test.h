@@ -3,7 +3,7 @@
 #pragma once
 
 #include "support/log_capture.h"
-#include "support/scratch.h"
+#include "support/program.h"
 #include "util/version.h"
 
 #include <cerrno>

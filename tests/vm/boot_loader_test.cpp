@@ -1,7 +1,7 @@
 // Which copy of the boot loader's environment counts after a power cut in its change.
 
+#include "disk.h"
 #include "environment.h"
-#include "image_bytes.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 
 #include "environment.h"
 
-#include "image_bytes.h"
+#include "disk.h"
 
 #include <cerrno>
 #include <cstdint>

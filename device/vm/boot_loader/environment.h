@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "image_bytes.h"
+#include "disk.h"
 
 #include <string>
 #include <string_view>

@@ -5,7 +5,7 @@
 
 #pragma once
 
-#include "image_bytes.h"
+#include "disk.h"
 
 #include <cstddef>
 #include <cstdint>

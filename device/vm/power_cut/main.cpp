@@ -4,7 +4,6 @@
 #include "boot_queue.h"
 #include "disk.h"
 #include "files.h"
-#include "selection.h"
 #include "tally.h"
 
 #include <cstdio>

@@ -1,6 +1,5 @@
 #include "vm_boot.h"
 
-#include "child_process.h"
 #include "files.h"
 
 #include <algorithm>

@@ -1,8 +1,7 @@
 #include "verdict/app0_reader.h"
 
-#include "child_process.h"
+#include "disk.h"
 #include "files.h"
-#include "image_bytes.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,15 +1,40 @@
+// What a boot set must hold to be complete.
+//
 // Which volumes of a flash are complete, again and again while it changes: only what has changed is read again.
 
 #pragma once
 
-#include "image_bytes.h"
+#include "disk.h"
 #include "ubi_image.h"
-#include "verdict/expected_set.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+struct ExpectedImage {
+    std::string bytes;
+    std::string md5;  // hex digest
+};
+
+struct ExpectedSet {
+    unsigned number = 0;  // 0 or 1
+    std::string version;
+    ExpectedImage kernel;  // in volume k0 or k1
+    ExpectedImage rootfs;  // in volume k0_root or k1_root
+
+    std::string kernelVolume() const { return "k" + std::to_string(number); }
+    std::string rootfsVolume() const { return kernelVolume() + "_root"; }
+};
+
+/// The two sets that an update lies between.
+struct ExpectedSets {
+    ExpectedSet old;
+    ExpectedSet next;
+};
+
+/// Reads the images of a version, `kernel.img` and `rootfs.img` in FOLDER/VERSION. Throws std::runtime_error.
+ExpectedSet readExpectedSet(const std::string& folder, const std::string& version, unsigned number);
 
 class FlashReader {
 public:
