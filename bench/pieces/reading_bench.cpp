@@ -3,8 +3,8 @@
 #include "benchmarks.h"
 #include "lua_util/sandbox.h"
 #include "support/crypto.h"
-#include "support/scratch.h"
-#include "transfer_files.h"
+#include "support/program.h"
+#include "transfer_bench.h"
 #include "update_spec/spec.h"
 #include "update_spec/spec_reader.h"
 #include "update_spec/spec_text.h"
@@ -38,10 +38,6 @@ constexpr char kSpec[] = R"({
 )";
 
 void fill(SpecBuffer* buffer, const std::string& file) {
-    buffer->fileSize = file.size();
-    buffer->textLength = file.size();
-    buffer->capacity = kMaxSpecSize + kWrapSize;
-    buffer->bytes = static_cast<char*>(malloc(buffer->capacity));
     if (buffer->bytes == nullptr) throw std::bad_alloc();
     memcpy(buffer->bytes, file.data(), file.size());
 }
@@ -72,7 +68,7 @@ void benchSpecReading(benchmark::State& state) {
     const std::string text = kSpec;
     for (auto iteration : state) {
         static_cast<void>(iteration);
-        SpecBuffer buffer;
+        SpecBuffer buffer(text.size());
         fill(&buffer, text);
         lua_State* L = evaluateSpec(&buffer);
         UpdateSpecVer1* spec = L == nullptr ? nullptr : readSpec(L);
@@ -88,7 +84,7 @@ void benchSpecSignature(benchmark::State& state) {
     const std::string file = signedText(kSpec);
     for (auto iteration : state) {
         static_cast<void>(iteration);
-        SpecBuffer buffer;
+        SpecBuffer buffer(file.size());
         fill(&buffer, file);
         if (!authenticateSpec(keyFile.c_str(), "spec", &buffer))
             return state.SkipWithError("the signature was refused");

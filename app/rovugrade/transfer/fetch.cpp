@@ -27,8 +27,8 @@ lua_State* downloadSpec(const std::string& workDir) {
     if (downloader.run(kDownloadRetries, kDownloadWait) != 0) return nullptr;
 
     if (keyPath != nullptr && strcmp(keyPath, kNoKey) == 0) keyPath = nullptr;
-    SpecBuffer spec;
-    if (!readSpecFile(specPath, downloader.received, &spec)) return nullptr;
+    SpecBuffer spec(downloader.received);
+    if (!readSpecFile(specPath, &spec)) return nullptr;
     if (!authenticateSpec(keyPath, specPath, &spec)) return nullptr;
     return evaluateSpec(&spec);
 }

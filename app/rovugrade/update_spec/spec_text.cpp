@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr size_t kSpecMargin = 16;  // room for the sandbox's wrap
-
 lua_State* openLua() {
     lua_State* L = luaL_newstate();
     if (L != nullptr && lua_cpcall(L, luaopen_base, nullptr) == 0) return L;
@@ -33,11 +31,9 @@ bool evaluateIn(lua_State* L, SpecBuffer* spec) {
 
 }  // namespace
 
-bool readSpecFile(const std::string& specPath, uint32_t size, SpecBuffer* spec) {
-    spec->fileSize = size;
-    spec->capacity = size + kSpecMargin;
-    spec->bytes = static_cast<char*>(calloc(1, spec->capacity));
+bool readSpecFile(const std::string& specPath, SpecBuffer* spec) {
     if (spec->bytes == nullptr) return false;
+    const auto size = static_cast<uint32_t>(spec->fileSize);
     if (int rc = readFile(specPath.c_str(), spec->bytes, size, nullptr); rc != 0) {
         LOG_MSG(LOG_LVL_ERROR, "Failed to read from file \"%s\": %d", specPath.c_str(), rc);
         return false;

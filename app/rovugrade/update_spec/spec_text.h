@@ -13,23 +13,27 @@
 /// Most bytes of a spec's file: text, hyphens and signature together.
 constexpr uint32_t kMaxSpecSize = 8192;
 
-/// The spec's file. The first `textLength` bytes are the Lua text; after the file is room for the sandbox's
-/// wrap.
+/// The spec's file. The first `textLength` bytes are the Lua text: all of it, until its signature was separated. After the
+/// file is room for the sandbox's wrap.
 struct SpecBuffer {
-    char* bytes = nullptr;
-    size_t capacity = 0;
-    size_t fileSize = 0;
-    size_t textLength = 0;
+    static constexpr size_t kMargin = 16;
 
-    SpecBuffer() = default;
+    const size_t fileSize;
+    const size_t capacity;
+    char* const bytes;  // zeros at first; null if memory ran out
+    size_t textLength;
+
+    explicit SpecBuffer(size_t size)
+        : fileSize(size), capacity(size + kMargin), bytes(static_cast<char*>(calloc(1, capacity))),
+          textLength(size) {}
     ~SpecBuffer() { free(bytes); }
     SpecBuffer(const SpecBuffer&) = delete;
     SpecBuffer& operator=(const SpecBuffer&) = delete;
 };
 
-/// Reads the `size` bytes of the file at `specPath`.
+/// Reads the file at `specPath`, which has the buffer's `fileSize`.
 /// \return false after logging, or if memory ran out.
-[[nodiscard]] bool readSpecFile(const std::string& specPath, uint32_t size, SpecBuffer* spec);
+[[nodiscard]] bool readSpecFile(const std::string& specPath, SpecBuffer* spec);
 
 /// Separates the text from its signature, and verifies the signature.
 /// \param keyFile path of the public key; null: nothing is verified.

@@ -11,10 +11,7 @@
 namespace {
 
 bool deviceAccepts(const std::string& file) {
-    SpecBuffer buffer;
-    buffer.fileSize = file.size();
-    buffer.capacity = file.size() + 16;
-    buffer.bytes = static_cast<char*>(malloc(buffer.capacity));
+    SpecBuffer buffer(file.size());
     memcpy(buffer.bytes, file.data(), file.size());
     require(authenticateSpec(nullptr, "spec", &buffer), "a spec that is not verified is good");
     lua_State* L = evaluateSpec(&buffer);

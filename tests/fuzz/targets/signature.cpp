@@ -40,11 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > kMaxSpecSize) return 0;
     checkMarker(charsOf(data), size);
 
-    SpecBuffer spec;
-    spec.bytes = static_cast<char*>(malloc(size + 1));
+    SpecBuffer spec(size);
     if (size != 0) memcpy(spec.bytes, data, size);
-    spec.fileSize = size;
-    spec.capacity = size + 1;
     if (!authenticateSpec(key->path().c_str(), "spec", &spec)) return 0;
     require(std::string(spec.bytes, spec.textLength) == kSignedText, "only what was signed verifies");
     return 0;

@@ -140,10 +140,7 @@ lua_State* __wrap_luaL_newstate() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string file(charsOf(data), size);
     if (size > kMaxSpecSize || mayHoldFunction(file)) return 0;
-    SpecBuffer buffer;
-    buffer.fileSize = size;
-    buffer.capacity = size + kWrapSize;
-    buffer.bytes = static_cast<char*>(malloc(buffer.capacity));
+    SpecBuffer buffer(size);
     if (size != 0) memcpy(buffer.bytes, data, size);
     require(authenticateSpec(nullptr, "spec", &buffer), "a spec that is not verified is good");
 

@@ -121,25 +121,20 @@ constexpr char kManifestAdvice[] =
 constexpr char kTrialName[] = "update.lua";  // in the device's messages
 
 bool fill(SpecBuffer* buffer, const std::string& bytes) {
-    buffer->fileSize = bytes.size();
-    buffer->textLength = bytes.size();
-    buffer->capacity = bytes.size() + kWrapSize;
-    buffer->bytes = static_cast<char*>(malloc(buffer->capacity));
-    if (buffer->bytes == nullptr) return false;
-    memcpy(buffer->bytes, bytes.data(), bytes.size());
-    return true;
+    if (buffer->bytes != nullptr) memcpy(buffer->bytes, bytes.data(), bytes.size());
+    return buffer->bytes != nullptr;
 }
 
 // Without a key a signature that is there cannot be judged; one that is not there still can.
 bool authenticate(const SpecFile& spec, const SignatureUse& use) {
     if (spec.hasMarker && use.publicKey.empty()) return true;
-    SpecBuffer buffer;
+    SpecBuffer buffer(spec.bytes.size());
     return fill(&buffer, spec.bytes) &&
            authenticateSpec(use.isUnsigned ? nullptr : use.publicKey.c_str(), spec.path, &buffer);
 }
 
 LuaState evaluate(const SpecFile& spec) {
-    SpecBuffer buffer;
+    SpecBuffer buffer(spec.text.size());
     return LuaState(fill(&buffer, spec.text) ? evaluateSpec(&buffer) : nullptr);
 }
 
@@ -248,7 +243,7 @@ private:
 };
 
 bool isTextAccepted(const std::string& text) {
-    SpecBuffer buffer;
+    SpecBuffer buffer(text.size());
     return fill(&buffer, text) && recordOf(LuaState(evaluateSpec(&buffer))) != nullptr;
 }
 
@@ -259,7 +254,7 @@ Fault refuseSize(size_t size) {
 }
 
 bool isAccepted(const std::string& spec, const std::string& publicPem) {
-    SpecBuffer buffer;
+    SpecBuffer buffer(spec.size());
     const KeyInMemory key(publicPem);
     if (key.path().empty() || !fill(&buffer, spec)) return false;
     if (!authenticateSpec(key.path().c_str(), kTrialName, &buffer)) return false;
