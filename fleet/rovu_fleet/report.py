@@ -14,29 +14,12 @@ import time
 import jinja2
 import markupsafe
 
-from rovu_fleet.advice import GOOD, OUTCOMES
+from rovu_fleet.advice import DATA, GOOD, OUTCOMES
 from rovu_fleet.summary import BEFORE, summarize
 
 # The states in their order, as the legend numbers them; 0 is the time before the first.
-STATES = (
-    BEFORE,
-    "starting",
-    "initializing",
-    "downloading spec",
-    "parsing spec",
-    "checking dependencies",
-    "downloading scripts",
-    "running preparation scripts",
-    "downloading images",
-    "running scripts",
-    "flashing overlay",
-    "flashing images",
-    "switching volume",
-    "complete",
-    "restarted in the middle",
-    "verifying",
-    "error",
-)
+*RUN, ERROR = (state for state, *_ in DATA["states"])
+STATES = (BEFORE, "starting", *RUN, "restarted in the middle", "verifying", ERROR)
 # Of the device nothing was changed, and nothing is broken.
 HELD = ("unreachable", "stopped", "busy", "refused")
 # A larger fleet's good devices are folded away; if even more devices than these are shown, their time lines lose their
@@ -87,7 +70,7 @@ def state_number(state):
 
 
 def markdown(text):
-    """The inline Markdown of docs/operating.md as HTML: code, bold, and the text of a link."""
+    """The inline Markdown of advice.json as HTML: code, bold, and the text of a link."""
     escaped = str(markupsafe.escape(text))
     escaped = re.sub(r"`([^`]+)`", r"<code>\1</code>", escaped)
     escaped = re.sub(r"\*\*([^*]+)\*\*", r"<strong>\1</strong>", escaped)

@@ -163,7 +163,7 @@ def failure(group, advice, book):
                 "advice": book.state(state) if outcome == "failed" else "",
                 "cause": book.silent(state) if silent else "",
             }
-            for state, devices in stopped_in(group, book.states_of(advice) if advice else [])
+            for state, devices in stopped_in(group, advice.states if advice else ())
         ],
         "related": related(sample, book),
         "log_host": sample["host"],

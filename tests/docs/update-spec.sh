@@ -1,7 +1,7 @@
 # What the document takes for granted: its manifest, and files of the sizes that its figures are of. Run are the commands
 # that build and check that update.
 # shellcheck shell=sh disable=SC2034,SC2154 # sourced by `commands`
-runs='^\$ .*(mistake\.lua|rovu-pack build manifest\.lua --out www --key|check www/update\.lua .*--secrets)'
+runs='^\$ .*(rovu-pack build manifest\.lua --out www --key|check www/update\.lua .*--secrets)'
 
 file() { # file NAME BYTES
     head -c "$2" /dev/urandom >"$1"

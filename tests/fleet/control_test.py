@@ -7,6 +7,7 @@ import http.server
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -19,7 +20,6 @@ import unittest.mock
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
 from ansible.errors import AnsibleActionFail  # noqa: E402
 from rovu_fleet import link as link_module, settings  # noqa: E402
-from rovu_fleet.advice import tables  # noqa: E402
 from rovu_fleet.frozen import freeze, is_served  # noqa: E402
 from rovu_fleet.link import Link, LinkLost, ScriptFailed, without_secrets  # noqa: E402
 from rovu_fleet.plan import waves  # noqa: E402
@@ -59,8 +59,7 @@ class Settings(unittest.TestCase):
 
     def test_each_is_documented(self):
         text = (pathlib.Path(__file__).resolve().parents[2] / "docs/fleet.md").read_text(encoding="utf-8")
-        rows = [row for _, titles, found in tables(text) if titles[0] == "Variable" for row in found]
-        named = [name.strip(" `").removeprefix("rovu_") for row in rows for name in row[0].split(",")]
+        named = re.findall(r"`rovu_(\w+)`", "".join(re.findall(r"^\| (`rovu_[^|]*)\|", text, re.MULTILINE)))
         self.assertEqual(sorted(named), sorted(settings.SETTINGS))
 
 
