@@ -7,11 +7,17 @@ import pathlib
 import subprocess
 import sys
 
-from . import document, machine, memory, packing, pieces, plan, plot, sizes, update
+from . import document, packing, pieces, plan, plot, update
 from .pairs import run
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-MEASUREMENTS = {"pieces": pieces, "update": update, "packing": packing, "memory": memory, "sizes": sizes}
+MEASUREMENTS = {
+    "pieces": pieces.measure,
+    "update": update.measure,
+    "packing": packing.measure,
+    "memory": update.measure_memory,
+    "sizes": pieces.measure_sizes,
+}
 PROGRAMS = ["rovu", "rovu-pack", "rovu-sim", "rovu-sim-tool", "rovu-bench-pieces"]
 INSIDE = "ROVU_BENCH_INSIDE"  # set once the run has a mount namespace of its own
 
@@ -53,7 +59,7 @@ def measure(name, build, chosen):
     work.mkdir(exist_ok=True)
     run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", work])
     try:
-        return MEASUREMENTS[name].measure(build, work, chosen)
+        return MEASUREMENTS[name](build, work, chosen)
     finally:
         os.chdir(ROOT)
         run(["umount", "--lazy", work])
@@ -78,7 +84,7 @@ def measure_all(options):
     chosen = plan.QUICK if options.quick else plan.FULL
     if options.pairs:
         chosen = chosen._replace(pairs=options.pairs)
-    results = {"machine": {**machine.describe(), "pairs": chosen.pairs}}
+    results = {"machine": {**plan.describe_machine(), "pairs": chosen.pairs}}
     results.update({name: measure(name, build, chosen) for name in options.only or MEASUREMENTS})
     results["machine"]["load_after"] = os.getloadavg()[0]
     return results

@@ -1,5 +1,9 @@
-"""How much a run measures."""
+"""How much a run measures, and on what kind of machine; nothing that tells one machine from another of its kind."""
 
+import os
+import pathlib
+import platform
+import re
 from typing import NamedTuple
 
 from .release import MIB
@@ -30,3 +34,20 @@ QUICK = Plan(
     growth_sizes=[8, 16],
     growth_scripts=[1, 4],
 )
+
+
+def field(text, name):
+    found = re.search(rf"^{name}\s*[:=]\s*\"?([^\"\n]*)", text, re.MULTILINE)
+    return found.group(1).strip() if found else "unknown"
+
+
+def describe_machine():
+    memory = int(field(pathlib.Path("/proc/meminfo").read_text(), "MemTotal").split()[0])
+    return {
+        "processors": len(os.sched_getaffinity(0)),
+        "model": field(pathlib.Path("/proc/cpuinfo").read_text(), "model name"),
+        "memory": round(memory / 1024 / 1024),
+        "kernel": ".".join(platform.release().split(".")[:2]),
+        "system": field(pathlib.Path("/etc/os-release").read_text(), "PRETTY_NAME"),
+        "load_before": os.getloadavg()[0],
+    }
