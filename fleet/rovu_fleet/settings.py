@@ -7,6 +7,8 @@ import types
 
 from ansible.errors import AnsibleActionFail
 
+from rovu_fleet.link import without_secrets
+
 # What the playbooks themselves note under such names.
 NOTED = ("rovu_frozen", "rovu_result", "rovu_look_result", "rovu_plan_result", "rovu_wave_result")
 # Of no device, but of the playbook: those of an inventory would not be read.
@@ -129,7 +131,7 @@ SETTINGS = {
     "report": (page, str(HERE / "report.html")),
     "poll": (limit, 5),
     "look_limit": (limit, 30),
-    "command_limit": (limit, 120),
+    "command_limit": (limit, 240),
     "state_limit": (limit, 14400),
     "link_limit": (limit, 600),
     "restart_limit": (limit, 600),
@@ -158,7 +160,7 @@ def read(variables):
                 raise ValueError("must be set")
             found[name] = kind(value)
         except ValueError as error:
-            wrong.append(f"rovu_{name} ({value!r}) {error}")
+            wrong.append(without_secrets(f"rovu_{name} ({value!r}) {error}"))
     if wrong:
         raise AnsibleActionFail("; ".join(wrong))
     return types.SimpleNamespace(**found)

@@ -93,6 +93,7 @@ class Course(unittest.TestCase):
                 device.answers[killed_in] = [KeyboardInterrupt()]
                 with self.assertRaises(KeyboardInterrupt):
                     self.run_on(device, attempts=1)
+                self.assertEqual(self.record.data["before"], {"active": "0", "references": "agree", "recorded": {}, "digests": DIGESTS})
                 there = {"run_digest": "d1", "run_token": self.record.data["token"]} if killed_in == "follow" else {}
                 device.answers.update(look=[look or {**OLD, **there}, NEW], start=STARTED, follow=[there or {**OWN}, {}])
                 end = self.run_again(device, attempts=1)
@@ -197,6 +198,7 @@ class Course(unittest.TestCase):
                                   [{"k0": MD5["kernel"], "k0_root": MD5["rootfs"]}], []),
             "never ran there": ("refused", [OLD], [whole], []),
             "a boot loader that counts": ("refused", [{**there, "good": "0A0A01"}], [whole], []),
+            "one that counts for itself": ("refused", [{**there, "bootcount": "0"}], [whole], []),
             "another fell back": ("fell back", [there], [whole], said),
             "an update since the look": ("busy", [there], [whole], [{"switched": "busy"}]),
             "an update that was killed": ("returned", [{**there, **OTHERS, "run_dead": "yes"}, old], [whole], said),
@@ -209,6 +211,12 @@ class Course(unittest.TestCase):
                 end = Back(device, Record(folder, "mast-1", "d1"), SETTINGS, FROZEN).run()
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
+
+    def test_boot_loader_that_counts_must_leave_the_former_set_alone(self):
+        rows = [({}, True), ({"good": "0A0A00"}, True), ({"good": "0A0A01"}, False), ({"good": "0A0A00", "bootcount": "3"}, True)]
+        rows += [({"bootlimit": "3"}, False), ({"upgrade_available": "1"}, False), ({"bootcount": "2", "upgrade_available": "0"}, True)]
+        for variables, leaves in rows:
+            self.assertEqual(not Back.counts(variables, 0), leaves, variables)
 
     def test_update_that_does_not_get_on_is_left_alone(self):
         running = {**OWN, "state": "running scripts"}
@@ -240,6 +248,7 @@ class Course(unittest.TestCase):
         failed = {**OWN, "state": "error", "run_status": "1"}
         cut = {**failed, "log": ["CURL download failed after 0 bytes: (22) HTTP response code said error"]}
         portal = [{**OWN, "state": "downloading spec"}, failed]
+        former = {**DIGESTS, "k0": "c" * 32, "k0_root": "d" * 32}
         lost = {**NEW, "references": "missing"}
         switched = {**OLD, "bootswitcher": "0A0A01"}
         their_end = {**OTHERS, "state": "complete", "run_status": "0"}
@@ -269,6 +278,14 @@ class Course(unittest.TestCase):
                 "updated",
                 Device(look=[OLD, OLD, NEW], start=STARTED, follow=[{**failed, "log": ["Hash verification failed"]}, complete, {}]),
             ),
+            "a way back that is lost": (
+                "unsound", Device(look=[OLD, NEW], start=STARTED, follow=[complete, {}], digests=[former, {**former, "k0": "e" * 32}]),
+            ),
+            "a failure that changed the running set": (
+                "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[former, {**former, "k0": "e" * 32}]),
+            ),
+            "a failure": ("failed", Device(look=[OLD], start=STARTED, follow=[failed], digests=[former])),
+            "another's, amid the verification": ("busy", Device(look=[{**NEW, "alive": ["rovu"], "work_directory": "yes"}])),
             "a portal": ("updated", Device(look=[OLD, OLD, NEW], start=STARTED, follow=[*portal, complete, {}])),
             "no safe folder": ("refused", Device(look=[OLD], start=[{"started": "unsafe"}])),
             "killed": ("stopped", Device(look=[OLD], start=STARTED, follow=[running, killed])),
