@@ -18,6 +18,19 @@ class Back:
         """Returns the Outcome."""
         return outcome_of(self.work, self.record)
 
+    def run_again(self):
+        """Verifies once more a device that was well. Returns the Outcome."""
+        return outcome_of(self.verify_again, self.record)
+
+    def verify_again(self):
+        look = self.link.run("look")
+        check_look(look)
+        if is_held(self.link, look, self.images, look["active"]):
+            raise Outcome("fell back", "the boot loader started the new set again")
+        if self.record.last != "returned":
+            raise Outcome(self.record.last, self.record.data.get("why", ""))
+        self.finish(look)
+
     def work(self):
         look = self.link.run("look", limit=self.settings.look_limit)
         check_look(look)

@@ -234,15 +234,16 @@ def select(records):
     return [record for record in records if record[name] == newest[name]], dict(others.most_common())
 
 
-def summarize(folder, now, book=None):
+def summarize(folder, now, book=None, rollout=None):
     """What the report of a folder of records shows. `now` in seconds since the epoch.
 
-    It is about the update that was started last; records of others are counted only.
+    It is about the update that was started last; records of others are counted only. `rollout`: what is known of it, if not
+    what the folder says.
     """
     book = book or Book()
     records, unreadable = read_records(folder)
     records, others = select(records)
-    rollout = rollout_of(folder)
+    rollout = rollout or rollout_of(folder)
     known = {record["host"] for record in records}
     is_known = records and rollout["digest"] == records[0]["digest"]
     waves = waves_of(records, now)

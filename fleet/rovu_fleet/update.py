@@ -10,6 +10,7 @@ import time
 import uuid
 
 from rovu_fleet.outcome import Outcome, check_health, check_look, is_held, outcome_of, settled
+from rovu_fleet.gate import NotNow, Turn, why_wait
 from rovu_fleet.link import LinkLost, ScriptFailed
 from rovu_fleet.pack import kind_of
 from rovu_fleet.settings import HELD
@@ -19,8 +20,9 @@ from rovu_fleet.verification import faults, lost, noted, recorded, set_of, volum
 SWITCHING = ("switching volume", "complete")
 # States before the device has the whole spec.
 BEFORE_SPEC = ("", "starting", "initializing", "downloading spec")
-# States in which a server or a link can make an update fail that has changed nothing.
-FETCHING = ("downloading spec", "parsing spec", "downloading scripts", "downloading images")
+# States in which it has all that it downloads.
+DOWNLOADED = ("running scripts", "flashing overlay", "flashing images", "switching volume", "complete", "error")
+# Of a server or a link that makes an update fail which has changed nothing.
 FETCH_FAILURES = ("CURL download failed", "Hash verification failed")
 
 
@@ -36,6 +38,7 @@ class Update:
         self.is_served = is_served or (lambda: True)
         self.images = frozen["images"]
         self.spec_seen = False
+        self.turn = Turn(settings.records, settings.downloads)
 
     def run(self):
         """Returns the Outcome."""
@@ -175,6 +178,7 @@ class Update:
         if self.record.data["attempts"] >= self.settings.attempts:
             raise Outcome("failed", "the device restarted in the middle of each attempt")
         attempts = self.record.data["attempts"] + 1
+        self.wait_for_turn()
         self.note_before(look)
         token = uuid.uuid4().hex
         # Noted before the start: an update that nobody remembers would be started a second time. It counts only after
@@ -200,6 +204,16 @@ class Update:
         self.record.note(attempts=attempts)
         return True
 
+    def wait_for_turn(self):
+        """Raises NotNow, but not if the device is amid its update."""
+        while True:
+            if why_wait(self.settings) and not self.record.data["attempts"]:
+                raise NotNow(why_wait(self.settings))
+            if self.turn.take():
+                return
+            self.record.on_change("waits to download")
+            time.sleep(self.settings.poll)
+
     def follow(self):
         """Follows the update to its end. Returns if it is to be started again: after a restart in its middle, or a
         download that failed.
@@ -213,6 +227,8 @@ class Update:
                 return self.back()
             if now.get("state"):
                 self.record.enter(now["state"])
+            if now.get("state") in DOWNLOADED or has_ended(now):
+                self.turn.leave()
             if now.get("log", []) != self.record.data.get("log", []):
                 self.record.note(log=now.get("log", []))
             self.check_spec(now)
@@ -223,6 +239,8 @@ class Update:
                 raise Outcome("unsound", "the update is complete, and the device did not restart", now.get("log", []))
             if waited > self.settings.state_limit:
                 raise Outcome("stalled", f'in the state "{self.last_state()}" for {waited:.0f} s, and not at its end')
+            is_download = "downloading" in now.get("state", "") and now.get("percent")
+            self.record.on_change(f"{now['percent']} %" if is_download else "")
             time.sleep(self.settings.poll)
 
     def check_spec(self, now):

@@ -13,6 +13,7 @@ import unittest.mock
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
 from rovu_fleet.back import Back  # noqa: E402
+from rovu_fleet.gate import NotNow  # noqa: E402
 from rovu_fleet.link import LinkLost  # noqa: E402
 from rovu_fleet.plan import split  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
@@ -32,6 +33,7 @@ FROZEN = {"digest": "d1", "md5": "5" * 32, "images": IMAGES}
 
 
 SETTINGS = types.SimpleNamespace(url=URL, program="rovu", options="-v", health="", health_limit=9, retry=(), poll=5, attempts=2)
+SETTINGS.records, SETTINGS.window, SETTINGS.downloads = "/none", (), 0
 for each, seconds in (("link", 1), ("restart", 60), ("look", 1), ("state", 60)):
     setattr(SETTINGS, f"{each}_limit", seconds)
 
@@ -160,6 +162,27 @@ class Course(unittest.TestCase):
                 actions = [json.loads(line) for line in (pathlib.Path(self.folder) / "log.jsonl").read_text().splitlines()]
                 self.assertEqual(sum(each["action"] == "start" for each in actions), starts)
                 self.assertEqual((actions[-1]["outcome"], actions[-1]["digest"]), (outcome, "d1"))
+
+    def test_nothing_is_started_any_more_once_the_operator_says_so(self):
+        complete = [{**OWN, "state": "complete"}, {}]
+        cut = {**OWN, "state": "error", "run_status": "1", "log": ["CURL download failed after 0 bytes: (22) 404"]}
+        rows = (
+            ("before the start", [OLD], complete, NotNow),
+            ("amid the update", [OLD, OLD, NEW], [cut, *complete], "updated"),
+        )
+        for name, looks, follow, end in rows:
+            with self.subTest(name), tempfile.TemporaryDirectory() as folder:
+                device = Device(look=looks, start=STARTED, follow=[*follow])
+                record = Record(folder, "mast-1", "d1")
+                with unittest.mock.patch("rovu_fleet.update.why_wait", lambda _: end is NotNow or "start" in device.calls):
+                    update = Update(device, Pack(), record, SETTINGS, FROZEN)
+                    if end is NotNow:
+                        self.assertRaises(NotNow, update.run)
+                        record.forget()
+                        self.assertEqual(list(pathlib.Path(folder).glob("*.json")), [])
+                    else:
+                        self.assertEqual(update.run().name, end)
+                self.assertEqual(device.calls.count("start"), 0 if end is NotNow else 2)
 
     def test_device_that_was_brought_back_stays_there(self):
         there = {**NEW, "reference.k0": "c" * 32, "reference.k0_root": "d" * 32}
