@@ -38,6 +38,7 @@ class CallbackModule(CallbackBase):
     v2_runner_on_failed = v2_runner_on_unreachable = v2_runner_on_skipped = v2_runner_on_ok
 
     def last_words(self, process):
+        terminal.stop()
         if os.getpid() == process and self.has_begun:
             self._display.display("\n".join(last_words(self.frozen, self.judged, sys.argv)))
             sys.stdout.flush()

@@ -248,13 +248,15 @@ def summarize(folder, now, book=None, rollout=None):
     is_known = records and rollout["digest"] == records[0]["digest"]
     waves = waves_of(records, now)
     devices = [device for wave in waves for device in wave["devices"]]
-    running = any(device["ended"] is None for device in devices)
+    waiting = sum(host not in known for host in rollout["hosts"]) if is_known else 0
+    stopped = rollout["stopped"] if is_known else ""
+    running = waiting and not stopped or any(device["ended"] is None for device in devices)
     return {
         "url": max(records, key=lambda record: record["started"])["url"] if records else "",
         "urls": len({record["url"] for record in records}),
         "digest": records[0]["digest"] if records else "",
-        "waiting": sum(host not in known for host in rollout["hosts"]) if is_known else 0,
-        "stopped": rollout["stopped"] if is_known else "",
+        "waiting": waiting,
+        "stopped": stopped,
         "generated": now,
         "started": min((device["started"] for device in devices), default=None),
         "ended": None if running else max((device["ended"] for device in devices), default=None),

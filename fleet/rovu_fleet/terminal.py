@@ -39,6 +39,11 @@ def start():
         signal.setitimer(signal.ITIMER_REAL, 1, 1)
 
 
+def stop():
+    """Before the end: a signal of the timer would then end the process with a status of its own."""
+    signal.setitimer(signal.ITIMER_REAL, 0)
+
+
 def interrupted():
     return shared is not None and shared[0] == 1
 
@@ -77,7 +82,7 @@ def lines(columns, rows):
         state, _, detail = text.partition("\n")
         done = BAR * STATES.index(state) // (len(STATES) - 2) if state in STATES else 0
         minutes, seconds = divmod(int(time.monotonic() - began), 60)
-        found.append(f"{host:16} [{'#' * done:.<{BAR}}] {minutes:3}:{seconds:02}  {state or 'look'} {detail}".rstrip()[: columns - 1])
+        found.append(f"{host:16} [{'#' * done:.<{BAR}}] {minutes:3}:{seconds:02}  {' '.join(filter(None, (state, detail))) or 'look'}"[: columns - 1])
     if len(found) > rows:
         found[rows - 1 :] = [f"and {len(found) - rows + 1} more devices"]
     return found

@@ -155,6 +155,7 @@ class Update:
         """Notes what the update will do to this device. Returns why it is to be refused, because rovu-pack says that
         the device would refuse it, or would regret it; otherwise an empty string.
         """
+        self.record.note(kind=kind_of(look))
         check = self.pack.check([kind_of(look)])
         device = check["devices"][0]
         if not device["accepts"]:
@@ -165,11 +166,7 @@ class Update:
             for boot in plan["boots"]
             if boot["content"] == "new"
         ]
-        self.record.note(
-            kind=kind_of(look),
-            switches=plan["switches"],
-            expected={"volumes": volumes},
-        )
+        self.record.note(switches=plan["switches"], expected={"volumes": volumes})
         errors = [each["why"] for each in check["findings"] if each["severity"] == "error"]
         return "rovu-pack check: " + errors[0] if errors else ""
 

@@ -10,6 +10,7 @@ import json
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -186,6 +187,20 @@ class Terminal(unittest.TestCase):
             screen.write("ok: [m3]\n")
             self.assertEqual(real.getvalue(), drawn_once + "\x1b[2A\x1b[Jok: [m3]\n")
             self.assertEqual([line[:5] for line in terminal.lines(6, 1)], ["and 2"])
+
+    def test_second_interrupt_ends_what_the_first_one_does_not(self):
+        self.addCleanup(signal.signal, signal.SIGINT, signal.getsignal(signal.SIGINT))
+        with unittest.mock.patch.multiple(terminal, shared=None, at_work={}), unittest.mock.patch("sys.stdout") as stdout, tempfile.TemporaryFile() as err:
+            stdout.isatty.return_value = True
+            with unittest.mock.patch("os.write", lambda _, text: err.write(text)):
+                terminal.start()
+                os.kill(os.getpid(), signal.SIGINT)
+            self.assertTrue(terminal.interrupted())
+            self.assertIn("Ctrl-C was pressed", gate.why_wait(None))
+            with self.assertRaises(KeyboardInterrupt):
+                os.kill(os.getpid(), signal.SIGINT)
+            terminal.stop()
+            self.assertEqual(signal.getitimer(signal.ITIMER_REAL), (0, 0))
 
 
 class Device:
