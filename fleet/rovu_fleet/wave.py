@@ -31,6 +31,8 @@ def why_stop(results, settings, is_canary, is_last=False):
         if share > most:
             first = of_it[0]
             return f"{len(of_it)} of {len(results)} devices, more than the {most:g} % of rovu_max_{limit}; {first}: {bad[first]}"
+    if len(bad) == len(results) and not is_last:  # after which Ansible itself starts no other wave
+        return f"every device of the wave has failed; {next(iter(bad))}: {next(iter(bad.values()))}"
     left_out = [result["why"] for result in results.values() if result.get("outcome") == ""]
     if left_out or (not is_last and why_wait(settings)):
         return left_out[0] if left_out else why_wait(settings)

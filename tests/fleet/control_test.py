@@ -90,6 +90,7 @@ class Waves(unittest.TestCase):
             ([ok, old], {"max_unreachable": 50, "max_fail": 100}, False, "rovu_max_fell_back"),
             ([ok, {}], {"max_fell_back": 100, "max_fail": 100}, False, "rovu_max_unreachable"),
             ([ok, replaced], tolerant, False, "m1: w"),
+            ([failed, off], tolerant, False, "every device of the wave has failed; m0: failed"),
             ([ok, {"outcome": "", "why": "not now", "counts": False}], tolerant, False, "not now"),
         )
         with tempfile.TemporaryDirectory() as folder:
