@@ -14,7 +14,7 @@ from rovu_fleet.task import FleetAction  # noqa: E402
 
 
 class ActionModule(FleetAction):
-    _VALID_ARGS = frozenset(("hosts", "back"))
+    _VALID_ARGS = frozenset(("hosts", "work"))
     _requires_connection = False
 
     def result(self, task_vars):
@@ -34,6 +34,6 @@ class ActionModule(FleetAction):
         if wrong:
             raise AnsibleActionFail("; ".join(wrong))
         own = self.settings(task_vars)
-        if self._task.args.get("back"):  # the server need not have it any more
+        if self._task.args["work"] == "return":  # the server need not have it any more
             own.fetch, own.files = False, ""
         return {**freeze(own), "hosts": hosts}

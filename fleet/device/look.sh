@@ -9,9 +9,7 @@ case " $(cat /proc/cmdline)" in
 *k0_root*) say active 0 && other=1 ;;
 *k1_root*) say active 1 && other=0 ;;
 esac
-for name in bootswitcher good; do
-    say $name "$(fw_printenv $name 2>/dev/null | sed -n "s/^$name=//p")"
-done
+fw_printenv 2>/dev/null | grep -E '^(bootswitcher|good|bootcount|bootlimit|upgrade_available)=' | cut -c 1-400
 
 # Room: in bytes, and in free and whole LEBs. What a work directory that nobody owns holds will be free.
 stale=$(du -sk /tmp/rovu 2>&- | sed 's/[^0-9].*//')

@@ -5,9 +5,9 @@ Only a device that runs the update is touched, so that the work can be repeated:
 
 import time
 
-from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of, settled
+from rovu_fleet.outcome import Outcome, check_health, check_look, is_held, outcome_of, settled
 from rovu_fleet.update import has_ended
-from rovu_fleet.verification import faults, holds, recorded, set_of, unlike, volumes_of
+from rovu_fleet.verification import faults, holds, noted, recorded, set_of, unlike, volumes_of
 
 
 class Back:
@@ -18,14 +18,27 @@ class Back:
         """Returns the Outcome."""
         return outcome_of(self.work, self.record)
 
+    def run_again(self):
+        """Verifies once more a device that was well. Returns the Outcome."""
+        return outcome_of(self.verify_again, self.record)
+
+    def verify_again(self):
+        look = self.link.run("look")
+        check_look(look)
+        if is_held(self.link, look, self.images, look["active"]):
+            raise Outcome("fell back", "the boot loader started the new set again")
+        if self.record.last != "returned":
+            raise Outcome(self.record.last, self.record.data.get("why", ""))
+        self.finish(look)
+
     def work(self):
         look = self.link.run("look", limit=self.settings.look_limit)
         check_look(look)
         if not any(image["mandatory"] for image in self.images.values()):
             raise Outcome("refused", "the update has no mandatory image, which would tell the devices that run it")
         other = 1 - int(look["active"])
-        if not self.holds(look, look["active"]):
-            if not self.holds(look, other):
+        if not is_held(self.link, look, self.images, look["active"]):
+            if not is_held(self.link, look, self.images, other):
                 raise Outcome("refused", "no set of the device holds this update: it never ran there, or another one did since")
             if self.record.data.get("returning"):
                 self.finish(look)
@@ -33,26 +46,36 @@ class Back:
         if look.get("alive") or (look.get("run_digest") and not has_ended(look)):
             raise Outcome("busy", "an update runs")
         if set_of(look.get("bootswitcher")) == int(look["active"]):
-            self.check_set(look, other)
-            self.record.note(returning=True, attempts=1)
+            digests = self.link.run("digests")
+            self.check_set(look, other, digests)
+            self.record.note(returning=True, attempts=1, before=noted(look, digests))
             self.record.enter("switching volume")
             self.record.append("switch", set=other)
             if self.link.run("back", SET=other).get("switched") == "busy":
                 raise Outcome("busy", "an update has started")
         self.finish(self.return_of(look))
 
-    def holds(self, look, number):
-        values = recorded(look) if look.get("references") == "agree" else self.link.run("digests", SET=number)
-        return holds(values, self.images, number)
+    @staticmethod
+    def counts(look, other):
+        """Why the boot loader would leave the other set again, or might; empty if it would not.
 
-    def check_set(self, look, other):
+        One with the variable `good` counts the starts of every other set. U-Boot's own count runs where upgrade_available
+        is not 0, and what comes after it is a command of the board's, which returns to `good` if that is there.
+        """
+        if look.get("good"):
+            names = set_of(look["good"]) == other
+            return "" if names else f"the boot loader's variable good is {look['good']}: it would count the starts of set {other}, and leave it again"
+        counter = [name for name in ("bootcount", "bootlimit", "upgrade_available") if look.get(name)]
+        if not counter or look.get("upgrade_available") == "0":
+            return ""
+        return f"the boot loader counts starts ({counter[0]} is {look[counter[0]]}), and nothing tells which set it would leave set {other} for"
+
+    def check_set(self, look, other, digests):
         """Refuses a set that is not whole, or that is not the former one, or that the boot loader would leave again."""
         if look.get("references") != "agree":
             raise Outcome("refused", f"the reference files: {look.get('references')}")
-        if look.get("good") and set_of(look["good"]) != other:
-            why = f"the boot loader's variable good is {look['good']}: it would count the starts of set {other}, and leave it again"
-            raise Outcome("refused", why)
-        digests = self.link.run("digests", SET=other)
+        if self.counts(look, other):
+            raise Outcome("refused", self.counts(look, other))
         if holds(digests, self.images, other):
             raise Outcome("refused", "both sets hold the update")
         for volume in volumes_of(other).values():
@@ -76,7 +99,7 @@ class Back:
     def finish(self, look):
         check_look(look)
         self.record.enter("verifying")
-        found = faults(look, self.link.run("digests", SET=look["active"]), {"volumes": []})
+        found = faults(look, self.link.run("digests"), {"volumes": []})
         if found:
             raise Outcome("unsound", "; ".join(found))
         check_health(self.link, self.settings)

@@ -64,4 +64,5 @@ def freeze(settings):
     facts = pack.facts()
     check_files(settings, pack, facts)
     images = {image["kind"]: image for image in facts["images"]}
-    return {"digest": digest, "md5": hashlib.md5(spec).hexdigest(), "copy": str(copy), "images": images}
+    return {"digest": digest, "md5": hashlib.md5(spec).hexdigest(), "copy": str(copy), "images": images,
+            "records": settings.records, "report": settings.report}

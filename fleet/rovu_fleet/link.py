@@ -43,7 +43,7 @@ def script_text(name, variables):
 
 def without_secrets(text):
     """A text without the passwords and queries of the URLs in it."""
-    return re.sub(r"(://[^\s?]*)\?[^\s\"]*", r"\1?***", re.sub(r"://[^/@\s]*@", "://***@", text))
+    return re.sub(r"(://[^\s?]*)\?[^\s\"]*", r"\1?***", re.sub(r"://[^/\s]*@", "://***@", text))
 
 
 def parse(output):
@@ -96,7 +96,6 @@ class Link:
         self._limit = limit
         self._pause = pause
         self._command_limit = command_limit
-        self.losses = 0
 
     def run(self, name, limit=None, command_limit=None, tries=None, **variables):
         """Runs a script of the folder `device` once the link is there; it may then run more than once, but no more than
@@ -110,7 +109,6 @@ class Link:
             try:
                 return self._try(name, text, command_limit or self._command_limit)
             except AnsibleConnectionFailure as failure:
-                self.losses += 1
                 tried += 1
                 if time.monotonic() >= end or tried == tries:
                     raise LinkLost((str(failure).strip().splitlines() or ["no connection"])[-1]) from failure
@@ -128,7 +126,7 @@ class Link:
             if not str(overrun):
                 raise ScriptFailed(f"{name}.sh: the device said more than may be true") from overrun
             raise AnsibleConnectionFailure(str(overrun)) from overrun
-        if result["rc"] == 255:
+        if result["rc"] == 255 or result["rc"] < 0:
             raise AnsibleConnectionFailure("the connection was lost")
         if result["rc"] > 125:  # a device that shuts down kills the shell, or cannot start it any more
             raise AnsibleConnectionFailure(f"the device's shell ended with status {result['rc']}")

@@ -5,7 +5,7 @@ import time
 
 from rovu_fleet.advice import GOOD
 from rovu_fleet.link import LinkLost, ScriptFailed
-from rovu_fleet.verification import set_of
+from rovu_fleet.verification import holds, recorded, set_of
 
 UNTOUCHED = ("refused",)
 
@@ -44,6 +44,11 @@ def outcome_of(work, record):
         end = Outcome("failed", str(failed))
     record.end(end.name, end.why, end.log)
     return end
+
+
+def is_held(link, look, images, number):
+    """Whether a set holds the update: by the reference files if they agree, and by its volumes if they do not."""
+    return holds(recorded(look) if look.get("references") == "agree" else link.run("digests"), images, number)
 
 
 def missing(look):

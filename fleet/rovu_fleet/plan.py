@@ -90,12 +90,30 @@ def text(rows):
     return ["  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip() for row in rows]
 
 
-def waves(hosts, sizes):
+def drawn(results):
+    """The devices in the order of the waves: the first one of each kind, then the others, and those that did not answer.
+
+    The first device of the inventory stays the canary, and of the other kinds the most frequent one comes first. `results`:
+    as for split().
+    """
+    kinds, silent = {}, []
+    for name, result in results.items():
+        look = result.get("device") or {}
+        if not result.get("answered") or missing(look):
+            silent.append(name)
+        else:
+            kinds.setdefault((look["model"], look["kernel"], look["rootfs"]), []).append(name)
+    first, *others = list(kinds.values()) or [[]]
+    heads = [kind[0] for kind in [first, *sorted(others, key=len, reverse=True)] if kind]
+    return [*heads, *(name for name in results if name not in {*heads, *silent}), *silent]
+
+
+def batches(hosts, sizes):
     """The devices of each wave, as Ansible divides them: a percentage is of all devices, and the last size is repeated."""
-    found, left, at = [], list(hosts), 0
+    found, left = [], list(hosts)
     while left:
-        size = str(sizes[min(at, len(sizes) - 1)])
+        size = str(sizes[min(len(found), len(sizes) - 1)])
         number = max(1, len(hosts) * int(size[:-1]) // 100) if size.endswith("%") else int(size)
-        found.append(f"wave {at + 1}, {len(left[:number])} of {len(hosts)} devices: " + ", ".join(left[:number]))
-        left, at = left[number:], at + 1
+        found.append(left[:number])
+        left = left[number:]
     return found

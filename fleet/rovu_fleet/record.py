@@ -34,17 +34,19 @@ class Record:
         # Nothing that an inventory may call a device leads out of the folder.
         self._path = pathlib.Path(folder) / f"{host.replace('%', '%25').replace('/', '%2F')}.json"
         self._path.parent.mkdir(parents=True, exist_ok=True, mode=0o700)
-        self.data = self._read()
+        self._former, self._keep = self._read(), keep
+        self.data = dict(self._former)
         same = self.data.get("digest") == digest
         # How this update ended here before; empty if it did not.
         self.last = self.data.get("outcome", "") if same and self.data.get("ended") else ""
-        self.held = self.last if self.last in HELD and self.last not in retry else ""
+        self.held = self.last if self.last in HELD and self.last not in retry and not keep else ""
         # Whether an update that leaves no trace on the device has run.
         self.done = same and self.data.get("done", False)
         if not same or (self.last and not self.held and not keep):
-            self.data = {"host": host, "digest": digest, "url": without_secrets(url), "attempts": 0, "states": []}
+            since = self.data.get("since", 0) if same else 0
+            self.data = {"host": host, "digest": digest, "url": without_secrets(url), "attempts": 0, "states": [], "since": since}
             self.data["started"] = time.time()
-        self.on_change = lambda: None  # called after each new state
+        self.on_change = lambda detail="": None  # called after each new state, and with what else there is to show
 
     def _read(self):
         try:
@@ -53,6 +55,18 @@ class Record:
             return {}
         except (OSError, ValueError) as error:
             raise AnsibleActionFail(f"the record {self._path} cannot be read: {error}; nothing was started") from error
+
+    def is_under_way(self):
+        """Whether a run was ended amid the work on the device."""
+        return not self.held and not self.data.get("ended") and bool(self.data.get("token") or self.data.get("returning"))
+
+    def forget(self):
+        """Leaves the record as it was: nothing was started."""
+        self.data = self._former
+        if self.data:
+            self._store()
+        else:
+            self._path.unlink(missing_ok=True)
 
     def note(self, **values):
         self.data.update(values)
@@ -71,6 +85,8 @@ class Record:
         if outcome == self.held:
             self.append("kept", outcome=outcome, why=why)
             return
+        if outcome in ("updated", "done", "returned") and not self._keep:
+            self.data["since"] = time.time()
         self.note(outcome=outcome, why=why, log=log or self.data.get("log", []), ended=time.time())
         self.append("ended", **{name: self.data.get(name) for name in ("outcome", "why", "started", "states", "log")})
 

@@ -139,8 +139,12 @@ def render(data):
 def replace(path, text):
     """The whole file or the one before: a browser may be reading it."""
     part = path.with_name(path.name + ".part")
-    part.write_text(text, encoding="utf-8")
-    os.replace(part, path)
+    try:
+        part.write_text(text, encoding="utf-8")
+        os.replace(part, path)
+    except OSError:
+        part.unlink(missing_ok=True)
+        raise
 
 
 def complaint(folder, out):

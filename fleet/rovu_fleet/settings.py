@@ -7,8 +7,10 @@ import types
 
 from ansible.errors import AnsibleActionFail
 
+from rovu_fleet.link import without_secrets
+
 # What the playbooks themselves note under such names.
-NOTED = ("rovu_frozen", "rovu_result", "rovu_look_result", "rovu_plan_result", "rovu_wave_result")
+NOTED = ("rovu_frozen", "rovu_result", "rovu_result_again", "rovu_look_result", "rovu_plan_result", "rovu_wave_result")
 # Of no device, but of the playbook: those of an inventory would not be read.
 OF_THE_PLAY = ("rovu_hosts", "rovu_waves")
 UNITS = {"": 1, "s": 1, "sec": 1, "second": 1, "min": 60, "minute": 60, "h": 3600, "hour": 3600}
@@ -78,6 +80,22 @@ def outcomes(value):
     return words
 
 
+def most(value):
+    return count(value) if value not in (None, "", 0, "0") else 0
+
+
+def window(value):
+    """Two times of day, in hours."""
+    if value in (None, ""):
+        return ()
+    time = "([01]?[0-9]|2[0-4]):([0-5][0-9])"
+    found = re.fullmatch(f"{time} ?- ?{time}", str(value))
+    if not found or found.groups()[:2] == found.groups()[2:]:
+        raise ValueError('must be two times of day, such as "22:00-05:00"')
+    hours = [int(part) for part in found.groups()]
+    return hours[0] + hours[1] / 60, hours[2] + hours[3] / 60
+
+
 def path(value):
     found = pathlib.Path(text(value)).expanduser()
     if not found.is_absolute():
@@ -124,12 +142,14 @@ SETTINGS = {
     "canary_may_refuse": (flag, False),
     "retry": (outcomes, ""),
     "soak": (seconds, 600),
+    "window": (window, ""),
+    "downloads": (most, 0),
     "fetch": (flag, True),
     "records": (path, str(HERE / "records")),
     "report": (page, str(HERE / "report.html")),
     "poll": (limit, 5),
     "look_limit": (limit, 30),
-    "command_limit": (limit, 120),
+    "command_limit": (limit, 240),
     "state_limit": (limit, 14400),
     "link_limit": (limit, 600),
     "restart_limit": (limit, 600),
@@ -158,7 +178,7 @@ def read(variables):
                 raise ValueError("must be set")
             found[name] = kind(value)
         except ValueError as error:
-            wrong.append(f"rovu_{name} ({value!r}) {error}")
+            wrong.append(without_secrets(f"rovu_{name} ({value!r}) {error}"))
     if wrong:
         raise AnsibleActionFail("; ".join(wrong))
     return types.SimpleNamespace(**found)

@@ -234,26 +234,29 @@ def select(records):
     return [record for record in records if record[name] == newest[name]], dict(others.most_common())
 
 
-def summarize(folder, now, book=None):
+def summarize(folder, now, book=None, rollout=None):
     """What the report of a folder of records shows. `now` in seconds since the epoch.
 
-    It is about the update that was started last; records of others are counted only.
+    It is about the update that was started last; records of others are counted only. `rollout`: what is known of it, if not
+    what the folder says.
     """
     book = book or Book()
     records, unreadable = read_records(folder)
     records, others = select(records)
-    rollout = rollout_of(folder)
+    rollout = rollout or rollout_of(folder)
     known = {record["host"] for record in records}
     is_known = records and rollout["digest"] == records[0]["digest"]
     waves = waves_of(records, now)
     devices = [device for wave in waves for device in wave["devices"]]
-    running = any(device["ended"] is None for device in devices)
+    waiting = sum(host not in known for host in rollout["hosts"]) if is_known else 0
+    stopped = rollout["stopped"] if is_known else ""
+    running = waiting and not stopped or any(device["ended"] is None for device in devices)
     return {
         "url": max(records, key=lambda record: record["started"])["url"] if records else "",
         "urls": len({record["url"] for record in records}),
         "digest": records[0]["digest"] if records else "",
-        "waiting": sum(host not in known for host in rollout["hosts"]) if is_known else 0,
-        "stopped": rollout["stopped"] if is_known else "",
+        "waiting": waiting,
+        "stopped": stopped,
         "generated": now,
         "started": min((device["started"] for device in devices), default=None),
         "ended": None if running else max((device["ended"] for device in devices), default=None),

@@ -3,7 +3,8 @@
 from ansible.errors import AnsibleActionFail
 from ansible.plugins.action import ActionBase
 
-from rovu_fleet import settings
+from rovu_fleet import settings, terminal
+from rovu_fleet.gate import NotNow, why_wait
 from rovu_fleet.link import Link
 from rovu_fleet.pack import Pack
 from rovu_fleet.record import Record
@@ -14,6 +15,7 @@ class FleetAction(ActionBase):
     """A task that works with the settings of its host, and with the frozen update."""
 
     def run(self, tmp=None, task_vars=None):
+        terminal.ignore_interrupts()
         result = {**super().run(tmp, task_vars), "changed": False}
         try:
             return {**result, **self.result(task_vars)}
@@ -27,25 +29,40 @@ class FleetAction(ActionBase):
 
 class DeviceAction(FleetAction):
     """Works on one device. It never fails: `outcome` and `why` say how it ended, `counts` whether the limits of the wave
-    count that, and `stops` that it is no fault of the device.
+    count that, `stops` that it is no fault of the device, and `since` from when on it is to prove itself. Without an
+    outcome, nothing was started.
     """
 
-    _VALID_ARGS = frozenset(("again",))
+    _VALID_ARGS = frozenset(("work", "again"))
 
     def result(self, task_vars):
         if self._play_context.check_mode:
             return {"skipped": True, "msg": "nothing is started in check mode"}
+        again = self._task.args.get("again")  # the result of the first look
+        if again and (again.get("counts", True) or again["outcome"] in ("refused", "")):
+            return {name: again.get(name) for name in ("outcome", "why", "counts")}
         try:
             own, frozen = self.settings(task_vars), task_vars["rovu_frozen"]
             record = Record(own.records, task_vars["inventory_hostname"], frozen["digest"], own.url, own.retry,
-                            keep=bool(self._task.args.get("again")))
-            record.on_change = lambda: refresh(own, frozen)
+                            keep=bool(again))
+            record.on_change = lambda detail="": self.tell(record, frozen, detail)
+            if not (again or record.is_under_way()) and why_wait(own):
+                raise NotNow(why_wait(own))
             if not record.held:
                 record.note(wave=(task_vars.get("ansible_play_batch") or [""])[0])
             link = Link(self, own.link_limit, min(own.poll, 2), own.command_limit)
             end = self.work(link, Pack(own.pack, frozen["copy"], own.pub), record, own, frozen)
+        except NotNow as reason:
+            record.forget()
+            return {"outcome": "", "why": str(reason), "counts": False}
         except Exception as failed:  # whatever it is, the others of the wave go on, and the next wave does not start
             why = str(failed) if isinstance(failed, AnsibleActionFail) else f"{type(failed).__name__}: {failed}"
             return {"outcome": "failed", "why": why, "counts": True, "stops": True}
         said = {"outcome": end.name, "why": end.why, "counts": end.counts, "stops": end.name == "replaced"}
+        said["since"] = record.data.get("since", 0)
         return {**said, "changed": record.data["attempts"] > 0 and end.name != record.held}
+
+    @staticmethod
+    def tell(record, frozen, detail):
+        terminal.tell(record.data["host"], record.data["states"][-1][0] if record.data["states"] else "", detail)
+        refresh(frozen)

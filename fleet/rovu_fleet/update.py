@@ -5,20 +5,24 @@ not updated again, an update that is under way is followed and not started a sec
 ended badly is left as it is.
 """
 
+import contextlib
 import time
 import uuid
 
-from rovu_fleet.outcome import Outcome, check_health, check_look, outcome_of, settled
+from rovu_fleet.outcome import Outcome, check_health, check_look, is_held, outcome_of, settled
+from rovu_fleet.gate import NotNow, Turn, why_wait
+from rovu_fleet.link import LinkLost, ScriptFailed
 from rovu_fleet.pack import kind_of
 from rovu_fleet.settings import HELD
-from rovu_fleet.verification import faults, holds, recorded, set_of, volumes_of
+from rovu_fleet.verification import faults, lost, noted, recorded, set_of, volumes_of
 
 # States in which the boot loader's variable may have been changed.
 SWITCHING = ("switching volume", "complete")
 # States before the device has the whole spec.
 BEFORE_SPEC = ("", "starting", "initializing", "downloading spec")
-# States in which a server or a link can make an update fail that has changed nothing.
-FETCHING = ("downloading spec", "parsing spec", "downloading scripts", "downloading images")
+# States in which it has all that it downloads.
+DOWNLOADED = ("running scripts", "flashing overlay", "flashing images", "switching volume", "complete", "error")
+# Of a server or a link that makes an update fail which has changed nothing.
 FETCH_FAILURES = ("CURL download failed", "Hash verification failed")
 
 
@@ -34,10 +38,11 @@ class Update:
         self.is_served = is_served or (lambda: True)
         self.images = frozen["images"]
         self.spec_seen = False
+        self.turn = Turn(settings.records, settings.downloads)
 
     def run(self):
         """Returns the Outcome."""
-        return outcome_of(self.attempts, self.record)
+        return outcome_of(self.judged, self.record)
 
     def run_again(self):
         """Verifies once more a device that was well, and starts nothing. Returns the Outcome."""
@@ -53,6 +58,19 @@ class Update:
             check_health(self.link, self.settings)
             raise Outcome(name)
         self.finish(look, name)
+
+    def judged(self):
+        """What has ended on the set that ran before must have left that as it was."""
+        try:
+            self.attempts()
+        except Outcome as end:
+            found = []
+            if end.name in ("failed", "stopped", "fell back") and "before" in self.record.data:
+                with contextlib.suppress(LinkLost, ScriptFailed):
+                    found = lost(self.record.data["before"], self.link.run("digests", limit=0))
+            if found:
+                raise Outcome("unsound", "; ".join([*found, f"{end.name}: {end.why}"]), end.log) from end
+            raise
 
     def attempts(self):
         is_first = True
@@ -70,12 +88,12 @@ class Update:
             time.sleep(self.settings.poll)
             look = self.link.run("look", limit=self.settings.look_limit)
             check_look(look)
-        if self.holds(look, look["active"]):
+        if is_held(self.link, look, self.images, look["active"]):
             if self.record.data.get("token"):
                 self.record.note(attempts=max(1, self.record.data["attempts"]))
             self.finish(look, "updated" if self.record.data["attempts"] else "current")
         if self.has_restarted(look):
-            self.back({**look, "active": str(self.record.data["active"])})
+            self.back()
             return
         if not self.is_under_way(look):
             if is_first:
@@ -85,13 +103,12 @@ class Update:
                 raise Outcome("refused", refusal)
             if not self.start(look):
                 return  # and looks at what the other operator has started
-        self.follow(look)
+        self.follow()
 
-    def holds(self, look, number):
-        """Whether a set holds the update: by the reference files if they agree, and by its volumes if they do not."""
-        if look.get("references") == "agree":
-            return holds(recorded(look), self.images, number)
-        return holds(self.link.run("digests", SET=number), self.images, number)
+    def note_before(self, look):
+        """Notes both sets before the start: a verdict on what came of it rests on that."""
+        if self.record.data.get("before", {}).get("active") != look["active"]:
+            self.record.note(before=noted(look, self.link.run("digests")))
 
     def check_memory(self, look):
         """Leaves a device alone on which this update has run before, and that does not run it."""
@@ -100,7 +117,7 @@ class Update:
             raise Outcome("current", "the update, which does not restart the device, has run before")
         verdict, why = self.record.last, self.record.data.get("why", "")
         is_told = verdict in HELD and verdict != "gone"
-        if not is_told and verdict not in ("failed", "stopped") and self.holds(look, 1 - int(look["active"])):
+        if not is_told and verdict not in ("failed", "stopped") and is_held(self.link, look, self.images, 1 - int(look["active"])):
             verdict, why = "fell back", "the other set holds the update, and the device runs its former one"
         if verdict in HELD and verdict not in self.settings.retry:
             raise Outcome(verdict, why)
@@ -108,7 +125,7 @@ class Update:
     def has_restarted(self, look):
         """Whether the update had come to its restart, which nobody saw because the control machine was killed."""
         token = self.record.data.get("token")
-        is_planned = token and "active" in self.record.data and not self.record.held
+        is_planned = token and "before" in self.record.data and not self.record.held
         return self.last_state() in SWITCHING and is_planned and look.get("run_token") != token
 
     def is_under_way(self, look):
@@ -121,6 +138,7 @@ class Update:
                 return True
             if not has_ended(look) or (is_switched and look.get("run_status") == "0"):
                 self.plan(look)  # who started it has seen to it that nothing is refused
+                self.note_before(look)
                 self.record.note(token=look["run_token"], attempts=max(1, self.record.data["attempts"]))
                 return True
         if look.get("alive"):
@@ -137,6 +155,7 @@ class Update:
         """Notes what the update will do to this device. Returns why it is to be refused, because rovu-pack says that
         the device would refuse it, or would regret it; otherwise an empty string.
         """
+        self.record.note(kind=kind_of(look))
         check = self.pack.check([kind_of(look)])
         device = check["devices"][0]
         if not device["accepts"]:
@@ -147,12 +166,7 @@ class Update:
             for boot in plan["boots"]
             if boot["content"] == "new"
         ]
-        self.record.note(
-            kind=kind_of(look),
-            active=int(look["active"]),
-            switches=plan["switches"],
-            expected={"volumes": volumes},
-        )
+        self.record.note(switches=plan["switches"], expected={"volumes": volumes})
         errors = [each["why"] for each in check["findings"] if each["severity"] == "error"]
         return "rovu-pack check: " + errors[0] if errors else ""
 
@@ -161,12 +175,14 @@ class Update:
         if self.record.data["attempts"] >= self.settings.attempts:
             raise Outcome("failed", "the device restarted in the middle of each attempt")
         attempts = self.record.data["attempts"] + 1
+        self.wait_for_turn()
+        self.note_before(look)
         token = uuid.uuid4().hex
         # Noted before the start: an update that nobody remembers would be started a second time. It counts only after
         # it, or a control machine that was killed here would have used it up.
         self.record.note(token=token)
         self.record.enter("starting")
-        self.record.append("start", attempt=attempts, active=look["active"], retry=self.settings.retry)
+        self.record.append("start", attempt=attempts, before=self.record.data["before"], retry=self.settings.retry)
         started = self.link.run(
             "start",
             URL=self.settings.url,
@@ -185,7 +201,17 @@ class Update:
         self.record.note(attempts=attempts)
         return True
 
-    def follow(self, look):
+    def wait_for_turn(self):
+        """Raises NotNow, but not if the device is amid its update."""
+        while True:
+            if why_wait(self.settings) and not self.record.data["attempts"]:
+                raise NotNow(why_wait(self.settings))
+            if self.turn.take():
+                return
+            self.record.on_change("waits to download")
+            time.sleep(self.settings.poll)
+
+    def follow(self):
         """Follows the update to its end. Returns if it is to be started again: after a restart in its middle, or a
         download that failed.
         """
@@ -195,9 +221,11 @@ class Update:
             limits = (self.settings.link_limit, self.settings.restart_limit)
             now = self.link.run("follow", limit=limits[1] if state in SWITCHING else max(limits))
             if now.get("run_token") != self.record.data["token"]:
-                return self.back(look)
+                return self.back()
             if now.get("state"):
                 self.record.enter(now["state"])
+            if now.get("state") in DOWNLOADED or has_ended(now):
+                self.turn.leave()
             if now.get("log", []) != self.record.data.get("log", []):
                 self.record.note(log=now.get("log", []))
             self.check_spec(now)
@@ -208,6 +236,8 @@ class Update:
                 raise Outcome("unsound", "the update is complete, and the device did not restart", now.get("log", []))
             if waited > self.settings.state_limit:
                 raise Outcome("stalled", f'in the state "{self.last_state()}" for {waited:.0f} s, and not at its end')
+            is_download = "downloading" in now.get("state", "") and now.get("percent")
+            self.record.on_change(f"{now['percent']} %" if is_download else "")
             time.sleep(self.settings.poll)
 
     def check_spec(self, now):
@@ -252,30 +282,35 @@ class Update:
         states = [state for state, _ in self.record.data["states"] if state != "error"]
         return bool(failures) or (states[-1:] == ["downloading spec"])
 
-    def back(self, before):
+    def back(self):
         """The device has restarted."""
-        state = self.last_state()
+        state, before = self.last_state(), self.record.data["before"]
         look = settled(self.link, before, self.settings)
         check_look(look)
         if look["active"] != before["active"]:
             self.finish(look, "updated")
-        if state in SWITCHING or (self.is_recorded(look) and not self.is_recorded(before)):
+        if state in SWITCHING or (self.is_recorded(recorded(look)) and not self.is_recorded(before["recorded"])):
             raise Outcome("fell back", "the device has the new set, and started its old one")
         self.record.enter("restarted in the middle")
 
-    def is_recorded(self, look):
+    def is_recorded(self, values):
         """Whether the reference files say that the update's volumes are written."""
         volumes = self.record.data.get("expected", {"volumes": []})["volumes"]
-        return all(recorded(look).get(volume["name"]) == volume["md5"] for volume in volumes)
+        return all(values.get(volume["name"]) == volume["md5"] for volume in volumes)
 
     def finish(self, look, name):
+        if look.get("alive"):  # which writes the other set, and has files of its own
+            raise Outcome("busy", "another update runs: " + ", ".join(look["alive"]))
         self.record.enter("verifying")
         self.record.note(active_after=look["active"])
         expected = self.record.data.get("expected")
         if name == "current" or not expected or any(each["name"] not in volumes_of(look["active"]).values()
                                                     for each in expected["volumes"]):
             expected = {"volumes": self.expected_of(look)}
-        found = faults(look, self.link.run("digests", SET=look["active"]), expected)
+        digests = self.link.run("digests")
+        found = faults(look, digests, expected)
+        if "before" in self.record.data:
+            found += lost(self.record.data["before"], digests)
         if found:
             raise Outcome("unsound", "; ".join(found))
         check_health(self.link, self.settings)

@@ -32,6 +32,17 @@ def recorded(look):
     return {name.removeprefix("reference."): value for name, value in look.items() if name.startswith("reference.")}
 
 
+def noted(look, digests):
+    """What a device is before its update or its return, which the verdict on it rests on."""
+    return {"active": look["active"], "references": look.get("references"), "recorded": recorded(look), "digests": digests}
+
+
+def lost(before, digests):
+    """What has become of the set that ran before, which nothing may change, as sentences. `before`: from noted()."""
+    volumes = [name for name in volumes_of(before["active"]).values() if before["digests"].get(name)]
+    return list(filter(None, (unlike(name, before["digests"][name], digests, "what it held before") for name in volumes)))
+
+
 def unlike(name, expected, digests, what):
     """Why a volume is not as it should be; empty if it is."""
     if not digests.get(name):

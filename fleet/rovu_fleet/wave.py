@@ -3,18 +3,22 @@
 import contextlib
 import fcntl
 import json
+import os
 import pathlib
+import shlex
 import time
 
 from rovu_fleet.advice import GOOD
-from rovu_fleet.report import replace, render
+from rovu_fleet.gate import why_wait
+from rovu_fleet.link import without_secrets
+from rovu_fleet.report import render, replace
 from rovu_fleet.summary import ROLLOUT, rollout_of, summarize
 
 # Which limit is for which outcomes; rovu_max_fail is for all others.
 LIMITS = {"unreachable": ("unreachable",), "fell_back": ("fell back", "unsound", "gone")}
 
 
-def why_stop(results, settings, is_canary):
+def why_stop(results, settings, is_canary, is_last=False):
     """Why the next wave must not start; empty if it may. `results`: those of the wave's devices, by name."""
     for name, result in results.items():
         if result.get("stops"):
@@ -27,51 +31,71 @@ def why_stop(results, settings, is_canary):
         if share > most:
             first = of_it[0]
             return f"{len(of_it)} of {len(results)} devices, more than the {most:g} % of rovu_max_{limit}; {first}: {bad[first]}"
+    if len(bad) == len(results) and not is_last:  # after which Ansible itself starts no other wave
+        return f"every device of the wave has failed; {next(iter(bad))}: {next(iter(bad.values()))}"
+    left_out = [result["why"] for result in results.values() if result.get("outcome") == ""]
+    if left_out or (not is_last and why_wait(settings)):
+        return left_out[0] if left_out else why_wait(settings)
     proven = any(result.get("outcome") in GOOD for result in results.values())
     if is_canary and not proven and not settings.canary_may_refuse:
         return "no device of the first wave took the update, so that it proves nothing; rovu_canary_may_refuse lets it go on"
-    if (pathlib.Path(settings.records) / "stop").exists():
-        return f"{settings.records}/stop is there"
     return ""
 
 
-def soaks(results, settings):
-    """Whether there is something that is to prove itself."""
-    return settings.soak > 0 and any(each.get("outcome") in ("updated", "done", "returned") for each in results.values())
+def soak_left(results, settings, now):
+    """For how many seconds the wave is to prove itself yet: the devices that were updated, in this run or shortly before."""
+    return max(0, settings.soak - now + max((each.get("since", 0) for each in results.values()), default=0))
 
 
-def refresh(settings, frozen):
+def refresh(frozen):
     """Writes the page while a wave runs: one of the processes that follow devices does, at most every 10 seconds, or in a
     large fleet every minute.
     """
-    page = pathlib.Path(settings.report)
+    page = pathlib.Path(frozen["report"])
     with contextlib.suppress(FileNotFoundError):
         if time.time() - page.stat().st_mtime < min(60, max(10, len(frozen["hosts"]) / 50)):
             return
-    with contextlib.suppress(OSError), open(f"{settings.records}/.page", "a", encoding="ascii") as lock:
+    with contextlib.suppress(OSError), open(f"{frozen['records']}/.page", "a", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        write(settings, frozen)
+        write(frozen)
 
 
-def write(settings, frozen, stopped=""):
-    """Writes the page, and the list of the devices that need attention. Returns the lines that sum it up."""
-    folder = pathlib.Path(settings.records)
+def write(frozen, stopped=""):
+    """Writes the page, and the list of the devices that need attention. Returns the lines that sum it up. What cannot be
+    written is told in these and on the page, if that can be.
+    """
+    folder, page = pathlib.Path(frozen["records"]), pathlib.Path(frozen["report"])
     before = rollout_of(folder)  # of more devices, if -l names some of them now
     known = before["hosts"] if before["digest"] == frozen["digest"] else []
-    hosts = list(dict.fromkeys([*known, *frozen["hosts"]]))
-    state = {"digest": frozen["digest"], "hosts": hosts, "stopped": stopped}
-    replace(folder / ROLLOUT, json.dumps(state) + "\n")
-    data = summarize(folder, time.time())
-    page = pathlib.Path(settings.report)
-    replace(page.with_suffix(".json"), json.dumps(data, separators=(",", ":")) + "\n")
-    replace(page, render(data))
-    devices = [device for wave in data["waves"] for device in wave["devices"]]
-    bad = [each["host"] for each in devices if each["outcome"] not in GOOD]
-    replace(folder / "attention.txt", "".join(f"{host}\n" for host in bad))
-    counts = ", ".join(f"{count} {outcome}" for outcome, count in data["counts"].items())
-    lines = [f"{len(hosts)} device{'s' if len(hosts) > 1 else ''}: {counts}" + (f", {data['waiting']} not reached yet" if data["waiting"] else "")]
-    if bad:
-        lines.append(f"those that need attention, for -l: @{folder / 'attention.txt'}")
+    rollout = {"digest": frozen["digest"], "hosts": list(dict.fromkeys([*known, *frozen["hosts"]])), "stopped": stopped}
+    faults = put({folder / ROLLOUT: json.dumps(rollout) + "\n"})
+    data = summarize(folder, time.time(), rollout={**rollout, "stopped": "; ".join(filter(None, [stopped, *faults]))})
+    bad = [device["host"] for wave in data["waves"] for device in wave["devices"] if device["outcome"] not in GOOD]
+    attention = folder / "attention.txt"
+    faults += put({page: render(data), page.with_suffix(".json"): json.dumps(data, separators=(",", ":")) + "\n",
+                   attention: "".join(f"{host}\n" for host in bad)})
+    counts = [f"{count} {outcome}" for outcome, count in data["counts"].items()]
+    counts += [f"{data['waiting']} not reached yet"] if data["waiting"] else []
+    lines = [f"{len(rollout['hosts'])} device{'s' if len(rollout['hosts']) > 1 else ''}: {', '.join(counts)}", *faults]
+    return lines + ([f"those that need attention, for -l: @{attention}"] if bad else []) + [f"page: {page}"]
+
+
+def put(files):
+    """Writes the text of each file. Returns what went wrong."""
+    faults = []
+    for path, text in files.items():
+        try:
+            replace(path, text)
+        except OSError as error:
+            faults.append(f"the control machine cannot write {path}: {error.strerror}")
+    return faults
+
+
+def last_words(frozen, judged, command):
+    """What the terminal says at the end, in whichever way that came. `judged`: the result of rovu_wave that came last."""
+    stopped = judged.get("stopped") or ("" if judged.get("over") else "the playbook was ended amid a wave")
+    lines = write(frozen, stopped)
     if stopped:
-        lines += [f"stopped: {stopped}", "to go on, start the same command again"]
+        words = [os.path.basename(command[0]), *map(without_secrets, command[1:])]
+        lines += [f"stopped {stopped}", f"to go on: {shlex.join(words)}"]
     return lines

@@ -3,11 +3,14 @@
 usage: control_test.py
 """
 
+import html
 import http.server
+import io
 import json
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -19,12 +22,12 @@ import unittest.mock
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
 from ansible.errors import AnsibleActionFail  # noqa: E402
-from rovu_fleet import link as link_module, settings  # noqa: E402
+from rovu_fleet import gate, link as link_module, settings, terminal, wave  # noqa: E402
 from rovu_fleet.frozen import freeze, is_served  # noqa: E402
 from rovu_fleet.link import Link, LinkLost, ScriptFailed, without_secrets  # noqa: E402
-from rovu_fleet.plan import waves  # noqa: E402
+from rovu_fleet.plan import batches, drawn  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
-from rovu_fleet.wave import refresh, soaks, why_stop  # noqa: E402
+from rovu_fleet.wave import soak_left, why_stop  # noqa: E402
 
 NEEDED = {"rovu_url": "http://updates.example/update.lua", "rovu_spec": __file__}
 
@@ -42,6 +45,9 @@ class Settings(unittest.TestCase):
             ({"rovu_attempts": 0}, "must be a whole number"),
             ({"rovu_max_fail": 101}, "from 0 to 100"),
             ({"rovu_retry": "fell"}, "fell_back"),
+            ({"rovu_window": "22:00"}, "two times of day"),
+            ({"rovu_downloads": -1}, "must be a whole number"),
+            ({"rovu_attempts": "http://me:p@ss@host"}, r"http://\*\*\*@host"),
             ({"rovu_records": "records"}, "must be an absolute path"),
             ({"rovu_report": "/none/a.html"}, "folder that does not exist"),
             ({"rovu_pub": "/none"}, "does not exist"),
@@ -54,8 +60,10 @@ class Settings(unittest.TestCase):
 
     def test_times_have_units_and_lists_have_words(self):
         given = {"rovu_soak": "10 minutes", "rovu_poll": "0.5s", "rovu_link_limit": "2h", "rovu_retry": "fell_back,gone"}
+        given["rovu_window"] = "22:30 - 5:00"
         found = settings.read({**NEEDED, **given})
         self.assertEqual((found.soak, found.poll, found.link_limit, found.retry), (600, 0.5, 7200, ["fell back", "gone"]))
+        self.assertEqual((found.window, found.downloads), ((22.5, 5), 0))
 
     def test_each_is_documented(self):
         text = (pathlib.Path(__file__).resolve().parents[2] / "docs/fleet.md").read_text(encoding="utf-8")
@@ -80,27 +88,74 @@ class Waves(unittest.TestCase):
             ([ok, old], {"max_unreachable": 50, "max_fail": 100}, False, "rovu_max_fell_back"),
             ([ok, {}], {"max_fell_back": 100, "max_fail": 100}, False, "rovu_max_unreachable"),
             ([ok, replaced], tolerant, False, "m1: w"),
+            ([failed, off], tolerant, False, "every device of the wave has failed; m0: failed"),
+            ([ok, {"outcome": "", "why": "not now", "counts": False}], tolerant, False, "not now"),
         )
         with tempfile.TemporaryDirectory() as folder:
             for results, variables, is_canary, words in rows:
-                own = {"records": folder, "canary_may_refuse": False, **dict.fromkeys(tolerant, 0), **variables}
+                own = {"records": folder, "window": (), "canary_may_refuse": False, **dict.fromkeys(tolerant, 0), **variables}
                 with self.subTest(results=results, variables=variables):
                     said = why_stop({f"m{n}": each for n, each in enumerate(results)}, types.SimpleNamespace(**own), is_canary)
                     self.assertIn(words, said)
                     self.assertEqual(bool(said), bool(words))
             (pathlib.Path(folder) / "stop").touch()
-            self.assertIn("is there", why_stop({"m": ok}, types.SimpleNamespace(**own), False))
+            for is_last in (False, True):
+                said = why_stop({"m": ok}, types.SimpleNamespace(**own), False, is_last)
+                self.assertEqual("is there" in said, not is_last)
 
-    def test_only_a_wave_with_news_soaks(self):
-        for outcomes, soak, soaked in ((["current", "updated"], 1, True), (["current", "refused"], 1, False), (["done"], 0, False)):
-            results = {str(n): {"outcome": outcome} for n, outcome in enumerate(outcomes)}
-            self.assertEqual(soaks(results, types.SimpleNamespace(soak=soak)), soaked, outcomes)
+    def test_wave_proves_itself_until_its_last_update_is_old_enough(self):
+        for since, soak, left in (([0, 1000], 600, 590), ([400, 0], 600, 0), ([], 600, 0), ([1009], 0, 0)):
+            results = {str(n): {"since": each} for n, each in enumerate(since)}
+            self.assertEqual(soak_left(results, types.SimpleNamespace(soak=soak), 1010), left, since)
+
+    def test_nothing_is_started_outside_of_the_window_or_after_a_word_of_the_operator(self):
+        for window, hour, is_in in (((8, 10), 8, True), ((8, 10), 10, False), ((22, 5), 23, True), ((22, 5), 4.9, True), ((22, 5), 5, False)):
+            self.assertEqual(gate.is_open(window, hour), is_in, (window, hour))
+        with tempfile.TemporaryDirectory() as folder:
+            own = types.SimpleNamespace(records=folder, window=())
+            self.assertEqual(gate.why_wait(own), "")
+            hour = time.localtime().tm_hour
+            own.window = ((hour + 2) % 24, (hour + 3) % 24)
+            self.assertIn("rovu_window", gate.why_wait(own))
+
+    def test_no_more_devices_download_than_may(self):
+        with tempfile.TemporaryDirectory() as folder:
+            first, second, third = (gate.Turn(folder, most) for most in (1, 1, 0))
+            self.assertEqual([turn.take() for turn in (first, first, second, third)], [True, True, False, True])
+            first.leave()
+            self.assertTrue(second.take())
+
+    def test_first_ones_have_each_kind(self):
+        look = {"model": "m", "kernel": "1", "rootfs": "1", "active": "0"}
+        kinds = {"a1": {}, "a2": {}, "off": None, "b1": {"kernel": "2"}, "c1": {"model": "n"}, "c2": {"model": "n"}, "bad": {"model": ""}}
+        results = {name: {"answered": kind is not None, "device": {**look, **(kind or {})}} for name, kind in kinds.items()}
+        self.assertEqual(drawn(results), ["a1", "c1", "b1", "a2", "c2", "off", "bad"])
+
+    def test_page_and_last_words_come_in_spite_of_what_cannot_be_written(self):
+        with tempfile.TemporaryDirectory() as folder:
+            frozen = {"records": f"{folder}/r", "report": f"{folder}/a.html", "digest": "d1", "hosts": ["m1", "m2", "m3"]}
+            Record(frozen["records"], "m1", "d1").end("gone", "why", [])
+            Record(frozen["records"], "m2", "d1").end("updated", "", [])
+            command = ["/usr/bin/ansible-playbook", "-e", "rovu_url=http://me:p@ss@host/u?k=1", "rollout.yml"]
+            for is_full in (False, True):
+                if is_full:
+                    os.unlink(f"{folder}/r/rollout")
+                    os.mkdir(f"{folder}/r/rollout")
+                for judged, words in (({}, "ended amid a wave"), ({"stopped": "in wave 2: <>"}, "in wave 2: <>"), ({"over": True}, "")):
+                    said = "\n".join(wave.last_words(frozen, judged, command))
+                    page = pathlib.Path(frozen["report"]).read_text()
+                    for each in ("3 devices: 1 gone, 1 updated, 1 not reached yet", "attention.txt", *([words] if words else [])):
+                        self.assertIn(each, said)
+                    self.assertEqual("to go on: ansible-playbook -e 'rovu_url=http://***@host/u?***' rollout.yml" in said, bool(words), said)
+                    self.assertIn(html.escape(words), page)
+                    self.assertEqual("cannot write" in page and "cannot write" in said, is_full)
+                    self.assertEqual(pathlib.Path(f"{folder}/r/attention.txt").read_text(), "m1\n")
 
     def test_page_is_written_while_a_wave_runs(self):
         with tempfile.TemporaryDirectory() as folder:
-            own, page = types.SimpleNamespace(records=f"{folder}/r", report=f"{folder}/a.html"), pathlib.Path(folder) / "a.html"
-            record = Record(own.records, "m1", "d1")
-            record.on_change = lambda: refresh(own, {"digest": "d1", "hosts": ["m1"]})
+            page = pathlib.Path(folder) / "a.html"
+            record = Record(f"{folder}/r", "m1", "d1")
+            record.on_change = lambda: wave.refresh({"records": f"{folder}/r", "report": str(page), "digest": "d1", "hosts": ["m1"]})
             record.enter("starting")
             self.assertIn('http-equiv="refresh"', page.read_text())
             for old, rewritten in ((False, False), (True, True)):
@@ -111,7 +166,40 @@ class Waves(unittest.TestCase):
                 self.assertEqual(bool(page.read_text()), rewritten)
 
     def test_plan_names_who_is_in_which(self):
-        self.assertEqual([len(each.split(", ")) - 1 for each in waves([f"m{n}" for n in range(20)], [1, "10%", "40%"])], [1, 2, 8, 8, 1])
+        self.assertEqual([len(each) for each in batches([f"m{n}" for n in range(20)], [1, "10%", "40%"])], [1, 2, 8, 8, 1])
+
+
+class Terminal(unittest.TestCase):
+    def test_each_device_at_work_has_a_line_below_what_is_printed(self):
+        with unittest.mock.patch.multiple(terminal, shared=bytearray(terminal.SLOT * terminal.SLOTS), at_work={}):
+            for host in ("m1", "m2", "m3"):
+                terminal.enter(host)
+            terminal.tell("m1", "downloading images", "45 %\x1b[2J")
+            terminal.tell("m2", "verifying")
+            terminal.leave("m3")
+            real = io.StringIO()
+            screen = terminal.Screen(real)
+            screen.draw()
+            self.assertEqual(re.findall(r"(m\d) .*\[(#*)\.*\] .* {2}(.*)\n", real.getvalue()),
+                             [("m1", 10 * "#", "downloading images 45 %[2J"), ("m2", 20 * "#", "verifying")])
+            drawn_once = real.getvalue()
+            screen.write("ok: [m3]\n")
+            self.assertEqual(real.getvalue(), drawn_once + "\x1b[2A\x1b[Jok: [m3]\n")
+            self.assertEqual([line[:5] for line in terminal.lines(6, 1)], ["and 2"])
+
+    def test_second_interrupt_ends_what_the_first_one_does_not(self):
+        self.addCleanup(signal.signal, signal.SIGINT, signal.getsignal(signal.SIGINT))
+        with unittest.mock.patch.multiple(terminal, shared=None, at_work={}), unittest.mock.patch("sys.stdout") as stdout, tempfile.TemporaryFile() as err:
+            stdout.isatty.return_value = True
+            with unittest.mock.patch("os.write", lambda _, text: err.write(text)):
+                terminal.start()
+                os.kill(os.getpid(), signal.SIGINT)
+            self.assertTrue(terminal.interrupted())
+            self.assertIn("Ctrl-C was pressed", gate.why_wait(None))
+            with self.assertRaises(KeyboardInterrupt):
+                os.kill(os.getpid(), signal.SIGINT)
+            terminal.stop()
+            self.assertEqual(signal.getitimer(signal.ITIMER_REAL), (0, 0))
 
 
 class Device:

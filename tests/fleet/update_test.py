@@ -13,6 +13,7 @@ import unittest.mock
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
 from rovu_fleet.back import Back  # noqa: E402
+from rovu_fleet.gate import NotNow  # noqa: E402
 from rovu_fleet.link import LinkLost  # noqa: E402
 from rovu_fleet.plan import split  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
@@ -32,6 +33,7 @@ FROZEN = {"digest": "d1", "md5": "5" * 32, "images": IMAGES}
 
 
 SETTINGS = types.SimpleNamespace(url=URL, program="rovu", options="-v", health="", health_limit=9, retry=(), poll=5, attempts=2)
+SETTINGS.records, SETTINGS.window, SETTINGS.downloads = "/none", (), 0
 for each, seconds in (("link", 1), ("restart", 60), ("look", 1), ("state", 60)):
     setattr(SETTINGS, f"{each}_limit", seconds)
 
@@ -93,6 +95,7 @@ class Course(unittest.TestCase):
                 device.answers[killed_in] = [KeyboardInterrupt()]
                 with self.assertRaises(KeyboardInterrupt):
                     self.run_on(device, attempts=1)
+                self.assertEqual(self.record.data["before"], {"active": "0", "references": "agree", "recorded": {}, "digests": DIGESTS})
                 there = {"run_digest": "d1", "run_token": self.record.data["token"]} if killed_in == "follow" else {}
                 device.answers.update(look=[look or {**OLD, **there}, NEW], start=STARTED, follow=[there or {**OWN}, {}])
                 end = self.run_again(device, attempts=1)
@@ -160,6 +163,24 @@ class Course(unittest.TestCase):
                 self.assertEqual(sum(each["action"] == "start" for each in actions), starts)
                 self.assertEqual((actions[-1]["outcome"], actions[-1]["digest"]), (outcome, "d1"))
 
+    def test_nothing_is_started_any_more_once_the_operator_says_so(self):
+        complete = [{**OWN, "state": "complete"}, {}]
+        cut = {**OWN, "state": "error", "run_status": "1", "log": ["CURL download failed after 0 bytes: (22) 404"]}
+        rows = (("before the start", [OLD], complete, NotNow), ("amid the update", [OLD, OLD, NEW], [cut, *complete], "updated"))
+        for name, looks, follow, end in rows:
+            with self.subTest(name), tempfile.TemporaryDirectory() as folder:
+                device = Device(look=looks, start=STARTED, follow=[*follow])
+                record = Record(folder, "mast-1", "d1")
+                with unittest.mock.patch("rovu_fleet.update.why_wait", lambda _: end is NotNow or "start" in device.calls):
+                    update = Update(device, Pack(), record, SETTINGS, FROZEN)
+                    if end is NotNow:
+                        self.assertRaises(NotNow, update.run)
+                        record.forget()
+                        self.assertEqual(list(pathlib.Path(folder).glob("*.json")), [])
+                    else:
+                        self.assertEqual(update.run().name, end)
+                self.assertEqual(device.calls.count("start"), 0 if end is NotNow else 2)
+
     def test_device_that_was_brought_back_stays_there(self):
         there = {**NEW, "reference.k0": "c" * 32, "reference.k0_root": "d" * 32}
         old = {**there, "active": "0", "bootswitcher": "0A0A00"}
@@ -196,7 +217,7 @@ class Course(unittest.TestCase):
             "both sets hold it": ("refused", [{**there, "reference.k0": MD5["kernel"], "reference.k0_root": MD5["rootfs"]}],
                                   [{"k0": MD5["kernel"], "k0_root": MD5["rootfs"]}], []),
             "never ran there": ("refused", [OLD], [whole], []),
-            "a boot loader that counts": ("refused", [{**there, "good": "0A0A01"}], [whole], []),
+            "a boot loader that counts": ("refused", [{**there, "bootcount": "0"}], [whole], []),
             "another fell back": ("fell back", [there], [whole], said),
             "an update since the look": ("busy", [there], [whole], [{"switched": "busy"}]),
             "an update that was killed": ("returned", [{**there, **OTHERS, "run_dead": "yes"}, old], [whole], said),
@@ -210,10 +231,11 @@ class Course(unittest.TestCase):
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
 
-    def test_update_that_does_not_get_on_is_left_alone(self):
-        running = {**OWN, "state": "running scripts"}
-        end = self.run_on(Device(look=[OLD], start=STARTED, follow=[running]))
-        self.assertEqual((end.name, "running scripts" in end.why), ("stalled", True))
+    def test_boot_loader_that_counts_must_leave_the_former_set_alone(self):
+        rows = [({}, True), ({"good": "0A0A00"}, True), ({"good": "0A0A01"}, False), ({"good": "0A0A00", "bootcount": "3"}, True)]
+        rows += [({"bootlimit": "3"}, False), ({"upgrade_available": "1"}, False), ({"bootcount": "2", "upgrade_available": "0"}, True)]
+        for variables, leaves in rows:
+            self.assertEqual(not Back.counts(variables, 0), leaves, variables)
 
     def test_plan_names_the_devices_that_tell_too_little(self):
         results = {"a": {"answered": True, "device": OLD}, "b": {"answered": True, "device": {**OLD, "model": ""}}}
@@ -240,10 +262,12 @@ class Course(unittest.TestCase):
         failed = {**OWN, "state": "error", "run_status": "1"}
         cut = {**failed, "log": ["CURL download failed after 0 bytes: (22) HTTP response code said error"]}
         portal = [{**OWN, "state": "downloading spec"}, failed]
+        former = {**DIGESTS, "k0": "c" * 32, "k0_root": "d" * 32}
         lost = {**NEW, "references": "missing"}
         switched = {**OLD, "bootswitcher": "0A0A01"}
         their_end = {**OTHERS, "state": "complete", "run_status": "0"}
         rows = {
+            "a script that hangs": ("stalled", Device(look=[OLD], start=STARTED, follow=[{**OWN, "state": "running scripts"}])),
             "an update": ("updated", Device(look=[OLD, NEW], start=STARTED, follow=[running, complete, {}])),
             "no restart": ("unsound", Device(look=[OLD], start=STARTED, follow=[{**complete, "run_status": "0"}])),
             "shutdown without /tmp": (
@@ -269,14 +293,19 @@ class Course(unittest.TestCase):
                 "updated",
                 Device(look=[OLD, OLD, NEW], start=STARTED, follow=[{**failed, "log": ["Hash verification failed"]}, complete, {}]),
             ),
+            "a way back that is lost": (
+                "unsound", Device(look=[OLD, NEW], start=STARTED, follow=[complete, {}], digests=[former, {**former, "k0": "e" * 32}]),
+            ),
+            "a failure that changed the running set": (
+                "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[former, {**former, "k0": "e" * 32}]),
+            ),
+            "a failure": ("failed", Device(look=[OLD], start=STARTED, follow=[failed], digests=[former])),
+            "another's, amid the verification": ("busy", Device(look=[{**NEW, "alive": ["rovu"], "work_directory": "yes"}])),
             "a portal": ("updated", Device(look=[OLD, OLD, NEW], start=STARTED, follow=[*portal, complete, {}])),
             "no safe folder": ("refused", Device(look=[OLD], start=[{"started": "unsafe"}])),
             "killed": ("stopped", Device(look=[OLD], start=STARTED, follow=[running, killed])),
             "ended by a signal": ("stopped", Device(look=[OLD], start=STARTED, follow=[{**OWN, "run_status": "143"}])),
-            "killed before": (
-                "updated",
-                Device(look=[{**OLD, **OTHERS, "run_dead": "yes"}, NEW], start=STARTED, follow=[complete, {}]),
-            ),
+            "killed before": ("updated", Device(look=[{**OLD, **OTHERS, "run_dead": "yes"}, NEW], start=STARTED, follow=[complete, {}])),
             "another operator's": ("updated", Device(look=[{**OLD, **OTHERS}, NEW], follow=[OTHERS, their_end, {}])),
             "another's, amid the look": (
                 "updated", Device(look=[{**OLD, "alive": ["rovu"]}, {**OLD, **OTHERS}, NEW], follow=[OTHERS, their_end, {}])
