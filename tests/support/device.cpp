@@ -2,7 +2,6 @@
 
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/call_log.h"
-#include "rovu_sim/progress_file.h"
 #include "rovu_sim/volume_store.h"
 #include "support/log_capture.h"
 

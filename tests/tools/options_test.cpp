@@ -15,7 +15,7 @@ using Words = std::set<std::string>;
 struct Tool {
     std::string name;
     std::string program;
-    std::string folder;     // of the manual page and of both completions
+    std::string folder;     // of the manual page
     std::string function;   // the completion for bash
     std::string nextTitle;  // in the manual page, after the commands
 };
@@ -41,8 +41,8 @@ protected:
     // What bash offers for the word `start` after `before`, which are words of a command line.
     Words completions(const Tool& tool, const std::string& before, const std::string& start) const {
         const std::string offered =
-            shell("source '" + tool.folder + "/" + tool.name + ".bash'; COMP_WORDS=(" + before + " '" +
-                  start + "'); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); " + tool.function +
+            shell("source <('" + tool.program + "' --completion bash); COMP_WORDS=(" + before + " '" + start +
+                  "'); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); " + tool.function +
                   "; printf '%s\\n' \"${COMPREPLY[@]}\"");
         return matches(offered, "(\\S+)");
     }
@@ -62,13 +62,9 @@ protected:
         return text.substr(from + begin.size(), text.find(end, from + begin.size()) - from - begin.size());
     }
 
-    // Of one command, with those of the list that two commands share.
     static Words zshOptions(const std::string& completion, const std::string& command) {
-        std::string section = between(completion, "\n    " + command + ")\n", ";;");
-        if (section.empty()) section = between(completion, "\n    " + command + " | ", ";;");
-        if (section.empty()) section = between(completion, " | " + command + ")\n", ";;");
-        if (section.find("$judged") != std::string::npos) section += between(completion, "judged=(", "\n  )");
-        return matches(section, "['\"](?:\\([^)]*\\))?\\*?(--[a-z-]+)");
+        return matches(between(completion, "\n    " + command + ")\n", ";;"),
+                       "'(?:\\([^)]*\\))?\\*?(--[a-z-]+)");
     }
 
 private:
@@ -83,7 +79,7 @@ TEST_F(OptionTexts, AreInHelpManualAndCompletions) {
             std::regex_replace(readWholeFile(tool.folder + "/" + tool.name + ".1"), std::regex("\\\\-"), "-");
         const std::string synopsis = between(manual, ".SH SYNOPSIS", ".SH DESCRIPTION");
         const std::string commandSections = between(manual, ".SH COMMANDS", tool.nextTitle);
-        const std::string zsh = readWholeFile(tool.folder + "/_" + tool.name);
+        const std::string zsh = shell("'" + tool.program + "' --completion zsh");
         const Words commands = matches(help(tool, ""), "^  ([a-z]+) ");
         ASSERT_GT(commands.size(), 5U) << help(tool, "");
         Words offered = completions(tool, tool.name, "");

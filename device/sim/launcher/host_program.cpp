@@ -1,11 +1,12 @@
 #include "launcher/host_program.h"
 
-#include "launcher/message.h"
 #include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/text_files.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,6 +53,17 @@ int runHostProgram(const std::vector<std::string>& words, const sigset_t& signal
     int status = 0;
     if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
     return WEXITSTATUS(status);
+}
+
+void complain(const std::string& text) {
+    // One write for the whole line: the command may be writing to the same terminal.
+    const std::string line = "rovu-sim: " + text + "\n";
+    writeFully(2, line.data(), line.size());
+}
+
+int cannot(const std::string& what, const std::string& path, int error) {
+    complain("cannot " + what + " " + path + ": " + strerror(error));
+    return error;
 }
 
 }  // namespace rovusim

@@ -1,4 +1,4 @@
-// Programs of the host that the launcher needs.
+// The launcher's messages on standard error, and the programs of the host that it needs.
 #pragma once
 
 #include <csignal>
@@ -20,5 +20,13 @@ namespace rovusim {
 
 /// Becomes a program of the host; exits with 1 after a message if it does not start.
 [[noreturn]] void becomeHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask);
+
+/// Prints one line that starts with the program's name.
+void complain(const std::string& text);
+
+/// Prints "cannot WHAT PATH: reason".
+/// \param error a positive errno value
+/// \return `error`, for a return statement.
+int cannot(const std::string& what, const std::string& path, int error);
 
 }  // namespace rovusim

@@ -1,7 +1,6 @@
 #include "rovu_sim/device_state.h"
 
 #include "rovu_sim/boot_env.h"
-#include "rovu_sim/state_lock.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
 #include "util/descriptor.h"
@@ -10,8 +9,10 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <utility>
 
 namespace rovusim {
 namespace {
@@ -251,6 +252,14 @@ int putDeviceFile(const std::string& stateDir, const std::string& pathOnDevice, 
     if (path.empty()) return EINVAL;
     if (int rc = makeDirectories(path.substr(0, path.rfind('/'))); rc != 0) return rc;
     return replaceTextFile(path, bytes);
+}
+
+int lockDevice(const std::string& stateDir, zem::Descriptor* lock) {
+    zem::Descriptor file(open((stateDir + "/run/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    if (!file.isOpen()) return errno;
+    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) return errno == EWOULDBLOCK ? EBUSY : errno;
+    *lock = std::move(file);
+    return 0;
 }
 
 }  // namespace rovusim

@@ -5,6 +5,8 @@
 // `calls.log`, `reboot-requested` after a reboot, and `run/` (files of one run).
 #pragma once
 
+#include "util/descriptor.h"
+
 #include <cstdint>
 #include <string>
 
@@ -81,5 +83,10 @@ std::string outsidePath(const std::string& stateDir, const std::string& pathOnDe
 /// \return 0, EINVAL for a path elsewhere, or another positive errno value.
 [[nodiscard]] int putDeviceFile(const std::string& stateDir, const std::string& pathOnDevice,
                                 const std::string& bytes);
+
+/// Takes the lock without waiting. It is held until `lock` is closed.
+/// \return 0, EBUSY if another process holds it, ENOENT if `stateDir` is not a device, or another errno
+/// value.
+[[nodiscard]] int lockDevice(const std::string& stateDir, zem::Descriptor* lock);
 
 }  // namespace rovusim

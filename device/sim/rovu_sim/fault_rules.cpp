@@ -1,7 +1,7 @@
 #include "rovu_sim/fault_rules.h"
 
+#include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/text_files.h"
-#include "rovu_sim/tool_names.h"
 
 #include <cerrno>
 #include <csignal>

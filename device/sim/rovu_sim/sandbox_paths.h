@@ -1,4 +1,4 @@
-// What the launcher and the tools inside a device agree on: paths, and the start of process 1.
+// What the launcher and the tools inside a device agree on: names and paths, and the start of process 1.
 #pragma once
 
 namespace rovusim {
@@ -35,5 +35,17 @@ constexpr int kExitSetupFailed = 125;
 constexpr int kExitCannotRun = 126;
 constexpr int kExitNotFound = 127;
 constexpr int kExitSignalBase = 128;  // plus the signal that killed the command
+
+/// Simulated on the state directory, without any program of the host.
+constexpr const char* kSimulatedTools[] = {
+    "ubinfo",    "ubirmvol", "ubimkvol",        "ubiupdatevol", "fw_printenv",
+    "fw_setenv", "killall",  "readplatform.sh", "reboot",
+};
+
+/// Recorded, then run by the host's own program.
+constexpr const char* kPassThroughs[] = {"tar", "cat", "rm", "md5sum", "sha256sum"};
+
+/// The shell with a script file. A shell with `-c` is neither recorded nor counted.
+constexpr const char* kShellTool = "sh";
 
 }  // namespace rovusim

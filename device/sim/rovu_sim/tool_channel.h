@@ -7,6 +7,7 @@
 
 #include "util/descriptor.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -46,5 +47,15 @@ struct ToolReply {
 
 [[nodiscard]] int sendReply(int socket, const ToolReply& reply);
 [[nodiscard]] int receiveReply(int socket, ToolReply* reply);
+
+/// Sends `size` bytes, at least one, and the descriptors, of which the caller keeps its own.
+/// \return 0 or a positive errno value. See unix(7), SCM_RIGHTS.
+[[nodiscard]] int sendMessage(int socket, const void* bytes, size_t size,
+                              const std::vector<int>& descriptors);
+
+/// Waits for a message of exactly `size` bytes. Its descriptors are close-on-exec here.
+/// \return 0, EPIPE if the peer is gone or sent anything else, or another positive errno value.
+[[nodiscard]] int receiveMessage(int socket, void* bytes, size_t size,
+                                 std::vector<zem::Descriptor>* descriptors);
 
 }  // namespace rovusim

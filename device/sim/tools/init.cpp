@@ -1,7 +1,7 @@
 #include "tools/init.h"
 
 #include "rovu_sim/sandbox_paths.h"
-#include "rovu_sim/socket_message.h"
+#include "rovu_sim/tool_channel.h"
 #include "util/descriptor.h"
 
 #include <cerrno>

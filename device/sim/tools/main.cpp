@@ -7,12 +7,9 @@
 
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/tool_channel.h"
-#include "rovu_sim/tool_names.h"
 #include "rovu_sim/volume_store.h"
 #include "tools/init.h"
-#include "tools/kill_named.h"
 #include "tools/real_program.h"
-#include "tools/shell_shim.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,4 +1,4 @@
-// The real programs behind the names that the simulator records.
+// What a call of a tool does inside, once the launcher has answered: become the real program, end processes.
 #pragma once
 
 #include <string>
@@ -17,5 +17,14 @@ int becomeReal(const ToolCallInside& call);
 
 /// Runs it, and waits for it.
 void runReal(const ToolCallInside& call);
+
+/// Sends a signal to all processes, but for process 1 and this one, whose names are among the words. Options other than
+/// a signal are left out. See killall(1).
+void killNamed(const ToolCallInside& call);
+
+/// Whether this call is a shell with a script file on its command line, `sh FILE`. Such a call is recorded
+/// and can be made to fail. Every other use of the shell is not: `-c`, a script on standard input, a script
+/// that names the shell in its first line, another name of the same program.
+bool isShellWithScript(int argc, char** argv);
 
 }  // namespace rovusim

@@ -5,6 +5,7 @@
 #include "cli/command_line.h"
 
 #include "cli/commands.h"
+#include "host/completion.h"
 #include "spec_view/words.h"
 
 #include <CLI/CLI.hpp>
@@ -305,6 +306,7 @@ int runCommandLine(int argc, char** argv) {
     addCheck(&app, &options.check);
     const CLI::App* rehearse = addRehearse(&app, &options.rehearse);
     const CLI::App* inspect = addInspect(&app, &options.inspect);
+    if (argc == 3 && std::string(argv[1]) == "--completion") return printCompletion(app, argv[2]);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {

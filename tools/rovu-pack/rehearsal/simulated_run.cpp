@@ -6,7 +6,6 @@
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/device_state.h"
-#include "rovu_sim/progress_file.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
 #include "util/descriptor.h"

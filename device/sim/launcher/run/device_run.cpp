@@ -1,7 +1,6 @@
 #include "launcher/run/device_run.h"
 
 #include "launcher/host_program.h"
-#include "launcher/message.h"
 #include "launcher/run/run_plan.h"
 #include "launcher/run/sandbox_process.h"
 #include "launcher/run/watch.h"
@@ -13,9 +12,8 @@
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/fault_rules.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "rovu_sim/socket_message.h"
-#include "rovu_sim/state_lock.h"
 #include "rovu_sim/text_files.h"
+#include "rovu_sim/tool_channel.h"
 
 #include <cerrno>
 #include <climits>

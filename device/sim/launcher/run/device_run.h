@@ -5,8 +5,8 @@
 #pragma once
 
 #include "launcher/run/limits.h"
-#include "launcher/syscalls/syscall_rules.h"
-#include "launcher/web/served_url.h"
+#include "launcher/syscalls/syscall_filter.h"
+#include "launcher/web/web_server.h"
 
 #include <cstdint>
 #include <string>

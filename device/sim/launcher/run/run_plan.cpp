@@ -1,16 +1,14 @@
 #include "launcher/run/run_plan.h"
 
 #include "launcher/host_program.h"
-#include "launcher/message.h"
 #include "launcher/sandbox/foreign_processor.h"
-#include "launcher/sandbox/handed_program.h"
 #include "launcher/sandbox/root_tree.h"
 #include "launcher/syscalls/supervisor.h"
 #include "launcher/syscalls/syscall_filter.h"
-#include "launcher/syscalls/volume_stat.h"
 #include "launcher/web/web_server.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
+#include "rovu_sim/shell_words.h"
 #include "rovu_sim/text_files.h"
 
 #include <cerrno>
@@ -21,9 +19,67 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace rovusim {
 namespace {
+
+std::string baseName(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+// A program of the workstation that runs inside a device. The device's root file system need not have its loader and
+// libraries, or has others of the same names. So it is handed in with its own, at a fixed path, and started by its own
+// loader.
+struct HandedProgram {
+    std::string path;                  // inside
+    std::vector<std::string> command;  // that starts it; the command's own words follow
+    std::vector<std::pair<std::string, std::string>>
+        files;  // of the workstation, and where they stand inside
+};
+
+// `path` is absolute, on the workstation; `argv0` the name that the program is to see.
+HandedProgram handProgram(const std::string& path, const std::string& argv0) {
+    const std::string folder = kProgramInside, libraries = folder + "/lib";
+    HandedProgram program;
+    program.path = folder + "/" + baseName(path);
+    program.files.emplace_back(path, program.path);
+    std::string loader;
+    std::string listed;
+    // None of a static program, a script, or a program of another processor.
+    if (!readOutput("ldd " + quoteForShell(path), &listed)) listed.clear();
+    for (std::string line : splitLines(listed)) {
+        // "name => /path (address)", or "/path (address)" for the loader
+        line.erase(0, line.find_first_not_of(" \t"));
+        const size_t arrow = line.find(" => /"), start = line.find('/');
+        if (start == std::string::npos) continue;
+        const std::string file = line.substr(start, line.find(" (", start) - start);
+        if (arrow == std::string::npos) {
+            loader = file;
+        } else {
+            program.files.emplace_back(file, libraries + "/" + line.substr(0, arrow));
+        }
+    }
+    if (loader.empty()) {
+        program.command = {program.path, argv0};
+        return program;
+    }
+    // Under the program's name: that is what ps and killall inside know it by.
+    const std::string started = folder + "/loader/" + baseName(path);
+    program.files.emplace_back(loader, started);
+    program.command = {started, started, "--library-path", libraries, "--argv0", argv0, program.path};
+    return program;
+}
+
+// A shell script that starts it, for a place where the program itself could not be started; empty: it could.
+std::string starterOf(const HandedProgram& program) {
+    if (program.files.size() < 2) return "";
+    std::string script = "#!/bin/sh\nexec";
+    for (size_t i = 1; i < program.command.size(); ++i)
+        script.append(" ").append(quoteForShell(program.command[i]));
+    return script + " \"$@\"\n";
+}
 
 // Opens a path of the device's root file system as a process inside would.
 zem::Descriptor openInRoot(const std::string& stateDir, const std::string& path, uint64_t flags) {

@@ -1,9 +1,8 @@
 #include "launcher/run/sandbox_process.h"
 
 #include "launcher/host_program.h"
-#include "launcher/message.h"
 #include "rovu_sim/sandbox_paths.h"
-#include "rovu_sim/socket_message.h"
+#include "rovu_sim/tool_channel.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -1,8 +1,8 @@
 #include "launcher/run/watch.h"
 
-#include "launcher/message.h"
+#include "launcher/host_program.h"
 #include "launcher/run/limits.h"
-#include "rovu_sim/progress_file.h"
+#include "rovu_sim/call_log.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "launcher/sandbox/bubblewrap.h"
 
-#include "launcher/message.h"
+#include "launcher/host_program.h"
 #include "launcher/sandbox/root_tree.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"

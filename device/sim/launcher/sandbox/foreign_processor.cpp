@@ -1,7 +1,6 @@
 #include "launcher/sandbox/foreign_processor.h"
 
 #include "launcher/host_program.h"
-#include "launcher/message.h"
 #include "rovu_sim/text_files.h"
 #include "util/descriptor.h"
 

@@ -1,16 +1,36 @@
-// The namespaces of a device: a user namespace, in which whoever started the launcher is root, and a network.
+// The namespaces of a device: a user namespace, in which whoever started the launcher is root, a network, and mounts. The
+// process that enters them becomes bubblewrap, which makes the others and the root directory.
 //
-// The process that enters them becomes bubblewrap, which makes the others and the root directory.
+// Among the mounts are folders with a size of their own, as the memory or the flash of a device limits them. Each is a
+// tmpfs that only the run has: nothing is left mounted, however the run ends. Between runs its files stand in the state
+// directory, like those of a folder without a limit.
 #pragma once
 
-#include "launcher/sandbox/limited_folder.h"
-#include "launcher/web/served_url.h"
+#include "launcher/web/web_server.h"
 #include "util/descriptor.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace rovusim {
+
+struct LimitedFolder {
+    std::string outside;    // of the state directory
+    std::string mountedOn;  // another folder, on which only the device has the tmpfs
+    uint64_t bytes = 0;
+};
+
+/// Puts the files of the state directory into the tmpfs.
+/// \return 0, or a positive errno value after a message.
+[[nodiscard]] int fillLimitedFolder(int tmpfs, const std::string& outside);
+
+/// Replaces the files of the state directory by those of the tmpfs.
+/// \return 0, or a positive errno value after a message.
+[[nodiscard]] int keepLimitedFolder(int tmpfs, const std::string& outside);
+
+/// A path of the tmpfs for this process, as long as the descriptor is open.
+[[nodiscard]] std::string pathOfLimited(int tmpfs);
 
 /// What the launcher gets from inside, by descriptors.
 struct SandboxHandles {

@@ -1,13 +1,11 @@
 #include "launcher/sandbox/root_tree.h"
 
 #include "launcher/host_program.h"
-#include "launcher/message.h"
 #include "launcher/sandbox/namespaces.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/shell_words.h"
 #include "rovu_sim/text_files.h"
-#include "rovu_sim/tool_names.h"
 #include "rovu_sim/volume_store.h"
 #include "util/descriptor.h"
 

@@ -1,19 +1,75 @@
 #include "launcher/syscalls/program_calls.h"
 
-#include "launcher/syscalls/stepper.h"
-#include "launcher/syscalls/syscall_names.h"
+#include "launcher/host_program.h"
+#include "launcher/syscalls/syscall_filter.h"
 #include "rovu_sim/text_files.h"
+#include "util/descriptor.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <utility>
 
 namespace rovusim {
 namespace {
+
+long trace(int request, pid_t thread, long data) {
+    return ptrace(static_cast<__ptrace_request>(request), thread, nullptr, data);
+}
+
+// Waits for the next stop and returns the signal to deliver there, or 0; -1 once the thread has ended.
+int nextStop(pid_t thread) {
+    int status = 0;
+    if (waitpid(thread, &status, __WALL) != thread || !WIFSTOPPED(status)) return -1;
+    const int signal = WSTOPSIG(status);
+    return signal == SIGTRAP || status >> 16 != 0 ? 0 : signal;
+}
+
+[[noreturn]] void step(pid_t thread, unsigned long instructions, int signal) {
+    int deliver = nextStop(thread);
+    for (unsigned long i = 0; i < instructions && deliver >= 0; ++i) {
+        if (trace(PTRACE_SINGLESTEP, thread, deliver) != 0) _exit(EXIT_FAILURE);
+        deliver = nextStop(thread);
+    }
+    if (deliver < 0) _exit(EXIT_SUCCESS);
+    kill(thread, signal);
+    trace(PTRACE_DETACH, thread, deliver);
+    _exit(EXIT_SUCCESS);
+}
+
+// Lets a thread that is inside a system call finish it, executes so many more instructions one by one, and then sends the
+// thread's process the signal. A process of its own does it with ptrace(2), since each step would otherwise wake the
+// launcher; it ends by itself, and if the thread ends first there is no signal. Returns its id, which the caller waits
+// for; or -1 after a message.
+pid_t startStepper(pid_t thread, unsigned long instructions, int signal) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        cannot("trace", "the program", errno);
+        return -1;
+    }
+    zem::Descriptor readEnd(ends[0]);
+    zem::Descriptor writeEnd(ends[1]);
+    const pid_t stepper = fork();
+    if (stepper == 0) {
+        // The thread is in its system call, so it stops before its next instruction.
+        const bool stops = trace(PTRACE_SEIZE, thread, 0) == 0 && trace(PTRACE_INTERRUPT, thread, 0) == 0;
+        if (!stops || write(writeEnd.get(), "s", 1) != 1) _exit(EXIT_FAILURE);
+        step(thread, instructions, signal);
+    }
+    writeEnd.reset();
+    char started = 0;
+    if (stepper > 0 && read(readEnd.get(), &started, 1) == 1) return stepper;
+    cannot("trace", "the program", stepper < 0 ? errno : EPERM);
+    if (stepper > 0) waitpid(stepper, nullptr, 0);
+    return -1;
+}
 
 std::string procPath(pid_t process, const char* file) {
     return "/proc/" + std::to_string(process) + "/" + file;

@@ -5,7 +5,7 @@
 // commands that they start do not. Calls before the command's exec are the launcher's and do not count.
 #pragma once
 
-#include "launcher/syscalls/syscall_rules.h"
+#include "launcher/syscalls/syscall_filter.h"
 
 #include <cstdint>
 #include <linux/seccomp.h>

@@ -9,6 +9,7 @@
 #include "util/descriptor.h"
 
 #include <cstdint>
+#include <linux/seccomp.h>
 #include <string>
 #include <vector>
 
@@ -39,5 +40,9 @@ struct Supervisor {
 
 /// Answers one call; to be called when the listener is readable.
 void answerSyscall(Supervisor* supervisor);
+
+/// The calls that tell of a volume's node, where their path is relative to the working directory. Its bytes are in a regular
+/// file; on a device it is a character device, and the program copies from it for that reason.
+extern const int kStatCalls[2];
 
 }  // namespace rovusim

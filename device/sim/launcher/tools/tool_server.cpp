@@ -1,10 +1,10 @@
 #include "launcher/tools/tool_server.h"
 
-#include "launcher/message.h"
+#include "launcher/host_program.h"
 #include "launcher/tools/tool_call.h"
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/fault_rules.h"
-#include "rovu_sim/tool_names.h"
+#include "rovu_sim/sandbox_paths.h"
 
 #include <cerrno>
 #include <csignal>

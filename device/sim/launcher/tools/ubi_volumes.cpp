@@ -1,7 +1,6 @@
 // ubimkvol, ubirmvol and ubiupdatevol: the tools that change volumes.
 
 #include "launcher/tools/tool_call.h"
-#include "launcher/tools/ubi_print.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
 

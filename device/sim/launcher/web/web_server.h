@@ -4,7 +4,6 @@
 // neither its process nor its files.
 #pragma once
 
-#include "launcher/web/served_url.h"
 #include "util/descriptor.h"
 
 #include <csignal>
@@ -14,6 +13,18 @@
 #include <vector>
 
 namespace rovusim {
+
+struct ServedUrl {
+    bool isHttps = false;
+    std::string host;  // a name or an IPv4 address
+    int port = 80;
+    std::string path;       // begins and ends with a slash
+    std::string directory;  // absolute
+};
+
+/// Parses "http://HOST[:PORT][/PATH]=DIR", or the same with https; `why` says what is wrong with it.
+/// \return whether it is valid.
+[[nodiscard]] bool parseServedUrl(const std::string& text, ServedUrl* url, std::string* why);
 
 /// Writes what the server for `urls` needs into the folder `home`, which is made if it is not there.
 /// \return 0, or a positive errno value after a message.

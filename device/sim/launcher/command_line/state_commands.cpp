@@ -1,15 +1,20 @@
-#include "launcher/command_line/show.h"
+// rovu-sim show, calls and volume: look into a device.
 
-#include "launcher/message.h"
+#include "launcher/command_line/commands.h"
+#include "launcher/host_program.h"
 #include "rovu_sim/boot_env.h"
-#include "rovu_sim/device_state.h"
+#include "rovu_sim/call_log.h"
 #include "rovu_sim/shell_words.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
+#include "util/descriptor.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
 #include <vector>
 
 namespace rovusim {
@@ -110,16 +115,83 @@ void showReferenceFiles(const std::string& stateDir) {
     }
 }
 
+int readAll(const std::string& path, std::string* bytes) {
+    return readTextFile(path == "-" ? "/dev/stdin" : path, bytes);
+}
+
+int putVolume(const std::string& state, const std::string& name, const std::string& path) {
+    std::string bytes;
+    if (int rc = readAll(path, &bytes); rc != 0) return cannot("read", path, rc);
+    const int rc = writeVolume(state, name, bytes);
+    if (rc == ENOENT) complain(state + " has no volume " + name);
+    if (rc == EFBIG)
+        complain("the volume " + name + " cannot hold " + std::to_string(bytes.size()) + " bytes");
+    if (rc != 0 && rc != ENOENT && rc != EFBIG) cannot("write the volume", name, rc);
+    return rc;
+}
+
+int getVolume(const std::string& state, const std::string& name, const std::string& path) {
+    std::string bytes;
+    const int rc = readVolume(state, name, &bytes);
+    if (rc == ENOENT) complain(state + " has no volume " + name);
+    if (rc != 0 && rc != ENOENT) cannot("read the volume", name, rc);
+    if (rc != 0) return rc;
+    if (path == "-") return writeFully(STDOUT_FILENO, bytes.data(), bytes.size());
+    zem::Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!file.isOpen()) return cannot("write", path, errno);
+    if (int failed = writeFully(file.get(), bytes.data(), bytes.size()); failed != 0)
+        return cannot("write", path, failed);
+    return 0;
+}
+
+// Puts `command` through with the device that must be there. Returns the exit status.
+template <class Command>
+int withDevice(const std::string& stateDir, const Command& command) {
+    Device device;
+    if (int rc = loadDevice(stateDir, &device); rc != 0) {
+        cannot("read the device in", stateDir, rc);
+        return EXIT_FAILURE;
+    }
+    return command(device) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int listCalls(const CallsOptions& options) {
+    const std::string& state = options.stateDir;
+    std::vector<Call> calls;
+    if (options.clear) return clearCalls(state);
+    if (int rc = options.last ? readCallsOfLastRun(state, &calls) : readCalls(state, &calls); rc != 0)
+        return cannot("read the call log of", state, rc);
+    for (const Call& call : calls) {
+        const std::string number = call.number == 0 ? "-" : std::to_string(call.number);
+        printf("%4s  %-30s  %s\n", number.c_str(), call.state.c_str(), call.line.c_str());
+    }
+    return 0;
+}
+
 }  // namespace
 
-int showDevice(const std::string& stateDir) {
-    Device device;
-    if (int rc = loadDevice(stateDir, &device); rc != 0) return cannot("read the device in", stateDir, rc);
-    showVersions(stateDir, device);
-    showBootSwitch(stateDir);
-    if (int rc = showVolumes(stateDir); rc != 0) return rc;
-    showReferenceFiles(stateDir);
-    return 0;
+int showCommand(const std::string& stateDir) {
+    return withDevice(stateDir, [&stateDir](const Device& device) {
+        showVersions(stateDir, device);
+        showBootSwitch(stateDir);
+        const int rc = showVolumes(stateDir);
+        if (rc == 0) showReferenceFiles(stateDir);
+        return rc;
+    });
+}
+
+int callsCommand(const CallsOptions& options) {
+    return withDevice(options.stateDir, [&options](const Device&) { return listCalls(options); });
+}
+
+int volumeCommand(const VolumeOptions& options) {
+    return withDevice(options.stateDir, [&options](const Device&) {
+        if (options.direction == "get") return getVolume(options.stateDir, options.name, options.file);
+        zem::Descriptor lock;
+        if (int rc = lockDevice(options.stateDir, &lock); rc != 0)
+            return cannot("take", options.stateDir, rc);
+        return putVolume(options.stateDir, options.name, options.file);
+    });
 }
 
 }  // namespace rovusim

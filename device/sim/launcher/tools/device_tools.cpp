@@ -1,7 +1,9 @@
-// fw_printenv and fw_setenv: the boot loader's environment.
+// The boot loader's environment (fw_printenv, fw_setenv), and the tools of the device itself (readplatform.sh, killall,
+// reboot).
 
 #include "launcher/tools/tool_call.h"
 #include "rovu_sim/boot_env.h"
+#include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 
 #include <cstdio>
@@ -54,6 +56,39 @@ int fwSetenv(const ToolCall& call) {
     if (int rc = setBootVariable(call.stateDir, call.args.front(), value); rc != 0)
         return cannotAccess(call, rc);
     return 0;
+}
+
+int readPlatform(const ToolCall& call) {
+    const std::string what = call.args.size() == 1 ? call.args.front() : "";
+    Device device;
+    std::string text;
+    int rc = loadDevice(call.stateDir, &device);
+    if (what == "model") {
+        text = device.model;
+    } else if (what == "rootfsrev") {
+        if (rc == 0) rc = rootfsVersionInUse(call.stateDir, &text);
+    } else {
+        fprintf(stderr, "usage: %s model|rootfsrev\n", call.tool.c_str());
+        return 1;
+    }
+    if (rc != 0) {
+        fprintf(stderr, "%s: %s\n", call.tool.c_str(), strerror(rc));
+        return 1;
+    }
+    printf("%s\n", text.c_str());
+    return 0;
+}
+
+int killAll(const ToolCall& call) {
+    if (!call.args.empty()) return 0;
+    fprintf(stderr, "usage: %s NAME...\n", call.tool.c_str());
+    return 1;
+}
+
+int reboot(const ToolCall& call) {
+    const int rc = requestReboot(call.stateDir);
+    if (rc != 0) fprintf(stderr, "%s: %s\n", call.tool.c_str(), strerror(rc));
+    return rc == 0 ? 0 : 1;
 }
 
 }  // namespace rovusim
