@@ -7,11 +7,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <random>
+#include <sstream>
 
 namespace {
 
 namespace fs = std::filesystem;
+using Json = nlohmann::json;
 
 const std::string kKernel = "{ type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img' },\n";
 const std::string kRootfs = "{ type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img' },\n";
@@ -47,6 +50,12 @@ public:
     int rehearse(const std::string& devices) const {
         return run("rehearse www/update.lua --files www --pub keys/rovu_pub.pem --secrets key.bin " +
                    devices);
+    }
+
+    // What the plan says of each device.
+    Json check(const std::string& devices) const {
+        run("check www/update.lua --files www --pub keys/rovu_pub.pem --secrets key.bin --json " + devices);
+        return Json::parse(out())["devices"];
     }
 
     const ScratchDir scratch;
@@ -277,9 +286,28 @@ public:
         return text;
     }
 
+    // A kind, and what its inactive set holds.
     std::string device() {
-        const std::string model = once(6) ? "RV-19" : "RV-20";
-        return "--device model=" + model + ",kernel=" + version() + ",rootfs=" + version() + " ";
+        const char* const held[] = {"", "", "", "blank", "missing"};
+        std::string text = (once(6) ? "model=RV-19,kernel=" : "model=RV-20,kernel=") + version();
+        text += ",rootfs=" + version();
+        for (const char* volume : {"kernel", "rootfs", "data"}) {
+            const std::string content = held[below(5)];
+            if (!content.empty()) text.append(",inactive-").append(volume).append("=").append(content);
+        }
+        if (once(2)) text += ",data=" + std::to_string(1 + below(600000));
+        return text;
+    }
+
+    // About as much as is needed, and often one unit too little.
+    std::string room(const Json& needed) {
+        std::string text;
+        const uint64_t tmp = needed["needs_tmp_bytes"],
+                       lebs = needed["needs_lebs"].is_null() ? 2 : uint64_t(needed["needs_lebs"]);
+        const unsigned pages = below(4);
+        if (once(2)) text += ",tmp=" + std::to_string(tmp + 4096 * pages - 4096);
+        if (once(2)) text += ",free-lebs=" + std::to_string(std::max<uint64_t>(lebs + below(4), 2) - 2);
+        return text;
     }
 
 private:
@@ -292,22 +320,70 @@ unsigned updatesToDraw() {
     return wanted == nullptr ? 12 : static_cast<unsigned>(std::strtoul(wanted, nullptr, 10));
 }
 
+const char* const kScripts[] = {"_first.sh", "before.sh",  "sub/between.sh",
+                                "after.sh",  "preinst.sh", "postinst.sh"};
+
+// What may be wrong with an update, beside the room for it.
+struct Fault {
+    std::string script, line;  // a script that does not do as it should
+    std::string kind;          // the image whose tar was damaged
+};
+
+// How a run of that device begins to be reported.
+std::string expected(const Json& device, const Fault& fault) {
+    const Json& room = device["device_room"];
+    bool fails = room["fits_tmp"] == false || room["fits_lebs"] == false;
+    for (const Json& image : device["images"])
+        fails |=
+            image["kind"] == fault.kind && (image["outcome"] == "kept" || image["outcome"] == "promoted");
+    for (const Json& step : device["plans"][0]["steps"])
+        fails |= step["command"] == "/bin/sh '/tmp/rovu/" + fault.script + "'" && !fault.line.empty();
+    for (const Json& volume : device["plans"][0]["boots"])
+        fails |= volume["version"] == "blank" && volume["kind"] != "data";
+    return device["accepts"] == false ? "REFUSES: " : fails ? "FAILS" : "as planned: ";
+}
+
 TEST(Rehearse, PlanAndRunAgreeOnRandomUpdates) {
     unsigned rehearsed = 0;
     for (unsigned seed = 1; rehearsed < updatesToDraw(); ++seed) {
         Draw draw(seed);
         const Rehearsals world;
+        Fault fault;
+        if (draw.once(4)) fault = {kScripts[draw.below(6)], draw.once(2) ? "exit 3\n" : "reboot -f\n", ""};
         for (const std::string kind : {"kernel", "rootfs"})
             writeWholeFile(world.path(kind + ".img"), std::string(20000 + draw.below(400000), 'i'));
-        for (const char* script :
-             {"_first.sh", "before.sh", "sub/between.sh", "after.sh", "preinst.sh", "postinst.sh"})
-            writeWholeFile(world.path(script), "fw_printenv\n");
+        for (const char* script : kScripts)
+            writeWholeFile(world.path(script), "fw_printenv\n" + (script == fault.script ? fault.line : ""));
         const std::string table = draw.table();
         SCOPED_TRACE("seed " + std::to_string(seed) + "\n" + table);
         if (world.build(table) != 0) continue;  // refused by the device's reader, as any other
         ++rehearsed;
-        const std::string devices = draw.device() + draw.device();
-        EXPECT_EQ(world.rehearse(devices), 0) << world.out() << world.err();
+        if (draw.once(8)) fault.kind = draw.once(2) ? "kernel" : "rootfs";
+        if (fs::exists(world.path("www/" + fault.kind + ".tar")))
+            fs::resize_file(world.path("www/" + fault.kind + ".tar"), 1000);
+        EXPECT_EQ(world.run(draw.once(10) ? "keygen other && cp other/rovu_pub.pem keys" : "--version"), 0);
+        const std::string lebSize = ",free-lebs=9999,leb-size=" + std::to_string(63488U << draw.below(3));
+        const std::string kinds[] = {draw.device(), draw.device()};
+        Json devices = world.check("--device " + kinds[0] + lebSize + " --device " + kinds[1] + lebSize);
+        std::string options;
+        for (size_t i = 0; i < 2; ++i) {
+            const std::string room = draw.room(devices[i]["device_room"]);
+            const bool hasLebs = room.find("free-lebs") != std::string::npos;
+            options += " --device " + kinds[i] + room + (hasLebs ? lebSize.substr(lebSize.rfind(',')) : "");
+        }
+        devices = world.check(options);
+        const int status = world.rehearse(options);
+        std::istringstream lines(world.out());
+        size_t runs = 0;
+        for (std::string line; std::getline(lines, line);) {
+            const size_t at = line.find(", from set ");
+            if (at == std::string::npos) continue;
+            const std::string wanted = expected(devices[runs++ / 2], fault);
+            EXPECT_EQ(line.substr(at + 14, wanted.size()), wanted) << options << "\n" << world.out();
+            EXPECT_EQ(status == 0 && wanted[0] != 'a', false);
+        }
+        EXPECT_EQ(runs, 4U) << world.out() << world.err();
+        EXPECT_EQ(world.out().find("the plan is wrong"), std::string::npos) << options << "\n" << world.out();
     }
 }
 

@@ -168,7 +168,8 @@ struct Comparer {
         if (run.nextSet != planned)
             found.push_back("the boot loader starts set " + std::to_string(run.nextSet));
         if (!run.bootFault.empty()) found.push_back("the device does not come back: " + run.bootFault);
-        if (run.healthStatus != 0)
+        found.insert(found.end(), run.rootFaults.begin(), run.rootFaults.end());
+        if (run.healthStatus != 0 && run.rootFaults.empty())
             found.push_back("after the restart, the command on the new root file system ended with status " +
                             std::to_string(run.healthStatus) +
                             (run.healthLog.empty() ? "" : ": " + lastLineOf(run.healthLog)));
