@@ -104,6 +104,7 @@ TEST(ShellDangers, AreSeenThroughQuotesVariablesAndSubstitutions) {
         {"echo `dd if=a of=/dev/mmcblk0`", "1 a write to r;"},
         {"tee '/dev/mtd0' <a; cp a /dev/sda", "1 a write to r;"},
         {"V=boot\nfw_setenv ${V}switcher 1", "2 bootswitcher;"},
+        {"which mtd_debug && mtd_debug erase /dev/mtd1 0 9\nfw_setenv -s a", "1 a write to r;2 a change of;"},
         {"ubirmvol /dev/ubi0 -n 3; ubirmvol /dev/ubi0 -N app", "1 a removal of;"},
         {"cd / && rm -fr /overlay/.", "1 a removal of;"},
         {"for f in /app0/secrets; do\nmv $f /tmp; done", "2 a removal of;"},

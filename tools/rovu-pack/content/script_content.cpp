@@ -23,6 +23,7 @@ using Words = std::vector<std::string>;
 constexpr char kRawFlash[] = "a write to raw flash or a disk, which may hold the boot loader";
 constexpr char kVolumes[] = "a removal of the device's volumes";
 constexpr char kBootVariable[] = "bootswitcher, which the device changes itself";
+constexpr char kBootLoader[] = "a change of what the boot loader does";
 constexpr char kNeeded[] = "a removal of what the device needs for the next update";
 constexpr char kSystem[] = "a removal of the device's system or data";
 constexpr char kUpdater[] = "an end of rovu, which runs the script";
@@ -32,6 +33,8 @@ const char* const kNeededFiles[] = {"/etc/ssh/rovu_pub.pem", "/app0/secrets/rovu
 const std::set<std::string> kNeededFolders = {"/etc/ssh", "/app0/secrets", "/app0/secrets/rovu"};
 const std::set<std::string> kSystemFolders = {"",     "/app0",    "/bin",  "/boot", "/dev", "/etc",
                                               "/lib", "/overlay", "/sbin", "/usr",  "/var"};
+const std::set<std::string> kBootLoaderWords = {"-s",    "--script", "altbootcmd", "bootargs", "bootcmd",
+                                                "bootm", "mtdids",   "mtdparts",   "preboot"};
 const std::set<std::string> kFlashTools = {"flash_erase", "flash_eraseall", "flashcp", "nandwrite",
                                            "ubiformat"};
 
@@ -68,6 +71,8 @@ bool hasOption(const ShellCommand& command, char letter) {
 bool writesRaw(const std::string& name, const ShellCommand& command) {
     const Words operands = operandsOf(command);
     if (std::any_of(command.targets.begin(), command.targets.end(), isRaw)) return true;
+    if (name == "mtd_debug" || name == "mtd")
+        return !operands.empty() && operands.front() != "info" && operands.front() != "read";
     if (kFlashTools.count(name) != 0 || startsWith(name, "mkfs") || startsWith(name, "mke2fs"))
         return kFlashTools.count(name) != 0 || std::any_of(operands.begin(), operands.end(), isRaw);
     if (name == "dd")
@@ -130,6 +135,9 @@ const char* dangerOf(const ShellCommand& command) {
     if (writesRaw(name, command)) return kRawFlash;
     if (removesVolumes(name, command)) return kVolumes;
     if (name == "fw_setenv" && hasWord(command, "bootswitcher")) return kBootVariable;
+    const auto isLoaders = [](const std::string& word) { return kBootLoaderWords.count(word) != 0; };
+    if (name == "fw_setenv" && std::any_of(command.words.begin(), command.words.end(), isLoaders))
+        return kBootLoader;
     if ((name == "killall" || name == "pkill") && hasWord(command, "rovu")) return kUpdater;
     return removal(name, command);
 }

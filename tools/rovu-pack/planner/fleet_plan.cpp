@@ -217,13 +217,13 @@ Findings reportProcessors(const SpecView& spec, const Tars& tars, const std::vec
 }
 
 bool FleetRow::lacksRoom() const {
-    return accepts() && (fitsTmp(room, device.room) == eFitsNot || fitsLebs(room, device.room) == eFitsNot);
+    return fitsTmp(room, device.room) == eFitsNot || fitsLebs(room, device.room) == eFitsNot;
 }
 
 Findings reportLackOfRoom(const SpecView& spec, const FleetRow& row) {
     Findings findings;
     const DeviceRoom& room = row.device.room;
-    if (row.accepts() && fitsTmp(row.room, room) == eFitsNot) {
+    if (fitsTmp(row.room, room) == eFitsNot) {
         Finding& finding = findings.add(eRoomTmp, spec.at(""),
                                         nameOf(row.device) + " has " + std::to_string(*room.tmp) +
                                             " bytes in /tmp, and the update needs " +
@@ -231,13 +231,13 @@ Findings reportLackOfRoom(const SpecView& spec, const FleetRow& row) {
         if (!row.room.isExact)
             finding.severity = eWarning;  // the files may be smaller than the spec's limits
     }
-    if (row.accepts() && room.tmp && fitsTmp(row.room, room) == eFitUnknown)
+    if (room.tmp && fitsTmp(row.room, room) == eFitUnknown)
         findings.add(eRoomUncertain, spec.at(""),
                      nameOf(row.device) + " has " + std::to_string(*room.tmp) +
                          " bytes in /tmp, and whether they are enough is not certain: " +
                          (row.room.isKnown ? "the size of the overlay's copy" : "the size of a tar") +
                          " is not known.");
-    if (row.accepts() && room.freeLebs && fitsLebs(row.room, room) == eFitUnknown)
+    if (room.freeLebs && fitsLebs(row.room, room) == eFitUnknown)
         findings.add(eRoomUncertain, spec.at(""),
                      nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +
                          " LEBs, and whether they are enough is not certain: the size of the new data "
@@ -247,7 +247,7 @@ Findings reportLackOfRoom(const SpecView& spec, const FleetRow& row) {
                      nameOf(row.device) + " has LEBs of " + std::to_string(*room.lebSize) +
                          " bytes, and the update has a UBIFS for LEBs of " +
                          std::to_string(row.room.imageLebSize) + ".");
-    if (row.accepts() && fitsLebs(row.room, room) == eFitsNot) {
+    if (fitsLebs(row.room, room) == eFitsNot) {
         findings.add(eRoomLebs, spec.at(""),
                      nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +
                          " LEBs for the new volumes, and they need " +

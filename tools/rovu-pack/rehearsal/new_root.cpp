@@ -22,12 +22,12 @@ struct Contents {
     std::string key;
 };
 
-// \return whether unsquashfs succeeded. `said` receives what it printed.
-bool unsquash(const std::string& folder, std::vector<std::string> words, std::string* said) {
+// \return the exit status of unsquashfs; -1 if there is none. `said` receives what it printed.
+int unsquash(const std::string& folder, std::vector<std::string> words, std::string* said) {
     const std::string log = folder + "/unsquashfs";
     int status = 0;
     words.insert(words.begin(), "unsquashfs");
-    return !runChild(words, log, &status) && !readWholeFile(log, said) && status == 0;
+    return runChild(words, log, &status) || readWholeFile(log, said) ? -1 : status;
 }
 
 bool endsWith(const std::string& text, const std::string& end) {
@@ -50,7 +50,7 @@ void note(const std::string& line, Contents* contents) {
 Contents read(const std::string& image, const std::string& folder) {
     Contents contents;
     std::string list;
-    contents.isRead = unsquash(folder, {"-lln", "-d", "", image}, &list);
+    contents.isRead = unsquash(folder, {"-lln", "-d", "", image}, &list) == 0;
     std::istringstream lines(list);
     for (std::string line; contents.isRead && std::getline(lines, line);) {
         if (!line.empty()) note(line, &contents);
@@ -69,9 +69,12 @@ bool isSquashfs(const std::string& path) {
 
 std::vector<std::string> faultsOf(const NewRoot& root) {
     std::string said;
-    if (!isSquashfs(root.image) || !unsquash(root.folder, {"-version"}, &said)) return {};
-    // A copy to nowhere reads every block.
-    if (!unsquash(root.folder, {"-quiet", "-no-progress", "-pf", "/dev/null", root.image}, &said))
+    if (!isSquashfs(root.image)) return {};
+    // A copy to nowhere reads every block. An older unsquashfs has no such option.
+    const int status =
+        unsquash(root.folder, {"-quiet", "-no-progress", "-pf", "/dev/null", root.image}, &said);
+    if (status < 0) return {};
+    if (status != 0 && said.find("nvalid option") == std::string::npos)
         return {"the new root file system is damaged: " + said.substr(0, said.find('\n'))};
     const Contents made = read(root.image, root.folder);
     if (made.shellBelow.empty()) return {"the new root file system has no /bin/sh"};

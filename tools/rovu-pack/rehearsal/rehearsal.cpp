@@ -25,7 +25,7 @@ Fault rehearseOne(const RehearsalFiles& files, const CheckResult& check, Rehears
     // What a script missed comes first: it tells why the rest differs.
     row->differences = missedIn(run.log, nameOfRoot(planned.device.root, files.hostTools));
     const std::vector<std::string> found =
-        differences(planned.selection, planned.plans[row->activeSet], check.tars, run);
+        differences(planned.selection, planned.plans[row->activeSet], check.tars, run, files.scriptSeconds);
     row->differences.insert(row->differences.end(), found.begin(), found.end());
     return {};
 }

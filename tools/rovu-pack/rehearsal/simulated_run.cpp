@@ -13,6 +13,7 @@
 #include "util/descriptor.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -31,7 +32,7 @@ namespace {
 
 constexpr mode_t kLogMode = 0600;
 constexpr int kSignalBase = 128;
-constexpr int kNotStarted = 127;
+constexpr int kNotStarted = 255;
 constexpr unsigned kPollMicroseconds = 20000;
 constexpr unsigned kPatience = 25;  // rounds of polling
 
@@ -114,6 +115,18 @@ constexpr uint32_t kMostLebs = 1 << 19;
 // Of a whole device; a real one has less. A program under a sanitizer takes over a gibibyte.
 constexpr const char* kLimits[] = {"memory=4G", "disk=1G", "processes=500"};
 
+// A web server looks for what "%20" stands for.
+std::string unescaped(const std::string& url) {
+    std::string text;
+    for (size_t at = 0; at < url.size(); ++at) {
+        const bool isEscape =
+            url[at] == '%' && at + 2 < url.size() && isxdigit(url[at + 1]) != 0 && isxdigit(url[at + 2]) != 0;
+        text += isEscape ? static_cast<char>(std::stoi(url.substr(at + 1, 2), nullptr, 16)) : url[at];
+        if (isEscape) at += 2;
+    }
+    return text;
+}
+
 constexpr uint64_t kDataLebs = 3;  // of the data volumes of a device whose kind does not say
 
 // What an update needs on the simulator, and the room that leaves as much there as is left on a device of the kind.
@@ -129,6 +142,7 @@ public:
         }
     }
 
+    bool needsLebs() const { return !need_.volumes.empty(); }
     uint64_t dataBytes() const { return data_ * rovusim::kLebBytes; }
 
     // Bytes of /tmp; 0: no limit.
@@ -180,7 +194,11 @@ public:
         if (Fault fault = simulatorFault("reading its calls", rovusim::readCallsOfLastRun(state(), &calls)))
             return fault;
         for (const rovusim::Call& call : calls) {
-            if (call.number == 0) continue;
+            if (call.number == 0) {
+                if (!run->commands.empty() && !call.args.empty())
+                    run->commands.back().waited += strtod(call.args.front().c_str(), nullptr);
+                continue;
+            }
             run->commands.push_back({call.state, {call.tool}});
             std::vector<std::string>& words = run->commands.back().words;
             words.insert(words.end(), call.args.begin(), call.args.end());
@@ -254,7 +272,7 @@ private:
         const std::string active = "k" + std::to_string(activeSet_);
         const std::string inactive = "k" + std::to_string(activeSet_ ^ 1);
         const InactiveSet& holds = kind_.inactive;
-        const bool areOld = !free || *free >= 2;
+        const bool areOld = !free || *free >= 2 || !room_.needsLebs();
         int rc = 0;
         if (kind_.room.data) rc = remake(active + "_data", room_.dataBytes(), "data");
         if (rc == 0) rc = fill(inactive + "_data", room_.dataBytes(), holds.data, "");
@@ -330,7 +348,7 @@ private:
     // Links, since two tars of one URL's folder may stand in different folders here.
     Fault serve(const std::string& url, const std::string& file) {
         char resolved[PATH_MAX];
-        const std::string path = url.substr(0, url.find_first_of("?#"));
+        const std::string path = unescaped(url.substr(0, url.find_first_of("?#")));
         const size_t name = path.rfind('/') + 1;
         std::string folder;
         if (Fault fault = folderFor(path.substr(0, name), &folder)) return fault;
@@ -355,7 +373,8 @@ private:
         const std::string log = folder_ + "/log";
         if (Fault fault = runChild(words, log, &run->status)) return fault;
         if (Fault fault = readWholeFile(log, &run->log)) return fault;
-        if (run->status < rovusim::kExitSetupFailed && run->status != kMisused) return {};
+        const bool wasKilled = run->status > rovusim::kExitSignalBase;
+        if (wasKilled || (run->status < rovusim::kExitSetupFailed && run->status != kMisused)) return {};
         return {EIO, "rovu-sim could not run the update: " + run->log};
     }
 

@@ -41,6 +41,7 @@ std::string nameOfRoot(const std::string& root, bool hostTools);
 struct RanCommand {
     std::string state;               // that the progress file named then
     std::vector<std::string> words;  // without the folder of the program
+    double waited = 0;               // seconds that were skipped before the next command
 };
 
 struct SimulatedVolume {
