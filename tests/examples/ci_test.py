@@ -14,7 +14,7 @@ BAD = [
     ("echo 'fw_setenv bootswitcher 0A0A00; ubirmvol /dev/ubi0 -N k0_data' >update/save.sh", 1, "script-danger"),
     ("echo 'takes model=RV-22,kernel=3.10.51,rootfs=2.4' >>update/devices", 1, "device-refuses"),
     ("echo 'takes model=RV-21,kernel=3.10.51,rootfs=2.4,tmp=1M' >>update/devices", 1, "room-tmp"),
-    ("echo 'refuses model=RV-21,kernel=3.10.51,rootfs=2.4' >>update/devices", 1, "should refuse the update"),
+    ("echo 'refuses model=RV-21,kernel=3.10.51,rootfs=2.4' >>update/devices", 1, "is named as one that refuses it"),
     ("echo 'take model=RV-21,kernel=3.10.51,rootfs=2.4' >>update/devices", 2, "devices: the lines above"),
     ("sed -i 's/^takes/refuses/' update/devices", 2, "no line"),
     ("sed -i 's/clone_overlay = 1/clone_overlay = 0/' update/manifest.lua", 1, "stale-data"),

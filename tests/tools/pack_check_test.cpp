@@ -87,7 +87,8 @@ Edit shell(const std::string& script) {
 }
 
 Edit device(const std::string& known) {
-    return [=](Draft* draft) { draft->devices = {"model=RV-20,kernel=4.0,rootfs=3.0," + known}; };
+    const std::string kind = "model=RV-20,kernel=4.0,rootfs=3.0";
+    return [=](Draft* draft) { draft->devices = {known.back() == ':' ? known + kind : kind + "," + known}; };
 }
 
 // The kernel, in its tar too.
@@ -218,6 +219,7 @@ struct FindingRow {
 
 const FindingRow kFindingRows[] = {
     {eDeviceRefuses, {field("version", "2")}, {field("version", "1.9")}},
+    {eDeviceAccepts, {device("refuses:")}, {field("hardware", "'RV-21'"), device("refuses:")}},
     {eSpecTooLarge, {size(8193)}, {size(8192)}},
     {eSpecNearLimit, {size(7373)}, {size(7372)}},
     {eFunctionWord, {kernel("postinst", "'my_function'")}, {kernel("postinst", "'functions'")}},

@@ -6,11 +6,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <random>
+#include <sstream>
 
 namespace {
 
 namespace fs = std::filesystem;
+using Json = nlohmann::json;
 
 const std::string kKernel = "{ type = 'kernel', update = 'mandatory', version = '2.0', image = 'k.img' },\n";
 const std::string kRootfs = "{ type = 'rootfs', update = 'mandatory', version = '2.0', image = 'r.img' },\n";
@@ -48,6 +51,12 @@ public:
                    devices);
     }
 
+    // What the plan says of each device.
+    Json check(const std::string& devices) const {
+        run("check www/update.lua --files www --pub keys/rovu_pub.pem --secrets key.bin --json " + devices);
+        return Json::parse(out())["devices"];
+    }
+
     const ScratchDir scratch;
 };
 
@@ -59,105 +68,63 @@ struct Row {
     const char* script;  // of the script `s`
     std::string devices;
     int status;
-    Strings said;
+    const char* said;
+    const char* also = "";
+    const char* too = "";
     const char* url = "https://updates.example/2.0";
 };
 
 const Row kRows[] = {
     {"both images, cloned and encrypted, with scripts",
      "clone_overlay = 1, encr_key_offset = 0, '_s', " + kKernel + "'s', " + kRootfs,
-     "fw_printenv bootswitcher; ubinfo -a\n",
-     kDevice,
-     0,
-     {"from set 0: as planned: updates and restarts", "from set 1: as planned: updates and restarts"}},
-    {"devices that refuse, and one that stays",
-     kKernel + "'exit_success',",
-     "",
-     "--device model=RV-19,kernel=1.0,rootfs=1.0 " + kDevice,
-     0,
-     {"RV-19, kernel 1.0, rootfs 1.0, from set 0: as planned: refuses",
-      "RV-20, kernel 1.0, rootfs 1.0, from set 1: as planned: runs, and stays on its set"}},
-    {"a server that has no name",
-     kKernel + kRootfs,
-     "",
-     kDevice,
-     0,
-     {"as planned"},
-     "http://10.20.30.40:8080/a/b"},
-    {"a script that fails",
-     kKernel + "'s', " + kRootfs,
-     "echo no room; exit 3\n",
-     kDevice,
-     1,
-     {"from set 0: FAILS", "the run ended with status 1 in state \"error\" instead of 0 in \"complete\"",
-      "no room"}},
-    {"a script that undoes the update",
-     kKernel + kRootfs + "'s',",
-     "echo x >/tmp/x; for v in 0 3; do ubiupdatevol /dev/ubi0_$v /tmp/x; done\n",
-     kDevice,
-     1,
-     {"volume k1 does not hold what the plan says", "volume k0 does not hold what the plan says"}},
-    {"a device without the room",
-     kKernel + kRootfs,
-     "",
-     "--device model=RV-20,kernel=1.0,rootfs=1.0,tmp=600K",
-     1,
-     {"from set 1: FAILS", "CURL download failed"}},
-    {"a script that misses what it need not",
-     kKernel + "'s', " + kRootfs,
-     "python3 -c 1 || true\na=1\n",
-     kDevice,
-     1,
-     {"from set 1: FAILS\n  s: python3: not found in BusyBox\n"}},
-    {"a script that this machine understands",
-     kKernel + "'s', " + kRootfs,
-     "python3 -c 1\n",
-     kDevice + "--host-tools",
-     0,
-     {"as planned"}},
-    {"a script for another shell",
-     kKernel + "'s', " + kRootfs,
-     "echo begun\na=(1)\n",
-     kDevice,
-     1,
-     {"s, line 2: a syntax error for the shell of BusyBox"}},
-    {"a script without an end",
-     kKernel + "'s', " + kRootfs,
-     "while :; do :; done\n",
-     kDevice + "--script-limit 1",
-     1,
-     {"FAILS\n  s ran longer than 1 s\n"}},
-    {"a script that waits",
-     kKernel + "'s', " + kRootfs,
-     "while :; do sleep 60; done\n",
-     kDevice,
-     1,
-     {"s ran longer than 600 s"}},
-    {"a script that does the updater's work, and takes its key",
-     kKernel + "'s', " + kRootfs,
-     "fw_setenv bootswitcher 0A0A00\nreboot\nrm /etc/ssh/rovu_pub.pem\n",
-     kDevice,
-     1,
-     {"a script runs: fw_setenv bootswitcher", "a script runs: reboot",
-      "the update removes /etc/ssh/rovu_pub.pem"}},
-    {"a script that ends the updater",
-     kKernel + "'s', " + kRootfs,
-     "killall rovu\nsleep 0.5\n",
-     kDevice,
-     1,
-     {"the run ended with status 0 in state \"running scripts\""}},
-    {"a new set that does not work",
-     kKernel + kRootfs,
-     "",
-     kDevice + "--health 'echo ill; exit 7'",
-     1,
-     {"after the restart, the command on the new root file system ended with status 7: ill"}},
-    {"a volume that stays blank",
-     kKernel,
-     "",
-     "--device model=RV-20,kernel=1.0,rootfs=1.0,inactive=blank",
-     1,
-     {"the device does not come back: set 1 cannot boot: its volume k1_root is empty"}},
+     "fw_printenv bootswitcher; ubinfo -a\n", kDevice, 0, "from set 0: as planned: updates and restarts",
+     "from set 1: as planned: updates and restarts"},
+    {"a device that refuses", kKernel + "'exit_success',", "", "--device model=RV-19,kernel=1.0,rootfs=1.0 ",
+     1, "add its model only if the images are made for it", "from set 1: REFUSES: HW model \"RV-19\" is not"},
+    {"a device that accepts and should not", kKernel + kRootfs, "",
+     "--device refuses:model=RV-20,kernel=1.0,rootfs=1.0 ", 1, "error    device-accepts",
+     "from set 1: ACCEPTS, and is named as one that refuses"},
+    {"devices that should refuse, and one that stays", kKernel + "'exit_success',", "",
+     "--device refuses:model=RV-19,kernel=1.0,rootfs=1.0 " + kDevice, 0,
+     "RV-19, kernel 1.0, rootfs 1.0, from set 0: as planned: refuses",
+     "RV-20, kernel 1.0, rootfs 1.0, from set 1: as planned: runs, and stays on its set"},
+    {"a server that has no name", kKernel + kRootfs, "", kDevice, 0, "as planned", "", "",
+     "http://10.20.30.40:8080/a%20b/c"},
+    {"a script that fails", kKernel + "'s', " + kRootfs, "echo no room; exit 3\n", kDevice, 1,
+     "from set 0: FAILS\n  s: ended with an error\n  the run ended with status 1 in state \"error\" instead of 0 in \"complete\"",
+     "no room"},
+    {"a script that undoes the update", kKernel + kRootfs + "'s',",
+     "echo x >/tmp/x; for v in 0 3; do ubiupdatevol /dev/ubi0_$v /tmp/x; done\n", kDevice, 1,
+     "volume k1 does not hold what the plan says", "volume k0 does not hold what the plan says"},
+    {"a device without the room", kKernel + kRootfs, "",
+     "--device model=RV-20,kernel=1.0,rootfs=1.0,tmp=600K", 1,
+     "from set 1: FAILS\n  The device RV-20 with kernel 1.0 and rootfs 1.0 has 614400 bytes in /tmp, and",
+     "CURL download failed"},
+    {"a script that misses what it need not", kKernel + "'s', " + kRootfs,
+     "python3 -c 1 || true\ngrep -P a /etc/passwd || true\n", kDevice, 1,
+     "from set 1: FAILS\n  s: python3: not found in BusyBox\n  grep: has no option P in BusyBox\n"},
+    {"a script that this machine understands", kKernel + "'s', " + kRootfs, "python3 -c 1\n",
+     kDevice + "--host-tools", 0, "as planned"},
+    {"a script for another shell", kKernel + "'s', " + kRootfs, "echo begun\na=(1)\n", kDevice, 1,
+     "s, line 2: a syntax error for the shell of BusyBox"},
+    {"a script without an end", kKernel + "'s', " + kRootfs, "while :; do :; done\n",
+     kDevice + "--script-limit 1", 1, "FAILS\n  s ran longer than 1 s\n"},
+    {"a script that waits", kKernel + "'s', " + kRootfs, "while :; do sleep 60; done\n", kDevice, 1,
+     "s ran longer than 600 s"},
+    {"a script that waits once", kKernel + "'s', " + kRootfs, "sleep 601\n", kDevice, 1,
+     "waits of more than 600 s in: /bin/sh '/tmp/rovu/s'"},
+    {"a script that does the updater's work, and takes its key", kKernel + "'s', " + kRootfs,
+     "fw_setenv bootswitcher 0A0A00\nreboot\nrm /etc/ssh/rovu_pub.pem\n", kDevice, 1,
+     "a script runs: fw_setenv bootswitcher", "a script runs: reboot",
+     "the update removes /etc/ssh/rovu_pub.pem"},
+    {"a script that ends the updater", kKernel + "'s', " + kRootfs, "killall rovu\nsleep 0.5\n", kDevice, 1,
+     "the run ended with status 0 in state \"running scripts\""},
+    {"a script that kills the updater", kKernel + "'s', " + kRootfs, "kill -9 $PPID\nsleep 0.5\n", kDevice, 1,
+     "the run ended with status 137 in state \"running scripts\""},
+    {"a new set that does not work", kKernel + kRootfs, "", kDevice + "--health 'echo ill; exit 7'", 1,
+     "after the restart, the command on the new root file system ended with status 7: ill"},
+    {"a volume that stays blank", kKernel, "", "--device model=RV-20,kernel=1.0,rootfs=1.0,inactive=blank", 1,
+     "the device does not come back: set 1 cannot boot: its volume k1_root is empty"},
 };
 
 TEST(Rehearse, TellsWhetherRunsWereWhatThePlanSays) {
@@ -168,7 +135,7 @@ TEST(Rehearse, TellsWhetherRunsWereWhatThePlanSays) {
         writeWholeFile(world.path("_s"), row.script);
         ASSERT_EQ(world.build(row.table, row.url), 0) << world.err();
         EXPECT_EQ(world.rehearse(row.devices), row.status) << world.err();
-        for (const std::string& text : row.said)
+        for (const std::string text : {row.said, row.also, row.too})
             EXPECT_NE(world.out().find(text), std::string::npos) << text << "\nis not in\n" << world.out();
     }
 }
@@ -180,9 +147,14 @@ TEST(Rehearse, RunsOnTheDevicesOwnRootFileSystemAndThenOnTheNewOne) {
     const std::string line =
         "cd '" + world.scratch.path +
         "' && rovu-sim init dev && cp -a dev/root tree && "
-        "cd tree && mv .shell bin/sh.old && find . -lname '/run/*' -delete && mv bin/sh.old bin/sh && rm bin/sed && cd .. && "
+        "cd tree && mv .shell bin/sh.old && find . -lname '/run/*' -delete && mv bin/sh.old bin/sh && rm bin/sed && "
+        "for f in usr/sbin/rovu usr/local/bin/readplatform.sh; do echo >$f && chmod 755 $f; done && cd .. && "
         "tar -C tree -czf own.tar.gz . && mksquashfs tree r.img -noappend -all-root -quiet -no-progress && "
-        "rm tree/bin/sh && mksquashfs tree none.img -noappend -all-root -quiet -no-progress";
+        "cp -a tree none && rm none/bin/sh && mksquashfs none none.img -noappend -all-root -quiet -no-progress && "
+        "mkdir d && cp -a tree d && mksquashfs d below.img -noappend -all-root -quiet -no-progress && "
+        "cp r.img damaged.img && printf 0123456789 | dd of=damaged.img bs=1 seek=200000 conv=notrunc && "
+        "unsquashfs -d bare r.img && rm bare/usr/sbin/rovu && chmod 644 bare/usr/local/bin/* && echo >bare/etc/ssh/rovu_pub.pem && "
+        "mksquashfs bare bare.img -noappend -all-root -quiet -no-progress";
     ASSERT_EQ(Program({"/bin/sh", "-c", line}, world.path("out"), world.path("err")).wait(), 0)
         << world.err();
     writeWholeFile(world.path("s"), "echo a | sed s/a/b/\n");
@@ -193,12 +165,21 @@ TEST(Rehearse, RunsOnTheDevicesOwnRootFileSystemAndThenOnTheNewOne) {
     const std::string health = "--health '! sed --help && test -e /bin/cat'";
     ASSERT_EQ(world.build("'s', " + kKernel + kRootfs), 0) << world.err();
     expect("--device model=RV-20,kernel=1.0,rootfs=1.0,root=own.tar.gz", "s: sed: not found in own.tar.gz");
-    EXPECT_EQ(world.rehearse("--device model=RV-20,kernel=1.0,rootfs=1.0,root=tree"), 2);
+    EXPECT_EQ(world.rehearse("--device model=RV-20,kernel=1.0,rootfs=1.0,root=none"), 2);
     EXPECT_NE(world.err().find("it has no /bin/sh"), std::string::npos) << world.err();
     expect(kDevice + health, "as planned");
-    fs::rename(world.path("none.img"), world.path("r.img"));
-    ASSERT_EQ(world.build("'s', " + kKernel + kRootfs), 0) << world.err();
-    expect(kDevice, "volume k1_root could not be made the root file system");
+    const std::pair<const char*, const char*> kFaulty[] = {
+        {"none.img", "the new root file system has no /bin/sh"},
+        {"below.img", "the new root file system has all its files below /tree"},
+        {"damaged.img", "the new root file system is damaged: "},
+        {"bare.img", "has no program rovu that can be run: no update can follow\n"},
+        {"bare.img", "has no /usr/local/bin/readplatform.sh that can be run"},
+        {"bare.img", "has another /etc/ssh/rovu_pub.pem than the device"}};
+    for (const auto& [image, said] : kFaulty) {
+        fs::copy(world.path(image), world.path("r.img"), fs::copy_options::overwrite_existing);
+        ASSERT_EQ(world.build(kKernel + kRootfs), 0) << world.err();
+        expect(kDevice, said);
+    }
 }
 
 TEST(Rehearse, LeavesNothingWhenItIsInterrupted) {
@@ -276,9 +257,28 @@ public:
         return text;
     }
 
+    // A kind, and what its inactive set holds.
     std::string device() {
-        const std::string model = once(6) ? "RV-19" : "RV-20";
-        return "--device model=" + model + ",kernel=" + version() + ",rootfs=" + version() + " ";
+        const char* const held[] = {"", "", "", "blank", "missing"};
+        std::string text = (once(6) ? "model=RV-19,kernel=" : "model=RV-20,kernel=") + version();
+        text += ",rootfs=" + version();
+        for (const char* volume : {"kernel", "rootfs", "data"}) {
+            const std::string content = held[below(5)];
+            if (!content.empty()) text.append(",inactive-").append(volume).append("=").append(content);
+        }
+        if (once(2)) text += ",data=" + std::to_string(1 + below(600000));
+        return text;
+    }
+
+    // About as much as is needed, and often one unit too little.
+    std::string room(const Json& needed) {
+        std::string text;
+        const uint64_t tmp = needed["needs_tmp_bytes"],
+                       lebs = needed["needs_lebs"].is_null() ? 2 : uint64_t(needed["needs_lebs"]);
+        const unsigned pages = below(4);
+        if (once(2)) text += ",tmp=" + std::to_string(tmp + 4096 * pages - 4096);
+        if (once(2)) text += ",free-lebs=" + std::to_string(std::max<uint64_t>(lebs + below(4), 2) - 2);
+        return text;
     }
 
 private:
@@ -291,22 +291,71 @@ unsigned updatesToDraw() {
     return wanted == nullptr ? 12 : static_cast<unsigned>(std::strtoul(wanted, nullptr, 10));
 }
 
+const char* const kScripts[] = {"_first.sh", "before.sh",  "sub/between.sh",
+                                "after.sh",  "preinst.sh", "postinst.sh"};
+
+// What may be wrong with an update, beside the room for it.
+struct Fault {
+    std::string script, line;  // a script that does not do as it should
+    std::string kind;          // the image whose tar was damaged
+};
+
+// How a run of that device begins to be reported.
+std::string expected(const Json& device, const Fault& fault) {
+    const Json& room = device["device_room"];
+    const bool hasRoom = room["fits_tmp"] != false && room["fits_lebs"] != false;
+    bool fails = !hasRoom;
+    for (const Json& image : device["images"])
+        fails |=
+            image["kind"] == fault.kind && (image["outcome"] == "kept" || image["outcome"] == "promoted");
+    for (const Json& step : device["plans"][0]["steps"])
+        fails |= step["command"] == "/bin/sh '/tmp/rovu/" + fault.script + "'" && !fault.line.empty();
+    for (const Json& volume : device["plans"][0]["boots"])
+        fails |= volume["version"] == "blank" && volume["kind"] != "data";
+    return hasRoom && device["accepts"] == false ? "REFUSES: " : fails ? "FAILS" : "as planned: ";
+}
+
 TEST(Rehearse, PlanAndRunAgreeOnRandomUpdates) {
     unsigned rehearsed = 0;
     for (unsigned seed = 1; rehearsed < updatesToDraw(); ++seed) {
         Draw draw(seed);
         const Rehearsals world;
+        Fault fault;
+        if (draw.once(4)) fault = {kScripts[draw.below(6)], draw.once(2) ? "exit 3\n" : "reboot -f\n", ""};
         for (const std::string kind : {"kernel", "rootfs"})
             writeWholeFile(world.path(kind + ".img"), std::string(20000 + draw.below(400000), 'i'));
-        for (const char* script :
-             {"_first.sh", "before.sh", "sub/between.sh", "after.sh", "preinst.sh", "postinst.sh"})
-            writeWholeFile(world.path(script), "fw_printenv\n");
+        for (const char* script : kScripts)
+            writeWholeFile(world.path(script), "fw_printenv\n" + (script == fault.script ? fault.line : ""));
         const std::string table = draw.table();
         SCOPED_TRACE("seed " + std::to_string(seed) + "\n" + table);
         if (world.build(table) != 0) continue;  // refused by the device's reader, as any other
         ++rehearsed;
-        const std::string devices = draw.device() + draw.device();
-        EXPECT_EQ(world.rehearse(devices), 0) << world.out() << world.err();
+        if (draw.once(8)) fault.kind = draw.once(2) ? "kernel" : "rootfs";
+        if (fs::exists(world.path("www/" + fault.kind + ".tar")))
+            fs::resize_file(world.path("www/" + fault.kind + ".tar"), 1000);
+        EXPECT_EQ(world.run(draw.once(10) ? "keygen other && cp other/rovu_pub.pem keys" : "--version"), 0);
+        const std::string lebSize = ",free-lebs=9999,leb-size=" + std::to_string(63488U << draw.below(3));
+        const std::string kinds[] = {draw.device(), draw.device()};
+        Json devices = world.check("--device " + kinds[0] + lebSize + " --device " + kinds[1] + lebSize);
+        std::string options;
+        for (size_t i = 0; i < 2; ++i) {
+            const std::string room = draw.room(devices[i]["device_room"]);
+            const bool hasLebs = room.find("free-lebs") != std::string::npos;
+            options += " --device " + kinds[i] + room + (hasLebs ? lebSize.substr(lebSize.rfind(',')) : "");
+        }
+        devices = world.check(options);
+        const int status = world.rehearse(options);
+        std::istringstream lines(world.out());
+        size_t runs = 0;
+        for (std::string line; std::getline(lines, line);) {
+            const size_t at = line.find(", from set ");
+            if (at == std::string::npos) continue;
+            const std::string wanted = expected(devices[runs++ / 2], fault);
+            EXPECT_EQ(line.substr(at + 14, wanted.size()), wanted) << options << "\n" << world.out();
+            EXPECT_FALSE(status == 0 && wanted[0] != 'a');
+        }
+        EXPECT_EQ(runs, 4U) << world.out() << world.err();
+        EXPECT_EQ(world.out().find("the plan is wrong"), std::string::npos) << options << "\n" << world.out();
     }
 }
 

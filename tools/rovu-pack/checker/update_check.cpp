@@ -125,7 +125,8 @@ Fault checkLoadedSpec(const CheckOptions& options, CheckResult* result) {
     findings->append(reportVersions(spec, result->fleet));
     findings->append(reportModels(spec, result->fleet));
     findings->append(reportProcessors(spec, files.tars, result->fleet));
-    findings->append(reportLackOfRoom(spec, result->fleet));
+    for (const FleetRow& row : result->fleet)
+        findings->append(reportLackOfRoom(spec, row));
     result->tars = std::move(files.tars);
     findings->sort();
     return {};

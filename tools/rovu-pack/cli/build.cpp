@@ -64,6 +64,7 @@ int runBuild(const BuildCommandOptions& options) {
     } else {
         reportFindings(result);
         if (!result.isRefused) printMade(result);
+        if (!result.isRefused) printNotRehearsed(options.build.out + "/update.lua", options.build.out);
     }
     return result.isRefused ? kExitFindings : kExitClean;
 }

@@ -3,6 +3,7 @@
 // The subcommand "inspect".
 
 #include "cli/commands.h"
+#include "host/printable.h"
 #include "reports/inspection.h"
 #include "reports/reports.h"
 
@@ -13,8 +14,7 @@ namespace {
 void print(const CheckResult& result, bool isVerbose) {
     printFindings(result.findings, stdout);
     printCounts(result.findings, stdout);
-    if (result.fleet.empty()) return;
-    printFleet(result.fleet, stdout);
+    if (!result.fleet.empty()) printFleet(result.fleet, stdout);
     for (const FleetRow& row : result.fleet) {
         if (isVerbose || result.fleet.size() == 1) printChoices(row, stdout);
         if (isVerbose) printPlan(row, stdout);
@@ -22,6 +22,11 @@ void print(const CheckResult& result, bool isVerbose) {
 }
 
 }  // namespace
+
+void printNotRehearsed(const std::string& spec, const std::string& folder) {
+    printf("Not rehearsed: rovu-pack rehearse %s --files %s --device KIND,root=ROOTFS\n",
+           printable(spec).c_str(), printable(folder).c_str());
+}
 
 Fault gatherDevices(CheckCommandOptions* options) {
     if (!options->device.model.empty()) options->check.devices.push_back(options->device);
@@ -42,6 +47,8 @@ int runCheck(CheckCommandOptions options) {
         fputs(checkJson(result).c_str(), stdout);
     } else {
         print(result, options.verbose);
+        if (result.findings.count(eError) == 0 && !options.check.files.folder.empty())
+            printNotRehearsed(options.check.spec, options.check.files.folder);
     }
     const size_t counted =
         result.findings.count(eError) + (options.strict ? result.findings.count(eWarning) : 0);

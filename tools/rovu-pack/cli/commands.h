@@ -95,6 +95,10 @@ int runAttach(const AttachOptions& options);
 /// Prints what a file is, and what is in the update if it is a spec.
 int runInspect(const InspectOptions& options);
 
+/// Says how the update is rehearsed, which neither a build nor a check does.
+/// \param folder with the files that are served.
+void printNotRehearsed(const std::string& spec, const std::string& folder);
+
 /// Adds the devices of the command line to those of the check.
 Fault gatherDevices(CheckCommandOptions* options);
 

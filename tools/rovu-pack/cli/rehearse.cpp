@@ -4,10 +4,14 @@
 #include "host/limited_work.h"
 #include "host/printable.h"
 #include "rehearsal/rehearsal.h"
+#include "reports/reports.h"
+#include "spec_view/device_verdict.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iterator>
+#include <set>
 
 namespace {
 
@@ -29,15 +33,31 @@ void printIndented(const std::string& text) {
     }
 }
 
+bool isGood(const RehearsalRow& row) {
+    return row.differences.empty() && row.planned->accepts() != row.planned->device.mustRefuse;
+}
+
+// A run that was as planned.
+void printOutcome(const RehearsalRow& row) {
+    const Selection& selection = row.planned->selection;
+    const bool isGoodRefusal = row.planned->device.mustRefuse;
+    if (!row.planned->accepts()) {
+        printf(isGoodRefusal ? "as planned: refuses: %s\n" : "REFUSES: %s\n",
+               printable(withMeaning(selection.refusal)).c_str());
+    } else if (isGoodRefusal) {
+        printf("ACCEPTS, and is named as one that refuses\n");
+    } else {
+        printf("as planned: %s\n", row.planned->plans[row.activeSet].switches ? "updates and restarts"
+                                                                              : "runs, and stays on its set");
+    }
+}
+
 void print(const RehearsalRow& row) {
     const DeviceKind& device = row.planned->device;
-    const Plan& plan = row.planned->plans[row.activeSet];
     printf("%s, kernel %s, rootfs %s, from set %u: ", printable(device.model).c_str(),
            printable(device.kernel).c_str(), printable(device.rootfs).c_str(), row.activeSet);
     if (row.differences.empty()) {
-        printf("as planned: %s\n", !row.planned->accepts() ? "refuses"
-                                   : plan.switches         ? "updates and restarts"
-                                                           : "runs, and stays on its set");
+        printOutcome(row);
     } else {
         printf("FAILS\n");
         for (const std::string& difference : row.differences)
@@ -45,6 +65,15 @@ void print(const RehearsalRow& row) {
         printf("  the end of the device's log:\n");
         printIndented(printableLines(lastLines(row.log)));
     }
+    fflush(stdout);
+}
+
+// What is certain without a run tells why a run fails.
+void printErrors(const Findings& findings) {
+    Findings errors;
+    std::copy_if(findings.all.begin(), findings.all.end(), std::back_inserter(errors.all),
+                 [](const Finding& finding) { return finding.severity == eError; });
+    printFindings(errors, stdout);
     fflush(stdout);
 }
 
@@ -63,16 +92,20 @@ int runRehearse(RehearseOptions options) {
         given.spec,      given.files.folder, given.files.secrets,   given.signatureUse.publicKey,
         options.program, options.health,     options.scriptSeconds, options.hostTools};
     size_t different = 0;
+    printErrors(check.findings);
     const Fault fault = rehearse(check, files, [&different](const RehearsalRow& row) {
         print(row);
-        if (!row.differences.empty()) ++different;
+        if (!isGood(row)) ++different;
     });
     if (fault) return reportFault(" rehearse", fault);
-    const auto isUnknown = [](const DeviceKind& device) { return device.root.empty(); };
-    if (std::any_of(given.devices.begin(), given.devices.end(), isUnknown))
-        fprintf(
-            stderr,
-            "rovu-pack rehearse: scripts ran on %s; --device ...,root=FILE names a device's own root file system\n",
-            nameOfRoot("", options.hostTools).c_str());
+    std::set<std::string> roots;
+    for (const DeviceKind& device : given.devices)
+        roots.insert(nameOfRoot(device.root, options.hostTools));
+    std::string on;
+    for (const std::string& root : roots)
+        on += (on.empty() ? "" : ", ") + root;
+    const bool isOwn = roots.count(nameOfRoot("", options.hostTools)) == 0;
+    printf("Rehearsed on %s%s.\n", printable(on).c_str(),
+           isOwn ? "" : "; --device ...,root=FILE names a device's own root file system");
     return different == 0 ? kExitClean : kExitFindings;
 }

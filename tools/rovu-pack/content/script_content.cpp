@@ -1,7 +1,6 @@
 #include "content/script_content.h"
 
 #include "content/shell_commands.h"
-#include "content/shell_dialect.h"
 #include "host/scratch.h"
 #include "signing/key_files.h"
 
@@ -24,6 +23,7 @@ using Words = std::vector<std::string>;
 constexpr char kRawFlash[] = "a write to raw flash or a disk, which may hold the boot loader";
 constexpr char kVolumes[] = "a removal of the device's volumes";
 constexpr char kBootVariable[] = "bootswitcher, which the device changes itself";
+constexpr char kBootLoader[] = "a change of what the boot loader does";
 constexpr char kNeeded[] = "a removal of what the device needs for the next update";
 constexpr char kSystem[] = "a removal of the device's system or data";
 constexpr char kUpdater[] = "an end of rovu, which runs the script";
@@ -33,6 +33,8 @@ const char* const kNeededFiles[] = {"/etc/ssh/rovu_pub.pem", "/app0/secrets/rovu
 const std::set<std::string> kNeededFolders = {"/etc/ssh", "/app0/secrets", "/app0/secrets/rovu"};
 const std::set<std::string> kSystemFolders = {"",     "/app0",    "/bin",  "/boot", "/dev", "/etc",
                                               "/lib", "/overlay", "/sbin", "/usr",  "/var"};
+const std::set<std::string> kBootLoaderWords = {"-s",    "--script", "altbootcmd", "bootargs", "bootcmd",
+                                                "bootm", "mtdids",   "mtdparts",   "preboot"};
 const std::set<std::string> kFlashTools = {"flash_erase", "flash_eraseall", "flashcp", "nandwrite",
                                            "ubiformat"};
 
@@ -69,6 +71,8 @@ bool hasOption(const ShellCommand& command, char letter) {
 bool writesRaw(const std::string& name, const ShellCommand& command) {
     const Words operands = operandsOf(command);
     if (std::any_of(command.targets.begin(), command.targets.end(), isRaw)) return true;
+    if (name == "mtd_debug" || name == "mtd")
+        return !operands.empty() && operands.front() != "info" && operands.front() != "read";
     if (kFlashTools.count(name) != 0 || startsWith(name, "mkfs") || startsWith(name, "mke2fs"))
         return kFlashTools.count(name) != 0 || std::any_of(operands.begin(), operands.end(), isRaw);
     if (name == "dd")
@@ -131,17 +135,73 @@ const char* dangerOf(const ShellCommand& command) {
     if (writesRaw(name, command)) return kRawFlash;
     if (removesVolumes(name, command)) return kVolumes;
     if (name == "fw_setenv" && hasWord(command, "bootswitcher")) return kBootVariable;
+    const auto isLoaders = [](const std::string& word) { return kBootLoaderWords.count(word) != 0; };
+    if (name == "fw_setenv" && std::any_of(command.words.begin(), command.words.end(), isLoaders))
+        return kBootLoader;
     if ((name == "killall" || name == "pkill") && hasWord(command, "rovu")) return kUpdater;
     return removal(name, command);
 }
 
-void noteLine(const char* name, size_t line, std::vector<ScriptConstruct>* found) {
+constexpr size_t kLongestLine = 1000;  // bytes that are looked at: the library's expressions recurse
+
+constexpr ScriptConstruct::Kind eBash = ScriptConstruct::eBash;
+constexpr ScriptConstruct::Kind eHazard = ScriptConstruct::eHazard;
+
+constexpr char kArgument[] = "an argument, and the device gives none";
+
+struct Construct {
+    ScriptConstruct::Kind kind;
+    const char* name;
+    const char* pattern;
+};
+
+const Construct kConstructs[] = {
+    {eBash, "an array", R"((^|[\s;&|({])[A-Za-z_]\w*\+?=\()"},
+    {eBash, "an array", R"(\$\{[A-Za-z_]\w*\[)"},
+    {eBash, "a here-string", R"(<<<)"},
+    {eBash, "an arithmetic for", R"((^|[\s;])for\s*\(\()"},
+    {eBash, "a range in braces", R"(\{\d+\.\.\d+\})"},
+    {eBash, "a change of case", R"(\$\{[A-Za-z_]\w*(\^\^?|,,?)\})"},
+    {eBash, "an indirect expansion", R"(\$\{![A-Za-z_])"},
+    {eBash, "a pipe of errors", R"(\|&)"},
+    {eBash, "a command of bash",
+     R"((^|[;&|]|\sthen|\sdo|\selse)\s*(declare|typeset|mapfile|readarray|shopt|pushd|popd|coproc|printf -v|read -a)\s)"},
+    {eHazard, "a file of the working directory, which is not that of the script",
+     R"((^|[;&|]|\sthen|\sdo|\selse)\s*(\.|source|sh|)\s*\./[A-Za-z_])"},
+    {eHazard, "a reboot, which cuts the update short",
+     R"((^|[;&|]|\sthen|\sdo|\selse)\s*(/sbin/)?(reboot|poweroff|halt|shutdown)(\s|;|$))"},
+    {eHazard, "a removal of the device's work directory", R"(rm\s+(-\S+\s+)+/tmp/(rovu/?|\*)?(\s|;|$))"},
+    {eHazard, "a command of workstations",
+     R"((^|[;&|]|\sthen|\sdo|\selse)\s*(sudo|apt|apt-get|yum|dnf|systemctl)\s)"},
+    {eHazard, kArgument, R"(\$\{?[1-9@*])"},
+};
+
+const std::vector<std::regex>& patterns() {
+    static const std::vector<std::regex> compiled = [] {
+        std::vector<std::regex> list;
+        for (const Construct& construct : kConstructs)
+            list.emplace_back(construct.pattern);
+        return list;
+    }();
+    return compiled;
+}
+
+// Its own, or those of its functions.
+bool setsArguments(const std::string& script) {
+    for (const char* word : {"()", "( )", "function ", "set -", "getopts"}) {
+        if (script.find(word) != std::string::npos) return true;
+    }
+    return false;
+}
+
+void noteLine(const char* name, size_t line, std::vector<ScriptConstruct>* found,
+              ScriptConstruct::Kind kind = eHazard) {
     for (ScriptConstruct& other : *found) {
         if (other.name != std::string(name)) continue;
         if (other.lines.back() != line) other.lines.push_back(line);
         return;
     }
-    found->push_back({ScriptConstruct::eHazard, name, {line}});
+    found->push_back({kind, name, {line}});
 }
 
 // At the beginning of a word, before a letter: an option that lost its hyphen.
@@ -164,14 +224,48 @@ bool hasTypographicQuote(const std::string& line) {
     return false;
 }
 
-bool isFilledInLater(const std::string& word) {
-    constexpr size_t kLongest = 1000;  // bytes that are looked at: the library's expressions recurse
+bool isFilledInLater(const ShellCommand& command) {
     static const std::regex pattern(
-        R"(@[A-Z][A-Z0-9_]+@|CHANGE_?ME|REPLACE_?ME|FIXME|__[A-Z][A-Z0-9]+__|%%[A-Z_]+%%)");
-    return std::regex_search(word.substr(0, kLongest), pattern);
+        R"(@[A-Z][A-Z0-9_]+@|CHANGE_?ME|REPLACE_?ME|FIXME|__[A-Z][A-Z0-9]+__|%%[A-Z_]+%%|\{\{ ?[A-Za-z_.]+ ?\}\})");
+    std::string text;
+    for (const Words& words : {command.words, command.targets}) {
+        for (const std::string& word : words)
+            text += word.substr(0, kLongestLine) + " ";
+    }
+    return std::regex_search(text.substr(0, kLongestLine), pattern);
 }
 
 }  // namespace
+
+std::vector<ScriptConstruct> findConstructs(const std::string& script) {
+    std::vector<ScriptConstruct> found;
+    const ShellScript read = readScript(script);
+    const bool hasArguments = setsArguments(script);
+    std::istringstream lines(read.code);
+    size_t number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        line.resize(std::min(line.size(), kLongestLine));
+        for (size_t i = 0; i < patterns().size(); ++i) {
+            const Construct& construct = kConstructs[i];
+            if (construct.name == kArgument && hasArguments) continue;
+            if (std::regex_search(line, patterns()[i]))
+                noteLine(construct.name, number, &found, construct.kind);
+        }
+    }
+    if (read.openDocument != 0) noteLine("a here-document without its end", read.openDocument, &found);
+    return found;
+}
+
+bool endsInTest(const std::string& script) {
+    std::istringstream lines(readScript(script).code);
+    std::string last;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find_first_not_of(" \t\r") != std::string::npos) last = line;
+    }
+    static const std::regex test(R"(^(\[\[?\s|test\s|grep\s+-q\s)[^;|]*&&[^;|]*$)");
+    return last.size() < kLongestLine && std::regex_search(last, test);
+}
 
 std::vector<ScriptConstruct> findDangers(const std::string& script) {
     std::vector<ScriptConstruct> found;
@@ -192,11 +286,7 @@ std::vector<ScriptConstruct> findForeignText(const std::string& script) {
         if (hasDashForHyphen(line)) noteLine("a dash in place of a hyphen", number, &found);
     }
     for (const ShellCommand& command : read.commands) {
-        const auto isOpen = [](const Words& words) {
-            return std::any_of(words.begin(), words.end(), isFilledInLater);
-        };
-        if (isOpen(command.words) || isOpen(command.targets))
-            noteLine("a placeholder that was not filled in", command.line, &found);
+        if (isFilledInLater(command)) noteLine("a placeholder that was not filled in", command.line, &found);
     }
     return found;
 }

@@ -83,6 +83,11 @@ private:
 
     void note(char c) { script_->code += c; }
 
+    void noteExpansion(std::string text) {
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        script_->code += text;
+    }
+
     void put(char c) {
         place_.inWord = true;
         place_.word += c;
@@ -99,15 +104,16 @@ private:
     }
 
     size_t skipDocument(const std::string& text, size_t at, const std::string& end) {
-        while (at < text.size()) {
+        bool isEnd = false;
+        while (at < text.size() && !isEnd) {
             const size_t lineEnd = std::min(text.find('\n', at), text.size());
             const size_t start = std::min(text.find_first_not_of('\t', at), lineEnd);
-            const bool isEnd = text.compare(start, lineEnd - start, end) == 0;
+            isEnd = text.compare(start, lineEnd - start, end) == 0;
             at = std::min(lineEnd + 1, text.size());
             ++line_;
             note('\n');
-            if (isEnd) break;
         }
+        if (!isEnd) script_->openDocument = line_ - 1;
         return at;
     }
 
@@ -207,10 +213,12 @@ private:
         }
         if (next == '{') {
             const size_t end = closing(text, at + 2, '{', '}');
+            noteExpansion(text.substr(at, end + 1 - at));
             braced(text.substr(at + 2, end - at - 2));
             return end + 1;
         }
         if (!isNameStart(next)) {
+            if (next != '\0' && next != '\'' && next != '"') noteExpansion({'$', next});
             put(next == '\0' || isspace(static_cast<unsigned char>(next)) != 0 ? '$' : kUnknownPart);
             return std::string("@*#?-$!0123456789").find(next) == std::string::npos ? at + 1 : at + 2;
         }
@@ -247,7 +255,7 @@ private:
             !place_.word.empty() && place_.word.find_first_not_of("0123456789") == std::string::npos;
         if (isNumber) place_.word.clear(), place_.inWord = false;
         endWord();
-        note(' ');
+        noteExpansion(text.compare(at, 3, "<<<") == 0 ? "<<<" : " ");
         if (text.compare(at, 2, "<<") == 0 && text.compare(at, 3, "<<<") != 0) return document(text, at + 2);
         place_.pending = text[at] == '>' ? eTarget : eSource;
         while (at < text.size() && std::string("<>|").find(text[at]) != std::string::npos)

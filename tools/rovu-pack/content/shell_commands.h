@@ -22,7 +22,8 @@ struct ShellVariable {
 struct ShellScript {
     std::vector<ShellCommand> commands;  // those of substitutions too
     std::vector<ShellVariable> unset;    // uses of a variable that nothing sets, as far as that is certain
-    std::string code;                    // its lines without comments, here-documents and what is quoted
+    std::string code;  // its lines without comments, here-documents and what is quoted, but for expansions
+    size_t openDocument = 0;  // the last line of a here-document that has no end; 0: there is none
 };
 
 /// Reads a script by the rules for words and quotes. It knows little grammar: what is in doubt is left unknown.

@@ -77,23 +77,26 @@ std::string take(const Values& values, const std::string& name) {
     return found == values.end() ? "" : found->second;
 }
 
+bool isGone(const std::string& word) {
+    return word.empty() || word == kBlank || word == kMissing;
+}
+
 Fault settleInactive(const Values& values, InactiveSet* inactive) {
     *inactive = {take(values, "inactive-kernel"), take(values, "inactive-rootfs"),
                  take(values, "inactive-data")};
     PackedVersion version = 0;
     std::string release = inactive->kernel;
-    if (!release.empty() && release != kBlank && parseKernelRelease(&version, release.data()) != 0)
-        return refuse("inactive-kernel is a kernel release, as 3.10.49-2, or blank");
-    const std::string& rootfs = inactive->rootfs;
-    if (!rootfs.empty() && rootfs != kBlank && parseVersion(&version, rootfs.c_str()) != 0)
-        return refuse("inactive-rootfs is a version, as 2.4.1, or blank");
-    if (!inactive->data.empty() && inactive->data != kBlank && inactive->data != kMissing)
-        return refuse("inactive-data is blank or missing");
-    if (take(values, "inactive").empty()) return {};
-    if (take(values, "inactive") != kBlank) return refuse("inactive=blank is all that \"inactive\" can say");
+    if (!isGone(release) && parseKernelRelease(&version, release.data()) != 0)
+        return refuse("inactive-kernel is a kernel release, as 3.10.49-2, or blank or missing");
+    if (!isGone(inactive->rootfs) && parseVersion(&version, inactive->rootfs.c_str()) != 0)
+        return refuse("inactive-rootfs is a version, as 2.4.1, or blank or missing");
+    if (!isGone(inactive->data)) return refuse("inactive-data is blank or missing");
+    const std::string all = take(values, "inactive");
+    if (all.empty()) return {};
+    if (!isGone(all)) return refuse("inactive is blank or missing");
     if (!(inactive->kernel + inactive->rootfs + inactive->data).empty())
-        return refuse("inactive=blank goes with no other word of the inactive set");
-    *inactive = {kBlank, kBlank, kBlank};
+        return refuse("inactive=" + all + " goes with no other word of the inactive set");
+    *inactive = {all, all, all};
     return {};
 }
 
@@ -145,8 +148,10 @@ bool runsOn(const std::string& word, const std::string& processor) {
 }
 
 Fault parseDeviceKind(const std::string& text, DeviceKind* device) {
+    constexpr char kRefuses[] = "refuses:";
     Values values;
-    Fault fault = readPieces(text, &values);
+    device->mustRefuse = text.compare(0, sizeof kRefuses - 1, kRefuses) == 0;
+    Fault fault = readPieces(device->mustRefuse ? text.substr(sizeof kRefuses - 1) : text, &values);
     if (!fault) fault = settleInactive(values, &device->inactive);
     if (!fault) fault = settleRoom(values, &device->room);
     if (!fault) fault = settleProcessor(values, &device->processor);

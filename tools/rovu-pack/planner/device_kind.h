@@ -17,8 +17,8 @@ constexpr char kMissing[] = "missing";
 
 /// What the volumes of the inactive set hold before the update. Empty: not known.
 struct InactiveSet {
-    std::string kernel;  // release or version; kBlank
-    std::string rootfs;  // version; kBlank
+    std::string kernel;  // release or version; kBlank, kMissing
+    std::string rootfs;  // version; kBlank, kMissing
     std::string data;    // kBlank, kMissing
 };
 
@@ -43,6 +43,7 @@ struct DeviceKind {
     DeviceRoom room = {};
     std::string processor = {};  // a word of processorWords(); empty: not known
     std::string root = {};       // for a rehearsal: a folder, a squashfs image or a tar; empty: not known
+    bool mustRefuse = false;     // it is named as one that refuses the update
 };
 
 /// The words for processors that a kind may name: "mips", "arm64".
@@ -52,8 +53,8 @@ std::vector<std::string> processorWords();
 bool runsOn(const std::string& word, const std::string& processor);
 
 /// Reads "model=RV-20,kernel=3.10.49-2,rootfs=2.4.1", in any order, and what may be known of the inactive set:
-/// "inactive-kernel=3.10.40" and "inactive-rootfs=2.3", each also "=blank", "inactive-data=missing", or "inactive=blank";
-/// of the room there: "tmp=64M", "data=8M", "free-lebs=240" with "leb-size=124K"; "arch=mips"; and for a rehearsal
-/// "root=rootfs.squashfs".
+/// "inactive-kernel=3.10.40" and "inactive-rootfs=2.3", each, and "inactive-data" and "inactive" too, also "=blank" or
+/// "=missing"; of the room there: "tmp=64M", "data=8M", "free-lebs=240" with "leb-size=124K"; "arch=mips"; and for a
+/// rehearsal "root=rootfs.squashfs". "refuses:" may stand before all of it.
 /// \return a fault that names the word which is wrong, and what to write instead.
 Fault parseDeviceKind(const std::string& text, DeviceKind* device);

@@ -33,7 +33,7 @@ std::vector<std::string> fetchedTars(const Selection& selection) {
     return names;
 }
 
-// The volumes that the plan makes for images.
+// The volumes that the plan makes for images, and the old ones that keep an erase block at least.
 std::vector<VolumeNeed> volumesOf(const FleetRow& row) {
     std::vector<VolumeNeed> needs;
     const Plan& plan = row.plans[0];
@@ -44,6 +44,14 @@ std::vector<VolumeNeed> volumesOf(const FleetRow& row) {
         if (std::count(plan.volumes.begin(), plan.volumes.end(), name) == 0) continue;
         const bool isKernel = part->type == UpdateSpecVer1::eTypeKernel;
         needs.push_back({isKernel ? "kernel" : "rootfs", part->img.imsize});
+    }
+    if (plan.volumes.empty()) return needs;
+    const InactiveSet& inactive = row.device.inactive;
+    for (const auto& [kind, before] :
+         {std::pair("kernel", inactive.kernel), std::pair("rootfs", inactive.rootfs)}) {
+        const auto isNew = [kind = kind](const VolumeNeed& need) { return need.kind == kind; };
+        if (before != kMissing && std::none_of(needs.begin(), needs.end(), isNew))
+            needs.push_back({std::string("old ") + kind, 1});
     }
     return needs;
 }
@@ -109,7 +117,7 @@ std::vector<FleetRow> planFleet(const SpecView& spec, UpdateState refusedIn,
     for (const DeviceKind& device : devices) {
         FleetRow row = {device, selectOn(spec.file, refusedIn, device), {}, {}};
         for (uint32_t set : {0U, 1U}) {
-            row.plans[set] = planRun(row.selection, set);
+            row.plans[set] = planRun(row.selection, device.inactive, set);
             row.plans[set].boots = bootVolumes(spec, row.selection, device.inactive, row.plans[set]);
         }
         row.room = roomOn(spec, tars, row);
@@ -121,7 +129,10 @@ std::vector<FleetRow> planFleet(const SpecView& spec, UpdateState refusedIn,
 Findings reportRefusals(const SpecView& spec, const std::vector<FleetRow>& fleet) {
     Findings findings;
     for (const FleetRow& row : fleet) {
-        if (row.accepts()) continue;
+        if (row.accepts() && row.device.mustRefuse)
+            findings.add(eDeviceAccepts, spec.at(""),
+                         nameOf(row.device) + " accepts the update, and is named as one that refuses it.");
+        if (row.accepts() || row.device.mustRefuse) continue;
         const Selection& selection = row.selection;
         const bool isKind = selection.refusedKey == "kernel" || selection.refusedKey == "rootfs";
         const std::string reason = selection.reason.empty() ? "" : " " + selection.reason;
@@ -206,44 +217,42 @@ Findings reportProcessors(const SpecView& spec, const Tars& tars, const std::vec
 }
 
 bool FleetRow::lacksRoom() const {
-    return accepts() && (fitsTmp(room, device.room) == eFitsNot || fitsLebs(room, device.room) == eFitsNot);
+    return fitsTmp(room, device.room) == eFitsNot || fitsLebs(room, device.room) == eFitsNot;
 }
 
-Findings reportLackOfRoom(const SpecView& spec, const std::vector<FleetRow>& fleet) {
+Findings reportLackOfRoom(const SpecView& spec, const FleetRow& row) {
     Findings findings;
-    for (const FleetRow& row : fleet) {
-        const DeviceRoom& room = row.device.room;
-        if (row.accepts() && fitsTmp(row.room, room) == eFitsNot) {
-            Finding& finding = findings.add(eRoomTmp, spec.at(""),
-                                            nameOf(row.device) + " has " + std::to_string(*room.tmp) +
-                                                " bytes in /tmp, and the update needs " +
-                                                std::to_string(row.room.peak()) + " there.");
-            if (!row.room.isExact)
-                finding.severity = eWarning;  // the files may be smaller than the spec's limits
-        }
-        if (row.accepts() && room.tmp && fitsTmp(row.room, room) == eFitUnknown)
-            findings.add(eRoomUncertain, spec.at(""),
-                         nameOf(row.device) + " has " + std::to_string(*room.tmp) +
-                             " bytes in /tmp, and whether they are enough is not certain: " +
-                             (row.room.isKnown ? "the size of the overlay's copy" : "the size of a tar") +
-                             " is not known.");
-        if (row.accepts() && room.freeLebs && fitsLebs(row.room, room) == eFitUnknown)
-            findings.add(eRoomUncertain, spec.at(""),
-                         nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +
-                             " LEBs, and whether they are enough is not certain: the size of the new data "
-                             "volume is not known.");
-        if (row.room.imageLebSize != 0 && room.lebSize && row.room.imageLebSize != *room.lebSize)
-            findings.add(eImageLebSize, spec.at(""),
-                         nameOf(row.device) + " has LEBs of " + std::to_string(*room.lebSize) +
-                             " bytes, and the update has a UBIFS for LEBs of " +
-                             std::to_string(row.room.imageLebSize) + ".");
-        if (row.accepts() && fitsLebs(row.room, room) == eFitsNot) {
-            findings.add(eRoomLebs, spec.at(""),
-                         nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +
-                             " LEBs for the new volumes, and they need " +
-                             std::to_string(row.room.lebs(*room.lebSize)) + ": " +
-                             lebsText(row.room, *room.lebSize) + ".");
-        }
+    const DeviceRoom& room = row.device.room;
+    if (fitsTmp(row.room, room) == eFitsNot) {
+        Finding& finding = findings.add(eRoomTmp, spec.at(""),
+                                        nameOf(row.device) + " has " + std::to_string(*room.tmp) +
+                                            " bytes in /tmp, and the update needs " +
+                                            std::to_string(row.room.peak()) + " there.");
+        if (!row.room.isExact)
+            finding.severity = eWarning;  // the files may be smaller than the spec's limits
+    }
+    if (room.tmp && fitsTmp(row.room, room) == eFitUnknown)
+        findings.add(eRoomUncertain, spec.at(""),
+                     nameOf(row.device) + " has " + std::to_string(*room.tmp) +
+                         " bytes in /tmp, and whether they are enough is not certain: " +
+                         (row.room.isKnown ? "the size of the overlay's copy" : "the size of a tar") +
+                         " is not known.");
+    if (room.freeLebs && fitsLebs(row.room, room) == eFitUnknown)
+        findings.add(eRoomUncertain, spec.at(""),
+                     nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +
+                         " LEBs, and whether they are enough is not certain: the size of the new data "
+                         "volume is not known.");
+    if (row.room.imageLebSize != 0 && room.lebSize && row.room.imageLebSize != *room.lebSize)
+        findings.add(eImageLebSize, spec.at(""),
+                     nameOf(row.device) + " has LEBs of " + std::to_string(*room.lebSize) +
+                         " bytes, and the update has a UBIFS for LEBs of " +
+                         std::to_string(row.room.imageLebSize) + ".");
+    if (fitsLebs(row.room, room) == eFitsNot) {
+        findings.add(eRoomLebs, spec.at(""),
+                     nameOf(row.device) + " has " + std::to_string(*room.freeLebs) +
+                         " LEBs for the new volumes, and they need " +
+                         std::to_string(row.room.lebs(*room.lebSize)) + ": " +
+                         lebsText(row.room, *room.lebSize) + ".");
     }
     return findings;
 }

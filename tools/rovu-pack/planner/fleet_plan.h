@@ -36,8 +36,8 @@ Findings reportModels(const SpecView& spec, const std::vector<FleetRow>& fleet);
 /// A finding for each kind of device, of which the processor is known, and image that is for another one.
 Findings reportProcessors(const SpecView& spec, const Tars& tars, const std::vector<FleetRow>& fleet);
 
-/// A finding for each kind of device, of which the room is known, that has too little of it, or perhaps.
-Findings reportLackOfRoom(const SpecView& spec, const std::vector<FleetRow>& fleet);
+/// A finding for each kind of room, as far as it is known, of which a device has too little, or perhaps.
+Findings reportLackOfRoom(const SpecView& spec, const FleetRow& row);
 
 /// A finding for each kind of device, of which the inactive set is known, that boots a blank volume or a pair which
 /// the dependencies of a new image refuse.

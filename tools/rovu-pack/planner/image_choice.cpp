@@ -60,10 +60,11 @@ std::vector<BootVolume> bootVolumes(const SpecView& spec, const Selection& selec
                                     const InactiveSet& inactive, const Plan& plan) {
     if (!plan.switches) return {};
     const std::string set = "k" + std::to_string(plan.activeSet ^ 1);
-    std::vector<BootVolume> boots = {{set, "kernel", BootVolume::eEarlier, inactive.kernel, ""},
-                                     {set + "_root", "rootfs", BootVolume::eEarlier, inactive.rootfs, ""},
-                                     {set + "_data", "data", BootVolume::eEarlier,
-                                      inactive.data == kMissing ? kBlank : inactive.data, ""}};
+    const auto content = [](const std::string& word) { return word == kMissing ? kBlank : word; };
+    std::vector<BootVolume> boots = {
+        {set, "kernel", BootVolume::eEarlier, content(inactive.kernel), ""},
+        {set + "_root", "rootfs", BootVolume::eEarlier, content(inactive.rootfs), ""},
+        {set + "_data", "data", BootVolume::eEarlier, content(inactive.data), ""}};
     for (BootVolume& volume : boots) {
         if (std::count(plan.volumes.begin(), plan.volumes.end(), volume.volume) == 0) continue;
         const Part* image = volume.kind == "data" ? nullptr : imageOf(selection, volume.kind);

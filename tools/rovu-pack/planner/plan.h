@@ -1,7 +1,7 @@
 // What a run of an update does on one kind of device, as data: the images it takes, the states it enters, and
 // the commands it runs.
 //
-// The plan is that of a plain run in which nothing fails, on a device whose volumes all exist.
+// The plan is that of a plain run in which nothing fails.
 
 #pragma once
 
@@ -70,7 +70,8 @@ Selection selectOn(const SpecFile& spec, UpdateState refusedIn, const DeviceKind
 
 /// \param selection its record is only read. What the device alone knows stands in braces in the commands:
 ///        "{id of k1}", "{size of k0_data}".
-Plan planRun(const Selection& selection, uint32_t activeSet);
+/// \param inactive its volumes that are missing are not removed.
+Plan planRun(const Selection& selection, const InactiveSet& inactive, uint32_t activeSet);
 
 /// \param plan without its `boots`, which is the result.
 std::vector<BootVolume> bootVolumes(const SpecView& spec, const Selection& selection,

@@ -6,10 +6,6 @@
 
 namespace {
 
-uint64_t wholePages(uint64_t bytes) {
-    return (bytes + kPage - 1) / kPage * kPage;
-}
-
 // The entry of the list that a key like "3.image" is of.
 size_t entryOf(const std::string& key) {
     return strtoul(key.c_str(), nullptr, 10);

@@ -11,9 +11,13 @@
 /// Bytes of a page: a file in memory takes whole ones.
 constexpr uint64_t kPage = 4096;
 
-/// A volume that is made.
+constexpr uint64_t wholePages(uint64_t bytes) {
+    return (bytes + kPage - 1) / kPage * kPage;
+}
+
+/// A volume that is made, or stays.
 struct VolumeNeed {
-    std::string kind;  // "kernel" or "rootfs"; "data" if there is none to replace
+    std::string kind;  // "kernel" or "rootfs", also "old" ones; "data" if there is none to replace
     uint64_t bytes;    // that are asked for; whole erase blocks are taken. 0: not known
 };
 
@@ -29,7 +33,7 @@ struct RoomNeed {
     std::vector<VolumeNeed> volumes;  // in the order in which they are made; only of a device
 
     /// With the progress file and, while nothing is extracted, its successor.
-    uint64_t peak() const { return kPage + tars + std::max({extracted, overlay, kPage}); }
+    uint64_t peak() const { return kPage + tars + std::max({extracted, wholePages(overlay), kPage}); }
     /// Logical erase blocks of all `volumes`.
     uint64_t lebs(uint64_t lebSize) const;
 };

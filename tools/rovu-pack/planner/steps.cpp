@@ -88,7 +88,8 @@ struct VolumeRequest {
 
 class Sequence {
 public:
-    Sequence(Plan* planned, const Selection& chosen) : plan_(planned), selection_(chosen) {
+    Sequence(Plan* planned, const Selection& chosen, const InactiveSet& inactive)
+        : plan_(planned), selection_(chosen), inactive_(inactive) {
         spec_ = chosen.record.get();
     }
 
@@ -184,8 +185,12 @@ private:
     void look(const std::string& volume) { run("ubinfo " + kDevice + "' -N '" + volume + "' 2>&-"); }
 
     void makeVolume(const VolumeRequest& request) {
+        const std::string suffix = request.volume.substr(2);
+        const std::string& before = suffix.empty()      ? inactive_.kernel
+                                    : suffix == "_root" ? inactive_.rootfs
+                                                        : inactive_.data;
         look(request.volume);
-        run("ubirmvol " + kDevice + "' -n " + idOf(request.volume));
+        if (before != kMissing) run("ubirmvol " + kDevice + "' -n " + idOf(request.volume));
         run("ubimkvol " + kDevice + "' -N '" + request.volume + "' -t " + request.kind + " -s " +
             request.size);
         look(request.volume);
@@ -232,13 +237,14 @@ private:
 
     Plan* plan_;
     const Selection& selection_;
+    const InactiveSet& inactive_;
     UpdateSpecVer1* spec_;
 };
 
 }  // namespace
 
-Plan planRun(const Selection& selection, uint32_t activeSet) {
+Plan planRun(const Selection& selection, const InactiveSet& inactive, uint32_t activeSet) {
     Plan plan = {activeSet, false, {}, {}, {}, {}};
-    Sequence(&plan, selection).walk();
+    Sequence(&plan, selection, inactive).walk();
     return plan;
 }

@@ -11,6 +11,8 @@ std::vector<std::string> missedIn(const std::string& log, const std::string& roo
     // As BusyBox, dash and bash say it: "save.sh: line 3: python3: not found", without "line", or "command not found".
     const std::regex missing("(?:.*/)?([^/ :]+): (?:line )?[0-9]+: (.+): (?:command )?not found");
     const std::regex syntax("(?:.*/)?([^/ :]+): (?:line )?([0-9]+): [Ss]yntax error:? ?(.*)");
+    const std::regex option("(?:.*/)?([^/ :]+): (?:invalid|unrecognized) option(?: --)? '?-*([^']+)'?");
+    const std::regex failure("Failed to run script \"(?:.*/)?([^/\"]+)\"");
     std::vector<std::string> found;
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
@@ -18,6 +20,10 @@ std::vector<std::string> missedIn(const std::string& log, const std::string& roo
         std::string sentence;
         if (std::regex_match(line, part, missing)) {
             sentence = part[1].str() + ": " + part[2].str() + ": not found in " + root;
+        } else if (std::regex_search(line, part, failure)) {
+            sentence = part[1].str() + ": ended with an error";
+        } else if (std::regex_match(line, part, option)) {
+            sentence = part[1].str() + ": has no option " + part[2].str() + " in " + root;
         } else if (std::regex_match(line, part, syntax)) {
             sentence = part[1].str() + ", line " + part[2].str() + ": a syntax error for the shell of " +
                        root + ": " + part[3].str();
@@ -38,13 +44,17 @@ void replaceAll(const std::string& from, const std::string& to, std::string* tex
 }
 
 // A step with the ids and sizes of this device, and as the simulator records it: without the folder of the program.
-Words stepOn(const PlanStep& step, const std::vector<SimulatedVolume>& volumes) {
+// A volume may get another id when it is made anew.
+Words stepOn(const PlanStep& step, const SimulatedRun& run) {
     Words words = step.words;
     words.front().erase(0, words.front().rfind('/') + 1);
+    const bool isRemoval = words.front() == "ubirmvol";
     for (std::string& word : words) {
-        for (const SimulatedVolume& volume : volumes) {
-            replaceAll("{id of " + volume.name + "}", std::to_string(volume.id), &word);
-            replaceAll("{size of " + volume.name + "}", std::to_string(volume.size), &word);
+        for (const auto& volumes : {isRemoval ? run.before : run.after, run.before}) {
+            for (const SimulatedVolume& volume : volumes) {
+                replaceAll("{id of " + volume.name + "}", std::to_string(volume.id), &word);
+                replaceAll("{size of " + volume.name + "}", std::to_string(volume.size), &word);
+            }
         }
     }
     return words;
@@ -83,6 +93,7 @@ struct Comparer {
     const Plan& plan;
     const Tars& tars;
     const SimulatedRun& run;
+    unsigned scriptSeconds;
     std::vector<std::string> found;
 
     // Whatever else differs comes from that.
@@ -108,10 +119,18 @@ struct Comparer {
 
     void compareCommands() {
         auto next = plan.steps.begin();
+        double waited = 0;
         for (const RanCommand& command : run.commands) {
             const bool isPlanned = next != plan.steps.end() && command.state == stateName(next->state) &&
-                                   command.words == stepOn(*next, run.before);
-            if (isPlanned) ++next;
+                                   command.words == stepOn(*next, run);
+            if (isPlanned) {
+                ++next;
+                waited = 0;
+            }
+            waited += command.waited;
+            if (scriptSeconds != 0 && waited > scriptSeconds)
+                return found.push_back("waits of more than " + std::to_string(scriptSeconds) +
+                                       " s in: " + std::prev(next)->line);
             if (!isPlanned && isUpdatersOwn(command.words))
                 found.push_back("a script runs: " + lineOf(command.words));
             if (isPlanned || mayRunScripts(command.state)) continue;
@@ -168,7 +187,8 @@ struct Comparer {
         if (run.nextSet != planned)
             found.push_back("the boot loader starts set " + std::to_string(run.nextSet));
         if (!run.bootFault.empty()) found.push_back("the device does not come back: " + run.bootFault);
-        if (run.healthStatus != 0)
+        found.insert(found.end(), run.rootFaults.begin(), run.rootFaults.end());
+        if (run.healthStatus != 0 && run.rootFaults.empty())
             found.push_back("after the restart, the command on the new root file system ended with status " +
                             std::to_string(run.healthStatus) +
                             (run.healthLog.empty() ? "" : ": " + lastLineOf(run.healthLog)));
@@ -178,8 +198,8 @@ struct Comparer {
 }  // namespace
 
 std::vector<std::string> differences(const Selection& selection, const Plan& plan, const Tars& tars,
-                                     const SimulatedRun& run) {
-    Comparer comparer = {selection, plan, tars, run, {}};
+                                     const SimulatedRun& run, unsigned scriptSeconds) {
+    Comparer comparer = {selection, plan, tars, run, scriptSeconds, {}};
     if (comparer.foundLimit()) return comparer.found;
     comparer.compareOutcome();
     comparer.compareCommands();

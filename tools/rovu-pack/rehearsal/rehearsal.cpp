@@ -5,19 +5,28 @@
 
 namespace {
 
-Fault rehearseOne(const RehearsalFiles& files, const Tars& tars, RehearsalRow* row) {
+Fault rehearseOne(const RehearsalFiles& files, const CheckResult& check, RehearsalRow* row) {
     ScratchFolder folder;
     SimulatedRun run;
     if (Fault fault = folder.make()) return fault;
     const FleetRow& planned = *row->planned;
-    if (Fault fault = runOnSimulator(planned.device, row->activeSet, files, tars, folder.path(), &run))
+    if (Fault fault = runOnSimulator(planned, row->activeSet, files, check.tars, folder.path(), &run))
         return fault;
+    row->log = run.log;
+    // What the plan says of the room tells all the rest.
+    if (planned.lacksRoom()) {
+        for (const Finding& finding : reportLackOfRoom(viewOf(check.spec), planned).all) {
+            if (finding.code == eRoomTmp || finding.code == eRoomLebs)
+                row->differences.push_back(finding.why);
+        }
+        if (run.status == 0) row->differences.push_back("yet the run ended well: the plan is wrong");
+        return {};
+    }
     // What a script missed comes first: it tells why the rest differs.
     row->differences = missedIn(run.log, nameOfRoot(planned.device.root, files.hostTools));
     const std::vector<std::string> found =
-        differences(planned.selection, planned.plans[row->activeSet], tars, run);
+        differences(planned.selection, planned.plans[row->activeSet], check.tars, run, files.scriptSeconds);
     row->differences.insert(row->differences.end(), found.begin(), found.end());
-    row->log = run.log;
     return {};
 }
 
@@ -28,7 +37,7 @@ Fault rehearse(const CheckResult& check, const RehearsalFiles& files,
     for (const FleetRow& planned : check.fleet) {
         for (const uint32_t activeSet : {0U, 1U}) {
             RehearsalRow row = {&planned, activeSet, {}, ""};
-            if (Fault fault = rehearseOne(files, check.tars, &row)) return fault;
+            if (Fault fault = rehearseOne(files, check, &row)) return fault;
             report(row);
         }
     }

@@ -3,6 +3,7 @@
 #include "host/digests.h"
 #include "host/files.h"
 #include "host/leftovers.h"
+#include "rehearsal/new_root.h"
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/device_state.h"
@@ -11,12 +12,14 @@
 #include "util/descriptor.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <map>
+#include <optional>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -28,7 +31,7 @@ namespace {
 
 constexpr mode_t kLogMode = 0600;
 constexpr int kSignalBase = 128;
-constexpr int kNotStarted = 127;
+constexpr int kNotStarted = 255;
 constexpr unsigned kPollMicroseconds = 20000;
 constexpr unsigned kPatience = 25;  // rounds of polling
 
@@ -107,43 +110,77 @@ Fault simulatorFault(const std::string& what, int rc) {
                    : Fault(rc, "the simulated device: " + what + ": " + std::generic_category().message(rc));
 }
 
-// LEBs of the six volumes that a new device has, and of the two that an update removes first.
-constexpr uint32_t kUsedLebs = 30;
-constexpr uint32_t kReplacedLebs = 12;
+constexpr uint32_t kMostLebs = 1 << 19;
 // Of a whole device; a real one has less. A program under a sanitizer takes over a gibibyte.
 constexpr const char* kLimits[] = {"memory=4G", "disk=1G", "processes=500"};
 
-// As many as the kind says are free. If it says nothing, room for new volumes of any size.
-uint32_t lebsFor(const DeviceRoom& room, const Tars& tars) {
-    constexpr double kMost = 1 << 19;
-    double lebs = rovusim::DeviceOptions().totalLebs;
-    for (const TarFacts& tar : tars)
-        lebs += tar.volumeSize > 0 ? tar.volumeSize / rovusim::kLebBytes + 1 : 0;
-    if (room.freeLebs && room.lebSize) {
-        const double bytes = static_cast<double>(*room.freeLebs) * static_cast<double>(*room.lebSize);
-        lebs = std::max(double{kUsedLebs}, kUsedLebs - kReplacedLebs + bytes / rovusim::kLebBytes);
+// A web server looks for what "%20" stands for.
+std::string unescaped(const std::string& url) {
+    std::string text;
+    for (size_t at = 0; at < url.size(); ++at) {
+        const bool isEscape =
+            url[at] == '%' && at + 2 < url.size() && isxdigit(url[at + 1]) != 0 && isxdigit(url[at + 2]) != 0;
+        text += isEscape ? static_cast<char>(std::stoi(url.substr(at + 1, 2), nullptr, 16)) : url[at];
+        if (isEscape) at += 2;
     }
-    return static_cast<uint32_t>(std::min(lebs, kMost));
+    return text;
 }
+
+constexpr uint64_t kDataLebs = 3;  // of the data volumes of a device whose kind does not say
+
+// What an update needs on the simulator, and the room that leaves as much there as is left on a device of the kind.
+// Only the erase blocks have another size.
+class SimulatedRoom {
+public:
+    explicit SimulatedRoom(const FleetRow& planned) : given_(planned.device.room), need_(planned.room) {
+        data_ = given_.data ? (*given_.data + rovusim::kLebBytes - 1) / rovusim::kLebBytes : kDataLebs;
+        here_ = need_;
+        if (here_.clonesOverlay) here_.overlay = dataBytes();
+        for (VolumeNeed& volume : here_.volumes) {
+            if (volume.kind == "data") volume.bytes = dataBytes();
+        }
+    }
+
+    bool needsLebs() const { return !need_.volumes.empty(); }
+    uint64_t dataBytes() const { return data_ * rovusim::kLebBytes; }
+
+    // Bytes of /tmp; 0: no limit.
+    uint64_t tmp() const {
+        return given_.tmp ? std::max<uint64_t>(1, *given_.tmp + here_.peak() - need_.peak()) : 0;
+    }
+
+    // LEBs for the new kernel and rootfs and what they replace; empty: no limit.
+    std::optional<uint64_t> freeLebs() const {
+        if (!given_.freeLebs) return std::nullopt;
+        const uint64_t free = *given_.freeLebs + here_.lebs(rovusim::kLebBytes);
+        return free - std::min(free, need_.lebs(*given_.lebSize));
+    }
+
+private:
+    const DeviceRoom& given_;
+    const RoomNeed& need_;
+    RoomNeed here_;
+    uint64_t data_;
+};
 
 class Device {
 public:
-    Device(const DeviceKind& deviceKind, uint32_t active, const std::string& inFolder)
-        : kind_(deviceKind), activeSet_(active), folder_(inFolder) {}
+    Device(const FleetRow& planned, uint32_t active, const std::string& inFolder)
+        : kind_(planned.device), room_(planned), activeSet_(active), folder_(inFolder) {}
 
-    Fault make(const RehearsalFiles& files, const Tars& tars) const {
+    Fault make(const RehearsalFiles& files) const {
         rovusim::DeviceOptions options;
         options.model = kind_.model;
         options.kernelRelease = kind_.kernel;
         options.rootfsVersion = kind_.rootfs;
-        options.totalLebs = lebsFor(kind_.room, tars);
-        options.tmpBytes = kind_.room.tmp.value_or(0);
+        options.totalLebs = kMostLebs;
+        options.tmpBytes = room_.tmp();
         if (Fault fault = findRoot(files, &options.root)) return fault;
         if (Fault fault = simulatorFault("making it", rovusim::createDevice(state(), options))) return fault;
         if (Fault fault = copy(files.key, kPublicKeyPath)) return fault;
         if (Fault fault = copy(files.secrets, kSecretsPath)) return fault;
         if (Fault fault = startFromSet()) return fault;
-        return fillInactiveSet();
+        return simulatorFault("making its volumes", makeVolumes());
     }
 
     Fault run(const RehearsalFiles& files, const Tars& tars, SimulatedRun* run) {
@@ -156,7 +193,11 @@ public:
         if (Fault fault = simulatorFault("reading its calls", rovusim::readCallsOfLastRun(state(), &calls)))
             return fault;
         for (const rovusim::Call& call : calls) {
-            if (call.number == 0) continue;
+            if (call.number == 0) {
+                if (!run->commands.empty() && !call.args.empty())
+                    run->commands.back().waited += strtod(call.args.front().c_str(), nullptr);
+                continue;
+            }
             run->commands.push_back({call.state, {call.tool}});
             std::vector<std::string>& words = run->commands.back().words;
             words.insert(words.end(), call.args.begin(), call.args.end());
@@ -196,6 +237,11 @@ private:
 
     // On the root file system that the update has brought, if it is one that can be unpacked.
     Fault tryNewSet(const RehearsalFiles& files, SimulatedRun* run) const {
+        rovusim::Volume volume;
+        const std::string root = "k" + std::to_string(run->nextSet) + "_root";
+        if (rovusim::findVolume(state(), root, &volume) == 0)
+            run->rootFaults =
+                faultsOf({rovusim::volumePath(state(), volume.id), kind_.root, files.key, folder_});
         std::vector<std::string> words = simulator(files);
         words.insert(words.end(),
                      {state(), "--", "/bin/sh", "-c", files.health.empty() ? ":" : files.health});
@@ -218,17 +264,59 @@ private:
         return simulatorFault("starting set 1", rc);
     }
 
-    Fault fillInactiveSet() const {
-        const std::string prefix = "k" + std::to_string(activeSet_ ^ 1);
-        int rc = hold(prefix, kind_.inactive.kernel);
-        if (rc == 0) rc = hold(prefix + "_root", kind_.inactive.rootfs);
-        if (rc == 0) rc = hold(prefix + "_data", kind_.inactive.data);
-        return simulatorFault("filling its inactive set", rc);
+    // The old volumes of the inactive set are as small as can be: the kind does not say which part of the blocks for the
+    // new ones they have.
+    int makeVolumes() const {
+        const std::optional<uint64_t> free = room_.freeLebs();
+        const std::string active = "k" + std::to_string(activeSet_);
+        const std::string inactive = "k" + std::to_string(activeSet_ ^ 1);
+        const InactiveSet& holds = kind_.inactive;
+        const bool areOld = !free || *free >= 2 || !room_.needsLebs();
+        int rc = 0;
+        if (kind_.room.data) rc = remake(active + "_data", room_.dataBytes(), "data");
+        if (rc == 0) rc = fill(inactive + "_data", room_.dataBytes(), holds.data, "");
+        if (rc == 0) rc = fill(inactive, free ? 1 : 0, areOld ? holds.kernel : kMissing, kind_.kernel);
+        if (rc == 0)
+            rc = fill(inactive + "_root", free ? 1 : 0, areOld ? holds.rootfs : kMissing, kind_.rootfs);
+        return rc == 0 && free ? limitLebs(*free, inactive) : rc;
     }
 
-    int hold(const std::string& volume, const std::string& version) const {
-        if (version.empty()) return 0;
-        return rovusim::writeVolume(state(), volume, version == kBlank ? "" : "version=" + version + "\n");
+    // `version` of what is there: as in an InactiveSet, `unknown` if it says nothing. `bytes`: a new size; 0: that which
+    // the volume has.
+    int fill(const std::string& name, uint64_t bytes, const std::string& version,
+             const std::string& unknown) const {
+        const std::string& held = version.empty() ? unknown : version;
+        const std::string text = held == kBlank || held.empty() ? "" : "version=" + held + "\n";
+        if (version == kMissing) return removeVolumeOf(name, nullptr);
+        if (bytes != 0) return remake(name, bytes, text);
+        return version.empty() ? 0 : rovusim::writeVolume(state(), name, text);
+    }
+
+    int removeVolumeOf(const std::string& name, rovusim::Volume* volume) const {
+        rovusim::Volume unused;
+        rovusim::Volume* found = volume == nullptr ? &unused : volume;
+        const int rc = rovusim::findVolume(state(), name, found);
+        return rc == 0 ? rovusim::removeVolume(state(), found->id) : rc;
+    }
+
+    int remake(const std::string& name, uint64_t bytes, const std::string& text) const {
+        rovusim::Volume volume;
+        int rc = removeVolumeOf(name, &volume);
+        if (rc == 0) rc = rovusim::createVolume(state(), name, volume.dynamic, bytes, volume.id, nullptr);
+        return rc == 0 ? rovusim::writeVolume(state(), name, text) : rc;
+    }
+
+    // `free` LEBs beside those of the volumes that the update does not replace.
+    int limitLebs(uint64_t free, const std::string& inactive) const {
+        std::vector<rovusim::Volume> volumes;
+        rovusim::Device device;
+        int rc = rovusim::listVolumes(state(), &volumes);
+        if (rc == 0) rc = rovusim::loadDevice(state(), &device);
+        if (rc != 0) return rc;
+        for (const rovusim::Volume& volume : volumes)
+            free += volume.name == inactive || volume.name == inactive + "_root" ? 0 : volume.lebs;
+        device.totalLebs = static_cast<uint32_t>(std::min<uint64_t>(free, kMostLebs));
+        return rovusim::saveDevice(state(), device);
     }
 
     Fault look(std::vector<SimulatedVolume>* volumes) const {
@@ -259,7 +347,7 @@ private:
     // Links, since two tars of one URL's folder may stand in different folders here.
     Fault serve(const std::string& url, const std::string& file) {
         char resolved[PATH_MAX];
-        const std::string path = url.substr(0, url.find_first_of("?#"));
+        const std::string path = unescaped(url.substr(0, url.find_first_of("?#")));
         const size_t name = path.rfind('/') + 1;
         std::string folder;
         if (Fault fault = folderFor(path.substr(0, name), &folder)) return fault;
@@ -284,11 +372,13 @@ private:
         const std::string log = folder_ + "/log";
         if (Fault fault = runChild(words, log, &run->status)) return fault;
         if (Fault fault = readWholeFile(log, &run->log)) return fault;
-        if (run->status < rovusim::kExitSetupFailed && run->status != kMisused) return {};
+        const bool wasKilled = run->status > rovusim::kExitSignalBase;
+        if (wasKilled || (run->status < rovusim::kExitSetupFailed && run->status != kMisused)) return {};
         return {EIO, "rovu-sim could not run the update: " + run->log};
     }
 
     const DeviceKind& kind_;
+    const SimulatedRoom room_;
     uint32_t activeSet_;
     std::string folder_;
     std::map<std::string, std::string> places_;  // folders that are served, by their URL
@@ -303,9 +393,9 @@ std::string nameOfRoot(const std::string& root, bool hostTools) {
                            : root.rfind('/', root.find_last_not_of('/')) + 1);
 }
 
-Fault runOnSimulator(const DeviceKind& kind, uint32_t activeSet, const RehearsalFiles& files,
+Fault runOnSimulator(const FleetRow& planned, uint32_t activeSet, const RehearsalFiles& files,
                      const Tars& tars, const std::string& folder, SimulatedRun* run) {
-    Device device(kind, activeSet, folder);
-    if (Fault fault = device.make(files, tars)) return fault;
+    Device device(planned, activeSet, folder);
+    if (Fault fault = device.make(files)) return fault;
     return device.run(files, tars, run);
 }

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "host/fault.h"
-#include "planner/plan.h"
+#include "planner/fleet_plan.h"
 #include "spec_view/tars.h"
 
 #include <string>
@@ -41,6 +41,7 @@ std::string nameOfRoot(const std::string& root, bool hostTools);
 struct RanCommand {
     std::string state;               // that the progress file named then
     std::vector<std::string> words;  // without the folder of the program
+    double waited = 0;               // seconds that were skipped before the next command
 };
 
 struct SimulatedVolume {
@@ -56,17 +57,18 @@ struct SimulatedRun {
     std::vector<RanCommand> commands;
     std::vector<SimulatedVolume> before;
     std::vector<SimulatedVolume> after;
-    bool restarts = false;          // the device asked for its restart
-    unsigned nextSet = 0;           // that the boot loader starts
-    std::string bootFault;          // why that set does not start; empty: it does
-    std::string log;                // what the program said
-    std::vector<std::string> lost;  // files without which no update runs, and that are gone
-    int healthStatus = 0;           // of the command after the restart, if there was one
+    bool restarts = false;                // the device asked for its restart
+    unsigned nextSet = 0;                 // that the boot loader starts
+    std::string bootFault;                // why that set does not start; empty: it does
+    std::string log;                      // what the program said
+    std::vector<std::string> lost;        // files without which no update runs, and that are gone
+    std::vector<std::string> rootFaults;  // of the new root file system, as sentences
+    int healthStatus = 0;                 // of the command after the restart, if there was one
     std::string healthLog;
 };
 
-/// Makes a device of that kind, runs the update on it and, if it asks for that, restarts it.
+/// Makes a device of the kind that `planned` is for, with its volumes and its room, runs the update on it and, if it asks for that, restarts it.
 /// \param folder an empty one, where the device stays.
 /// \return a fault if the device cannot be made or run, which is no fault of the update.
-Fault runOnSimulator(const DeviceKind& kind, uint32_t activeSet, const RehearsalFiles& files,
+Fault runOnSimulator(const FleetRow& planned, uint32_t activeSet, const RehearsalFiles& files,
                      const Tars& tars, const std::string& folder, SimulatedRun* run);

@@ -37,7 +37,7 @@ Json deviceRoomJson(const FleetRow& row) {
             {"leb_bytes", numberOrNull(room.lebSize)},
             {"needs_tmp_bytes", row.room.peak()},
             {"needs_lebs", needsLebs ? Json(row.room.lebs(*room.lebSize)) : Json(nullptr)},
-            {"fits_tmp", row.accepts() ? fitOrNull(fitsTmp(row.room, room)) : Json(nullptr)},
+            {"fits_tmp", fitOrNull(fitsTmp(row.room, room))},
             {"fits_lebs", row.accepts() ? fitOrNull(fitsLebs(row.room, room)) : Json(nullptr)}};
 }
 

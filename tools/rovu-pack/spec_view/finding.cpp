@@ -18,6 +18,8 @@ struct CatalogueEntry {
 constexpr CatalogueEntry kCatalogue[] = {
     {"device-refuses", eError,
      "Fix what the message names. Name a further model only if the images are made for it."},
+    {"device-accepts", eError,
+     "Make the spec refuse it, by its models or the images' dependencies; or name it without \"refuses:\"."},
     {"spec-too-large", eError, "Shorten comments, whitespace and names."},
     {"spec-near-limit", eWarning, "Shorten the spec before the next addition breaks the limit."},
     {"function-word", eError, "Write another word, or join a letter or a digit to this one."},

@@ -11,6 +11,7 @@ enum Severity { eNote, eWarning, eError };
 
 enum FindingCode {
     eDeviceRefuses,
+    eDeviceAccepts,
     eSpecTooLarge,
     eSpecNearLimit,
     eFunctionWord,
