@@ -1,7 +1,7 @@
 # What the scripts next to this file share; they source it with their own folder in `here`.
 # shellcheck shell=sh disable=SC2154,SC2034
 project=$(cd "$here/../.." && pwd)
-vm_host="" vm_sysroot="" vm_bin="" vm_kernel="" vm_applets="" vm_libc="" vm_boot_loader=""
+vm_host="" vm_cache="" vm_sysroot="" vm_bin="" vm_kernel="" vm_applets="" vm_libc="" vm_boot_loader=""
 eval "$("$here/build" --print-paths)"
 # The workstation's programs are those of this preset.
 host_preset=${ROVU_VM_HOST_PRESET:-demo}
