@@ -45,7 +45,7 @@ class Updates(World):
         for name, (outcomes, warnings, images) in UPDATES.items():
             with self.subTest(name):
                 said = self.said[name]
-                runs = re.findall(r"from set [01]: (.*)", said)
+                runs = re.findall(r"from set [01]: (\w+(?: planned: [^:\n]*)?)", said)
                 self.assertEqual(runs, [outcome for outcome in outcomes for _ in (0, 1)], said)
                 self.assertEqual(re.findall(r"^(?:warning|error) +(\S+) .*www", said, re.MULTILINE), warnings, said)
                 self.assertEqual(re.findall(r"^RV.*?  ((?:kernel, )?rootfs)  +\d", said, re.MULTILINE), images, said)

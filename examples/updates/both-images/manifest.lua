@@ -7,7 +7,7 @@
 --   rovu-pack check both-images/www/update.lua --files both-images/www --pub keys/rovu_pub.pem --strict \
 --       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 --device model=RV-21,kernel=3.10.51,rootfs=2.4.3
 --   rovu-pack rehearse both-images/www/update.lua --files both-images/www --pub keys/rovu_pub.pem \
---       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 --device model=RV-30,kernel=3.10.49-2,rootfs=2.4.1
+--       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 --device refuses:model=RV-30,kernel=3.10.49-2,rootfs=2.4.1
 {
   version = 1,
   hardware = 'RV-20,RV-21',

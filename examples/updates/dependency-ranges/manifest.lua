@@ -12,7 +12,7 @@
 --       --device model=RV-21,kernel=3.10.49-2,rootfs=2.4.1
 --   rovu-pack rehearse dependency-ranges/www/update.lua --files dependency-ranges/www --pub keys/rovu_pub.pem \
 --       --device model=RV-20,kernel=3.10.51,rootfs=2.4.1 --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 \
---       --device model=RV-20,kernel=3.8.13,rootfs=2.4.1 --device model=RV-30,kernel=3.10.51,rootfs=2.4.1
+--       --device model=RV-20,kernel=3.8.13,rootfs=2.4.1 --device refuses:model=RV-30,kernel=3.10.51,rootfs=2.4.1
 {
   version = 1,
   hardware = 'RV-20,RV-21',

@@ -9,7 +9,7 @@
 --   rovu-pack check encrypted/www/update.lua --files encrypted/www --pub keys/rovu_pub.pem --secrets preshared \
 --       --strict --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1
 --   rovu-pack rehearse encrypted/www/update.lua --files encrypted/www --pub keys/rovu_pub.pem --secrets preshared \
---       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 --device model=RV-30,kernel=3.10.49-2,rootfs=2.4.1
+--       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 --device refuses:model=RV-30,kernel=3.10.49-2,rootfs=2.4.1
 {
   version = 1,
   hardware = 'RV-20,RV-21',

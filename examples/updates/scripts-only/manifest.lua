@@ -7,7 +7,7 @@
 --   rovu-pack check scripts-only/www/update.lua --files scripts-only/www --pub keys/rovu_pub.pem --strict \
 --       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1
 --   rovu-pack rehearse scripts-only/www/update.lua --files scripts-only/www --pub keys/rovu_pub.pem \
---       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 --device model=RV-30,kernel=3.10.49-2,rootfs=2.4.1
+--       --device model=RV-20,kernel=3.10.49-2,rootfs=2.4.1 --device refuses:model=RV-30,kernel=3.10.49-2,rootfs=2.4.1
 --
 -- check and the plan do not know what a script will say: a rehearsal of a device that the script refuses, such as one
 -- with rootfs=2.3, FAILS with the script's message.

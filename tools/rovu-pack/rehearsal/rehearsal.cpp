@@ -13,19 +13,19 @@ Fault rehearseOne(const RehearsalFiles& files, const CheckResult& check, Rehears
     if (Fault fault = runOnSimulator(planned, row->activeSet, files, check.tars, folder.path(), &run))
         return fault;
     row->log = run.log;
+    const std::vector<std::string> found =
+        differences(planned.selection, planned.plans[row->activeSet], check.tars, run, files.scriptSeconds);
     // What the plan says of the room tells all the rest.
     if (planned.lacksRoom()) {
         for (const Finding& finding : reportLackOfRoom(viewOf(check.spec), planned).all) {
             if (finding.code == eRoomTmp || finding.code == eRoomLebs)
                 row->differences.push_back(finding.why);
         }
-        if (run.status == 0) row->differences.push_back("yet the run ended well: the plan is wrong");
+        if (found.empty()) row->differences.emplace_back("yet the run ended well: the plan is wrong");
         return {};
     }
     // What a script missed comes first: it tells why the rest differs.
     row->differences = missedIn(run.log, nameOfRoot(planned.device.root, files.hostTools));
-    const std::vector<std::string> found =
-        differences(planned.selection, planned.plans[row->activeSet], check.tars, run, files.scriptSeconds);
     row->differences.insert(row->differences.end(), found.begin(), found.end());
     return {};
 }
