@@ -1,4 +1,4 @@
-// The entry of rovu: what must stand before an update begins.
+// The entry of rovu: what must be set up before an update begins.
 
 #include "command_line.h"
 #include "logging/log.h"
@@ -29,7 +29,7 @@ void occupyStandardDescriptors() {
 // What a signal handler or a run without memory must not meet half-made: the stream has its buffer from the start, and
 // libcrypto does not tidy up at exit.
 void prepareProcess() {
-    signal(SIGCHLD, SIG_DFL);  // whoever started the run may not want to know how children end; the run does
+    signal(SIGCHLD, SIG_DFL);  // the caller may ignore SIGCHLD; the run needs the exit statuses
     endCleanlyWithoutMemory();
     static char buffer[BUFSIZ];
     setvbuf(stdout, buffer, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF, sizeof buffer);

@@ -1,4 +1,4 @@
-// The frame of a run: the order of its stages, and the one exit path that all failures share.
+// The order of the stages of a run, and the single exit path for all failures.
 //
 // A stage that fails has logged at its own place. Nothing that was done on the inactive set is undone: the device
 // boots the active set until the boot loader's variable moves.

@@ -24,7 +24,7 @@ constexpr long kMaxRedirects = 3;
 constexpr long kLowSpeedTime = 180;   // seconds
 constexpr long kLowSpeedLimit = 100;  // bytes per second
 
-// The network's failures, which another attempt may not meet.
+// Network failures, after which another attempt may succeed.
 bool isRetryable(CURLcode code) {
     return code == CURLE_OPERATION_TIMEDOUT || code == CURLE_COULDNT_RESOLVE_HOST ||
            code == CURLE_COULDNT_CONNECT;

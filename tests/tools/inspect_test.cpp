@@ -60,7 +60,7 @@ TEST_F(Inspect, SaysWhatAnotherFileSeemsToBe) {
                         {"zero", "but text"},
                         {"empty", "but an empty file"},
                         {"page", "but a page"},
-                        {"word", "but text that is no table"},
+                        {"word", "but text that is not a table"},
                         {"broken", "broken"},
                         {"large", "too large"}};
     for (const Row& row : rows) {

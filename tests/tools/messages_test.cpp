@@ -39,7 +39,7 @@ protected:
 #define DEVICE "$CHECK out/update.lua --device "
 #define PAGE "echo '<!doctype html>404' >"
 constexpr char kLimits[] = "t.lua: evaluating it takes more than a second";
-constexpr char kTakeOut[] = "take functions and long tables out";
+constexpr char kTakeOut[] = "remove functions and long tables";
 constexpr char kRegular[] = "a regular file is required";
 constexpr char kManifestAdvice[] = "check the spec that \"rovu-pack build\" makes of it";
 constexpr char kCopyAgain[] = "Copy the file again, and compare its size with the original's.";
@@ -68,7 +68,7 @@ const Row kRows[] = {
     {"a byte-order mark", "(printf '\\357\\273\\277'; cat m.lua) >t.lua; $BUILD t.lua --out t", 2,
      "t.lua:1: ", "a byte-order mark", "save the file without one"},
     {"a byte-order mark for check", "(printf '\\357\\273\\277'; cat m.lua) >t.lua; $CHECK t.lua", 1,
-     "t.lua:1", "a byte-order mark stands there", "save the file without one"},
+     "t.lua:1", "a byte-order mark", "save the file without one"},
     {"a manifest for sign", "$PACK sign m.lua --key keys/private.pem", 2, "m.lua", "seems to be a manifest",
      "of which \"rovu-pack build\" makes a spec"},
     {"a manifest for check", "$CHECK m.lua", 1, "m.lua",
@@ -82,7 +82,7 @@ const Row kRows[] = {
     {"a variable without a value", "$BUILD m.lua --out t --set version=", 2,
      "--set version=: ", "the value is empty", "give one"},
     {"a variable twice", "$BUILD m.lua --out t --set a=1 --set a=2", 2,
-     "--set a=2: ", "the name is there twice", "keep one"},
+     "--set a=2: ", "the name is given twice", "keep one"},
     {"a manifest with variables for check", "sed \"s/'k.img'/vars.image/\" m.lua >t.lua; $CHECK t.lua", 1,
      "t.lua:2", "attempt to index global 'vars'", kManifestAdvice},
     {"a manifest with variables for inspect",
@@ -124,7 +124,7 @@ const Row kRows[] = {
      "is a private key", "move it, or name another folder"},
     {"the key file among the output", "cp secrets oute/k; $BUILD e.lua --out oute --secrets secrets", 2,
      "--out: oute/k", "has a key of secrets", "move it, or name another folder"},
-    {"a key pair again", "$PACK keygen keys", 2, "keys/private.pem", "is there, and unchanged",
+    {"a key pair again", "$PACK keygen keys", 2, "keys/private.pem", "exists and is unchanged",
      "name another folder"},
 
     // tars and specs
@@ -133,11 +133,11 @@ const Row kRows[] = {
     {"a FIFO as tar", "rm out/kernel.tar; mkfifo out/kernel.tar; $CHECK out/update.lua --files out", 1,
      "out/update.lua:7 1.url", "out/kernel.tar: it is a FIFO", kRegular},
     {"a truncated tar", "truncate -s 1024000 out/rootfs.tar; $CHECK out/update.lua --files out", 1,
-     "out/update.lua:16 2.url", "out/rootfs.tar is damaged, and most likely not whole", kCopyAgain},
+     "out/update.lua:16 2.url", "out/rootfs.tar is damaged, and most likely truncated", kCopyAgain},
     {"a truncated tar of two blocks",
      "truncate -s 512 out/rootfs.tar; $CHECK out/update.lua --files out; status=$?; "
      "cat said | grep encrypted-without-key && exit 9; exit $status",
-     1, "2.url", "out/rootfs.tar is damaged, and most likely not whole", kCopyAgain},
+     1, "2.url", "out/rootfs.tar is damaged, and most likely truncated", kCopyAgain},
     {"another tar than that of the spec",
      "cp out/rootfs.tar out/kernel.tar; $CHECK out/update.lua --files out", 1, "out/update.lua:8 1.hash",
      "out/kernel.tar has the digest",
@@ -154,7 +154,7 @@ const Row kRows[] = {
      "hex() { od -An -v -tx1 | tr -d ' \\n'; }; head -c 1024000 out/rootfs.tar | openssl enc -aes-256-cbc "
      "-K $(head -c 32 secrets | hex) -iv $(tail -c 16 secrets | hex) >oute/rootfs.tar; "
      "$CHECK oute/update.lua --files oute --secrets secrets",
-     1, "2.url", "oute/rootfs.tar is damaged, and most likely not whole: ", kCopyAgain},
+     1, "2.url", "oute/rootfs.tar is damaged, and most likely truncated: ", kCopyAgain},
     {"a folder in a tar",
      "mkdir -p d/r.img; tar -cf out/rootfs.tar -C d r.img; $CHECK out/update.lua --files out", 1,
      "out/update.lua:19 2.image", "\"r.img\" of out/rootfs.tar is a folder",
@@ -177,13 +177,13 @@ const Row kRows[] = {
 
     // devices
     {"a mistyped word of a device", DEVICE "modle=RV-20,kernel=1,rootfs=1", 2, "--device modle=RV-20",
-     "\"modle\" is no word", "did you mean \"model\"?"},
-    {"a word that is near none", DEVICE KIND ",colour=1", 2, "\"colour\"", "is no word",
+     "\"modle\" is not a property", "did you mean \"model\"?"},
+    {"a word that is near none", DEVICE KIND ",colour=1", 2, "\"colour\"", "is not a property",
      "known are model, kernel"},
     {"a space in a device", DEVICE "'model=RV-20, kernel=1,rootfs=1'", 2, "\" kernel\"",
-     "has whitespace in it", "take it out"},
+     "has whitespace in it", "remove it"},
     {"a word without a value", DEVICE KIND ",tmp=", 2, "\"tmp\"", "has no value", "write one after"},
-    {"a word twice", DEVICE KIND ",tmp=1,tmp=2", 2, "\"tmp\"", "is there twice", "keep one"},
+    {"a word twice", DEVICE KIND ",tmp=1,tmp=2", 2, "\"tmp\"", "is given twice", "keep one"},
     {"a word that is missing", DEVICE "model=RV-20,kernel=1", 2, "\"rootfs\"", "is missing",
      "write rootfs=..."},
     {"no room at all", DEVICE KIND ",tmp=0", 2, "tmp=0: ", "tmp is a number of bytes above 0", "64M"},

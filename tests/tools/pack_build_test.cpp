@@ -162,7 +162,7 @@ TEST_F(PackBuild, FaultsAreNamedAndNothingIsMade) {
         {"encr_key_offset = 0,", " --secrets parts/pre.sh", "parts/pre.sh: no 48 bytes at offset 0"},
         {"{ type = 'kernel', update = 'mandatory', version = 3.10, image = 'k.img' },", "",
          "\"version\": a string"},
-        {"hardware = 'RV-21',", "", "m.lua:2: \"hardware\": is there twice"},
+        {"hardware = 'RV-21',", "", "m.lua:2: \"hardware\": is given twice"},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.more);

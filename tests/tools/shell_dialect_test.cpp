@@ -27,7 +27,7 @@ const Row kRows[] = {
     {". ./lib.sh", "a file of the working directory, which is not that of the script"},
     {"if x; then reboot; fi", "a reboot, which cuts the update short"},
     {"rm -rf /tmp/rovu", "a removal of the device's work directory"},
-    {"sudo true", "a command of workstations"},
+    {"sudo true", "a command that only workstations have"},
     {"\ncp \"$1\" x", "an argument, and the device gives none", 2},
     {"f() { echo $1; }; f x", ""},
     {"set -- x; echo $1; awk '{ print $1 }'", ""},

@@ -100,7 +100,7 @@ TEST_F(SigningService, MissingSignatureIsToldFromADamagedOne) {
         {"check unsigned/update.lua", 1, "error    signature-missing"},
         {"check unsigned/update.lua --unsigned", 0, "note     signature-missing"},
         {"check unsigned/update.lua --pub keys/rovu_pub.pem", 1, "rovu-pack attach"},
-        {"inspect unsigned/update.lua --pub keys/rovu_pub.pem", 1, "signature   not there yet"},
+        {"inspect unsigned/update.lua --pub keys/rovu_pub.pem", 1, "signature   missing: the file"},
         {"inspect unsigned/update.lua --json", 1, R"("signature": "missing")"},
         {"build m.lua --out new --base-url http://h/u", 2, "one of --key and --unsigned"},
         {"sign unsigned/update.lua", 2, "one of --key and --digest"},

@@ -1,4 +1,4 @@
-// Whole files in one go. Every fault says which file it was and what the system said.
+// Reads and writes whole files. Every fault names the file and the system's reason.
 
 #pragma once
 

@@ -53,7 +53,7 @@ bool isOwn(const zem::Descriptor& folder) {
     return fstat(folder.get(), &status) == 0 && status.st_uid == geteuid();
 }
 
-// Before it was locked, another run may have taken it for a leftover.
+// Before it was locked, another run may have removed it as a leftover.
 bool isStillThere(const zem::Descriptor& folder, const std::string& path) {
     struct stat locked;
     struct stat named;

@@ -11,11 +11,11 @@
 /// From now on SIGINT, SIGTERM and SIGHUP only note that they came. A second one of a kind ends the program at once.
 void noteInterruptions();
 
-/// For long work, to be asked for with each piece.
+/// To be called regularly during long work.
 /// \return EINTR once a signal has come.
 Fault interruption();
 
-/// Ends the program by the signal that has come, if one has, as whoever sent it expects.
+/// Ends the program by the signal that was received, if any, as its sender expects.
 void endByNotedSignal();
 
 /// Removes the folders in `parent` whose names begin with `prefix`, which belong to this user, and which nobody has locked.

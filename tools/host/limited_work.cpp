@@ -85,7 +85,7 @@ Fault doWithinLimits(const std::function<void()>& work) {
 Fault beyondLimits() {
     return {
         kBeyond,
-        "evaluating it takes more than a second, 64 MiB or 10000 values; take functions and long tables out"};
+        "evaluating it takes more than a second, 64 MiB or 10000 values; remove functions and long tables"};
 }
 
 bool isBeyondLimits(const Fault& fault) {

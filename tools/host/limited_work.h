@@ -1,4 +1,4 @@
-// Limits for work on what somebody else wrote: a spec or a manifest can hold loops that never end, and tables and strings
+// Limits for work on untrusted input: a spec or a manifest can have infinite loops, and tables and strings
 // that fill the memory.
 //
 // The work is tried in a child first. A hook on Lua's instructions would not do: the device's code makes its Lua state
@@ -15,7 +15,7 @@
 /// \return isBeyondLimits(), with nothing done; EINTR: a signal has come; a fault of starting the child.
 Fault doWithinLimits(const std::function<void()>& work);
 
-/// The fault of work that takes too much, in a sentence that says what to do.
+/// The fault of work that exceeds the limits; its message says what to do.
 Fault beyondLimits();
 
 bool isBeyondLimits(const Fault& fault);

@@ -1,4 +1,4 @@
-// Strings of others on a terminal: those of a spec, a manifest, a tar or a device's log may hold what moves the cursor, or
+// Makes untrusted strings safe for a terminal: a spec, a manifest, a tar or a log may have what moves the cursor, or
 // a line that looks like one of this program.
 
 #pragma once

@@ -1,5 +1,5 @@
 // How long work reports how far it has come, and the bar on a terminal that shows it: redrawn ten times a second at most,
-// on one line that it takes away again.
+// on one line that it erases afterwards.
 
 #pragma once
 

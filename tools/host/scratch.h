@@ -15,7 +15,7 @@ public:
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
     /// Makes an empty folder, which only its owner can enter, in the one that the environment's TMPDIR names, or
-    /// else in /tmp. It goes, with all that is in it, when this object does. Those of runs that were killed go before.
+    /// else in /tmp. It is removed with its contents by the destructor. Folders of killed runs are removed first.
     Fault make();
 
     /// Absolute. Empty before make().

@@ -1,7 +1,7 @@
-// The heart of a run: the spec's parts become work on the device.
+// The core of a run: carries out the parts of the spec.
 //
-// First everything is fetched, then the parts are walked in the order in which the spec's author wrote them: scripts
-// run and images are flashed as they come. All writes go to the inactive set, so a walk that stops half-way leaves a
+// First everything is fetched, then the parts are processed in the order of the spec: scripts
+// run and images are flashed in turn. All writes go to the inactive set, so a walk that stops half-way leaves a
 // device that still boots.
 
 #pragma once

@@ -1,4 +1,4 @@
-// Members of tars, and scripts among them. Scripts travel in tars and stand on the disk only while they run. The
+// Extracts members of tars, and runs scripts. A script is on the disk only while it runs. The
 // preparation scripts are those at the head of the list that are marked to run before any image is fetched; a marked script
 // further down is an ordinary one.
 

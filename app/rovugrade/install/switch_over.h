@@ -1,6 +1,6 @@
 // The end of a run: the written set becomes the one that boots.
 //
-// This is the single point where the device's future boots change. The reference files come first and the boot loader's
+// This is the only place where the device's next boot changes. The reference files come first and the boot loader's
 // variable after them: if the variable cannot be written, the files go back. What follows the variable can no longer
 // fail the run.
 

@@ -1,4 +1,4 @@
-// How a run ends, from the creation of its work directory on: by its own result, by a signal, or without memory.
+// The exit paths of a run, once its work directory exists: its own result, a signal, or lack of memory.
 //
 // The work directory is the run's lock, so every path removes it. A signal handler runs on top of code that may hold any
 // lock of the C library and may have left the heap half-changed, so it neither returns nor calls exit(): it allocates

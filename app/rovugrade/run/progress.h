@@ -1,4 +1,4 @@
-// What the rest of the device sees of a run: its state, and how far its download has come.
+// The report of a run for other programs: its state, and the progress of its download.
 
 #pragma once
 

@@ -27,7 +27,7 @@ constexpr char kWorkDir[] = ROVU_WORK_DIR;
 /// The command that removes it, with all that is in it.
 constexpr char kRemoveWorkDir[] = "rm -Rf '" ROVU_WORK_DIR "'";
 
-/// The report for other programs. It lies beside the work directory, in the same file system, and outlives
+/// The report for other programs. It is next to the work directory, in the same file system, and outlives
 /// the run.
 constexpr char kProgressPath[] = "/tmp/rovu.progress";
 

@@ -20,7 +20,7 @@ int32_t fetchFile(const std::string& url, const std::string& path, uint32_t maxS
 lua_State* downloadSpec(const std::string& workDir) {
     std::string specPath = workDir;
     appendPath(specPath, kSpecName);
-    // Never dry: without its spec a dry run would have nothing to say.
+    // Never dry: a dry run needs the spec.
     Downloader downloader(isVerboseTransfer(), false);
     downloader.setup(upgradeUrl, specPath, kMaxSpecSize, "");
     setState(eStateDownloadingSpec, &downloader);

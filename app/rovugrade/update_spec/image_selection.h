@@ -1,4 +1,4 @@
-// Which images of a spec a device needs, given what it is and what it runs.
+// Selects the images of a spec that a device needs, by its model and installed versions.
 //
 // An image's list is always tested against a version of the other kind: a kernel's against a rootfs, a rootfs's
 // against a kernel. No image is compared with what is installed of its own kind, so an image is never refused as a

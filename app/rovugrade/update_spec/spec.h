@@ -1,4 +1,4 @@
-// The update spec, as the rest of the program works from it: a record with an ordered list of parts.
+// The update spec as the program uses it: a record with an ordered list of parts.
 //
 // All strings are fixed, terminated arrays, whose sizes are limits of the format. The spec owns its parts and
 // an image owns its dependencies. Parts are allocated by calls that report failure: a device that is out of memory

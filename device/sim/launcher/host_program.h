@@ -18,7 +18,7 @@ namespace rovusim {
 /// \return its exit status; another number if it did not start or did not exit.
 [[nodiscard]] int runHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask);
 
-/// Becomes a program of the host; exits with 1 after a message if it does not start.
+/// Executes a program of the host in place of this one; exits with 1 after a message if that fails.
 [[noreturn]] void becomeHostProgram(const std::vector<std::string>& words, const sigset_t& signalMask);
 
 /// Prints one line that starts with the program's name.

@@ -1,4 +1,4 @@
-// What a simulated tool inside a device and the launcher outside say to each other.
+// The protocol between a simulated tool inside a device and the launcher outside.
 //
 // The device's flash, its boot loader's environment and its call log lie outside, where no script can reach them: a
 // tool inside sends its command line, and the launcher does the work. Bytes and not texts from inside reach the

@@ -1,7 +1,7 @@
 // Process 1 inside a device.
 //
-// It is not the command itself: process 1 has no default signal actions and inherits orphans, which no
-// updater expects of itself.
+// It is not the command itself: process 1 has no default signal actions and inherits orphans, for which no
+// updater is written.
 #pragma once
 
 namespace rovusim {

@@ -1,4 +1,4 @@
-// Which states of a replay are worth a boot.
+// Selects the states of a replay to boot.
 //
 // Boots the chosen states of a replay, one more at a time than there are processors.
 

@@ -1,4 +1,4 @@
-// Counts the states by what they come back as, and shows the faults.
+// Counts the states by the set that they boot, and shows the faults.
 
 #pragma once
 

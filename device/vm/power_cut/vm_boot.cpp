@@ -62,7 +62,7 @@ int readableReferences(const Facts& facts) {
 // The device's own judgement must be that of the disk's contents.
 std::string faultOfDevice(const Facts& facts, const ExpectedSet& set, const Verdict& expected,
                           const BootOptions& options) {
-    if (!facts.has("looked")) return "it does not come back";
+    if (!facts.has("looked")) return "it does not boot again";
     if (facts.value("set") != std::to_string(set.number)) return "another set runs";
     if (facts.value("rootfs") != set.version) return "another version runs";
     if (facts.value("owner") != options.owner) return "the owner's file is gone";

@@ -1,4 +1,4 @@
-// Tars that are the same byte for byte whoever makes them, and the view into any tar.
+// Makes reproducible tars, and reads any tar.
 
 #pragma once
 
@@ -36,7 +36,7 @@ struct TarMember {
     Type type;
     uint64_t size;           // bytes
     std::string linkTarget;  // empty for what is no link
-    bool isSparse;           // its holes are left out of the tar, which not every tar can extract
+    bool isSparse;           // it is stored as a sparse file, which not every tar can extract
 };
 
 /// Takes the bytes of a member in their order, from `offset` 0, and none (`size` 0) at its end; a second member of the

@@ -64,7 +64,7 @@ bool hasBadStep(const std::string& name) {
 
 std::string memberNameFault(const std::string& name) {
     if (name.empty()) return "is empty";
-    if (name[0] == '-') return "begins with a hyphen, which tar takes for an option";
+    if (name[0] == '-') return "begins with a hyphen, which tar interprets as an option";
     if (hasBadStep(name)) return "is not a plain path below the manifest's folder";
     for (const char c : name) {
         if (c == '\'') return "holds a single quote, which ends the quoting of a command";

@@ -1,8 +1,8 @@
-// What a release engineer writes: the spec's own table, with local files in place of what can be computed.
+// The manifest: the spec's own table, with local files instead of the values that can be computed.
 //
 // Keys and entries are the spec's. `files`, at the top or in an image, maps a member's name to a local file where that is
 // not the file of that name beside the manifest. Faults that can be told from the manifest alone are found here, each where
-// its author can find it. The device's own reader has the last word, but knows no lines.
+// its author can find it. The device's own reader decides, but does not know lines.
 
 #pragma once
 
@@ -71,7 +71,7 @@ struct Manifest {
     LocalFiles files;
 
     /// \param entry counted from 1 as Lua does; kWholeManifest.
-    /// \return the complaint as a fault (EINVAL) that names file, line, entry and key; none if there is none.
+    /// \return the error as a fault (EINVAL) that names file, line, entry and key; no fault if there is no error.
     Fault located(size_t entry, const Complaint& complaint) const;
 
     /// \return the path of a member's local file. `image`: in whose tar it is; null: the script tar.
@@ -81,6 +81,6 @@ struct Manifest {
 /// \return what makes `name` unfit, as the end of a sentence; empty if the device can use it.
 std::string memberNameFault(const std::string& name);
 
-/// What must hold for a manifest beyond the kinds of its fields.
+/// The rules for a manifest beyond the types of its fields.
 /// \return the first fault.
 Fault checkManifest(const Manifest& manifest);

@@ -1,4 +1,4 @@
-// Which keys there are, and what is asked of each.
+// The keys, and the requirements for each.
 
 #include "builder/manifest_reader.h"
 
@@ -64,7 +64,7 @@ void FieldTaker::given(const char* key, std::optional<uint32_t>* value) {
     this->number(key, &number, false);
     if (complaint_ || findField(table_, key) == nullptr) return;
     if (number < 0) {
-        complaint_ = {key, "a size is not negative"};
+        complaint_ = {key, "a size cannot be negative"};
         return;
     }
     *value = static_cast<uint32_t>(number);
@@ -87,7 +87,7 @@ Complaint refuseUnknownKeys(const LuaValue& table, const std::vector<std::string
     for (const LuaField& field : table.fields) {
         if (std::find(known.begin(), known.end(), field.name) != known.end()) continue;
         if (field.name.find_first_not_of("[0123456789]") == std::string::npos)
-            return {field.name, "stands after a gap in the list, and would never be read"};
+            return {field.name, "comes after a gap in the list, and would never be read"};
         const std::string nearest = nearestWord(field.name, known);
         const std::string hint = nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?";
         return {field.name, "nothing reads this key" + hint};
@@ -195,7 +195,7 @@ size_t indexOf(const std::string& number) {
     return strtoul(number.c_str(), nullptr, 10);
 }
 
-// A word without quotes is nil to Lua, and is gone without a trace.
+// A word without quotes is nil to Lua, and disappears.
 Fault refuseVanished(const LuaValue& table, const Manifest& manifest, size_t entry) {
     const std::string prefix = entry == kWholeManifest ? "" : std::to_string(entry) + ".";
     for (const auto& line : manifest.lines) {
@@ -246,7 +246,7 @@ Fault readManifest(const std::string& path, const std::vector<std::string>& vari
     std::string repeated;
     manifest->lines = findTableLines(text, &repeated);
     if (!repeated.empty()) {
-        return manifest->located(kWholeManifest, {repeated, "is there twice, and only the last would count"});
+        return manifest->located(kWholeManifest, {repeated, "is given twice, and only the last would count"});
     }
     if (Fault fault = takeManifest(value, manifest)) return fault;
     return checkManifest(*manifest);

@@ -29,7 +29,7 @@ UpdateStaging::~UpdateStaging() {
             unlink((folder_ + "/" + name).c_str());
         rmdir(folder_.c_str());
     }
-    if (madeTarget_) rmdir(targetFolder_.c_str());  // fails once it holds anything, as it should
+    if (madeTarget_) rmdir(targetFolder_.c_str());  // fails if it is not empty, as intended
 }
 
 Fault UpdateStaging::prepare(const std::string& target) {

@@ -1,4 +1,4 @@
-// A folder into which an update comes whole or not at all.
+// A folder that gets a complete update or nothing.
 
 #pragma once
 
@@ -18,7 +18,7 @@ public:
     UpdateStaging(const UpdateStaging&) = delete;
     UpdateStaging& operator=(const UpdateStaging&) = delete;
 
-    /// Makes the hidden folder, and the target folder if there is none; its parent must exist. Removes hidden folders
+    /// Makes the hidden folder, and the target folder if missing; its parent must exist. Removes hidden folders
     /// that builds left behind when they were killed.
     Fault prepare(const std::string& target);
 

@@ -174,7 +174,7 @@ Fault refuseSecrets(const std::string& out, const std::string& secrets) {
     if (keys.empty() && copies.empty()) return {};
     const std::string what =
         keys.empty() ? copies.front() + " has a key of " + secrets : keys.front() + " is a private key";
-    return {EEXIST, what + ", and the folder is to be served; move it, or name another folder"};
+    return {EEXIST, what + ", and the folder will be served; move it, or name another folder"};
 }
 
 // The names of the tars' files, and their URLs.
@@ -203,7 +203,7 @@ Fault makeTars(const std::vector<TarJob>& jobs, Build* build) {
     return build->manifest.located(kWholeManifest, refuseScriptTar(build->manifest));
 }
 
-// Nothing is signed that a device refuses, here or elsewhere.
+// Nothing that a device refuses is signed, here or elsewhere.
 Fault signSpec(const BuildOptions& options, Build* build, std::string* spec) {
     const std::string text = composeSpec(build->manifest);
     if (options.isUnsigned) {
@@ -229,7 +229,7 @@ Fault makeSpec(const BuildOptions& options, Build* build) {
     return createFile(build->staging.pathOf(kSpecName), spec, kFileMode);
 }
 
-// Where a file will be is what its reader knows, and not where it is made.
+// Messages name the final place of a file, which the reader knows, not where it is made.
 Fault withoutHiddenFolder(const Fault& fault, const BuildOptions& options, const Build& build) {
     const std::string& hidden = build.staging.folder();
     std::string message = fault.message();

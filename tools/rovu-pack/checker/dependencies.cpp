@@ -1,6 +1,6 @@
-// Dependency lists as sets of versions: plain ranges intersect, negated ones cut holes.
+// Dependency lists as sets of versions: plain ranges intersect, negated ones exclude.
 //
-// The set that boots, where the update does not write all of it. What the device runs does not go with the switch:
+// The set that boots, if the update does not write all of it. The running volumes are not carried over:
 // a volume that is not written holds what an earlier update left there.
 
 #include "checker/dependencies.h"
@@ -72,7 +72,7 @@ struct Range {
 
 using Ranges = std::vector<Range>;
 
-// The device refuses what is no triple of a kind and two versions, and says so itself.
+// The device itself refuses anything but a triple of a kind and two versions.
 bool readTriple(const LuaValue& triple, std::string* kind, Range* range) {
     if (triple.items.size() < 3) return false;
     *kind = textOfValue(triple.items[0]);
@@ -116,7 +116,7 @@ struct DependencyRule {
             Range range = {};
             if (list->items[i].kind != LuaValue::eTable) {
                 findings->add(eDepNotTable, spec.at(key),
-                              "An entry that is no table is skipped without a word.");
+                              "An entry that is not a table is skipped without a message.");
             } else if (readTriple(list->items[i], &kind, &range)) {
                 ranges.push_back(range);
                 checkKind(image, kind, key);
@@ -135,7 +135,7 @@ struct DependencyRule {
                           ", whatever it names.");
     }
 
-    // A version with fewer fields than four ends in zeros: 3.10.49.2 lies behind 3.10.49.
+    // A version with fewer fields than four ends in zeros: 3.10.49.2 comes after 3.10.49.
     void checkEnd(const Range& range, const std::string& high, const std::string& key) const {
         if (std::count(high.begin(), high.end(), '.') >= 3) return;
         const bool isOne = range.low == range.high;

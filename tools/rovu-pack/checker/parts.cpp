@@ -1,7 +1,7 @@
-// Names out of a spec stand between single quotes in a shell's line, are arguments of tar, and become files
-// of the work directory beside the device's own.
+// Names in a spec are put between single quotes in a command line, are arguments of tar, and become files
+// in the work directory, next to the device's own.
 //
-// The list of parts as a whole: what it leaves on the device.
+// The list of parts as a whole: what the device has afterwards.
 
 #include "checker/rules.h"
 #include "install/install.h"
@@ -64,11 +64,11 @@ struct NameRule {
         if (name.find('\'') != std::string::npos)
             add(eNameQuote, member, "A single quote ends the quoting, and the rest runs as a command.");
         if (hasControl(name))
-            add(eNameNewline, member, "A line feed or other control character tears the command's line.");
+            add(eNameNewline, member, "A line feed or other control character breaks the command line.");
         if (name.find('\\') != std::string::npos)
             add(eNameBackslash, member, "tar takes a backslash and what follows it for another character.");
         if (name[0] == '-')
-            add(eNameHyphen, member, "tar takes a name that begins with a hyphen for an option.");
+            add(eNameHyphen, member, "tar interprets a name that begins with a hyphen as an option.");
         if (climbs(name)) add(eMemberClimbs, member, "The name leads out of the device's work directory.");
         const std::string step = firstStep(name);
         if (isOwnFile(step)) {
@@ -118,7 +118,7 @@ void checkKinds(const SpecView& spec, Findings* findings) {
     }
 }
 
-// What the list has after its end of run, and what it has flashed before.
+// What follows the end of the run in the list, and what was flashed before it.
 void checkEnd(const SpecView& spec, const ScriptView& end, Findings* findings) {
     for (size_t entry = end.entry + 1; entry <= spec.file.table.items.size(); ++entry) {
         const bool isImage = spec.file.table.items[entry - 1].kind == LuaValue::eTable;
@@ -161,18 +161,19 @@ void checkPreparation(const SpecView& spec, Findings* findings) {
                               "\" runs at its place in the list, after the images are downloaded: "
                               "preparation scripts are at its beginning.");
         if (!isPreparation && isMarked(script.name) && script.entry <= end)
-            findings->add(ePreparationLate, spec.at(script.key()),
-                          "\"" + script.name +
-                              "\" is no preparation script: its name, without folders, begins with no '_'.");
+            findings->add(
+                ePreparationLate, spec.at(script.key()),
+                "\"" + script.name +
+                    "\" is not a preparation script: its name, without folders, does not begin with '_'.");
     }
 }
 
-// Names that look as if they ended the run, and do not.
+// Names that look as if they ended the run, but do not.
 void checkEndNames(const SpecView& spec, Findings* findings) {
     for (const ScriptView& script : spec.scripts) {
         if (script.endsRun() || !isNearlyExitSuccess(script.name)) continue;
         findings->add(eNearlyExitSuccess, spec.at(script.key()),
-                      "\"" + script.name + "\" is a script like any other, and ends no run.");
+                      "\"" + script.name + "\" is a script like any other, and does not end the run.");
     }
 }
 
@@ -182,11 +183,11 @@ void checkScriptSource(const SpecView& spec, Findings* findings) {
         findings->add(eScriptTarUnused, spec.at("script_url"),
                       "The list has no script, so the tar is not fetched.");
     if (!spec.hasRealScript() || spec.fetchesScriptTar() || !spec.hasText("script_url")) return;
-    findings->add(eScriptMissing, spec.at("script_url"), "There are scripts and no tar that they come from.")
+    findings->add(eScriptMissing, spec.at("script_url"), "There are scripts, but no tar that holds them.")
         .advice = "Fill in script_url, script_hash and script_dlsize.";
 }
 
-// What is encrypted are the tars; with none the key is loaded for nothing, and must still be there.
+// Only tars are encrypted; without any, the key is not needed, but must still exist.
 void checkKeyUse(const SpecView& spec, Findings* findings) {
     if (spec.keyOffset() < 0 || spec.fetchesScriptTar() || !spec.images.empty()) return;
     findings->add(eKeyWithoutEncryption, spec.at("encr_key_offset"), "The spec has no tar to decrypt.");
@@ -214,7 +215,7 @@ Findings checkParts(const SpecView& spec) {
         checkEnd(spec, *end, &findings);
     } else if (flashesNothing(spec)) {
         findings.add(eNoMandatoryImage, spec.at(""),
-                     "Nothing is flashed, and the device switches to a set that nobody wrote.");
+                     "Nothing is flashed, and the device switches to a set that this update does not write.");
     }
     return findings;
 }

@@ -1,6 +1,6 @@
-// What a spec says of a file, against the file.
+// Compares what a spec says of a file with the file.
 //
-// The rules by which `check` judges what the device does not. Each function is one subject, and returns
+// The rules of `check` for what the device does not check itself. Each function is one subject, and returns
 // what it found.
 
 #pragma once
@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string>
 
-/// Adds findings to `*findings`. The place is always one of the spec; which file it is about stands in the sentence.
+/// Adds findings to `*findings`. The place is always one of the spec; the sentence names the file.
 struct Comparison {
     struct File {
         std::string name;  // what the sentence calls it
@@ -39,7 +39,7 @@ struct Comparison {
     }
 };
 
-/// The file and its text, before anything is evaluated: size, marker, words.
+/// The bytes of the file, before anything is evaluated: size, marker, words.
 Findings checkText(const SpecFile& file, const SignatureUse& use);
 
 /// Keys that nothing reads, values that are nil, entries after a gap.

@@ -1,4 +1,4 @@
-// One tar after the other: the file as it travels, then its plain form, then its members.
+// One tar after the other: the file as served, then decrypted, then its members.
 
 #include "checker/served_files.h"
 
@@ -25,8 +25,8 @@ namespace fs = std::filesystem;
 
 constexpr uint64_t kCipherBlock = 16;
 
-// The file of `folder` that is served as `url`: the longest end of the URL's path that is there, so that two
-// files of one name may stand in folders of their own. What is not there has the URL's last step.
+// The file of `folder` that is served as `url`: the longest suffix of the URL's path that exists, so that two
+// files of one name may be in different folders. A missing file has the last component of the URL.
 std::string servedFile(const std::string& folder, const std::string& url) {
     const size_t scheme = url.find("://");
     std::string path = url.substr(0, url.find_first_of("?#"));
@@ -51,7 +51,7 @@ bool beginsAsTar(const std::string& path) {
     return !listTar(path, &members, &compression) || !members.empty();
 }
 
-// Keeps of a tar's bytes what is judged of the members that the spec names.
+// Keeps those bytes of a tar that the rules need, for the members that the spec names.
 class ContentKeeper {
 public:
     ContentKeeper(const TarFacts& tar, TarContent* content) : tar_(tar), content_(content) {}
@@ -93,7 +93,7 @@ struct FileRule {
     Findings* findings;
     FileKey key = {};
 
-    // The place is always one of the spec; which file it is about stands in the sentence.
+    // The place is always one of the spec; the sentence names the file.
     Finding& add(FindingCode code, const std::string& at, const std::string& why) const {
         return findings->add(code, spec.at(at), why);
     }
@@ -109,7 +109,7 @@ struct FileRule {
         return {};
     }
 
-    // A key that anybody can guess, or a file of another use.
+    // A key that anybody can guess, or a file for another purpose.
     void checkSecret() const {
         std::string bytes;
         if (readWholeFile(options.secrets, &bytes)) return;
@@ -119,11 +119,12 @@ struct FileRule {
         const bool isDump = std::all_of(key.key, key.key + sizeof key.key,
                                         [](unsigned char c) { return isxdigit(c) != 0 || isspace(c) != 0; });
         if (!kind.empty()) {
-            add(eSecretsOdd, "encr_key_offset", options.secrets + " is no key file: it is " + kind + ".");
+            add(eSecretsOdd, "encr_key_offset", options.secrets + " is not a key file: it is " + kind + ".");
         } else if (isUniform || isDump) {
             add(eSecretsOdd, "encr_key_offset",
                 "The key that " + options.secrets + " has there is " +
-                    (isUniform ? "one byte again and again." : "a dump of hex digits, and not their bytes."));
+                    (isUniform ? "one byte again and again."
+                               : "a dump of hex digits, not the bytes themselves."));
         }
     }
 
@@ -184,7 +185,7 @@ struct FileRule {
         checkMode(*tar);
     }
 
-    // Twice the file and more is no reserve, but most often the number of another file.
+    // A limit of twice the file is hardly a reserve, but most often the size of another file.
     void checkLooseLimit(const TarFacts& tar) const {
         constexpr double kReserve = 65536;
         if (tar.limit <= 2 * static_cast<double>(tar.size) + kReserve) return;
@@ -198,10 +199,10 @@ struct FileRule {
         std::error_code fault;
         const std::filesystem::perms mode = std::filesystem::status(tar.path, fault).permissions();
         if (fault || (mode & std::filesystem::perms::others_read) != std::filesystem::perms::none) return;
-        add(eTarUnreadable, tar.keyPrefix + "url", tar.path + " can be read by its owner or group alone.");
+        add(eTarUnreadable, tar.keyPrefix + "url", tar.path + " can be read only by its owner or group.");
     }
 
-    // One pass over the file for all that is judged of it.
+    // One pass over the file for all its rules.
     void readTar(TarFacts* tar, TarContent* content) const {
         if (tar->path.empty()) return reportMissing(*tar, {ENOENT, "its URL names no file"});
         const bool isPlain = spec.keyOffset() < 0 || beginsAsTar(tar->path);
@@ -266,7 +267,7 @@ struct FileRule {
         if (pass.size == 0 || (pass.tarFault && pass.members.empty())) return false;
         if (pass.tarFault) {
             add(eNotATar, tar->keyPrefix + "url",
-                tar->path + " is damaged, and most likely not whole: " + pass.tarFault.message() + ".")
+                tar->path + " is damaged, and most likely truncated: " + pass.tarFault.message() + ".")
                 .advice = "Copy the file again, and compare its size with the original's.";
             return true;
         }
@@ -279,7 +280,7 @@ struct FileRule {
     }
 };
 
-// One option that is wrong makes a finding for each tar. \return whether there were such, all of which are gone.
+// One wrong option makes a finding for each tar. \return whether there were any; they are removed.
 bool isOneFault(FindingCode code, size_t tars, Findings* findings) {
     const auto isIt = [code](const Finding& finding) { return finding.code == code; };
     std::vector<Finding>& all = findings->all;
@@ -299,7 +300,7 @@ void joinFindings(const SpecView& spec, const FileOptions& options, size_t tars,
                       "No tar decrypts with the key that " + options.secrets + " has there.");
 }
 
-// Tars of other updates, most often of the last one. What has another ending may be for people.
+// Tars of other updates, most often of the previous one. Files with another suffix may be for people.
 void reportUnnamed(const SpecView& spec, const Tars& tars, Findings* findings) {
     std::set<fs::path> named;
     std::set<fs::path> folders;
@@ -335,12 +336,11 @@ void reportClosed(const SpecView& spec, const FileOptions& options, Findings* fi
     if (options.built != nullptr) return;
     if (isServed && !fault && isClosed(path, fs::perms::others_read))
         findings->add(eTarUnreadable, spec.at(""),
-                      path.string() + " can be read by its owner or group alone.");
+                      path.string() + " can be read only by its owner or group.");
     if (isClosed(options.folder, fs::perms::others_exec))
         findings
-            ->add(eTarUnreadable, spec.at(""),
-                  options.folder + " can be entered by its owner or group alone.")
-            .advice = "Let the web server enter the folder, as chmod a+x does.";
+            ->add(eTarUnreadable, spec.at(""), options.folder + " can be entered only by its owner or group.")
+            .advice = "Allow the web server to enter the folder, as chmod a+x does.";
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ constexpr long kRefused = 400;
 
 using Curl = std::unique_ptr<CURL, void (*)(CURL*)>;
 
-// What one request brings, read and forgotten.
+// The result of one request; the bytes are not kept.
 struct Answer {
     Digest sha256{EVP_sha256()};
     uint64_t size = 0;   // bytes
@@ -88,18 +88,18 @@ struct ServerRule {
         if (answer.code == CURLE_OK && answer.size > 1) checkRange(tar, answer.size);
     }
 
-    // The end of a transfer that goes beyond the limit is our own.
+    // A transfer beyond the limit is ended by this program.
     static std::string faultOf(const Answer& answer) {
-        if (answer.status >= kRefused) return "gives an error of HTTP: " + std::to_string(answer.status);
+        if (answer.status >= kRefused) return "returns an HTTP error: " + std::to_string(answer.status);
         if (answer.status >= kRedirect)
-            return "leads to " + answer.target + ", and a device does not follow there";
+            return "leads to " + answer.target + ", which a device does not follow";
         if (answer.status != 0 && answer.status != kFound)
             return "gives a part of a file: " + std::to_string(answer.status);
         const bool isOurs = answer.limit != 0 && answer.size > answer.limit;
         return answer.code == CURLE_OK || isOurs ? "" : "cannot be fetched: " + answer.message;
     }
 
-    // After a broken transfer a device asks for what it lacks.
+    // After a broken transfer a device requests the rest.
     void checkRange(const TarFacts& tar, uint64_t size) const {
         Answer rest;
         rest.bar = bar;
@@ -120,7 +120,7 @@ Fault checkServer(const SpecView& spec, const Tars& tars, Findings* findings) {
     for (const TarFacts& tar : tars)
         bytes += tar.expectedSize();
     bar.expect(bytes);
-    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) return {EIO, "libcurl does not start"};
+    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) return {EIO, "libcurl cannot be initialized"};
     const ServerRule rule = {spec, findings, &bar};
     for (const TarFacts& tar : tars) {
         rule.check(tar);

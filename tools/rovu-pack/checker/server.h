@@ -1,4 +1,4 @@
-// The files as their server gives them to a device.
+// The files as a server sends them to a device.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 #include "spec_view/finding.h"
 #include "spec_view/tars.h"
 
-/// Fetches each tar from its URL, as a device does: without following redirects, to its limit, and a part of it again, as
+/// Fetches each tar from its URL, as a device does: without following redirects, up to its limit, and a part again, as
 /// after a broken transfer. Nothing is kept.
 /// \return EINTR, or a fault of libcurl itself.
 Fault checkServer(const SpecView& spec, const Tars& tars, Findings* findings);

@@ -1,8 +1,8 @@
-// The file before it is evaluated. The device looks for its marker and for the forbidden word in plain bytes,
-// and so does this.
+// The file before evaluation. The device searches the bytes for the marker and the forbidden word,
+// and so do these rules.
 //
-// What stands in the text and does not reach the device's record. The table itself knows what Lua kept, the
-// text's lines know what was written: a key in the lines without a value in the table is nil.
+// Keys that are in the file but do not reach the device's record. The table itself knows what Lua kept, the
+// lines know what was written: a key in the lines without a value in the table is nil.
 
 #include "checker/rules.h"
 #include "signing/signing.h"
@@ -42,7 +42,7 @@ bool isWholeWord(const std::string& text, size_t at) {
     return at + kWordSize == text.size() || !isWordCharacter(text[at + kWordSize]);
 }
 
-// The first occurrence decides alone on the device.
+// On the device, only the first occurrence counts.
 void checkWord(const SpecFile& file, Findings* findings) {
     const size_t first = file.text.find(kWord);
     for (size_t at = first; at != std::string::npos; at = file.text.find(kWord, at + 1)) {
@@ -52,12 +52,12 @@ void checkWord(const SpecFile& file, Findings* findings) {
                           "The word \"function\" refuses the whole spec, in a string or comment too.");
         if (at == first) return;
         finding.severity = eWarning;
-        finding.why = "The word \"function\" passes only because it is part of a longer word further up.";
+        finding.why = "The word \"function\" is accepted only because it occurs in a longer word further up.";
         return;
     }
 }
 
-// Whitespace at the end, as an editor adds, is no part of it: the device's decoder passes over it.
+// Whitespace at the end, which editors add, is not a part of it: the device's decoder skips it.
 bool isSignature(const std::string& text) {
     const size_t size = text.find_last_not_of(" \t\r\n") + 1;
     return size == kSignatureTextSize && text.find_first_of(" \t\r\n") >= size;
@@ -68,14 +68,14 @@ void checkMarker(const SpecFile& file, const SignatureUse& use, Findings* findin
     const FindingPlace place = file.atByte(file.text.size());
     if (file.awaitsSignature()) {
         Finding& finding = findings->add(eSignatureMissing, place,
-                                         "The spec ends with the marker, and has no signature after it yet.");
+                                         "The spec ends with the marker and has no signature yet.");
         if (use.isUnsigned) finding.severity = eNote;  // the device does not look at it
     } else if (!isSignature(file.signature)) {
         findings->add(
             eCommentAsMarker, place,
             "The last two hyphens are taken for the marker of a signature, and the spec is cut there.");
     } else if (use.publicKey.empty()) {
-        findings->add(eSignatureUnverified, place, "There is a signature, and nothing to verify it with.");
+        findings->add(eSignatureUnverified, place, "There is a signature, but no key to verify it with.");
     }
 }
 
@@ -133,14 +133,14 @@ struct KeyRule {
 
     void gap(const std::string& prefix, const std::string& number) const {
         findings->add(eBehindGap, spec.at(prefix + number),
-                      "Entry " + number + " stands after an entry that is nil, and is never read.");
+                      "Entry " + number + " comes after an entry that is nil, and is never read.");
     }
 
     void unread(const std::string& prefix, const std::string& name, const Words& known) const {
         Finding& finding =
             findings->add(eUnreadKey, spec.at(prefix + name), "Nothing reads the key " + quoted(name) + ".");
         const std::string nearest = nearestWord(name, known);
-        if (!nearest.empty()) finding.advice = "Did you mean " + quoted(nearest) + "? If not, take it out.";
+        if (!nearest.empty()) finding.advice = "Did you mean " + quoted(nearest) + "? If not, remove it.";
     }
 
     void nil(const std::string& path) const {
@@ -150,7 +150,7 @@ struct KeyRule {
         const std::string around = dot == std::string::npos ? "" : " of " + quoted(path.substr(0, dot));
         Finding& finding =
             findings->add(eNilValue, spec.at(path), what + around + " is nil, as if it were not there.");
-        if (isNumber(name)) finding.advice = "Put the entry between quotes, or take it out.";
+        if (isNumber(name)) finding.advice = "Put the entry between quotes, or remove it.";
     }
 
     void dependencies(const LuaValue& list, const std::string& prefix) const {

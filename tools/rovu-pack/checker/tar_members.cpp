@@ -14,7 +14,7 @@ bool isLink(const TarMember& member) {
     return member.type == TarMember::eSymbolicLink || member.type == TarMember::eHardLink;
 }
 
-// The name as a person reads it: "./a" is "a".
+// The name in its normal form: "./a" is "a".
 std::string plainName(const std::string& name) {
     return name.compare(0, 2, "./") == 0 ? name.substr(2) : name;
 }
@@ -63,7 +63,7 @@ struct MemberRule {
         }
     }
 
-    // A zero too many; a reserve to grow is smaller.
+    // Probably a zero too many: space to grow is less than this.
     void checkLooseVolume(const std::string& what, uint64_t size) const {
         constexpr double kTimes = 8;
         constexpr double kReserve = 16777216;
@@ -117,15 +117,15 @@ struct MemberRule {
         if (member->type == TarMember::eDirectory)
             return missing(required, nameOf(required.name) + " is a folder, and a file is required.");
         if (member->type == TarMember::eOther)
-            return missing(required, nameOf(required.name) + " is no file.");
+            return missing(required, nameOf(required.name) + " is not a file.");
         if (member->type != TarMember::eFile) return;
         const auto isSame = [&required](const TarMember& other) { return other.name == required.name; };
         if (std::count_if(tar.members.begin(), tar.members.end(), isSame) > 1)
-            add(eMemberTwice, required.key, nameOf(required.name) + " is there more than once.");
+            add(eMemberTwice, required.key, nameOf(required.name) + " is in the tar more than once.");
         if (member->isSparse)
             add(eMemberSparse, required.key,
                 nameOf(required.name) +
-                    " is stored without its holes, and the tar of BusyBox extracts no such member.");
+                    " is stored as a sparse file, which the tar of BusyBox does not extract.");
         if (required.isImage) {
             checkImage(required, *member);
         } else {

@@ -1,4 +1,4 @@
-// The members of a tar, against what the spec asks for.
+// Compares the members of a tar with what the spec names.
 
 #pragma once
 
@@ -13,7 +13,7 @@
 /// Most bytes of a script that are looked at.
 constexpr size_t kMostOfScript = 1048576;
 
-/// What is known of a tar from one pass over its bytes: by the build that made it, or by the check that read it.
+/// The result of one pass over the bytes of a tar, by the build that made it or the check that read it.
 struct TarContent {
     std::vector<TarMember> members;
     ImageContent image;

@@ -77,7 +77,7 @@ bool isRoomKnown(const std::vector<DeviceKind>& devices) {
     });
 }
 
-// What is often given in place of the spec.
+// Files that are often given instead of the spec.
 Fault refuseOther(const std::string& path) {
     uint64_t size = 0;
     std::vector<TarMember> members;

@@ -1,4 +1,4 @@
-// The whole check of one spec: first the device's own verdict, then the rules, then files and devices.
+// The complete check of one spec: first the device's own verdict, then the rules, then files and devices.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// URLs that libcurl does not even try, or that lead a device to itself.
+// URLs that libcurl refuses, or that name the device itself.
 
 #include "checker/dependencies.h"
 #include "checker/rules.h"
@@ -105,7 +105,7 @@ bool hasFillingWord(std::string url) {
                        [&url](const char* word) { return url.find(word) != std::string::npos; });
 }
 
-// libcurl takes them all; whether a server does is not known. '$' is one only before a name. Empty: there is none.
+// libcurl accepts them all; a server may not. '$' is one only before a name. Empty: there is none.
 std::string oddCharacter(const std::string& url) {
     for (size_t i = 0; i < url.size(); ++i) {
         const unsigned char c = static_cast<unsigned char>(url[i]);
@@ -125,8 +125,7 @@ std::string oddCharacter(const std::string& url) {
 void checkTarget(const std::string& url, const FindingPlace& place, Findings* findings) {
     const std::string odd = oddCharacter(url);
     if (!odd.empty())
-        findings->add(eUrlCharacter, place,
-                      "The URL has " + odd + ", as of a template that was not filled in.");
+        findings->add(eUrlCharacter, place, "The URL has " + odd + ", as from an incomplete template.");
     const std::string host = hostOf(url);
     const bool isFile = url.compare(0, 5, "file:") == 0;
     if (!isFile && (host.empty() || host == "http" || host == "https")) {
@@ -141,7 +140,7 @@ void checkTarget(const std::string& url, const FindingPlace& place, Findings* fi
     const size_t at = url.find('@', start);
     if (at != std::string::npos && at < slash)
         findings->add(eUrlCredentials, place,
-                      "The URL has a user or a password, which everyone can read in the spec.");
+                      "The URL has a user or a password, which anyone can read in the spec.");
     if (url.find('?') == std::string::npos && (slash == std::string::npos || path.back() == '/'))
         findings->add(eUrlFolder, place, "The URL names no file, but a folder.");
 }
@@ -153,7 +152,7 @@ void checkLoopback(const SpecView& spec, const Urls& urls, Findings* findings) {
     if (first == urls.end()) return;
     Finding& finding =
         findings->add(eUrlLoopback, spec.at(first->first),
-                      "\"" + hostOf(first->second) + "\" is the device itself, where nothing serves.");
+                      "\"" + hostOf(first->second) + "\" is the device itself, which serves no files.");
     if (!std::all_of(urls.begin(), urls.end(), isLocal)) finding.severity = eWarning;
 }
 

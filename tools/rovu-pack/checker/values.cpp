@@ -1,4 +1,4 @@
-// Values that the device takes unchanged and that then fail, or weaken, the update.
+// Values that the device accepts unchanged and that then break or weaken the update.
 
 #include "checker/rules.h"
 #include "planner/plan.h"
@@ -22,7 +22,7 @@ bool isDigest(const std::string& text, size_t length) {
     return text.size() == length && text.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
-// What stands in a digest's place for now, or comes from a file that was not there.
+// Placeholders for a digest, or digests of a missing file.
 bool isPlaceholder(const std::string& digest) {
     constexpr const char* kOfNothing[] = {"e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855",
                                           "d41d8cd98f00b204e9800998ecf8427e"};
@@ -30,7 +30,7 @@ bool isPlaceholder(const std::string& digest) {
            std::find(std::begin(kOfNothing), std::end(kOfNothing), digest) != std::end(kOfNothing);
 }
 
-// As it is written: what the device's readers cut and clamp is not yet lost. Not a number: 0.
+// As written, before the device's readers truncate and clamp it. Not a number: 0.
 double numberOf(const LuaValue& value) {
     if (value.kind == LuaValue::eNumber) return std::isnan(value.number) ? 0 : value.number;
     return value.kind == LuaValue::eText ? std::strtod(value.text.c_str(), nullptr) : 0;
@@ -53,10 +53,9 @@ std::string modelFault(const std::string& model) {
     if (std::any_of(model.begin(), model.end(), [](unsigned char c) { return std::isspace(c) != 0; }))
         return "The whitespace in \"" + model + "\" counts as part of the model.";
     if (model.find_first_of(";|") != std::string::npos)
-        return "Commas alone separate models: \"" + model + "\" is one model.";
+        return "Only commas separate models: \"" + model + "\" is one model.";
     if (std::any_of(model.begin(), model.end(), [](unsigned char c) { return c >= 0x80; }))
-        return "\"" + model +
-               "\" has a character that is not ASCII, as a dash or a space of a text processor.";
+        return "\"" + model + "\" has a character that is not ASCII, such as a typographic dash or space.";
     if (model.find_first_of("*?[]") != std::string::npos)
         return "Models are compared verbatim, without wildcards: \"" + model + "\" is one model.";
     if (model.size() + 1 > kMostOfModel)
@@ -106,7 +105,7 @@ struct ValueRule {
 
     void size(const std::string& key, std::optional<double> value) const {
         if (!value || *value >= 0) return;
-        findings->add(eNegativeSize, spec.at(key), "The device takes a negative size for a very large one.");
+        findings->add(eNegativeSize, spec.at(key), "The device treats a negative size as a very large one.");
     }
 
     void versionText(const std::string& key, const LuaValue* value) const {
@@ -163,7 +162,7 @@ struct ValueRule {
         }
     }
 
-    // Of two entries, the second of which is most often a copy of the first that was not completed.
+    // The second of two entries is most often an incomplete copy of the first.
     void pair(const ImageView& first, const ImageView& second) const {
         const bool isSameUrl = first.text("url") == second.text("url");
         const bool isSameHash = first.text("hash") == second.text("hash");
@@ -196,7 +195,7 @@ struct ValueRule {
             const std::string model = list.substr(at, end - at);
             std::string fault = modelFault(model);
             if (fault.empty() && ("," + list.substr(0, at)).find("," + model + ",") != std::string::npos)
-                fault = "\"" + model + "\" is there twice: a model may be missing.";
+                fault = "\"" + model + "\" is listed twice: a model may be missing.";
             if (!fault.empty()) findings->add(eHardwareToken, spec.at("hardware"), fault);
         }
     }

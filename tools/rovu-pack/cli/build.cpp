@@ -15,7 +15,7 @@ std::string shownName(const BuiltFile& file) {
     return (file.isMember ? "  " : "") + printable(file.name);
 }
 
-// Columns as wide as what stands in them.
+// Columns as wide as their widest cell.
 void printReport(const std::vector<BuiltFile>& made, FILE* out) {
     int nameWidth = 4;
     int sizeWidth = 5;
@@ -30,7 +30,7 @@ void printReport(const std::vector<BuiltFile>& made, FILE* out) {
     }
 }
 
-// Its own function, so that the bar is gone from the screen before anything else is printed.
+// A separate function, so that the bar is erased before anything else is printed.
 Fault build(const BuildOptions& options, BuildResult* result) {
     ProgressBar bar;
     return buildUpdate(options, &bar, result);
@@ -40,7 +40,7 @@ void reportFindings(const BuildResult& result) {
     printFindings(result.findings, stderr);
     if (result.findings.count(eError) == 0) return;
     const char* outcome = result.isRefused
-                              ? "nothing is made: fix the errors, or give --force to sign all the same"
+                              ? "nothing is made: fix the errors, or give --force to sign nevertheless"
                           : result.toSign.empty() ? "signed in spite of the errors, because of --force"
                                                   : "made in spite of the errors, because of --force";
     fprintf(stderr, "rovu-pack build: %s\n", outcome);

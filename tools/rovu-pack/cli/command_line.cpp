@@ -1,6 +1,6 @@
-// CLI11 says first what is missing, although a mistyped option is why it is.
+// CLI11 first reports what is missing, although a mistyped option may be the cause.
 //
-// What the command line accepts: the commands, their options, and which of these go together.
+// The commands, their options, and which options can be combined.
 
 #include "cli/command_line.h"
 
@@ -69,7 +69,7 @@ std::string givenCommand(const CLI::App& app) {
 
 namespace {
 
-// Of all commands, since which one it will be is known when the line has been read.
+// Of all commands, since the command is known only after parsing.
 struct Options {
     std::string keyFolder;
     std::string keyFile;
@@ -81,7 +81,7 @@ struct Options {
     RehearseOptions rehearse;
 };
 
-// An empty value is most often a variable that is not set, and must not count as an option that is not there.
+// An empty value is most often an unset variable, and must not count as a missing option.
 std::string refuseEmpty(const std::string& value) {
     return value.empty() ? "the value is empty" : "";
 }
@@ -94,7 +94,7 @@ CLI::App* addKeygen(CLI::App* app, std::string* folder) {
 
 CLI::App* addSecret(CLI::App* app, std::string* path) {
     CLI::App* command = app->add_subcommand("secret", "Append a secret to a key file, and print its offset");
-    command->add_option("FILE", *path, "Key file as the device holds it; made if there is none")->required();
+    command->add_option("FILE", *path, "Key file as the device holds it; created if missing")->required();
     return command;
 }
 
@@ -102,7 +102,7 @@ void addKeyPass(CLI::App* command, std::string* source, CLI::Option* key) {
     command
         ->add_option("--key-pass", *source,
                      "Where the pass phrase of the key or the PIN of the token is: file:PATH (its\n"
-                     "first line), fd:N or env:NAME; otherwise it is asked for on the terminal")
+                     "first line), fd:N or env:NAME; default: ask on the terminal")
         ->type_name("SOURCE")
         ->check(refuseEmpty)
         ->needs(key);
@@ -142,7 +142,7 @@ CLI::App* addBuild(CLI::App* app, BuildCommandOptions* commandOptions) {
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     command->add_flag("--follow-links", options->followLinks,
-                      "Pack files to which links lead out of the manifest's folder");
+                      "Follow links that lead out of the manifest's folder");
     command->add_flag("--json", commandOptions->json, "Print the output's table and the findings as JSON");
     command->add_flag("--force", options->force, "Sign in spite of errors that \"check\" finds");
     return command;
@@ -218,16 +218,16 @@ void addDeviceOptions(CLI::App* command, CheckCommandOptions* options) {
 
 CLI::App* addCheck(CLI::App* app, CheckCommandOptions* options) {
     CLI::App* command =
-        app->add_subcommand("check", "Say what devices will do with a spec, and what is wrong with it");
+        app->add_subcommand("check", "Report what devices will do with a spec, and its mistakes");
     command->add_option("SPEC", options->check.spec, "The spec's file, signed or not")
         ->required()
         ->type_name("FILE");
     addFileOptions(command, &options->check);
     addDeviceOptions(command, options);
     command->add_flag("--fetch", options->check.fetches,
-                      "Fetch the tars from their server too, as a device does; nothing is kept");
-    command->add_flag("-v,--verbose", options->verbose, "Print the states and commands of the plan too");
-    command->add_flag("--strict", options->strict, "Warnings count for the exit status too");
+                      "Also fetch the tars from their server, as a device does; nothing is stored");
+    command->add_flag("-v,--verbose", options->verbose, "Also print the states and commands of the plan");
+    command->add_flag("--strict", options->strict, "The exit status is 1 for warnings too");
     command->add_flag("--json", options->json, "Print everything as JSON");
     return command;
 }
@@ -244,27 +244,25 @@ CLI::App* addRehearse(CLI::App* app, RehearseOptions* options) {
     command
         ->add_option(
             "--rovu", options->program,
-            "The device's program, built for this machine; rovu beside rovu-pack,\nor in PATH, if not given")
+            "The device's program, built for this machine; default: rovu next to\nrovu-pack, or in PATH")
         ->type_name("FILE")
         ->check(refuseEmpty);
     command
-        ->add_option(
-            "--health", options->health,
-            "Command that the shell of an updated device runs after its restart,\nand that must succeed there")
+        ->add_option("--health", options->health,
+                     "Command that an updated device runs after its restart, and that must\nsucceed")
         ->type_name("COMMAND")
         ->check(refuseEmpty);
     command->add_option("--script-limit", options->scriptSeconds, "Seconds that a script may run (600)")
         ->type_name("N")
         ->check(CLI::Range(1U, 1U << 20));
-    command->add_flag(
-        "--host-tools", options->hostTools,
-        "Devices of which no root=... is given have the programs of this machine,\nand not BusyBox alone");
+    command->add_flag("--host-tools", options->hostTools,
+                      "Devices without root=... have the programs of this machine,\nnot only BusyBox");
     return command;
 }
 
 CLI::App* addInspect(CLI::App* app, InspectOptions* options) {
     CLI::App* command =
-        app->add_subcommand("inspect", "Say what a file is, and what is in the update if it is a spec");
+        app->add_subcommand("inspect", "Show what a file is and, for a spec, what is in the update");
     command->add_option("SPEC", options->spec, "The spec's file, signed or not")
         ->required()
         ->type_name("FILE");
@@ -277,7 +275,7 @@ CLI::App* addInspect(CLI::App* app, InspectOptions* options) {
     return command;
 }
 
-// It may be that its parser never came to it.
+// The parser may have stopped before it.
 bool wantsJson(int argc, char** argv) {
     return std::any_of(argv, argv + argc, [](const char* word) { return std::string(word) == "--json"; });
 }
@@ -286,14 +284,14 @@ int reportUsage(const CLI::App& app, const CLI::ParseError& error, bool json) {
     const std::string command = givenCommand(app);
     const Fault fault(EINVAL, usageMessage(app, error));
     const int status = reportFault(command, fault, json);
-    fprintf(stderr, "Run \"rovu-pack%s --help\" for what it takes.\n", command.c_str());
+    fprintf(stderr, "Run \"rovu-pack%s --help\" for its options.\n", command.c_str());
     return status;
 }
 
 }  // namespace
 
 int runCommandLine(int argc, char** argv) {
-    CLI::App app("Makes updates for rovu, signs them, and says beforehand what a device will do with one.",
+    CLI::App app("Makes and signs updates for rovu, and predicts what devices will do with them.",
                  "rovu-pack");
     app.set_version_flag("--version", "rovu-pack " ROVU_PACK_VERSION);
     app.require_subcommand(1);

@@ -1,4 +1,4 @@
-// What is wrong with a command line, in words that name the word and what to write instead.
+// What is wrong with a command line: the message names the argument and what to write instead.
 //
 // The command line.
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 constexpr int kExitClean = 0;
-constexpr int kExitFindings = 1;  // what was checked, or built, has findings that count
+constexpr int kExitFindings = 1;  // the checked or built update has findings that count
 constexpr int kExitTrouble = 2;   // the work could not be done
 
 struct BuildCommandOptions {
@@ -49,7 +49,7 @@ struct RehearseOptions {
     std::string program;        // the device's program, built for this machine; empty: the one beside this
     std::string health;  // run by the shell of a device after its restart; empty: only the shell is tried
     unsigned scriptSeconds = 600;  // that a script may run
-    bool hostTools = false;  // devices of which no root file system is named have the workstation's programs
+    bool hostTools = false;        // devices without a named root file system have the workstation's programs
 };
 
 struct InspectOptions {
@@ -77,13 +77,13 @@ inline void warnOfOpenKey(const std::string& command, const std::string& key) {
             command.c_str(), name.c_str(), name.c_str());
 }
 
-/// Makes a key pair in `folder`, which is made if there is none; overwrites nothing.
+/// Makes a key pair in `folder`, which is created if missing; overwrites nothing.
 int runKeygen(const std::string& folder);
 
-/// Appends a secret to the key file `path`, which is made if there is none, and prints its offset in bytes.
+/// Appends a secret to the key file `path`, which is created if missing, and prints its offset in bytes.
 int runSecret(const std::string& path);
 
-/// Makes an update out of a manifest, and prints a table of the output; what the check says of it goes to stderr.
+/// Makes an update from a manifest, and prints a table of the output; the findings of the check go to stderr.
 int runBuild(const BuildCommandOptions& options);
 
 /// Signs a spec in place, which replaces an old signature; or prints the digest that is to be signed elsewhere.
@@ -105,5 +105,5 @@ Fault gatherDevices(CheckCommandOptions* options);
 /// Runs an update on simulated devices, and prints whether each run was what `check` predicts.
 int runRehearse(RehearseOptions options);
 
-/// Prints what devices will do with a spec, and what its owner will regret.
+/// Prints what devices will do with a spec, and the mistakes in it.
 int runCheck(CheckCommandOptions options);

@@ -41,7 +41,7 @@ Fault makePair(const std::string& folder) {
     const std::string publicPath = folder + kPublicName;
     for (const std::string& path : {privatePath, publicPath}) {
         if (exists(path))
-            return {EEXIST, path + " is there, and unchanged; use it, or name another folder for a new pair"};
+            return {EEXIST, path + " exists and is unchanged; use it, or name another folder for a new pair"};
     }
     std::string privatePem;
     std::string publicPem;
@@ -80,7 +80,7 @@ Fault appendSecret(const std::string& path, int64_t* offset) {
     unsigned char secret[kSecretSize];
     if (!S_ISREG(status.st_mode) || status.st_size > INT32_MAX ||
         RAND_bytes(secret, static_cast<int>(sizeof secret)) != 1) {
-        return {EINVAL, path + ": not a regular file, too large for an offset, or no random bytes to be had"};
+        return {EINVAL, path + ": not a regular file, too large for an offset, or no random bytes available"};
     }
     if (int rc = writeFd(file.get(), secret, sizeof secret, false, true); rc != 0) {
         Fault fault = fileFault(path, rc);
@@ -130,7 +130,7 @@ Fault signFile(const SignOptions& options) {
     return replaceFile(path, spec, mode);
 }
 
-// Nothing is given away to be signed that a device would refuse.
+// Nothing that a device would refuse is offered for signing.
 Fault printDigest(const std::string& path) {
     std::string old;
     std::string text;
@@ -153,7 +153,7 @@ int runSign(const SignOptions& options) {
 
 namespace {
 
-// The device's code decides; what is said of the signature before tells more than a device would.
+// The device's code decides; the diagnosis before it is more precise than a device's.
 Fault judgeSpec(const AttachOptions& options, const std::string& text, const std::string& raw,
                 const std::string& spec) {
     PublicKey key;

@@ -1,7 +1,7 @@
-// The release engineer's tool: makes updates, signs them, and says beforehand what a device will
-// do with one.
+// The release engineer's tool: makes and signs updates, and predicts what a device will
+// do with them.
 //
-// The library for the command line throws, the rest does not; nothing is caught but there and here.
+// Only the command line library throws; exceptions are caught there and here.
 
 #include "cli/command_line.h"
 #include "cli/commands.h"

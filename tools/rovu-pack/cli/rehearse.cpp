@@ -85,7 +85,7 @@ int runRehearse(RehearseOptions options) {
     if (options.check.check.devices.empty())
         return reportFault(" rehearse", {EINVAL, "name the kinds of devices with --device"});
     if (Fault fault = checkUpdate(options.check.check, &check)) return reportFault(" rehearse", fault);
-    // A device has no such limits, and a simulated one takes this machine's time and memory.
+    // A device has no such limits; a simulated one uses this machine's time and memory.
     if (isBeyondLimits(check.spec.evaluation)) return reportFault(" rehearse", check.spec.evaluation);
     const CheckOptions& given = options.check.check;
     const RehearsalFiles files = {

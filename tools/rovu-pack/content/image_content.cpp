@@ -49,28 +49,29 @@ struct ContentRule {
                     .severity = eWarning;
             break;
         case eBootable:
-            if (!isKernel) addKind("and Linux mounts no such root file system.");
+            if (!isKernel) addKind("which Linux cannot mount as a root file system.");
             break;
         case eFileSystem:
-            if (isKernel) addKind("and no boot loader starts it as a kernel.");
+            if (isKernel) addKind("which no boot loader starts as a kernel.");
             break;
         case eBlockSystem:
-            if (isKernel) addKind("and no boot loader starts it as a kernel.");
+            if (isKernel) addKind("which no boot loader starts as a kernel.");
             if (!isKernel) {
-                Finding& finding = addKind("which Linux mounts from a block device, and a volume is none.");
+                Finding& finding =
+                    addKind("which Linux mounts only from a block device, and a volume is not one.");
                 finding.severity = eWarning;
                 finding.advice =
-                    "Make a UBIFS or a squashfs of it, or make sure that the kernel mounts it so.";
+                    "Make a UBIFS or a squashfs of it, or make sure that the kernel can mount it there.";
             }
             break;
         case eFlashSystem:
             if (isKernel) addKind("from which few boot loaders read a kernel.").severity = eWarning;
             break;
         case eBundle:
-            if (!isKernel) addKind("and Linux mounts no such root file system.").severity = eWarning;
+            if (!isKernel) addKind("which Linux cannot mount as a root file system.").severity = eWarning;
             break;
         case eRamDisk:
-            if (isKernel) addKind("and no boot loader starts it as a kernel.");
+            if (isKernel) addKind("which no boot loader starts as a kernel.");
             if (!isKernel) addKind("which Linux does not mount from its volume.").severity = eWarning;
             break;
         case eCompressed:
@@ -102,15 +103,13 @@ struct ContentRule {
             add(eImageCutShort, " has " + std::to_string(content.size()) +
                                     " bytes, and by its header it has " + std::to_string(format.size) + ".");
         else if (!format.damage.empty())
-            add(eImageChecksum,
-                " is damaged: its " + format.damage + " does not have the checksum that stands in it.");
+            add(eImageChecksum, " is damaged: its " + format.damage + " does not match the checksum in it.");
         else if (format.payload != 0 && content.payloadSum() != bigEndianAt(content.head(), 24, 4))
-            add(eImageChecksum,
-                " is damaged: what follows its header does not have the checksum that stands there.");
+            add(eImageChecksum, " is damaged: what follows its header does not match the checksum there.");
         if (!format.fault.empty()) add(eImageHeader, " " + format.fault + ".");
         judgeSince();
         if (format.isOld && !isKernel)
-            add(eImageOld, " is a squashfs of a version before 4, which Linux mounts no more since 2.6.29.");
+            add(eImageOld, " is a squashfs of a version before 4, which Linux has not mounted since 2.6.29.");
     }
 
     void judgeSince() const {
@@ -125,7 +124,7 @@ struct ContentRule {
                                    format.since + ", and the spec's kernel is " + claim.kernelVersion + ".");
     }
 
-    // The next update asks the running kernel for its release. Another numbering than the spec's is no fault.
+    // The next update reads the release of the running kernel. It may be numbered differently than in the spec.
     void judgeRelease(const std::string& release, bool isExact) const {
         std::string text = release;
         PackedVersion version = 0;
@@ -143,19 +142,19 @@ struct ContentRule {
     }
 };
 
-// What is no image by the whole of its bytes; empty: nothing.
+// Why the bytes as a whole cannot be an image; empty: they can.
 std::string fillingText(const ImageContent& content, const ImageFormat& format) {
     const std::string& head = content.head();
     if (head.empty()) return " is empty.";
     const bool isUniform = content.kindsOfBytes() == 1;
-    if (isUniform && head[0] == '\0') return " has no other bytes than zeros.";
-    if (isUniform && head[0] == '\xFF') return " has no other bytes than 0xFF, as erased flash has.";
+    if (isUniform && head[0] == '\0') return " consists of zeros.";
+    if (isUniform && head[0] == '\xFF') return " consists of 0xFF bytes, like erased flash.";
     const bool isKnown = format.use != eUnknownUse && format.use != eText;
     if (isKnown || (head[0] != '\0' && head[0] != '\xFF')) return "";
     const size_t start = head.find_first_not_of(head[0]);
     const ImageFormat inside = findFormat(head.substr(std::min(start, head.size())));
     if (inside.use == eUnknownUse || inside.use == eText) return "";
-    return " begins with " + std::to_string(start) + " bytes of nothing, and then is " + inside.name + ".";
+    return " begins with " + std::to_string(start) + " empty bytes, and then is " + inside.name + ".";
 }
 
 }  // namespace
@@ -185,7 +184,7 @@ void ImageContent::findRelease(const char* bytes, size_t size) {
     tail_ = window.substr(window.size() - std::min(window.size(), kLongest));
 }
 
-// What a header announces that is none comes to nothing that is used.
+// If the header is not real, the result is not used.
 void ImageContent::sumPayload(uint64_t offset, const char* bytes, size_t size) {
     constexpr uint64_t kHeader = 64;
     const uint64_t end = std::min(offset + size, kHeader + bigEndianAt(head_, 12, 4));

@@ -1,4 +1,4 @@
-// Whether an image can be what its entry of the spec says, by its bytes. The device writes any bytes to a volume, and
+// Whether the bytes of an image fit its entry in the spec. The device writes any bytes to a volume, and
 // the fault shows only when it boots them.
 
 #pragma once
@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string>
 
-/// An image's bytes, as far as they are judged.
+/// The bytes of an image that the rules need.
 class ImageContent {
 public:
     /// Takes the bytes at `offset` of the image, in their order; 0 begins the image, or another one.

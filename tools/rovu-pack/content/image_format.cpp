@@ -72,7 +72,7 @@ const Magic kMagics[] = {
     {0, {"#!/", 3}, eNoImage, "a script"},
 };
 
-// Of pages that servers send in place of a file.
+// For pages that servers send instead of a file.
 constexpr const char* kPages[] = {"<!doctype", "<html", "<head", "<body", "<?xml", "<error"};
 
 constexpr char kUimageMagic[] = "\x27\x05\x19\x56";
@@ -135,7 +135,7 @@ std::string payloadFault(const std::string& head) {
     constexpr const char* kCompressions[] = {
         "not compressed",       "compressed with gzip", "compressed with bzip2", "compressed with lzma",
         "compressed with lzop", "compressed with lz4",  "compressed with zstd"};
-    constexpr uint64_t kLzma = 3;  // has no magic, nor has what is not compressed
+    constexpr uint64_t kLzma = 3;  // has no magic; neither has uncompressed data
     const uint64_t compression = big(head, 31, 1);
     if (compression >= std::size(kCompressions) || head.size() <= kUimageHeader) return "";
     const std::string said = kCompressions[compression];
@@ -290,7 +290,7 @@ ImageFormat squashfs(const std::string& head, ImageFormat format) {
     for (size_t table = 48; table <= 80; table += 8) {
         const uint64_t start = little(head, table, 8);
         if (start == UINT64_MAX || start < format.size) continue;
-        format.fault = "has a superblock that names a place outside of it";
+        format.fault = "has a superblock that refers to a place outside the image";
     }
     return format;
 }
@@ -305,7 +305,7 @@ bool isPage(const std::string& head) {
                        [&text](const char* page) { return startsWith(text, page); });
 }
 
-// Also what a server says in place of a file. The simulator's images may be text that names their version.
+// Also what a server sends instead of a file. The simulator's images may be text that names their version.
 bool isText(const std::string& head) {
     return !head.empty() && !startsWith(head, "version=") &&
            std::all_of(head.begin(), head.end(),

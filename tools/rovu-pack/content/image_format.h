@@ -1,6 +1,6 @@
 // The checksum of uImage and UBIFS.
 //
-// What kind of file an image is, by the bytes at its beginning.
+// The format of an image, by the bytes at its beginning.
 
 #pragma once
 
@@ -21,9 +21,9 @@ private:
 /// Most bytes of an image that findFormat() looks at.
 constexpr size_t kFormatHead = 65536;
 
-/// What a format is good for on a device that starts a kernel from one volume and mounts another.
+/// The use of a format on a device that starts a kernel from one volume and mounts another.
 enum FormatUse {
-    eUnknownUse,   // nothing is known of it: it may be anything
+    eUnknownUse,   // unknown: it may be anything
     eBootable,     // a boot loader starts it
     eBundle,       // a kernel, a root file system or both, in the boot loader's own format
     eFileSystem,   // Linux mounts it
@@ -41,7 +41,7 @@ struct ImageFormat {
     std::string name;        // with its article: "a squashfs"
     std::string processor;   // it is for this one; empty: not known
     uint64_t size = 0;       // bytes that its header claims; 0: it claims none
-    bool isOld = false;      // Linux mounts it no more
+    bool isOld = false;      // Linux no longer mounts it
     uint64_t lebSize = 0;    // bytes of the erase blocks that a UBIFS was made for; 0: not known
     std::string release;     // of the kernel, by the name of a uImage; empty: not known
     uint64_t payload = 0;    // bytes of the header, which checksummed data follow; 0: no such header

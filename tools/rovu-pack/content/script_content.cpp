@@ -171,7 +171,7 @@ const Construct kConstructs[] = {
     {eHazard, "a reboot, which cuts the update short",
      R"((^|[;&|]|\sthen|\sdo|\selse)\s*(/sbin/)?(reboot|poweroff|halt|shutdown)(\s|;|$))"},
     {eHazard, "a removal of the device's work directory", R"(rm\s+(-\S+\s+)+/tmp/(rovu/?|\*)?(\s|;|$))"},
-    {eHazard, "a command of workstations",
+    {eHazard, "a command that only workstations have",
      R"((^|[;&|]|\sthen|\sdo|\selse)\s*(sudo|apt|apt-get|yum|dnf|systemctl)\s)"},
     {eHazard, kArgument, R"(\$\{?[1-9@*])"},
 };
@@ -286,7 +286,7 @@ std::vector<ScriptConstruct> findForeignText(const std::string& script) {
         if (hasDashForHyphen(line)) noteLine("a dash in place of a hyphen", number, &found);
     }
     for (const ShellCommand& command : read.commands) {
-        if (isFilledInLater(command)) noteLine("a placeholder that was not filled in", command.line, &found);
+        if (isFilledInLater(command)) noteLine("a placeholder that was not replaced", command.line, &found);
     }
     return found;
 }
@@ -327,8 +327,8 @@ std::optional<bool> understands(const std::vector<std::string>& shell, const std
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// Lets a shell read the script without running anything of it: BusyBox's, as on a device; without one this machine's. True
-// also if there is no way to ask.
+// Lets a shell parse the script without running it: that of BusyBox, as on a device, or else this machine's. True
+// also if no shell can be started.
 bool isGoodSyntax(const std::string& bytes) {
     TemporaryFile file;
     if (file.open()) return true;
@@ -389,7 +389,8 @@ void checkVariables(const std::string& bytes, const std::string& name, const Fin
         text += (text.empty() ? "" : ", ") + variable + " (line " + std::to_string(line) + ")";
     }
     if (count > kMost) text += ", ...";
-    if (!text.empty()) findings->add(eScriptUnset, place, name + " uses what nothing sets: " + text + ".");
+    if (!text.empty())
+        findings->add(eScriptUnset, place, name + " uses variables that nothing sets: " + text + ".");
 }
 
 void checkConstructs(const std::string& bytes, const std::string& name, const FindingPlace& place,
@@ -418,20 +419,18 @@ void checkConstructs(const std::string& bytes, const std::string& name, const Fi
 Findings checkScript(const std::string& bytes, const std::string& name, const FindingPlace& place) {
     Findings findings;
     if (isPrivateKey(bytes))
-        findings.add(ePrivateKeyServed, place, name + " has a private key in it, which every device gets.")
-            .advice = "Take it out, and never use that key again.";
+        findings.add(ePrivateKeyServed, place, name + " contains a private key, which every device gets.")
+            .advice = "Remove it, and never use that key again.";
     if (bytes.find_first_not_of(" \t\r\n") == std::string::npos) {
         findings.add(eScriptEmpty, place, name + " is empty.");
     } else if (bytes.find('\0') != std::string::npos) {
-        findings.add(eScriptBinary, place, name + " is no text: a shell runs it, whatever it is.");
+        findings.add(eScriptBinary, place, name + " is not text, but a shell will run it.");
     } else if (bytes.compare(0, sizeof kByteOrderMark - 1, kByteOrderMark) == 0) {
         findings.add(eScriptByteOrderMark, place,
-                     name +
-                         " begins with a byte-order mark, which the shell takes for part of the first word.");
+                     name + " begins with a byte-order mark, which becomes part of the first word.");
     } else if (bytes.find("\r\n") != std::string::npos) {
         findings.add(eScriptLineEnds, place,
-                     name +
-                         " has lines that end in CR LF: the shell takes the CR for part of the last word.");
+                     name + " has lines that end in CR LF: the CR becomes part of the last word.");
     } else {
         checkInterpreter(bytes, name, place, &findings);
         if (!isGoodSyntax(bytes))

@@ -1,6 +1,6 @@
-// What a script does to a device that no later update repairs, and what its author did not mean.
+// Damage to a device that no later update repairs, and what the author did not mean.
 //
-// What a shell would stumble over in a script.
+// What fails in a script when a shell reads it.
 
 #pragma once
 
@@ -19,17 +19,17 @@ struct ScriptConstruct {
 };
 
 /// Finds constructs of bash that the shell of BusyBox lacks even with all of its options for bash, and hazards: what
-/// works on a workstation, or breaks into the update. Comments, strings and here-documents are passed over; what is in
-/// doubt is taken for none.
+/// works only on a workstation, or disturbs the update. Comments, strings and here-documents are skipped; what is in
+/// doubt is not reported.
 std::vector<ScriptConstruct> findConstructs(const std::string& script);
 
 /// Whether the last command is a test before "&&", whose failure is that of the script: "[ -f x ] && rm x".
 bool endsInTest(const std::string& script);
 
-/// Finds commands that write where the device starts from, or take away what it needs for the next update.
+/// Finds commands that write to what the device boots from, or remove what it needs for the next update.
 std::vector<ScriptConstruct> findDangers(const std::string& script);
 
-/// Finds characters and words that stand for others: typographic ones, and what a template was to fill in.
+/// Finds typographic characters, and placeholders that were not replaced.
 std::vector<ScriptConstruct> findForeignText(const std::string& script);
 
 /// The variables that a script uses and nothing sets, each with the line of its first use.

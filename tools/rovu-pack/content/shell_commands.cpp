@@ -16,7 +16,7 @@ const std::set<std::string> kEnvironment = {
     "LINENO",   "HOSTNAME",  "UID",     "EUID",   "PS1",      "PS2",          "PS4",      "ENV",    "SECONDS",
     "RUNLEVEL", "PREVLEVEL", "REPLY",   "MAIL",   "BASH",     "BASH_VERSION", "FUNCNAME", "_"};
 
-// They stand before a command, and the command goes on after them.
+// They precede a command, which continues after them.
 const std::set<std::string> kPrefixes = {"if",   "then",    "elif", "else", "while",  "until",
                                          "do",   "!",       "{",    "time", "exec",   "nohup",
                                          "nice", "command", "sudo", "env",  "busybox"};
@@ -178,7 +178,7 @@ private:
         return std::min(at, text.size());
     }
 
-    // What is nested deeper than anybody writes stays unread.
+    // Deeper nesting than anybody writes is not read.
     void substitute(const std::string& inside) {
         constexpr size_t kDeepest = 20;
         const size_t line = line_ + static_cast<size_t>(std::count(inside.begin(), inside.end(), '\n'));
@@ -326,7 +326,7 @@ private:
         if (name == "for" && words.size() > 1)
             setTo(words[1], words.size() == 4 ? words[3] : std::string(1, kUnknownPart));
         if (name == "getopts" && words.size() > 2) set_.insert(words[2]);
-        // A test for a variable is for one that may not be there.
+        // A tested variable may be unset.
         for (size_t i = 1; i + 1 < words.size(); ++i) {
             if (words[i] == "-n" || words[i] == "-z" || words[i] == "=" || words[i] == "!=") allowLastUses();
         }

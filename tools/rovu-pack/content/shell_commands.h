@@ -1,11 +1,11 @@
-// The simple commands of a script, as far as they can be told without running it.
+// The simple commands of a script that can be determined without running it.
 
 #pragma once
 
 #include <string>
 #include <vector>
 
-/// In place of what is not known of a word before the script runs.
+/// Stands for the part of a word that is unknown before the script runs.
 constexpr char kUnknownPart = '\1';
 
 struct ShellCommand {
@@ -26,5 +26,5 @@ struct ShellScript {
     size_t openDocument = 0;  // the last line of a here-document that has no end; 0: there is none
 };
 
-/// Reads a script by the rules for words and quotes. It knows little grammar: what is in doubt is left unknown.
+/// Reads a script by the rules for words and quotes. It knows little grammar: doubtful cases stay unknown.
 ShellScript readScript(const std::string& script);

@@ -54,16 +54,16 @@ Fault readPieces(const std::string& text, Values* values) {
         const size_t equals = piece.find('=');
         const std::string name = piece.substr(0, equals);
         if (name.find_first_of(" \t\r\n") != std::string::npos)
-            return refuse("\"" + name + "\" has whitespace in it: take it out");
+            return refuse("\"" + name + "\" has whitespace in it: remove it");
         if (std::find(kNames.begin(), kNames.end(), name) == kNames.end()) {
             const std::string near = didYouMean(name, kNames);
-            return refuse("\"" + name + "\" is no word for a device" +
+            return refuse("\"" + name + "\" is not a property of a device" +
                           (near.empty() ? "; known are " + listed(kNames) : near));
         }
         if (equals == std::string::npos || equals + 1 == piece.size())
             return refuse("\"" + name + "\" has no value: write one after its \"=\"");
         if (!values->emplace(name, piece.substr(equals + 1)).second)
-            return refuse("\"" + name + "\" is there twice: keep one");
+            return refuse("\"" + name + "\" is given twice: keep one");
     }
     for (const char* required : {"model", "kernel", "rootfs"}) {
         if (values->count(required) == 0)

@@ -1,4 +1,4 @@
-// A kind of device, as far as it matters to an update.
+// The properties of a kind of device that matter to an update.
 
 #pragma once
 
@@ -25,7 +25,7 @@ struct InactiveSet {
 /// Most bytes of its model that a device reads, with the line feed that ends it.
 constexpr size_t kMostOfModel = 30;
 
-/// Room on a device. What is not there is not known.
+/// Room on a device. An absent value is unknown.
 struct DeviceRoom {
     std::optional<uint64_t> tmp;   // bytes that are free in the file system of /tmp
     std::optional<uint64_t> data;  // bytes of the active set's data volume
@@ -34,7 +34,7 @@ struct DeviceRoom {
     std::optional<uint64_t> lebSize;  // bytes of a logical erase block; known if `freeLebs` is
 };
 
-/// A device, as far as it decides what an update does there.
+/// The properties of a device that decide what an update does there.
 struct DeviceKind {
     std::string model;
     std::string kernel;         // release of the running kernel, or its version

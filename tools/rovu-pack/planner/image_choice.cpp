@@ -1,4 +1,4 @@
-// What the set that boots after an update holds. What the update does not write there is neither what the device
+// What the set that boots after an update holds. A volume that the update does not write is neither what the device
 // runs nor what the update was tested with, but what an earlier update left.
 //
 // The choice of images on one kind of device. The device's own code decides; the words for its tests are
@@ -155,7 +155,7 @@ struct Chooser {
             if (!anyMandatory) {
                 note(*part, "no image is mandatory");
             } else if (images.size() > 1 && !pair) {
-                note(*part, "it is not alone of its kind");
+                note(*part, "there is another image of its kind");
             } else if (isTestedFirst(*part, other)) {
                 note(*part, testOfFirst(*part, other, installedFor(*part)));
             } else {
@@ -199,7 +199,7 @@ int readRootfs(std::string text, PackedVersion* version) {
     return readAnswer(&text, kMostOfRootfs) ? parseVersion(version, text.c_str()) : EOVERFLOW;
 }
 
-// The rule for versions, and the part that breaks it. `separators` stand for dots.
+// The rule for versions, and the field that violates it. `separators` stand for dots.
 std::string versionFault(const std::string& text, const std::string& separators) {
     const size_t end = std::min(text.find_first_not_of("0123456789." + separators), text.size());
     const size_t start = text.find_last_of("." + separators, end == 0 ? 0 : end - 1);
@@ -221,7 +221,7 @@ bool decide(const DeviceKind& device, Selection* selection) {
     }
     selection->refusedKey = "hardware";
     selection->advice =
-        "Leave the kind out if it is not to have the update; add its model only if the images are made for it.";
+        "Omit the kind if it is not to get the update; add its model only if the images are made for it.";
     if (!isModelSupported(*spec, model.c_str())) return false;
     selection->refusedKey.clear();
     std::string release = device.kernel;
@@ -246,7 +246,7 @@ bool decide(const DeviceKind& device, Selection* selection) {
         selection->reason = "The " + choice.kind + " image: " + choice.test + ".";
         selection->refusedKey = choice.kind;
         selection->advice =
-            "Bring the device to a version that its list accepts first; widen the list only for a pair that was tested.";
+            "First install a version that the list accepts; widen the list only for a pair that was tested.";
         break;
     }
     return accepted;

@@ -1,4 +1,4 @@
-// What a run of an update does on one kind of device, as data: the images it takes, the states it enters, and
+// What an update does on one kind of device, as data: the images it installs, the states it enters, and
 // the commands it runs.
 //
 // The plan is that of a plain run in which nothing fails.

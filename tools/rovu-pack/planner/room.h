@@ -1,4 +1,4 @@
-// How much an update brings over the network, and how much room it takes: in the device's work directory, where all
+// The download of an update, and the room that it needs: in the device's work directory, where all
 // tars lie at the same time, and one extracted member or a copy of the overlay beside them; and on the flash.
 
 #pragma once
@@ -53,5 +53,5 @@ RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::
 /// The same for all tars of the spec.
 RoomNeed roomForAll(const SpecView& spec, const Tars& tars);
 
-/// Puts the need into words, for all tars of the spec; no finding if there are none.
+/// Describes the room that is needed for all tars of the spec; no finding without tars.
 Findings reportRoom(const SpecView& spec, const RoomNeed& room);

@@ -1,4 +1,4 @@
-// The update sequence as states and commands. Its order is that of the device's program, and the tests hold
+// The update sequence as states and commands. The order is that of the device's program, and tests compare
 // the two together.
 
 #include "planner/steps.h"

@@ -82,7 +82,7 @@ bool mayRunScripts(const std::string& state) {
                        [&state](UpdateState each) { return state == stateName(each); });
 }
 
-// What a script takes out of the updater's hands: the restart, and the set that boots.
+// What a script can change by itself: the restart, and the set that boots.
 bool isUpdatersOwn(const Words& words) {
     const bool setsSet = words.front() == "fw_setenv" && words.size() > 1 && words[1] == "bootswitcher";
     return words.front() == "reboot" || setsSet;
@@ -96,7 +96,7 @@ struct Comparer {
     unsigned scriptSeconds;
     std::vector<std::string> found;
 
-    // Whatever else differs comes from that.
+    // All other differences follow from that.
     bool foundLimit() {
         const std::string sign = "rovu-sim: ended: ";
         const size_t at = run.log.rfind(sign);
@@ -204,7 +204,7 @@ std::vector<std::string> differences(const Selection& selection, const Plan& pla
     comparer.compareOutcome();
     comparer.compareCommands();
     comparer.compareFiles();
-    // A run that ended early says the rest by that.
+    // If the run ended early, other differences follow.
     if (comparer.found.empty()) {
         comparer.compareVolumes();
         comparer.compareRestart();

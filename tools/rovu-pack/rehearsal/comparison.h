@@ -1,4 +1,4 @@
-// What scripts miss on a device's root file system, by what its shell says of it.
+// Programs and syntax that a device's root file system lacks for scripts, by the messages of its shell.
 //
 // A run against its plan.
 

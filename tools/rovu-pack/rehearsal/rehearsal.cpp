@@ -24,7 +24,7 @@ Fault rehearseOne(const RehearsalFiles& files, const CheckResult& check, Rehears
         if (found.empty()) row->differences.emplace_back("yet the run ended well: the plan is wrong");
         return {};
     }
-    // What a script missed comes first: it tells why the rest differs.
+    // What a script lacked comes first: it explains the other differences.
     row->differences = missedIn(run.log, nameOfRoot(planned.device.root, files.hostTools));
     row->differences.insert(row->differences.end(), found.begin(), found.end());
     return {};

@@ -43,7 +43,7 @@ constexpr unsigned kPatience = 25;  // rounds of polling
     argv.push_back(nullptr);
     // The check closes the gap before the call.
     if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(kNotStarted);
-    // Neither the operator's terminal nor what this program has open is for a script of the update.
+    // A script of the update gets neither the operator's terminal nor this program's descriptors.
     const int nothing = open("/dev/null", O_RDONLY);
     if (setsid() < 0 || dup2(nothing, STDIN_FILENO) < 0) _exit(kNotStarted);
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
@@ -52,7 +52,7 @@ constexpr unsigned kPatience = 25;  // rounds of polling
     _exit(kNotStarted);
 }
 
-// A handler that only notes a signal does not end a wait that it does not interrupt: hence the polling.
+// A handler that only sets a flag may not interrupt a wait: hence the polling.
 Fault waitFor(pid_t child, int* status) {
     Fault ended;
     unsigned rounds = 0;
@@ -60,7 +60,7 @@ Fault waitFor(pid_t child, int* status) {
         const pid_t done = waitpid(child, status, WNOHANG);
         if (done == child) return ended;
         if (done < 0) return {errno, "waiting for a program failed"};
-        // A script of an update may not heed the first signal.
+        // A script of an update may ignore the first signal.
         if (ended && ++rounds == kPatience) kill(child, SIGKILL);
         if (!ended) {
             ended = interruption();

@@ -1,4 +1,4 @@
-// A program that is run and waited for, and that does not outlive this one.
+// Runs a program, waits for it, and never lets it outlive this process.
 //
 // One run of an update on a simulated device, and what it did.
 

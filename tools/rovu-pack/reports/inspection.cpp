@@ -60,7 +60,7 @@ std::string meaningOf(const SpecFile& file, bool mayEvaluate) {
     const std::string& fault = file.evaluation.message();
     if (readsVariables(fault)) return "a manifest, which reads what \"build --set\" gives";
     if (isBeyondLimits(file.evaluation)) return "text that is not evaluated: " + fault;
-    return fault.empty() ? "text that is no table" : "text that is no table: " + fault;
+    return fault.empty() ? "text that is not a table" : "text that is not a table: " + fault;
 }
 
 Fault readStart(const std::string& path, std::string* bytes) {
@@ -242,9 +242,9 @@ std::string bytesInWords(std::optional<double> bytes) {
 std::string signatureInWords(const Inspection& inspection) {
     switch (inspection.signature) {
     case Inspection::eUnsigned:
-        return "none: only a device that runs with \"-k NONE\" takes it";
+        return "none: only a device that runs with \"-k NONE\" accepts it";
     case Inspection::eMissing:
-        return "not there yet: the marker is the end, and \"rovu-pack attach\" appends the signature";
+        return "missing: the file ends with the marker, and \"rovu-pack attach\" appends the signature";
     case Inspection::eNotVerified:
         return "not verified: name the devices' public key with --pub";
     case Inspection::eVerified:
@@ -309,8 +309,8 @@ std::string inspectionText(const Inspection& inspection) {
     if (inspection.kind == Inspection::eUnverified) {
         lines.addPlain(path + ": not evaluated, since no key of --pub verifies it");
         lines.add("signature", signatureInWords(inspection));
-        lines.add(
-            "", "name its signer's public key with --pub, or leave --pub out to see what it says unverified");
+        lines.add("",
+                  "name its signer's public key with --pub, or omit --pub to see the unverified contents");
         return lines.text();
     }
     const SpecView view = viewOf(inspection.file);
@@ -322,7 +322,7 @@ std::string inspectionText(const Inspection& inspection) {
     lines.add("encryption", encryptionInWords(view));
     lines.add("overlay", view.number("clone_overlay").value_or(0) > 0
                              ? "the active set's is copied"
-                             : "stays as the set that is written has it");
+                             : "unchanged on the set that is written");
     if (view.fetchesScriptTar())
         lines.add("scripts",
                   view.text("script_url") + ", at most " + bytesInWords(view.number("script_dlsize")));

@@ -1,5 +1,5 @@
-// What a file is, for someone who found it: the update that a spec describes and the key that signed it, or what else
-// the file seems to be. No judgement; that is the checker's.
+// What a file is: the update that a spec describes and the key that signed it, or what else
+// the file appears to be. Mistakes are left to the checker.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// A plan on paper: the choice, the stages once, the commands for each active set.
+// Prints a plan: the choice, the stages once, the commands for each active set.
 //
 // A fleet as two tables, which fit a terminal of 80 columns with usual names and versions: what each kind of device
 // boots afterwards, and what the update takes there.

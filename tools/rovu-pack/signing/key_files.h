@@ -1,4 +1,4 @@
-// Keys out of files. One of another kind than is needed is called what it is, with what to do about it.
+// Reads keys from files. For a key of the wrong kind, the fault names the kind and says what to do.
 
 #pragma once
 
@@ -25,7 +25,7 @@ std::string keyKindInWords(const std::string& bytes);
 /// Whether a file with these bytes is a private key.
 bool isPrivateKey(const std::string& bytes);
 
-/// What a file without the key that is needed is instead, and what to do about it, as far as possible with a command.
+/// What a file is that lacks the required key, and what to do about it, with a command if possible.
 /// \param path of the file, for the command.
 /// \return empty if it is no key file, or seems to be one of the right kind.
 std::string adviceOnKeyFile(const std::string& bytes, const std::string& path, KeyUse use);

@@ -103,7 +103,7 @@ Fault PassPhrase::readVariable(const std::string& name) {
     if (value == nullptr) return {EINVAL, "there is no such variable in the environment"};
     Fault fault = take(value, strlen(value));
     OPENSSL_cleanse(value, strlen(value));
-    unsetenv(name.c_str());  // programs that are started later do not get it
+    unsetenv(name.c_str());  // so that programs started later do not inherit it
     return fault;
 }
 

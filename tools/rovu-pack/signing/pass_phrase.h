@@ -1,5 +1,5 @@
-// The pass phrase of an encrypted private key, or the PIN of a token, without a prompt if the command line says where it
-// is. On the terminal otherwise.
+// The pass phrase of an encrypted private key, or the PIN of a token: from the source on the command line, if one
+// is given, else from the terminal.
 
 #pragma once
 

@@ -48,6 +48,6 @@ Fault unsignedTextOf(const std::string& spec, std::string* text);
 /// \return EINVAL for anything else.
 Fault readSignature(const std::string& path, std::string* raw);
 
-/// Whether the signature is that of `text` under the public key; says more than a device does if it is not.
+/// Whether the public key verifies the signature of `text`; a fault says more than a device does.
 /// \return EBADMSG with what was signed instead, as far as the signature shows it.
 Fault verifySignature(const std::string& text, const std::string& raw, const SigningKey& key);

@@ -128,7 +128,7 @@ Fault readTokenKey(const std::string& uri, const std::shared_ptr<PassPhrase>& pi
     std::shared_ptr<UI_METHOD> method(UI_UTIL_wrap_read_pem_callback(PassPhrase::answer, 0),
                                       UI_destroy_method);
     if (method == nullptr || !setPin(engine.get(), method.get(), pin.get()) || ENGINE_init(engine.get()) != 1)
-        return cryptoFault("the engine \"pkcs11\" does not start", EIO);
+        return cryptoFault("the engine \"pkcs11\" cannot be initialized", EIO);
     const RunningEngine running(engine.get());
     EVP_PKEY* found = ENGINE_load_private_key(engine.get(), split.object.c_str(), method.get(), pin.get());
     *key = SigningKey(found, [pin, method](EVP_PKEY* used) { EVP_PKEY_free(used); });

@@ -143,11 +143,11 @@ SpecRecord recordOf(LuaState state) {
 }
 
 std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
-    const std::string evaluate = key.empty() ? "" : " Without --pub it is evaluated all the same.";
+    const std::string evaluate = key.empty() ? "" : " Without --pub it is evaluated nevertheless.";
     if (!spec.hasMarker)
         return "Sign the spec, or give --unsigned if the devices run with \"-k NONE\"." + evaluate;
     if (spec.awaitsSignature())
-        return "Let the spec be signed, and append the signature: rovu-pack attach." + evaluate;
+        return "Have the spec signed, and append the signature: rovu-pack attach." + evaluate;
     return "Make sure that " + key +
            " is the devices' key, and get the spec again from whoever signed it. Sign it again only if the "
            "change is your own." +
@@ -265,7 +265,7 @@ bool isAccepted(const std::string& spec, const std::string& publicPem) {
 Fault refusal(const std::string& text, const std::string& cause) {
     if (saysOutOfMemory(cause)) return beyondLimits();
     std::string message = "the device refuses the spec: " + withMeaning(cause);
-    if (text.find("function") != std::string::npos) message += " (the word \"function\" stands in it)";
+    if (text.find("function") != std::string::npos) message += " (it contains the word \"function\")";
     return {EINVAL, message};
 }
 

@@ -45,7 +45,7 @@ std::string withMeaning(const std::string& message);
 /// Ends a sentence with a message: some of them have a full stop of their own.
 std::string withFullStop(const std::string& text);
 
-/// What is known of the key that the device holds.
+/// The key that the device holds.
 struct SignatureUse {
     std::string publicKey;    // path; empty: not given
     bool isUnsigned = false;  // the device is told not to verify
@@ -53,7 +53,7 @@ struct SignatureUse {
 
 struct DeviceVerdict {
     UpdateState refusedIn = eStateInvalid;  // the state in which every device refuses; eStateInvalid: none
-    Findings findings;                      // what the device's code complains of
+    Findings findings;                      // the errors of the device's code
 };
 
 /// Lets the device's code verify, evaluate and read a spec, whose table it fills in. With a public key nothing is evaluated

@@ -1,6 +1,6 @@
-// What `check` has to say: one finding is one fault, with where it stands, why it matters and what to do.
+// What `check` reports: one finding is one fault, with its place, why it matters and what to do.
 //
-// Codes and severities are for scripts and stay as they are; sentences may change.
+// Codes and severities are for scripts and never change; sentences may.
 
 #pragma once
 
@@ -130,7 +130,7 @@ enum FindingCode {
     eFindingCodeCount,  // none
 };
 
-/// Where a finding stands, as far as it is known.
+/// The place of a finding; what is not known is empty.
 struct FindingPlace {
     std::string file;  // the spec
     std::string key;   // path in the spec's table, as "3.url" for the third entry; empty: no key
@@ -150,7 +150,7 @@ public:
     /// Adds a finding with the severity and the advice that belong to its code; the caller may change both.
     Finding& add(FindingCode code, FindingPlace place, std::string why);
 
-    /// Errors first, then by line, those without one last; what is equal in both stays in its order.
+    /// Errors first, then by line, those without a line last; the sort is stable.
     void sort();
 
     /// Adds what another part of the check found.

@@ -1,5 +1,5 @@
 // Evaluates in the device's own sandbox, then copies everything out of Lua. The copy makes only calls that do
-// not raise, for a raise would skip the destructors of what is half copied.
+// not raise, because a raise would skip the destructors of a partial copy.
 //
 // The environment of a chunk is made, empty, by the device's own sandbox just before the chunk runs. A hook on the call
 // of the chunk puts the table in: the sandbox itself stays the device's, with all that it refuses.
@@ -134,7 +134,7 @@ Fault evaluate(const std::string& name, const std::string& text, LuaVariables* v
     }
     if (rc != 0) {
         return {EINVAL,
-                name + ": not plain text, or the word \"function\" stands in it, which no device accepts"};
+                name + ": not plain text, or it contains the word \"function\", which no device accepts"};
     }
     lua_getfield(state.get(), LUA_REGISTRYINDEX, kChunkValueKey);
     size_t left = kMostValues;
@@ -237,10 +237,11 @@ Fault parseVariables(const std::vector<std::string>& assignments, LuaVariables* 
         const std::string head = "--set " + assignment + ": ";
         if (equals == std::string::npos) return {EINVAL, head + "NAME=VALUE is required"};
         if (!isLuaName(name))
-            return {EINVAL, head + "a name has letters, digits and underscores, and begins with no digit"};
+            return {EINVAL,
+                    head + "a name has letters, digits and underscores, and does not begin with a digit"};
         if (equals + 1 == assignment.size()) return {EINVAL, head + "the value is empty; give one"};
         if (!variables->values.emplace(name, assignment.substr(equals + 1)).second)
-            return {EINVAL, head + "the name is there twice; keep one"};
+            return {EINVAL, head + "the name is given twice; keep one"};
     }
     return {};
 }
@@ -261,7 +262,7 @@ Fault refuseUnread(const std::string& file, const LuaVariables& variables) {
         const std::vector<std::string> read(variables.read.begin(), variables.read.end());
         const std::string nearest = nearestWord(variable.first, read);
         return {EINVAL, "--set " + variable.first + ": nothing in " + file + " reads vars." + variable.first +
-                            (nearest.empty() ? "; read it there, or leave the option out"
+                            (nearest.empty() ? "; read it there, or omit the option"
                                              : "; did you mean " + nearest + "?")};
     }
     return {};

@@ -1,5 +1,5 @@
-// The reader stops at the first fault, and its complaint does not always say where that is. So it is asked
-// again and again: what the complaint goes with is what it is about.
+// The reader stops at the first fault, and its error does not always say where that is. So it is called
+// again and again: the value whose replacement clears the error is at fault.
 
 #include "spec_view/refused_key.h"
 
@@ -20,7 +20,7 @@ std::string complaintOf(lua_State* L) {
     return complaint;
 }
 
-// Any value that the reader takes. It does not ask a text whether it makes sense.
+// Any value that the reader accepts. It does not check whether a string makes sense.
 void pushGoodValue(lua_State* L, const std::string& key) {
     if (key == "dep") return lua_pushnil(L);
     lua_pushstring(L, key == "type" ? "kernel" : key == "update" ? "mandatory" : "1");
@@ -33,7 +33,7 @@ struct Search {
 
     bool isGone() const { return complaintOf(L) != complaint; }
 
-    // Takes entries off the end until the complaint goes, and puts that one back. \return its number, or 0.
+    // Removes entries from the end until the error is gone, and puts the last one back. \return its number, or 0.
     int entry() const {
         for (int i = static_cast<int>(lua_objlen(L, -1)); i > 0; --i) {
             lua_rawgeti(L, -1, i);

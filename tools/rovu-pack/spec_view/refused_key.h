@@ -7,6 +7,6 @@
 #include <string>
 
 /// \param state as evaluateSpec() made it; null is refused as a whole.
-/// \return the path of the value at which the reader stops, as "3.url", also if it is not there at all; empty
+/// \return the path of the value at which the reader stops, as "3.url", even if the value is missing; empty
 ///         if there is none.
 std::string refusedKey(LuaState state);

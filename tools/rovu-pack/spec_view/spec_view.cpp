@@ -1,4 +1,4 @@
-// Values as the device's readers take them: numbers for texts, texts for numbers, fractions cut.
+// Values as the device's readers convert them: numbers to strings, strings to numbers, fractions truncated.
 
 #include "spec_view/spec_view.h"
 
@@ -82,7 +82,7 @@ std::string textField(const LuaValue& table, const std::string& field) {
     return value == nullptr ? "" : textOfValue(*value);
 }
 
-// What does not fit into the device's integers is the nearest that does.
+// A number beyond the device's integers becomes the nearest one.
 std::optional<double> integerOf(double number) {
     if (std::isnan(number)) return std::nullopt;
     return std::clamp<double>(std::trunc(number), INT_MIN, INT_MAX);

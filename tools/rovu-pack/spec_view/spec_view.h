@@ -1,7 +1,7 @@
 // A spec as the tools see it: its file's bytes, read once, and the table in its text, sorted into scripts and images for the
 // rules that judge it.
 //
-// It is what stands in the text and not the device's record: it exists for a spec that no device reads, and still knows
+// It holds what is written, not the device's record: it exists for a spec that no device accepts, and still knows
 // which versions were written as numbers.
 
 #pragma once

@@ -1,4 +1,4 @@
-// On which line of a Lua text each key and each entry of its table stands. Lua forgets it; a message needs
+// The line of each key and each entry of the table in a Lua file. Lua does not keep it; messages need
 // it.
 
 #pragma once

@@ -1,4 +1,4 @@
-// The tars of an update: which ones a spec names, and what its author's files are.
+// The tars of an update: those that a spec names, and the author's files.
 
 #pragma once
 
@@ -35,7 +35,7 @@ struct TarFacts {
 
     /// Bytes of the file; if it is not at hand, those that the spec allows; 0: not known.
     uint64_t expectedSize() const;
-    /// The last member of that name, which is the one that an extraction leaves; null if there is none.
+    /// The last member of that name, which an extraction leaves; null if there is no such member.
     const TarMember* member(const std::string& name) const;
 };
 

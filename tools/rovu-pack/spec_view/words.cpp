@@ -42,7 +42,7 @@ std::string nearestWord(const std::string& word, const std::vector<std::string>&
 namespace {
 
 constexpr char kAfterChunkName[] = "\"]:";
-constexpr char kQuote[] = "a typographic quote stands there; write plain quotes, ' or \"";
+constexpr char kQuote[] = "there is a typographic quote; write plain quotes, ' or \"";
 constexpr char kUtf16[] = "the file is UTF-16; save it as UTF-8";
 
 struct ForeignCharacter {
@@ -51,7 +51,7 @@ struct ForeignCharacter {
 };
 
 const ForeignCharacter kForeignCharacters[] = {
-    {"\xEF\xBB\xBF", "a byte-order mark stands there; save the file without one"},
+    {"\xEF\xBB\xBF", "there is a byte-order mark; save the file without one"},
     {"\xFF\xFE", kUtf16},
     {"\xFE\xFF", kUtf16},
     {"\xE2\x80\x98", kQuote},
@@ -61,7 +61,7 @@ const ForeignCharacter kForeignCharacters[] = {
     {"\xE2\x80\x9E", kQuote},
     {"\xC2\xAB", kQuote},
     {"\xC2\xBB", kQuote},
-    {"\xC2\xA0", "a no-break space stands there; write a plain one"},
+    {"\xC2\xA0", "there is a no-break space; write a plain one"},
 };
 
 std::string lineOfText(const std::string& text, int number) {

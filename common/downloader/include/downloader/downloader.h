@@ -1,4 +1,4 @@
-// One URL into one local file, over a bad link: what has arrived is kept and the rest is asked for.
+// Downloads one URL into one local file over a bad link: received bytes are kept and the rest is requested.
 
 #pragma once
 

@@ -1,7 +1,7 @@
-// Diagnostics: what a message is, apart from where it goes.
+// Diagnostics: messages, independent of their output.
 //
 // Every call site owns one static record. Which of the channels take it is computed once and cached
-// there as a bit mask, so a message that nobody wants costs one byte load and test: no call, and its
+// there as a bit mask, so a message that no channel takes costs one byte load and test: no call, and its
 // arguments are not evaluated.
 //
 // A source file that logs includes the log_module.h of its folder, which declares the module that the file belongs

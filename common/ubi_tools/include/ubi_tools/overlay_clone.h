@@ -1,4 +1,4 @@
-// The overlay's way from the active set to the inactive one.
+// Clones the overlay from the active set to the inactive one.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// Shell lines: the one way in which external programs are run.
+// Shell command lines: the only way to run external programs.
 //
 // runCommand() runs a finished line, runCommandF() formats one, runStep() is for a line that is run for its effect.
 

@@ -1,4 +1,4 @@
-// A growable array for the few places that must not allocate without being seen to.
+// A growable array for the few places that must notice a failed allocation.
 //
 // It is constant-initialised, so a static one is empty before any code runs; emptying it keeps its
 // storage for the next user; and growing reports failure instead of throwing.

@@ -32,7 +32,7 @@ changes nothing, if that set has no complete kernel and root volume. If the root
 that is the root file system from then on.)";
 
 constexpr char kRunRules[] =
-    R"(COMMAND runs in a sandbox. All that it sees is the device's own: root file system, /tmp, /app0, /etc/ssh, /dev, the
+    R"(COMMAND runs in a sandbox. It sees only what is the device's own: root file system, /tmp, /app0, /etc/ssh, /dev, the
 tools, kernel release, kernel command line and a network in which no host can be reached. If COMMAND is a path that the
 device does not have, it is a program of the workstation, which is shown inside with its libraries.
 

@@ -53,7 +53,7 @@ int resolveRoot(std::string* root) {
     return EINVAL;
 }
 
-// All that the options name is read before anything is made, and a device that is not whole does not stay: the next
+// All files of the options are read before anything is made, and an incomplete device is removed: the next
 // attempt would find it and refuse.
 int makeDevice(const InitOptions& options) {
     const std::string& state = options.stateDir;

@@ -95,7 +95,7 @@ int showVolumes(const std::string& stateDir) {
     return 0;
 }
 
-// What a script may have written must not command the terminal.
+// What a script may have written must not control the terminal.
 std::string printable(std::string line) {
     const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7F; };
     std::replace_if(line.begin(), line.end(), isControl, '?');

@@ -222,7 +222,7 @@ int superviseUntilEnd(Run* run) {
     const bool looksAgain = run->watch.changes.isOpen() || run->endsAtReboot;
     const int wait = isLimited ? kLimitMilliseconds : looksAgain ? kLookMilliseconds : -1;
     for (;;) {
-        // Each is a process of the host, of which a script must not make as many as it likes.
+        // Each is a process of the host, whose number a script must not control.
         files[3].fd = run->calls < kMostCalls ? run->tools.listener.get() : -1;
         if (poll(files, std::size(files), wait) < 0 && errno != EINTR) {
             cannot("wait for", "the device", errno);

@@ -1,4 +1,4 @@
-// Runs one command inside a device, from locking the device to releasing it.
+// Runs one command inside a device: locks the device, runs the command, releases the device.
 //
 // The launcher stays outside: it does the work of the tools, answers the system calls that the filter passes
 // on, forwards signals, watches the limits, and draws the progress. One poll loop does it all.

@@ -1,7 +1,7 @@
 // Limits of what runs inside a device, so that a script that never ends, or that multiplies, ends with the run.
 //
-// They are looked at from outside, a few times in a second: the kernel's own limits for groups of processes are not
-// there for every user.
+// They are checked from outside, a few times per second: the kernel's own limits for groups of processes are not
+// available to every user.
 #pragma once
 
 #include "util/descriptor.h"

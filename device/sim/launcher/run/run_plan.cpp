@@ -136,7 +136,7 @@ int planBind(const std::string& path, SandboxPlan* sandbox) {
         isProgram && !sandbox->hasHostPrograms ? handProgram(path, path) : HandedProgram();
     const std::string script = starterOf(handed);
     if (!sandbox->hasHostPrograms && isBehindLink(sandbox->stateDir, path)) {
-        complain("cannot show " + path + ": a link of the device's root file system stands in its way");
+        complain("cannot show " + path + ": blocked by a link in the device's root file system");
         return ELOOP;
     }
     sandbox->binds.push_back(path);

@@ -1,4 +1,4 @@
-// What a run is to be: from the options, and from the device.
+// The plan of a run, from the options and the device.
 #pragma once
 
 #include "launcher/run/device_run.h"

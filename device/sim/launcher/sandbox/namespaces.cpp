@@ -60,7 +60,7 @@ int failWithoutUserNamespace(int error) {
     return error;
 }
 
-// Only one user is known inside, root: its files are those of who started the launcher.
+// Root is the only user inside: it stands for the user who started the launcher.
 int enterUserNamespace(bool* hasUserNamespace) {
     const uid_t user = geteuid();
     const gid_t group = getegid();

@@ -100,7 +100,7 @@ std::vector<std::string> scriptCommand(const RootSource& source, const std::stri
     std::vector<std::string> words = {"bwrap", "--unshare-all", "--die-with-parent", "--new-session",
                                       "--clearenv"};
     add(&words, {"--setenv", "PATH", kRealPath, "--ro-bind", "/usr", "/usr"});
-    // What unpacks an image that may come from an update sees no configuration of the host.
+    // The programs that unpack an image, which may come from an update, see no configuration of the host.
     if (source.kind == "host") add(&words, {"--ro-bind", "/etc", "/etc"});
     for (const char* needed : {"/etc/alternatives", "/etc/ld.so.cache"}) {
         if (source.kind != "host") add(&words, {"--ro-bind-try", needed, needed});

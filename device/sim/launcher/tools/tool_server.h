@@ -17,7 +17,7 @@ struct ToolServer {
 /// \return 0, or a positive errno value after a message.
 [[nodiscard]] int startToolServer(const std::string& stateDir, const std::string& tmp, ToolServer* server);
 
-/// Answers one call, in a child process that ends by itself, or with this one. A peer that says nothing is given up.
+/// Answers one call, in a child process that ends by itself, or with this one. A silent peer is disconnected.
 /// \param connection accepted from the listener
 /// \return whether there is such a process.
 [[nodiscard]] bool answerTool(const ToolServer& server, int connection);

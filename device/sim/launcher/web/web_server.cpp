@@ -53,7 +53,7 @@ bool parseHost(const std::string& text, ServedUrl* url) {
     return !url->host.empty() && url->host.find_first_not_of(kHostCharacters) == std::string::npos;
 }
 
-// The server's configuration quotes paths, and has no escape for these characters everywhere.
+// The server's configuration quotes paths, but cannot escape these characters everywhere.
 bool isQuotable(const std::string& path) {
     return path.find_first_of("\"$\\\n") == std::string::npos;
 }

@@ -27,7 +27,7 @@ struct ExpectedSet {
     std::string rootfsVolume() const { return kernelVolume() + "_root"; }
 };
 
-/// The two sets that an update lies between.
+/// The two sets before and after an update.
 struct ExpectedSets {
     ExpectedSet old;
     ExpectedSet next;

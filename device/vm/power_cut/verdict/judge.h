@@ -1,4 +1,4 @@
-// What a device comes back as after a power cut, judged by what is on its disk.
+// Which set a device boots after a power cut, judged by the contents of its disk.
 
 #pragma once
 
