@@ -33,7 +33,7 @@ void FieldTaker::number(const char* key, double* value, bool required) {
         return;
     }
     const double number = field->number;
-    if (field->kind == LuaValue::eText) {
+    if (field->kind == LuaValue::eString) {
         complaint_ = {key, "a whole number without quotes is required"};
     } else if (field->kind != LuaValue::eNumber || std::floor(number) < number || std::isnan(number)) {
         complaint_ = {key, "a whole number is required"};
@@ -48,7 +48,7 @@ void FieldTaker::given(const char* key, size_t limit, std::optional<std::string>
     if (complaint_) return;
     const LuaValue* field = findField(table_, key);
     if (field == nullptr) return;
-    if (field->kind != LuaValue::eText) {
+    if (field->kind != LuaValue::eString) {
         complaint_ = {key, "a string in quotes is required"};
     } else if (field->text.size() > limit) {
         const std::string most = "has more than " + std::to_string(limit) + " bytes";
@@ -76,7 +76,7 @@ void FieldTaker::files(const char* key, LocalFiles* value) {
     if (field == nullptr) return;
     bool good = field->kind == LuaValue::eTable && field->items.empty();
     for (const LuaField& file : field->fields) {
-        good = good && file.value.kind == LuaValue::eText && !file.value.text.empty();
+        good = good && file.value.kind == LuaValue::eString && !file.value.text.empty();
         (*value)[file.name] = file.value.text;
     }
     if (good) return;
@@ -121,7 +121,7 @@ Complaint takeDep(const LuaValue& value, ManifestDep* dep) {
     std::string* const texts[kDepSize] = {&dep->kind, &dep->low, &dep->high};
     for (size_t i = 0; i < kDepSize; ++i) {
         const LuaValue& item = value.items[i];
-        if (item.kind != LuaValue::eText || item.text.size() > kDepTextLimit)
+        if (item.kind != LuaValue::eString || item.text.size() > kDepTextLimit)
             return {"dep", "kind and versions are strings in quotes (as a number, 3.10 is 3.1)"};
         *texts[i] = item.text;
     }
@@ -160,7 +160,7 @@ Complaint takeImage(const LuaValue& value, ManifestImage* image) {
 }
 
 Complaint takeStep(const LuaValue& value, ManifestStep* step) {
-    if (value.kind == LuaValue::eText) {
+    if (value.kind == LuaValue::eString) {
         if (value.text.size() > limitOf(kImage.preinst)) return {"", "a script's name has at most 31 bytes"};
         step->script = value.text;
         return {};

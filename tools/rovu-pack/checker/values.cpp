@@ -33,7 +33,7 @@ bool isPlaceholder(const std::string& digest) {
 // As written, before the device's readers truncate and clamp it. Not a number: 0.
 double numberOf(const LuaValue& value) {
     if (value.kind == LuaValue::eNumber) return std::isnan(value.number) ? 0 : value.number;
-    return value.kind == LuaValue::eText ? std::strtod(value.text.c_str(), nullptr) : 0;
+    return value.kind == LuaValue::eString ? std::strtod(value.text.c_str(), nullptr) : 0;
 }
 
 // Up to four fields, none of them empty or above 65535.

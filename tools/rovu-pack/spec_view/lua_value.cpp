@@ -93,7 +93,7 @@ void copyValue(lua_State* L, LuaValue* value, size_t* left) {
         value->number = lua_tonumber(L, -1);
         break;
     case LUA_TSTRING:
-        value->kind = LuaValue::eText;
+        value->kind = LuaValue::eString;
         value->text = textAt(L, -1);
         break;
     case LUA_TTABLE:

@@ -17,10 +17,10 @@ using LuaState = Handle<lua_State, lua_close>;
 struct LuaField;
 
 struct LuaValue {
-    enum Kind { eNil, eBoolean, eNumber, eText, eTable, eOther };
+    enum Kind { eNil, eBoolean, eNumber, eString, eTable, eOther };
     Kind kind = eNil;
     double number = 0;             // eNumber
-    std::string text;              // eText
+    std::string text;              // eString
     std::vector<LuaValue> items;   // eTable: entries [1], [2], ... up to the first nil
     std::vector<LuaField> fields;  // eTable: everything else, ordered by name
 };

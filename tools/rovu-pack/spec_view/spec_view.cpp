@@ -92,7 +92,7 @@ std::optional<double> numberField(const LuaValue& table, const std::string& fiel
     const LuaValue* value = findField(table, field);
     if (value == nullptr) return std::nullopt;
     if (value->kind == LuaValue::eNumber) return integerOf(value->number);
-    if (value->kind != LuaValue::eText || value->text.empty()) return std::nullopt;
+    if (value->kind != LuaValue::eString || value->text.empty()) return std::nullopt;
     char* end = nullptr;
     const double number = strtod(value->text.c_str(), &end);
     return *end == '\0' ? integerOf(number) : std::nullopt;
@@ -101,11 +101,11 @@ std::optional<double> numberField(const LuaValue& table, const std::string& fiel
 }  // namespace
 
 bool isText(const LuaValue* value) {
-    return value != nullptr && (value->kind == LuaValue::eText || value->kind == LuaValue::eNumber);
+    return value != nullptr && (value->kind == LuaValue::eString || value->kind == LuaValue::eNumber);
 }
 
 std::string textOfValue(const LuaValue& value) {
-    if (value.kind == LuaValue::eText) return value.text;
+    if (value.kind == LuaValue::eString) return value.text;
     if (value.kind != LuaValue::eNumber) return "";
     char text[40];
     snprintf(text, sizeof text, "%.14g", value.number);
