@@ -1,9 +1,6 @@
-// Keys keep the order in which they are written here.
-//
-// The update on one screen: what holds for all of it, then its steps in order.
-
 #include "reports/inspection.h"
 
+#include "content/image_format.h"
 #include "host/files.h"
 #include "host/handles.h"
 #include "host/limited_work.h"
@@ -19,42 +16,19 @@
 namespace {
 
 constexpr size_t kMostBytes = 65536;  // of a file that may be a spec, with room for one that is too large
-constexpr size_t kTarMagicPlace = 257;
-
-struct Magic {
-    size_t place;
-    std::string bytes;
-    const char* meaning;
-};
-
-const Magic kMagics[] = {
-    {kTarMagicPlace, "ustar", "a tar"},
-    {0,
-     "\x7f"
-     "ELF",
-     "a program"},
-    {0, "#!", "a script"},
-    {0, "<", "a page of HTML or XML"},
-    {0, "\x1f\x8b", "a file compressed with gzip"},
-    {0,
-     "\xfd"
-     "7zXZ",
-     "a file compressed with xz"},
-    {0, "hsqs", "a squashfs image"},
-    {0, "UBI#", "a UBI image"},
-    {0, "\x27\x05\x19\x56", "a uImage"},
-    {0, "\xd0\x0d\xfe\xed", "a device tree or FIT image"},
-};
+// With an article; empty: it may be text of some kind.
+std::string formatInWords(const std::string& bytes) {
+    if (bytes.compare(0, 2, "#!") == 0) return "a script";
+    const ImageFormat format = findFormat(bytes.substr(0, kFormatHead));
+    if (format.use == eUnknownUse || format.use == eText) return "";
+    return (format.use == eCompressed ? "a file " : "") + format.name;
+}
 
 // `mayEvaluate`: its table was looked for. Empty: it may be a spec.
 std::string meaningOf(const SpecFile& file, bool mayEvaluate) {
     if (file.bytes.empty()) return "an empty file";
-    for (const Magic& magic : kMagics) {
-        if (file.bytes.compare(std::min(magic.place, file.bytes.size()), magic.bytes.size(), magic.bytes) ==
-            0)
-            return magic.meaning;
-    }
     if (std::string kind = keyKindInWords(file.bytes); !kind.empty()) return kind;
+    if (std::string format = formatInWords(file.bytes); !format.empty()) return format;
     if (file.bytes.size() > kMostBytes) return "a file that is too large for one";
     if (!mayEvaluate) return "";
     const std::string& fault = file.evaluation.message();
