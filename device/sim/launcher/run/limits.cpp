@@ -1,11 +1,15 @@
 #include "launcher/run/limits.h"
 
+#include "launcher/host_program.h"
+#include "launcher/sandbox/namespaces.h"
 #include "rovu_sim/text_files.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <dirent.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/statvfs.h>
@@ -34,23 +38,22 @@ uint64_t privateBytes(const std::string& process) {
     return (resident - std::min(resident, shared)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-uint64_t bytesOfFiles(const std::string& folder) {
+uint64_t bytesOfFiles(int folder) {
     struct statvfs info;
-    if (statvfs(folder.c_str(), &info) != 0) return 0;
+    if (fstatvfs(folder, &info) != 0) return 0;
     return (info.f_blocks - info.f_bfree) * info.f_frsize;
 }
 
-Usage usageOf(pid_t init) {
-    const std::string root = "/proc/" + std::to_string(init) + "/root";
+Usage usageOf(const LimitWatch& watch) {
     Usage usage;
-    for (const char* folder : {"/dev", "/run"})
-        usage.bytes += bytesOfFiles(root + folder);
-    DIR* processes = opendir((root + "/proc").c_str());
+    usage.bytes = bytesOfFiles(watch.dev.get()) + bytesOfFiles(watch.run.get());
+    const std::string proc = pathOfDescriptor(watch.proc.get());
+    DIR* processes = opendir(proc.c_str());
     if (processes == nullptr) return usage;
     for (const dirent* entry = readdir(processes); entry != nullptr; entry = readdir(processes)) {
         if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
         ++usage.processes;
-        usage.bytes += privateBytes(root + "/proc/" + entry->d_name);
+        usage.bytes += privateBytes(proc + "/" + entry->d_name);
     }
     closedir(processes);
     return usage;
@@ -100,7 +103,18 @@ void timeCaller(int connection, int64_t skippedMilliseconds, LimitWatch* watch) 
     if (timed.handle.isOpen()) watch->timed.push_back(std::move(timed));
 }
 
-std::string lookAtLimits(pid_t init, int64_t skippedMilliseconds, LimitWatch* watch) {
+int startLimits(pid_t init, LimitWatch* watch) {
+    const std::string root = "/proc/" + std::to_string(init) + "/root";
+    const std::pair<const char*, zem::Descriptor*> folders[] = {
+        {"/dev", &watch->dev}, {"/run", &watch->run}, {"/proc", &watch->proc}};
+    for (const auto& [name, folder] : folders) {
+        folder->reset(open((root + name).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!folder->isOpen()) return cannot("look at a folder of the device", name, errno);
+    }
+    return 0;
+}
+
+std::string lookAtLimits(int64_t skippedMilliseconds, LimitWatch* watch) {
     const int64_t now = nowMilliseconds();
     if (now < watch->nextLook) return "";
     watch->nextLook = now + kLookMilliseconds;
@@ -113,7 +127,7 @@ std::string lookAtLimits(pid_t init, int64_t skippedMilliseconds, LimitWatch* wa
     }
     const Limits& limits = watch->limits;
     if (limits.memoryBytes == 0 && limits.processes == 0) return "";
-    const Usage usage = usageOf(init);
+    const Usage usage = usageOf(*watch);
     if (limits.processes != 0 && usage.processes > limits.processes)
         return "more than " + std::to_string(limits.processes) + " processes ran at the same time";
     if (limits.memoryBytes != 0 && usage.bytes > limits.memoryBytes)
