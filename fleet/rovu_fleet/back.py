@@ -27,8 +27,6 @@ class Back:
         check_look(look)
         if is_held(self.link, look, self.images, look["active"]):
             raise Outcome("fell back", "the boot loader started the new set again")
-        if self.record.last != "returned":
-            raise Outcome(self.record.last, self.record.data.get("why", ""))
         self.finish(look)
 
     def work(self):
@@ -40,9 +38,9 @@ class Back:
         if not is_held(self.link, look, self.images, look["active"]):
             if not is_held(self.link, look, self.images, other):
                 raise Outcome("refused", "no set of the device holds this update: it never ran there, or another one did since")
-            if self.record.data.get("returning"):
-                self.finish(look)
-            raise Outcome(self.record.held or "current", "the device runs its former set")
+            if self.record.held and not self.record.data.get("returning"):
+                raise Outcome(self.record.held, self.record.data["why"], is_good=self.record.held == "returned")
+            self.finish(look)
         if look.get("alive") or (look.get("run_digest") and not has_ended(look)):
             raise Outcome("busy", "an update runs")
         if set_of(look.get("bootswitcher")) == int(look["active"]):
@@ -104,4 +102,4 @@ class Back:
             raise Outcome("unsound", "; ".join(found))
         check_health(self.link, self.settings)
         self.record.note(returning=False)
-        raise Outcome("returned")
+        raise Outcome("returned", is_good=True)

@@ -16,14 +16,12 @@ NUMBERS = ("tmp", "free_lebs", "leb_size")
 
 
 class Outcome(Exception):
-    def __init__(self, name, why="", log=()):
+    def __init__(self, name, why="", log=(), is_good=False):
+        """`is_good`: whether the device is what it should be, although it does not run the update."""
         super().__init__(name)
         self.name, self.why, self.log = name, why, list(log)
-
-    @property
-    def counts(self):
-        """Whether the limits of a wave count it."""
-        return self.name not in GOOD + UNTOUCHED
+        # Whether the limits of a wave count it.
+        self.counts = not is_good and name not in GOOD + UNTOUCHED
 
 
 def outcome_of(work, record):
@@ -37,7 +35,7 @@ def outcome_of(work, record):
         states = record.data["states"]
         end = Outcome("unreachable", str(lost))
         if record.held:
-            end = Outcome(record.held, record.data.get("why", ""))
+            end = Outcome(record.held, f"{record.data['why']} (no answer now: {lost})".lstrip())
         elif states:
             end = Outcome("gone", f'no answer since the state "{states[-1][0]}": {lost}')
     except ScriptFailed as failed:

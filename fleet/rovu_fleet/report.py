@@ -21,7 +21,7 @@ from rovu_fleet.summary import BEFORE, summarize
 *RUN, ERROR = (state for state, *_ in DATA["states"])
 STATES = (BEFORE, "starting", *RUN, "restarted in the middle", "verifying", ERROR)
 # Of the device nothing was changed, and nothing is broken.
-HELD = ("unreachable", "stopped", "busy", "refused")
+HELD = ("unreachable", "stopped", "busy", "refused", "returned")
 # A larger fleet's good devices are folded away; if even more devices than these are shown, their time lines lose their
 # text. So the page of ten thousand devices has a few megabytes.
 FOLDED_FROM = 500

@@ -40,7 +40,7 @@ class DeviceAction(FleetAction):
             return {"skipped": True, "msg": "nothing is started in check mode"}
         again = self._task.args.get("again")  # the result of the first look
         if again and (again.get("counts", True) or again["outcome"] in ("refused", "")):
-            return {name: again.get(name) for name in ("outcome", "why", "counts")}
+            return {name: again[name] for name in ("outcome", "why", "counts") if name in again}
         try:
             own, frozen = self.settings(task_vars), task_vars["rovu_frozen"]
             record = Record(own.records, task_vars["inventory_hostname"], frozen["digest"], own.url, own.retry,

@@ -52,9 +52,9 @@ class Update:
         name = self.record.last
         look = self.link.run("look")
         check_look(look)
-        if name != "done" and str(self.record.data.get("active_after", look["active"])) != look["active"]:
+        if not self.record.done and str(self.record.data.get("active_after", look["active"])) != look["active"]:
             raise Outcome("fell back", "the device ran the update, and is on its former set again")
-        if name == "done":
+        if self.record.done:
             check_health(self.link, self.settings)
             raise Outcome(name)
         self.finish(look, name)

@@ -36,7 +36,7 @@ def why_stop(results, settings, is_canary, is_last=False):
     left_out = [result["why"] for result in results.values() if result.get("outcome") == ""]
     if left_out or (not is_last and why_wait(settings)):
         return left_out[0] if left_out else why_wait(settings)
-    proven = any(result.get("outcome") in GOOD for result in results.values())
+    proven = any(result["outcome"] != "refused" for name, result in results.items() if name not in bad)
     if is_canary and not proven and not settings.canary_may_refuse:
         return "no device of the first wave took the update, so that it proves nothing; rovu_canary_may_refuse lets it go on"
     return ""

@@ -82,6 +82,8 @@ class Waves(unittest.TestCase):
             ([refused], {}, True, "proves nothing"),
             ([refused], {"canary_may_refuse": True}, True, ""),
             ([refused], {}, False, ""),
+            ([{"outcome": "returned", "counts": False}], {}, True, ""),
+            ([{"outcome": "returned", "counts": True}, refused], tolerant, True, "proves nothing"),
             ([ok, failed], {"max_fail": 49}, False, "rovu_max_fail"),
             ([ok, failed], {"max_fail": 50}, False, ""),
             ([ok, off], {"max_unreachable": 50}, False, ""),

@@ -321,7 +321,7 @@ class Rollout(unittest.TestCase):
             for host in hosts:
                 self.assertEqual(world.active(host), "1" if host == "mast-3" else "0")
             status, said = world.run(book, "-l", "mast-1,mast-3", rovu_waves=["100%"], rovu_retry=retry)
-            self.assertEqual(status, 0, said)
+            self.assertEqual(status != 0, (book, retry) == ("rollout", ""), said)
             self.assertEqual(world.active("mast-1"), active)
 
 

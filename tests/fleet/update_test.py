@@ -117,6 +117,10 @@ class Course(unittest.TestCase):
         device = Device(look=[OLD], start=STARTED, follow=[{**OWN, "state": "complete", "run_status": "0"}])
         ends = [self.run_on(device, pack).name] + [self.run_again(device, pack).name for _ in range(2)]
         self.assertEqual(ends, ["done", "current", "current"])
+        device.answers["look"] = [{**OLD, "references": "missing"}]
+        record = Record(self.folder, "mast-1", "d1", keep=True)
+        self.assertEqual(Update(device, pack, record, SETTINGS, FROZEN).run_again().name, "current")
+        device.answers["look"] = [OLD]
         first = device.token
         self.assertEqual(self.run_again(device, pack, frozen={**FROZEN, "digest": "d2"}).name, "done")
         self.assertNotEqual(device.token, first)  # at the same time
@@ -188,9 +192,14 @@ class Course(unittest.TestCase):
         device = Device(look=[there], digests=[DIGESTS])
         self.assertEqual(self.run_on(device).name, "current")
         device.answers.update(look=[there, old], digests=[whole], back=[{"switched": "yes"}])
-        for _ in range(2):
-            self.assertEqual(Back(device, Record(self.folder, "mast-1", "d1"), SETTINGS, FROZEN).run().name, "returned")
-        self.assertEqual(self.run_again(device).name, "returned")
+        for answer, counts in ((there, False), (old, False), (LinkLost("off"), True)):
+            device.answers["look"] = [answer, old]
+            end = Back(device, Record(self.folder, "mast-1", "d1"), SETTINGS, FROZEN).run()
+            self.assertEqual((end.name, end.counts), ("returned", counts), answer)
+        for answer in (old, LinkLost("off")):
+            device.answers["look"] = [answer]
+            end = self.run_again(device)
+            self.assertEqual((end.name, end.counts), ("returned", True), answer)
 
     def test_canary_is_judged_by_what_it_is_after_the_soak(self):
         sick = types.SimpleNamespace(**{**vars(SETTINGS), "health": "x"})
@@ -223,11 +232,16 @@ class Course(unittest.TestCase):
             "an update that was killed": ("returned", [{**there, **OTHERS, "run_dead": "yes"}, old], [whole], said),
             "no restart": ("unsound", [there, switched], [whole], said),
             "no return": ("gone", [there, LinkLost()], [whole], said),
+            "no answer": ("unreachable", [LinkLost()], [], []),
+            "fell back by itself": ("returned", [old], [whole], []),
+            "fell back, and starts the update again": ("unsound", [{**old, "bootswitcher": "0A0A01"}], [whole], []),
+            "ill": ("unhealthy", [there, old], [whole], said),
         }
         for name, (outcome, looks, digests, back) in rows.items():
             with self.subTest(name), tempfile.TemporaryDirectory() as folder:
-                device = Device(look=looks, digests=digests, back=back)
-                end = Back(device, Record(folder, "mast-1", "d1"), SETTINGS, FROZEN).run()
+                device = Device(look=looks, digests=digests, back=back, health=[{"health": "1"}])
+                own = types.SimpleNamespace(**{**vars(SETTINGS), "health": "x" if name == "ill" else ""})
+                end = Back(device, Record(folder, "mast-1", "d1"), own, FROZEN).run()
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
 
