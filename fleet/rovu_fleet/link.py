@@ -10,7 +10,7 @@ import signal
 import subprocess
 import time
 
-from ansible.errors import AnsibleConnectionFailure
+from ansible.errors import AnsibleConnectionFailure, AnsibleError
 
 SCRIPTS = pathlib.Path(__file__).resolve().parent.parent / "device"
 # Read from standard input: what a script holds, such as a URL with a password, is on no command line.
@@ -108,7 +108,7 @@ class Link:
         while True:
             try:
                 return self._try(name, text, command_limit or self._command_limit)
-            except AnsibleConnectionFailure as failure:
+            except AnsibleError as failure:  # of some kind of its own if `become` does not answer
                 tried += 1
                 if time.monotonic() >= end or tried == tries:
                     raise LinkLost((str(failure).strip().splitlines() or ["no connection"])[-1]) from failure
@@ -139,5 +139,5 @@ class Link:
         try:
             with bounded(self._command_limit):
                 self._action._connection.reset()
-        except (AnsibleConnectionFailure, OSError, Overrun):
+        except (AnsibleError, OSError, Overrun):
             pass

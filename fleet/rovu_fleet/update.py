@@ -108,7 +108,11 @@ class Update:
     def note_before(self, look):
         """Notes both sets before the start: a verdict on what came of it rests on that."""
         if self.record.data.get("before", {}).get("active") != look["active"]:
-            self.record.note(before=noted(look, self.link.run("digests")))
+            digests = self.link.run("digests")
+            unread = [name for name in volumes_of(look["active"]).values() if not digests.get(name)]
+            if unread:
+                raise Outcome("unsound", f"not read of the set that runs: {', '.join(unread)}")
+            self.record.note(before=noted(look, digests))
 
     def check_memory(self, look):
         """Leaves a device alone on which this update has run before, and that does not run it."""

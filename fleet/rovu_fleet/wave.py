@@ -65,8 +65,7 @@ def write(frozen, stopped=""):
     written is told in these and on the page, if that can be.
     """
     folder, page = pathlib.Path(frozen["records"]), pathlib.Path(frozen["report"])
-    before = rollout_of(folder)  # of more devices, if -l names some of them now
-    known = before["hosts"] if before["digest"] == frozen["digest"] else []
+    known = rollout_of(folder, frozen["digest"])["hosts"]  # more devices, if -l names some of them now
     rollout = {"digest": frozen["digest"], "hosts": list(dict.fromkeys([*known, *frozen["hosts"]])), "stopped": stopped}
     faults = put({folder / ROLLOUT: json.dumps(rollout) + "\n"})
     data = summarize(folder, time.time(), rollout={**rollout, "stopped": "; ".join(filter(None, [stopped, *faults]))})

@@ -21,7 +21,7 @@ import unittest
 import unittest.mock
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
-from ansible.errors import AnsibleActionFail  # noqa: E402
+from ansible.errors import AnsibleActionFail, AnsibleError  # noqa: E402
 from rovu_fleet import gate, link as link_module, settings, terminal, wave  # noqa: E402
 from rovu_fleet.frozen import freeze, is_served  # noqa: E402
 from rovu_fleet.link import Link, LinkLost, ScriptFailed, without_secrets  # noqa: E402
@@ -136,6 +136,10 @@ class Waves(unittest.TestCase):
     def test_page_and_last_words_come_in_spite_of_what_cannot_be_written(self):
         with tempfile.TemporaryDirectory() as folder:
             frozen = {"records": f"{folder}/r", "report": f"{folder}/a.html", "digest": "d1", "hosts": ["m1", "m2", "m3"]}
+            Record(frozen["records"], "m1", "d0").end("updated", "", [])
+            said = wave.last_words(frozen, {"stopped": "outside"}, ["a"])
+            self.assertIn("3 devices: 3 not reached yet", said)
+            self.assertIn("outside", pathlib.Path(frozen["report"]).read_text())
             Record(frozen["records"], "m1", "d1").end("gone", "why", [])
             Record(frozen["records"], "m2", "d1").end("updated", "", [])
             command = ["/usr/bin/ansible-playbook", "-e", "rovu_url=http://me:p@ss@host/u?k=1", "rollout.yml"]
@@ -214,13 +218,15 @@ class Device:
 
     def _low_level_execute_command(self, command, in_data, executable):
         self.runs, self.commands = self.runs + 1, self.commands + command
+        if self.command == "become":
+            raise AnsibleError("Timeout (12s) waiting for privilege escalation prompt")
         done = subprocess.run([executable, "-c", self.command or command], input=in_data, capture_output=True, check=False)
         return {"rc": done.returncode, "stdout": done.stdout.decode(), "stderr": done.stderr.decode()}
 
 
 class Limits(unittest.TestCase):
     def test_device_that_hangs_or_never_ends_its_answer_is_given_up(self):
-        for command, fault in (("exec sleep 60", LinkLost), ("exec yes =", ScriptFailed), ("exit 255", LinkLost)):
+        for command, fault in (("exec sleep 60", LinkLost), ("exec yes =", ScriptFailed), ("exit 255", LinkLost), ("become", LinkLost)):
             with self.subTest(command), unittest.mock.patch.object(link_module, "LARGEST", 8 * 1024):
                 started, device = time.monotonic(), Device(command)
                 with self.assertRaises(fault):
@@ -303,23 +309,31 @@ class Frozen(unittest.TestCase):
 
 
 class Playbooks(unittest.TestCase):
+    """Of three devices, of which none answers."""
+
     def test_what_cannot_be_meant_ends_before_anything_starts(self):
+        wrong, late = {"rovu_poll": "5x"}, {"ansible_port": "{{ 9 if rovu_look_result is not defined else none_such }}"}
         rows = (
-            ("rollout", {"rovu_hosts": "mats"}, "", "no device is of the pattern"),
-            ("rollout", {"rovu_waves": []}, "rovu_heatlh: x", "did you mean rovu_health"),
-            ("back", {"rovu_waves": []}, "ansible_connection: local", "no device"),
-            ("plan", {}, "rovu_waves: 1", "must be given with -e"),
-            ("plan", {}, "", "no device answered"),
+            ("rollout", {"rovu_hosts": "mats"}, {}, "no device is of the pattern"),
+            ("rollout", {"rovu_waves": []}, {"rovu_heatlh": "x"}, "did you mean rovu_health"),
+            ("rollout", {}, {"hosts": {"m": {}, "n": wrong}}, "rovu_poll ('5x')"),
+            ("plan", {"rovu_hosts": "n"}, {"hosts": {"m": wrong, "n": {}}}, "no device answered"),
+            ("back", {"rovu_waves": []}, {"ansible_connection": "local"}, "no device"),
+            ("plan", {}, {"rovu_waves": 1}, "must be given with -e"),
+            ("plan", {}, {}, "no device answered"),
+            ("rollout", {"rovu_waves": [2, 1], "rovu_max_unreachable": 50}, {"hosts": {"m": {}, "n": late, "o": {}}}, "2 of 2 devices, more"),
         )
         fleet = link_module.SCRIPTS.parent
         with tempfile.TemporaryDirectory() as name:
             folder = pathlib.Path(name)
             (folder / "pack").write_text(Frozen.PACK)
             (folder / "pack").chmod(0o755)
-            given = {"rovu_pack": f"{name}/pack", "rovu_records": f"{name}/r", "rovu_fetch": False, "rovu_look_limit": 0.1}
+            given = {"rovu_pack": f"{name}/pack", "rovu_records": f"{name}/r", "rovu_report": f"{name}/a.html", "rovu_fetch": False, "rovu_look_limit": 0.1}
             for book, variables, inventory, words in rows:
                 with self.subTest(words):
-                    (folder / "inventory.yml").write_text(f"all: {{hosts: {{m: {{ansible_host: 127.0.0.1, ansible_port: 9}}}}, vars: {{{inventory}}}}}")
+                    hosts = inventory.pop("hosts", {"m": {}})
+                    everywhere = {"ansible_host": "127.0.0.1", "ansible_port": 9, **inventory}
+                    (folder / "inventory.yml").write_text(json.dumps({"all": {"hosts": hosts, "vars": everywhere}}))
                     done = subprocess.run(
                         ["ansible-playbook", "-i", f"{name}/inventory.yml", fleet / f"{book}.yml", "-e", json.dumps({**NEEDED, **given, **variables})],
                         env={**os.environ, "ANSIBLE_CONFIG": f"{fleet}/ansible.cfg"}, capture_output=True, text=True, check=False,
@@ -327,6 +341,7 @@ class Playbooks(unittest.TestCase):
                     self.assertIn(words, done.stdout)
                     self.assertNotEqual(done.returncode, 0)
                     self.assertNotIn("exception occurred", done.stdout)
+                    self.assertEqual("Work and verify" in done.stdout, "2 of 2" in words)
 
 
 if __name__ == "__main__":

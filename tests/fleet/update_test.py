@@ -25,7 +25,7 @@ OLD = {"model": "mast-4", "kernel": "1.0", "rootfs": "1.0", "active": "0", "boot
 NEW = {**OLD, "kernel": "2.0", "rootfs": "2.0", "active": "1", "bootswitcher": "0A0A01"}
 NEW.update({"reference.k1": MD5["kernel"], "reference.k1_root": MD5["rootfs"]})
 OTHERS = {"run_digest": "d1", "run_token": "other"}
-DIGESTS = {"k1": MD5["kernel"], "k1_root": MD5["rootfs"]}
+DIGESTS = {"k0": "c" * 32, "k0_root": "d" * 32, "k1": MD5["kernel"], "k1_root": MD5["rootfs"]}
 
 
 IMAGES = {kind: {"kind": kind, "version": "2.0", "md5": MD5[kind], "mandatory": True} for kind in MD5}
@@ -276,7 +276,6 @@ class Course(unittest.TestCase):
         failed = {**OWN, "state": "error", "run_status": "1"}
         cut = {**failed, "log": ["CURL download failed after 0 bytes: (22) HTTP response code said error"]}
         portal = [{**OWN, "state": "downloading spec"}, failed]
-        former = {**DIGESTS, "k0": "c" * 32, "k0_root": "d" * 32}
         lost = {**NEW, "references": "missing"}
         switched = {**OLD, "bootswitcher": "0A0A01"}
         their_end = {**OTHERS, "state": "complete", "run_status": "0"}
@@ -299,6 +298,7 @@ class Course(unittest.TestCase):
             "no answer after the restart": ("gone", Device(look=[OLD, LinkLost()], start=STARTED, follow=[complete, {}])),
             "lost reference files": ("unsound", Device(look=[lost])),
             "a volume that is not read": ("unsound", Device(look=[NEW], digests=[{"k1": MD5["kernel"]}])),
+            "a way back that is not read": ("unsound", Device(look=[OLD], digests=[{"k0": "c" * 32}])),
             "a model that cannot be": ("unsound", Device(look=[{**OLD, "model": "mast-4,kernel=9"}])),
             "an answer without content": ("unsound", Device(look=[{}])),
             "another's, by a cron job": ("busy", Device(look=[switched, switched, NEW])),
@@ -308,12 +308,12 @@ class Course(unittest.TestCase):
                 Device(look=[OLD, OLD, NEW], start=STARTED, follow=[{**failed, "log": ["Hash verification failed"]}, complete, {}]),
             ),
             "a way back that is lost": (
-                "unsound", Device(look=[OLD, NEW], start=STARTED, follow=[complete, {}], digests=[former, {**former, "k0": "e" * 32}]),
+                "unsound", Device(look=[OLD, NEW], start=STARTED, follow=[complete, {}], digests=[DIGESTS, {**DIGESTS, "k0": "e" * 32}]),
             ),
             "a failure that changed the running set": (
-                "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[former, {**former, "k0": "e" * 32}]),
+                "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[DIGESTS, {**DIGESTS, "k0": "e" * 32}]),
             ),
-            "a failure": ("failed", Device(look=[OLD], start=STARTED, follow=[failed], digests=[former])),
+            "a failure": ("failed", Device(look=[OLD], start=STARTED, follow=[failed])),
             "another's, amid the verification": ("busy", Device(look=[{**NEW, "alive": ["rovu"], "work_directory": "yes"}])),
             "a portal": ("updated", Device(look=[OLD, OLD, NEW], start=STARTED, follow=[*portal, complete, {}])),
             "no safe folder": ("refused", Device(look=[OLD], start=[{"started": "unsafe"}])),
