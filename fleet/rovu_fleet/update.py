@@ -116,15 +116,16 @@ class Update:
 
     def check_memory(self, look):
         """Leaves a device alone on which this update has run before, and that does not run it."""
-        if self.record.done:
-            self.record.note(done=True)
-            raise Outcome("current", "the update, which does not restart the device, has run before")
         verdict, why = self.record.last, self.record.data.get("why", "")
         is_told = verdict in HELD and verdict != "gone"
         if not is_told and verdict not in ("failed", "stopped") and is_held(self.link, look, self.images, 1 - int(look["active"])):
             verdict, why = "fell back", "the other set holds the update, and the device runs its former one"
         if verdict in HELD and verdict not in self.settings.retry:
             raise Outcome(verdict, why)
+        if self.record.done:
+            self.record.note(done=True)
+            check_health(self.link, self.settings)
+            raise Outcome("current", "the update, which does not restart the device, has run before")
 
     def has_restarted(self, look):
         """Whether the update had come to its restart, which nobody saw because the control machine was killed."""
@@ -269,6 +270,7 @@ class Update:
             if not self.spec_seen and not self.is_served():
                 raise Outcome("replaced", "the server has another spec by now, and it is not known which one ran", log)
             self.record.note(done=True)
+            check_health(self.link, self.settings)
             raise Outcome("done", "the update does not restart the device", log)
         if status == "0" or not status.isdecimal() or int(status) > 128:
             raise Outcome("stopped", "a signal ended the update", log)

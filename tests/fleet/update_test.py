@@ -121,6 +121,12 @@ class Course(unittest.TestCase):
         record = Record(self.folder, "mast-1", "d1", keep=True)
         self.assertEqual(Update(device, pack, record, SETTINGS, FROZEN).run_again().name, "current")
         device.answers["look"] = [OLD]
+        ill = types.SimpleNamespace(**{**vars(SETTINGS), "health": "x"})
+        rows = [(host, "1", (), "unhealthy") for host in ("mast-1", "mast-3")]
+        for host, health, retry, name in [*rows, ("mast-1", "0", (), "unhealthy"), ("mast-1", "0", ["unhealthy"], "current")]:
+            device.answers["health"], ill.retry = [{"health": health}], retry
+            record = Record(self.folder, host, "d1", retry=retry)
+            self.assertEqual(Update(device, pack, record, ill, FROZEN).run().name, name)
         first = device.token
         self.assertEqual(self.run_again(device, pack, frozen={**FROZEN, "digest": "d2"}).name, "done")
         self.assertNotEqual(device.token, first)  # at the same time
