@@ -96,6 +96,7 @@ class Link:
         self._limit = limit
         self._pause = pause
         self._command_limit = command_limit
+        self.on_wait = lambda: None  # called while the device does not answer
 
     def run(self, name, limit=None, command_limit=None, tries=None, **variables):
         """Runs a script of the folder `device` once the link is there; it may then run more than once, but no more than
@@ -112,6 +113,7 @@ class Link:
                 tried += 1
                 if time.monotonic() >= end or tried == tries:
                     raise LinkLost((str(failure).strip().splitlines() or ["no connection"])[-1]) from failure
+            self.on_wait()
             time.sleep(self._pause)
             self._reset()
 

@@ -3,6 +3,7 @@
 import argparse
 import collections
 import datetime
+import functools
 import json
 import os
 import pathlib
@@ -105,6 +106,7 @@ def alike(devices):
     return [(*key, groups[key]) for key in sorted(groups)]
 
 
+@functools.cache
 def environment():
     env = jinja2.Environment(
         loader=jinja2.FileSystemLoader(pathlib.Path(__file__).parent),

@@ -45,12 +45,13 @@ class DeviceAction(FleetAction):
             own, frozen = self.settings(task_vars), task_vars["rovu_frozen"]
             record = Record(own.records, task_vars["inventory_hostname"], frozen["digest"], own.url, own.retry,
                             keep=bool(again))
-            record.on_change = lambda detail="": self.tell(record, frozen, detail)
+            record.on_change = lambda detail=None: self.tell(record, frozen, detail)
             if not (again or record.is_under_way()) and why_wait(own):
                 raise NotNow(why_wait(own))
             if not record.held:
                 record.note(wave=(task_vars.get("ansible_play_batch") or [""])[0])
             link = Link(self, own.link_limit, min(own.poll, 2), own.command_limit)
+            link.on_wait = lambda: record.on_change("no answer")
             end = self.work(link, Pack(own.pack, frozen["copy"], own.pub), record, own, frozen)
         except NotNow as reason:
             record.forget()
@@ -64,5 +65,5 @@ class DeviceAction(FleetAction):
 
     @staticmethod
     def tell(record, frozen, detail):
-        terminal.tell(record.data["host"], record.data["states"][-1][0] if record.data["states"] else "", detail)
-        refresh(frozen)
+        terminal.tell(record.data["host"], record.data["states"][-1][0] if record.data["states"] else "", detail or "")
+        refresh(frozen, 0 if detail is None else 10)

@@ -47,17 +47,16 @@ def soak_left(results, settings, now):
     return max(0, settings.soak - now + max((each.get("since", 0) for each in results.values()), default=0))
 
 
-def refresh(frozen):
-    """Writes the page while a wave runs: one of the processes that follow devices does, at most every 10 seconds, or in a
-    large fleet every minute.
+def refresh(frozen, least=0):
+    """Writes the page while a wave runs: the process of a device does, unless the page is younger than `least` seconds, or
+    in a large fleet than a few.
     """
     page = pathlib.Path(frozen["report"])
-    with contextlib.suppress(FileNotFoundError):
-        if time.time() - page.stat().st_mtime < min(60, max(10, len(frozen["hosts"]) / 50)):
-            return
     with contextlib.suppress(OSError), open(f"{frozen['records']}/.page", "a", encoding="ascii") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        write(frozen)
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        written = page.stat().st_mtime if page.exists() else 0
+        if time.time() - written >= max(least, min(60, len(frozen["hosts"]) / 250)):
+            write(frozen)
 
 
 def write(frozen, stopped=""):

@@ -27,6 +27,7 @@ from rovu_fleet.frozen import freeze, is_served  # noqa: E402
 from rovu_fleet.link import Link, LinkLost, ScriptFailed, without_secrets  # noqa: E402
 from rovu_fleet.plan import batches, drawn  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
+from rovu_fleet.task import DeviceAction  # noqa: E402
 from rovu_fleet.wave import soak_left, why_stop  # noqa: E402
 
 NEEDED = {"rovu_url": "http://updates.example/update.lua", "rovu_spec": __file__}
@@ -160,16 +161,18 @@ class Waves(unittest.TestCase):
     def test_page_is_written_while_a_wave_runs(self):
         with tempfile.TemporaryDirectory() as folder:
             page = pathlib.Path(folder) / "a.html"
-            record = Record(f"{folder}/r", "m1", "d1")
-            record.on_change = lambda: wave.refresh({"records": f"{folder}/r", "report": str(page), "digest": "d1", "hosts": ["m1"]})
+            record, hosts = Record(f"{folder}/r", "m1", "d1"), ["m1"]
+            frozen = {"records": f"{folder}/r", "report": str(page), "digest": "d1", "hosts": hosts}
+            record.on_change = lambda detail=None: DeviceAction.tell(record, frozen, detail)
             record.enter("starting")
             self.assertIn('http-equiv="refresh"', page.read_text())
-            for old, rewritten in ((False, False), (True, True)):
+            rows = ((1, record.enter, ["parsing spec"], True), (1, record.on_change, ["45 %"], False), (11, record.on_change, [""], True))
+            rows += ((1, record.end, ["updated", "", []], True), (15, hosts.extend, [["m"] * 5000], False), (15, record.enter, ["x"], False))
+            for age, action, words, rewritten in rows:
                 page.write_text("")
-                if old:
-                    os.utime(page, (0, 0))
-                record.enter(f"state {old}")
-                self.assertEqual(bool(page.read_text()), rewritten)
+                os.utime(page, (time.time() - age, time.time() - age))
+                action(*words)
+                self.assertEqual(bool(page.read_text()), rewritten, (action, words))
 
     def test_plan_names_who_is_in_which(self):
         self.assertEqual([len(each) for each in batches([f"m{n}" for n in range(20)], [1, "10%", "40%"])], [1, 2, 8, 8, 1])
@@ -230,7 +233,10 @@ class Limits(unittest.TestCase):
             with self.subTest(command), unittest.mock.patch.object(link_module, "LARGEST", 8 * 1024):
                 started, device = time.monotonic(), Device(command)
                 with self.assertRaises(fault):
-                    Link(device, 0.1, 0.1, 1).run("health", tries=2, limit=60, COMMAND="true")
+                    link, waits = Link(device, 0.1, 0.1, 1), []
+                    link.on_wait = lambda: waits.append(1)
+                    link.run("health", tries=2, limit=60, COMMAND="true")
+                self.assertEqual(len(waits), 0 if fault is ScriptFailed else 1)
                 self.assertLess(time.monotonic() - started, 30)
                 self.assertLessEqual(device.runs, 2)
 
