@@ -96,7 +96,7 @@ class Record:
         line = {"time": time.time(), "who": operator(), "digest": self.data["digest"], "device": self.data["host"]}
         with self._writing():
             file = os.open(self._path.parent / "log.jsonl", os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o600)
-            with open(file, "ab", buffering=0) as stream:
+            with open(file, "ab") as stream:  # whose write() is whole, or an error
                 stream.write((json.dumps({**line, "action": action, **values}) + "\n").encode())
 
     def _store(self):

@@ -266,12 +266,31 @@ class Limits(unittest.TestCase):
             self.assertEqual((json.loads(file.read_text())["url"], file.stat().st_mode & 0o77), (without_secrets(url), 0))
             self.assertNotIn("secret", file.read_text())
 
-    def test_record_that_cannot_be_written_or_read_is_no_fault_of_the_device(self):
+    FULL = """import contextlib
+from rovu_fleet import record, wave
+made = record.Record("r", "m", "d1")
+made.append("start")
+made.note()
+with contextlib.suppress(OSError), open("r/filler", "wb", 0) as filler:
+    while True: filler.write(bytes(4096))
+for action in (lambda: made.append(5000 * "x"), lambda: made.enter("starting"), record.Record("r", "n", "d1").note):
+    try: print("written", action())
+    except record.AnsibleActionFail as failed: print(failed)
+print(*wave.last_words({"records": "r", "report": "r/a.html", "digest": "d1", "hosts": ["m"]}, {}, ["a"]))
+"""
+
+    def test_full_disk_is_told_as_that_of_the_control_machine(self):
         with tempfile.TemporaryDirectory() as folder:
-            record = Record(folder, "m", "d1")
-            with unittest.mock.patch("os.replace", side_effect=OSError(28, "No space left on device")):
-                self.assertRaisesRegex(AnsibleActionFail, "the control machine cannot write", record.note)
-            self.assertEqual(list(pathlib.Path(folder).iterdir()), [])
+            os.mkdir(f"{folder}/r")
+            command = ["unshare", "-Urm", "sh", "-c", 'mount -t tmpfs -o size=64k none r && exec "$@"', "sh", sys.executable, "-Bc", self.FULL]
+            environment = {**os.environ, "PYTHONPATH": str(link_module.SCRIPTS.parent)}
+            said = subprocess.run(command, cwd=folder, env=environment, capture_output=True, text=True, check=False)
+            *lines, words = said.stdout.splitlines() or [said.stderr]
+            self.assertEqual(lines, 3 * ["the control machine cannot write its records in r: No space left on device"], said)
+            self.assertRegex(words, "cannot write r/a.html: No space left.* stopped")
+
+    def test_record_that_cannot_be_read_is_no_fault_of_the_device(self):
+        with tempfile.TemporaryDirectory() as folder:
             (pathlib.Path(folder) / "m.json").write_text("{")
             self.assertRaisesRegex(AnsibleActionFail, "cannot be read", Record, folder, "m", "d1")
 
