@@ -5,22 +5,14 @@ Only a device that runs the update is touched, so that the work can be repeated:
 
 import time
 
-from rovu_fleet.outcome import Outcome, check_health, check_look, is_held, outcome_of, settled
+from rovu_fleet.outcome import Outcome, Work, check_health, check_look, is_held, settled
 from rovu_fleet.update import has_ended
 from rovu_fleet.verification import faults, holds, noted, recorded, set_of, unlike, volumes_of
 
 
-class Back:
+class Back(Work):
     def __init__(self, link, record, settings, frozen):
         self.link, self.record, self.settings, self.images = link, record, settings, frozen["images"]
-
-    def run(self):
-        """Returns the Outcome."""
-        return outcome_of(self.work, self.record)
-
-    def run_again(self):
-        """Verifies once more a device that was well. Returns the Outcome."""
-        return outcome_of(self.verify_again, self.record)
 
     def verify_again(self):
         look = self.link.run("look")

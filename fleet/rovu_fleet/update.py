@@ -9,7 +9,7 @@ import contextlib
 import time
 import uuid
 
-from rovu_fleet.outcome import Outcome, check_health, check_look, is_held, outcome_of, settled
+from rovu_fleet.outcome import Outcome, Work, check_health, check_look, is_held, settled
 from rovu_fleet.gate import NotNow, Turn, why_wait
 from rovu_fleet.link import LinkLost, ScriptFailed
 from rovu_fleet.pack import kind_of
@@ -31,7 +31,7 @@ def has_ended(look):
     return "run_status" in look or "run_dead" in look
 
 
-class Update:
+class Update(Work):
     def __init__(self, link, pack, record, settings, frozen, is_served=None):
         """`settings`: those of the device; `frozen`: the update; `is_served`: whether the server still has its spec."""
         self.link, self.pack, self.record, self.settings, self.frozen = link, pack, record, settings, frozen
@@ -39,14 +39,6 @@ class Update:
         self.images = frozen["images"]
         self.spec_seen = False
         self.turn = Turn(settings.records, settings.downloads)
-
-    def run(self):
-        """Returns the Outcome."""
-        return outcome_of(self.judged, self.record)
-
-    def run_again(self):
-        """Verifies once more a device that was well, and starts nothing. Returns the Outcome."""
-        return outcome_of(self.verify_again, self.record)
 
     def verify_again(self):
         name = self.record.last
@@ -59,7 +51,7 @@ class Update:
             raise Outcome(name)
         self.finish(look, name)
 
-    def judged(self):
+    def work(self):
         """What has ended on the set that ran before must have left that as it was."""
         try:
             self.attempts()

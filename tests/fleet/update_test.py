@@ -119,7 +119,7 @@ class Course(unittest.TestCase):
         self.assertEqual(ends, ["done", "current", "current"])
         device.answers["look"] = [{**OLD, "references": "missing"}]
         record = Record(self.folder, "mast-1", "d1", keep=True)
-        self.assertEqual(Update(device, pack, record, SETTINGS, FROZEN).run_again().name, "current")
+        self.assertEqual(Update(device, pack, record, SETTINGS, FROZEN).run(again=True).name, "current")
         device.answers["look"] = [OLD]
         ill = types.SimpleNamespace(**{**vars(SETTINGS), "health": "x"})
         rows = [(host, "1", (), "unhealthy") for host in ("mast-1", "mast-3")]
@@ -217,7 +217,7 @@ class Course(unittest.TestCase):
                 states = self.record.data["states"]
                 device.answers["look"] = looks
                 record = Record(self.folder, "mast-1", "d1", keep=True)
-                self.assertEqual(Update(device, Pack(), record, settings, FROZEN).run_again().name, outcome)
+                self.assertEqual(Update(device, Pack(), record, settings, FROZEN).run(again=True).name, outcome)
                 self.assertEqual((record.data["outcome"], record.data["states"]), (outcome, states))
 
     def test_each_way_back_ends_in_its_outcome(self):
