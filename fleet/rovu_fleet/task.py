@@ -20,7 +20,7 @@ class FleetAction(ActionBase):
         try:
             return {**result, **self.result(task_vars)}
         except AnsibleActionFail as failed:  # without the traceback that Ansible would print
-            return {**result, "failed": True, "msg": str(failed)}
+            return {**result, "failed": True, "msg": str(failed), "stopped": str(failed)}
 
     def settings(self, task_vars):
         names = [name for name in task_vars if name.startswith("rovu_") and name not in settings.NOTED]

@@ -27,7 +27,7 @@ from rovu_fleet.frozen import freeze, is_served  # noqa: E402
 from rovu_fleet.link import Link, LinkLost, ScriptFailed, without_secrets  # noqa: E402
 from rovu_fleet.plan import batches, drawn  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
-from rovu_fleet.task import DeviceAction  # noqa: E402
+from rovu_fleet.task import DeviceAction, FleetAction  # noqa: E402
 from rovu_fleet.wave import soak_left, why_stop  # noqa: E402
 
 NEEDED = {"rovu_url": "http://updates.example/update.lua", "rovu_spec": __file__}
@@ -138,6 +138,10 @@ class Waves(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             frozen = {"records": f"{folder}/r", "report": f"{folder}/a.html", "digest": "d1", "hosts": ["m1", "m2", "m3"]}
             Record(frozen["records"], "m1", "d0").end("updated", "", [])
+            fetch = unittest.mock.Mock(side_effect=AnsibleActionFail("cannot fetch"))
+            with unittest.mock.patch.multiple(FleetAction, __init__=lambda _: None, __abstractmethods__=(), result=fetch, create=True), \
+                    unittest.mock.patch("ansible.plugins.action.ActionBase.run", lambda *_: {}):
+                self.assertIn("stopped cannot fetch", wave.last_words(frozen, FleetAction().run(), ["a"]))
             said = wave.last_words(frozen, {"stopped": "outside"}, ["a"])
             self.assertIn("3 devices: 3 not reached yet", said)
             self.assertIn("outside", pathlib.Path(frozen["report"]).read_text())

@@ -300,6 +300,8 @@ class Course(unittest.TestCase):
             "no variable": ("unsound", Device(look=[{**OLD, "bootswitcher": ""}])),
             "old set": ("fell back", Device(look=[OLD], start=STARTED, follow=[complete, {}])),
             "no answer": ("unreachable", Device(look=[LinkLost()])),
+            "a restart in each attempt": ("failed", Device(look=[OLD], start=STARTED, follow=[running, {}, running, {}])),
+            "switched by another, and not restarted": ("unsound", Device(look=[switched])),
             "no answer to the start": ("gone", Device(look=[OLD], start=[LinkLost()])),
             "no answer after the restart": ("gone", Device(look=[OLD, LinkLost()], start=STARTED, follow=[complete, {}])),
             "lost reference files": ("unsound", Device(look=[lost])),
