@@ -252,7 +252,7 @@ def summarize(folder, now, book=None, rollout=None):
     return {
         "url": max(records, key=lambda record: record["started"])["url"] if records else "",
         "urls": len({record["url"] for record in records}),
-        "digest": records[0]["digest"] if records else "",
+        "digest": rollout["digest"],
         "waiting": waiting,
         "stopped": stopped,
         "generated": now,

@@ -144,7 +144,8 @@ class Waves(unittest.TestCase):
                 self.assertIn("stopped cannot fetch", wave.last_words(frozen, FleetAction().run(), ["a"]))
             said = wave.last_words(frozen, {"stopped": "outside"}, ["a"])
             self.assertIn("3 devices: 3 not reached yet", said)
-            self.assertIn("outside", pathlib.Path(frozen["report"]).read_text())
+            for each in ("outside", "0 of 3 devices reached", "<code>d1</code>"):
+                self.assertIn(each, pathlib.Path(frozen["report"]).read_text())
             Record(frozen["records"], "m1", "d1").end("gone", "why", [])
             Record(frozen["records"], "m2", "d1").end("updated", "", [])
             command = ["/usr/bin/ansible-playbook", "-e", "rovu_url=http://me:p@ss@host/u?k=1", "rollout.yml"]
