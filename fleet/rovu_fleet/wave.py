@@ -79,11 +79,11 @@ def write(frozen, stopped=""):
 
 
 def put(files):
-    """Writes the text of each file. Returns what went wrong."""
+    """Writes the text of each file, or removes it: for -l, an empty list is all devices. Returns what went wrong."""
     faults = []
     for path, text in files.items():
         try:
-            replace(path, text)
+            replace(path, text) if text else path.unlink(missing_ok=True)
         except OSError as error:
             faults.append(f"the control machine cannot write {path}: {error.strerror}")
     return faults

@@ -142,7 +142,9 @@ class Waves(unittest.TestCase):
             with unittest.mock.patch.multiple(FleetAction, __init__=lambda _: None, __abstractmethods__=(), result=fetch, create=True), \
                     unittest.mock.patch("ansible.plugins.action.ActionBase.run", lambda *_: {}):
                 self.assertIn("stopped cannot fetch", wave.last_words(frozen, FleetAction().run(), ["a"]))
+            pathlib.Path(f"{folder}/r/attention.txt").touch()
             said = wave.last_words(frozen, {"stopped": "outside"}, ["a"])
+            self.assertFalse(pathlib.Path(f"{folder}/r/attention.txt").exists())
             self.assertIn("3 devices: 3 not reached yet", said)
             for each in ("outside", "0 of 3 devices reached", "<code>d1</code>"):
                 self.assertIn(each, pathlib.Path(frozen["report"]).read_text())
@@ -180,7 +182,9 @@ class Waves(unittest.TestCase):
                 self.assertEqual(bool(page.read_text()), rewritten, (action, words))
 
     def test_plan_names_who_is_in_which(self):
-        self.assertEqual([len(each) for each in batches([f"m{n}" for n in range(20)], [1, "10%", "40%"])], [1, 2, 8, 8, 1])
+        # As Ansible divides them: 29 % of 100 are 28 to it.
+        for hosts, sizes, numbers in ((20, [1, "10%", "40%"], [1, 2, 8, 8, 1]), (100, ["1", "29%", "70%"], [1, 28, 70, 1]), (3, ["1%"], [1, 1, 1])):
+            self.assertEqual([len(each) for each in batches([f"m{n}" for n in range(hosts)], sizes)], numbers)
 
 
 class Terminal(unittest.TestCase):
