@@ -138,8 +138,5 @@ class Link:
 
     def _reset(self):
         # A connection that is kept open may be the broken one.
-        try:
-            with bounded(self._command_limit):
-                self._action._connection.reset()
-        except (AnsibleError, OSError, Overrun):
-            pass
+        with contextlib.suppress(AnsibleError, OSError, Overrun), bounded(self._command_limit):
+            self._action._connection.reset()

@@ -6,6 +6,7 @@ ended badly is left as it is.
 """
 
 import contextlib
+import itertools
 import time
 import uuid
 
@@ -54,7 +55,8 @@ class Update(Work):
     def work(self):
         """What has ended on the set that ran before must have left that as it was."""
         try:
-            self.attempts()
+            for number in itertools.count():
+                self.attempt(is_first=number == 0)
         except Outcome as end:
             found = []
             if end.name in ("failed", "stopped", "fell back") and "before" in self.record.data:
@@ -63,12 +65,6 @@ class Update(Work):
             if found:
                 raise Outcome("unsound", "; ".join([*found, f"{end.name}: {end.why}"]), end.log) from end
             raise
-
-    def attempts(self):
-        is_first = True
-        while True:
-            self.attempt(is_first)
-            is_first = False
 
     def attempt(self, is_first):
         # A device that is not known to be amid its update is waited for no longer than plan.yml does.

@@ -14,8 +14,8 @@ from rovu_fleet.link import without_secrets
 from rovu_fleet.report import render, replace
 from rovu_fleet.summary import ROLLOUT, rollout_of, summarize
 
-# Which limit is for which outcomes; rovu_max_fail is for all others.
-LIMITS = {"unreachable": ("unreachable",), "fell_back": ("fell back", "unsound", "gone")}
+# Which limit is for an outcome; rovu_max_fail is for all others.
+LIMITS = {"unreachable": "unreachable", "fell back": "fell_back", "unsound": "fell_back", "gone": "fell_back"}
 
 
 def why_stop(results, settings, is_canary, is_last=False):
@@ -24,9 +24,8 @@ def why_stop(results, settings, is_canary, is_last=False):
         if result.get("stops"):
             return f"{name}: {result['why']}"
     bad = {name: result.get("outcome", "unreachable") for name, result in results.items() if result.get("counts", True)}
-    for limit in (*LIMITS, "fail"):
-        named = sum((LIMITS[each] for each in LIMITS), ()) if limit == "fail" else LIMITS[limit]
-        of_it = [name for name, outcome in bad.items() if (outcome in named) != (limit == "fail")]
+    for limit in ("unreachable", "fell_back", "fail"):
+        of_it = [name for name, outcome in bad.items() if LIMITS.get(outcome, "fail") == limit]
         share, most = 100 * len(of_it) / len(results), getattr(settings, f"max_{limit}")
         if share > most:
             first = of_it[0]

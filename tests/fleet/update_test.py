@@ -250,6 +250,10 @@ class Course(unittest.TestCase):
                 end = Back(device, Record(folder, "mast-1", "d1"), own, FROZEN).run()
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
+                if outcome == "gone":  # and comes late
+                    device.answers["look"] = [old]
+                    end = Back(device, Record(folder, "mast-1", "d1"), own, FROZEN).run()
+                    self.assertEqual((end.name, end.counts), ("returned", False))
 
     def test_boot_loader_that_counts_must_leave_the_former_set_alone(self):
         rows = [({}, True), ({"good": "0A0A00"}, True), ({"good": "0A0A01"}, False), ({"good": "0A0A00", "bootcount": "3"}, True)]
