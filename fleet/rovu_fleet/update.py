@@ -5,7 +5,6 @@ not updated again, an update that is under way is followed and not started a sec
 ended badly is left as it is.
 """
 
-import contextlib
 import itertools
 import time
 import uuid
@@ -58,10 +57,14 @@ class Update(Work):
             for number in itertools.count():
                 self.attempt(is_first=number == 0)
         except Outcome as end:
-            found = []
-            if end.name in ("failed", "stopped", "fell back") and "before" in self.record.data:
-                with contextlib.suppress(LinkLost, ScriptFailed):
-                    found = lost(self.record.data["before"], self.link.run("digests", limit=0))
+            if end.name not in ("failed", "stopped", "fell back") or "before" not in self.record.data:
+                raise
+            try:
+                found = lost(self.record.data["before"], self.link.run("digests"))
+            except LinkLost as silent:
+                raise Outcome("gone", f"no answer after {end.name}: {end.why}: {silent}", end.log) from end
+            except ScriptFailed as unread:
+                found = [f"the set that ran before was not read: {unread}"]
             if found:
                 raise Outcome("unsound", "; ".join([*found, f"{end.name}: {end.why}"]), end.log) from end
             raise

@@ -14,7 +14,7 @@ import unittest.mock
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
 from rovu_fleet.back import Back  # noqa: E402
 from rovu_fleet.gate import NotNow  # noqa: E402
-from rovu_fleet.link import LinkLost  # noqa: E402
+from rovu_fleet.link import LinkLost, ScriptFailed  # noqa: E402
 from rovu_fleet.plan import split  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
 from rovu_fleet.update import Update  # noqa: E402
@@ -324,6 +324,10 @@ class Course(unittest.TestCase):
             ),
             "a failure that changed the running set": (
                 "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[DIGESTS, {**DIGESTS, "k0": "e" * 32}]),
+            ),
+            "a failure, and then silence": ("gone", Device(look=[OLD], start=STARTED, follow=[failed], digests=[DIGESTS, LinkLost()])),
+            "a failure, and then nonsense": (
+                "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[DIGESTS, ScriptFailed("status 2")]),
             ),
             "a failure": ("failed", Device(look=[OLD], start=STARTED, follow=[failed])),
             "another's, amid the verification": ("busy", Device(look=[{**NEW, "alive": ["rovu"], "work_directory": "yes"}])),
