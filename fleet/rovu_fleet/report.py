@@ -107,7 +107,8 @@ def alike(devices):
 
 
 @functools.cache
-def environment():
+def template():
+    """That of the page. Ansible's processes of devices have the one that was made before they were started."""
     env = jinja2.Environment(
         loader=jinja2.FileSystemLoader(pathlib.Path(__file__).parent),
         autoescape=True,
@@ -118,7 +119,7 @@ def environment():
     env.filters.update(duration=duration_text, utc=utc, number=number, tone=tone, kind=kind_text, markdown=markdown)
     env.filters.update(state_number=state_number, median=statistics.median)
     env.globals.update(period=period, time_line=time_line, time_stops=time_stops, alike=alike)
-    return env
+    return env.get_template("report.html.j2")
 
 
 def render(data):
@@ -126,7 +127,7 @@ def render(data):
     devices = [device for wave in data["waves"] for device in wave["devices"]]
     bad = [device for device in devices if tone(device["outcome"]) in ("bad", "held")]
     seen = {state for device in devices for state, _, seconds in device["segments"] if seconds}
-    return environment().get_template("report.html.j2").render(
+    return template().render(
         data=data,
         bad=len(bad),
         anchors={device["host"]: index for index, device in enumerate(bad)},
