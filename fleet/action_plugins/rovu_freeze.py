@@ -33,7 +33,7 @@ class ActionModule(FleetAction):
                   if name in task_vars and name not in extra]
         if wrong:
             raise AnsibleActionFail("; ".join(wrong))
-        own = self.settings(task_vars)
+        own = self.settings(task_vars["hostvars"][hosts[0]])
         if self._task.args["work"] == "return":  # the server need not have it any more
             own.fetch, own.files = False, ""
         return {**freeze(own), "hosts": hosts}

@@ -12,9 +12,8 @@ from rovu_fleet.update import Update  # noqa: E402
 
 class ActionModule(DeviceAction):
     def work(self, link, pack, record, settings, frozen):
-        is_again = self._task.args.get("again")
         if self._task.args["work"] == "return":
-            back = Back(link, record, settings, frozen)
-            return back.run_again() if is_again else back.run()
-        update = Update(link, pack, record, settings, frozen, lambda: is_served(settings, frozen["digest"]))
-        return update.run_again() if is_again else update.run()
+            work = Back(link, record, settings, frozen)
+        else:
+            work = Update(link, pack, record, settings, frozen, lambda: is_served(settings, frozen["digest"]))
+        return work.run(again=bool(self._task.args.get("again")))

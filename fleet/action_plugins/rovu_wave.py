@@ -22,10 +22,11 @@ class ActionModule(FleetAction):
     def result(self, task_vars):
         if self._play_context.check_mode:
             return {"skipped": True}
-        own, frozen, results = self.settings(task_vars), task_vars["rovu_frozen"], self._task.args["results"]
-        hosts = task_vars["ansible_play_hosts_all"]
-        waves = batches(hosts, own.waves)
-        number = next(number for number, batch in enumerate(waves, 1) if set(batch) & set(results))
+        own, frozen, known = self.settings(task_vars), task_vars["rovu_frozen"], self._task.args["results"]
+        waves = batches(task_vars["ansible_play_hosts_all"], own.waves)
+        number = next(number for number, batch in enumerate(waves, 1) if set(batch) & set(known))
+        # Ansible leaves out the devices whose task itself failed.
+        results = {host: known.get(host, {}) for host in waves[number - 1]}
         is_last = number == len(waves)
         stopped = why_stop(results, own, number == 1, is_last)
         if not stopped and not is_last and self._task.args["work"] == "update" and not is_served(own, frozen["digest"]):

@@ -8,7 +8,7 @@ import sys
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 from ansible import context  # noqa: E402
 from ansible.plugins.callback import CallbackBase  # noqa: E402
-from rovu_fleet import terminal  # noqa: E402
+from rovu_fleet import report, terminal  # noqa: E402
 from rovu_fleet.wave import last_words  # noqa: E402
 
 DOCUMENTATION = "name: rovu\ntype: notification\nshort_description: how far each device is"
@@ -21,6 +21,7 @@ class CallbackModule(CallbackBase):
         super().__init__()
         self.frozen, self.has_begun, self.judged = None, False, {}
         terminal.start()
+        report.template()
         atexit.register(self.last_words, os.getpid())
 
     def v2_runner_on_start(self, host, task):

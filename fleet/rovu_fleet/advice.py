@@ -13,7 +13,7 @@ DATA = json.loads(pathlib.Path(__file__).with_name("advice.json").read_text(enco
 # The most urgent first: what may need a visit to the device, then what may happen to the devices that follow, then
 # what changed nothing.
 OUTCOMES = DATA["outcomes"]
-GOOD = ("updated", "current", "done", "returned")
+GOOD = ("updated", "current", "done")
 
 # What a message may have for each variable.
 VARIABLES = {"%s": r".*", "%d": r"-?\d+", "%u": r"\d+", "%c": r".", "%08x": r"[0-9a-fA-F]{8}"}

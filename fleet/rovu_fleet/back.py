@@ -5,30 +5,20 @@ Only a device that runs the update is touched, so that the work can be repeated:
 
 import time
 
-from rovu_fleet.outcome import Outcome, check_health, check_look, is_held, outcome_of, settled
+from rovu_fleet.outcome import Outcome, Work, check_health, check_look, is_held, settled
 from rovu_fleet.update import has_ended
 from rovu_fleet.verification import faults, holds, noted, recorded, set_of, unlike, volumes_of
 
 
-class Back:
+class Back(Work):
     def __init__(self, link, record, settings, frozen):
         self.link, self.record, self.settings, self.images = link, record, settings, frozen["images"]
-
-    def run(self):
-        """Returns the Outcome."""
-        return outcome_of(self.work, self.record)
-
-    def run_again(self):
-        """Verifies once more a device that was well. Returns the Outcome."""
-        return outcome_of(self.verify_again, self.record)
 
     def verify_again(self):
         look = self.link.run("look")
         check_look(look)
         if is_held(self.link, look, self.images, look["active"]):
             raise Outcome("fell back", "the boot loader started the new set again")
-        if self.record.last != "returned":
-            raise Outcome(self.record.last, self.record.data.get("why", ""))
         self.finish(look)
 
     def work(self):
@@ -40,9 +30,9 @@ class Back:
         if not is_held(self.link, look, self.images, look["active"]):
             if not is_held(self.link, look, self.images, other):
                 raise Outcome("refused", "no set of the device holds this update: it never ran there, or another one did since")
-            if self.record.data.get("returning"):
-                self.finish(look)
-            raise Outcome(self.record.held or "current", "the device runs its former set")
+            if self.record.held and not self.record.data.get("returning"):
+                raise Outcome(self.record.held, self.record.data["why"], is_good=self.record.held == "returned")
+            self.finish(look)
         if look.get("alive") or (look.get("run_digest") and not has_ended(look)):
             raise Outcome("busy", "an update runs")
         if set_of(look.get("bootswitcher")) == int(look["active"]):
@@ -104,4 +94,4 @@ class Back:
             raise Outcome("unsound", "; ".join(found))
         check_health(self.link, self.settings)
         self.record.note(returning=False)
-        raise Outcome("returned")
+        raise Outcome("returned", is_good=True)

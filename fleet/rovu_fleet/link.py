@@ -10,7 +10,7 @@ import signal
 import subprocess
 import time
 
-from ansible.errors import AnsibleConnectionFailure
+from ansible.errors import AnsibleConnectionFailure, AnsibleError
 
 SCRIPTS = pathlib.Path(__file__).resolve().parent.parent / "device"
 # Read from standard input: what a script holds, such as a URL with a password, is on no command line.
@@ -96,6 +96,7 @@ class Link:
         self._limit = limit
         self._pause = pause
         self._command_limit = command_limit
+        self.on_wait = lambda: None  # called while the device does not answer
 
     def run(self, name, limit=None, command_limit=None, tries=None, **variables):
         """Runs a script of the folder `device` once the link is there; it may then run more than once, but no more than
@@ -108,10 +109,11 @@ class Link:
         while True:
             try:
                 return self._try(name, text, command_limit or self._command_limit)
-            except AnsibleConnectionFailure as failure:
+            except AnsibleError as failure:  # of some kind of its own if `become` does not answer
                 tried += 1
                 if time.monotonic() >= end or tried == tries:
                     raise LinkLost((str(failure).strip().splitlines() or ["no connection"])[-1]) from failure
+            self.on_wait()
             time.sleep(self._pause)
             self._reset()
 
@@ -136,8 +138,5 @@ class Link:
 
     def _reset(self):
         # A connection that is kept open may be the broken one.
-        try:
-            with bounded(self._command_limit):
-                self._action._connection.reset()
-        except (AnsibleConnectionFailure, OSError, Overrun):
-            pass
+        with contextlib.suppress(AnsibleError, OSError, Overrun), bounded(self._command_limit):
+            self._action._connection.reset()

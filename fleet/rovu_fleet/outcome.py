@@ -7,8 +7,6 @@ from rovu_fleet.advice import GOOD
 from rovu_fleet.link import LinkLost, ScriptFailed
 from rovu_fleet.verification import holds, recorded, set_of
 
-UNTOUCHED = ("refused",)
-
 # What a device says goes to the command line of rovu-pack, into records and onto the page.
 NAME = r"[^,=\x00-\x1f\x7f]{1,100}"
 SAID = {"model": NAME, "kernel": NAME, "rootfs": NAME, "active": "[01]"}
@@ -16,34 +14,35 @@ NUMBERS = ("tmp", "free_lebs", "leb_size")
 
 
 class Outcome(Exception):
-    def __init__(self, name, why="", log=()):
+    def __init__(self, name, why="", log=(), is_good=False):
+        """`is_good`: whether the device is what it should be, although it does not run the update."""
         super().__init__(name)
         self.name, self.why, self.log = name, why, list(log)
-
-    @property
-    def counts(self):
-        """Whether the limits of a wave count it."""
-        return self.name not in GOOD + UNTOUCHED
+        # Whether the limits of a wave count it.
+        self.counts = not is_good and name not in (*GOOD, "refused")
 
 
-def outcome_of(work, record):
-    """Does the work, which ends by raising an Outcome, and records it."""
-    try:
-        work()
-        end = Outcome("failed", "the work did not end")
-    except Outcome as outcome:
-        end = outcome
-    except LinkLost as lost:
-        states = record.data["states"]
-        end = Outcome("unreachable", str(lost))
-        if record.held:
-            end = Outcome(record.held, record.data.get("why", ""))
-        elif states:
-            end = Outcome("gone", f'no answer since the state "{states[-1][0]}": {lost}')
-    except ScriptFailed as failed:
-        end = Outcome("failed", str(failed))
-    record.end(end.name, end.why, end.log)
-    return end
+class Work:
+    """On one device. Its methods work() and verify_again(), for a device that was well, end by raising an Outcome."""
+
+    def run(self, again=False):
+        """Returns the Outcome, which is recorded."""
+        record = self.record
+        try:
+            (self.verify_again if again else self.work)()
+        except Outcome as outcome:
+            end = outcome
+        except LinkLost as lost:
+            states = record.data["states"]
+            end = Outcome("unreachable", str(lost))
+            if record.held:
+                end = Outcome(record.held, f"{record.data['why']} (no answer now: {lost})".lstrip())
+            elif states:
+                end = Outcome("gone", f'no answer since the state "{states[-1][0]}": {lost}')
+        except ScriptFailed as failed:
+            end = Outcome("failed", str(failed))
+        record.end(end.name, end.why, end.log)
+        return end
 
 
 def is_held(link, look, images, number):

@@ -1,5 +1,7 @@
 """What an update will do to a fleet: one row for each kind of device."""
 
+from ansible.utils.helpers import pct_to_int
+
 from rovu_fleet.outcome import missing
 from rovu_fleet.pack import kind_of
 from rovu_fleet.verification import holds, recorded
@@ -112,8 +114,7 @@ def batches(hosts, sizes):
     """The devices of each wave, as Ansible divides them: a percentage is of all devices, and the last size is repeated."""
     found, left = [], list(hosts)
     while left:
-        size = str(sizes[min(len(found), len(sizes) - 1)])
-        number = max(1, len(hosts) * int(size[:-1]) // 100) if size.endswith("%") else int(size)
+        number = pct_to_int(sizes[min(len(found), len(sizes) - 1)], len(hosts))
         found.append(left[:number])
         left = left[number:]
     return found

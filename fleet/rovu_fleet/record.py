@@ -46,7 +46,7 @@ class Record:
             since = self.data.get("since", 0) if same else 0
             self.data = {"host": host, "digest": digest, "url": without_secrets(url), "attempts": 0, "states": [], "since": since}
             self.data["started"] = time.time()
-        self.on_change = lambda detail="": None  # called after each new state, and with what else there is to show
+        self.on_change = lambda detail=None: None  # called after each new state, and with what else there is to show
 
     def _read(self):
         try:
@@ -89,13 +89,14 @@ class Record:
             self.data["since"] = time.time()
         self.note(outcome=outcome, why=why, log=log or self.data.get("log", []), ended=time.time())
         self.append("ended", **{name: self.data.get(name) for name in ("outcome", "why", "started", "states", "log")})
+        self.on_change()
 
     def append(self, action, **values):
         """Adds a line to the log of the folder."""
         line = {"time": time.time(), "who": operator(), "digest": self.data["digest"], "device": self.data["host"]}
         with self._writing():
             file = os.open(self._path.parent / "log.jsonl", os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o600)
-            with open(file, "ab", buffering=0) as stream:
+            with open(file, "ab") as stream:  # whose write() is whole, or an error
                 stream.write((json.dumps({**line, "action": action, **values}) + "\n").encode())
 
     def _store(self):

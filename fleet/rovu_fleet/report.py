@@ -3,6 +3,7 @@
 import argparse
 import collections
 import datetime
+import functools
 import json
 import os
 import pathlib
@@ -21,7 +22,7 @@ from rovu_fleet.summary import BEFORE, summarize
 *RUN, ERROR = (state for state, *_ in DATA["states"])
 STATES = (BEFORE, "starting", *RUN, "restarted in the middle", "verifying", ERROR)
 # Of the device nothing was changed, and nothing is broken.
-HELD = ("unreachable", "stopped", "busy", "refused")
+HELD = ("unreachable", "stopped", "busy", "refused", "returned")
 # A larger fleet's good devices are folded away; if even more devices than these are shown, their time lines lose their
 # text. So the page of ten thousand devices has a few megabytes.
 FOLDED_FROM = 500
@@ -105,7 +106,9 @@ def alike(devices):
     return [(*key, groups[key]) for key in sorted(groups)]
 
 
-def environment():
+@functools.cache
+def template():
+    """That of the page. Ansible's processes of devices have the one that was made before they were started."""
     env = jinja2.Environment(
         loader=jinja2.FileSystemLoader(pathlib.Path(__file__).parent),
         autoescape=True,
@@ -116,7 +119,7 @@ def environment():
     env.filters.update(duration=duration_text, utc=utc, number=number, tone=tone, kind=kind_text, markdown=markdown)
     env.filters.update(state_number=state_number, median=statistics.median)
     env.globals.update(period=period, time_line=time_line, time_stops=time_stops, alike=alike)
-    return env
+    return env.get_template("report.html.j2")
 
 
 def render(data):
@@ -124,7 +127,7 @@ def render(data):
     devices = [device for wave in data["waves"] for device in wave["devices"]]
     bad = [device for device in devices if tone(device["outcome"]) in ("bad", "held")]
     seen = {state for device in devices for state, _, seconds in device["segments"] if seconds}
-    return environment().get_template("report.html.j2").render(
+    return template().render(
         data=data,
         bad=len(bad),
         anchors={device["host"]: index for index, device in enumerate(bad)},

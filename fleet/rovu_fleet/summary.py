@@ -1,6 +1,7 @@
 """What the report shows, from the records of the devices: plain data, which can be written as JSON."""
 
 import collections
+import contextlib
 import json
 import math
 import pathlib
@@ -215,46 +216,43 @@ def waves_of(records, now):
     return sorted(found, key=lambda wave: wave["started"])
 
 
-def rollout_of(folder):
-    """What is known of the rollout; nothing if its records are all there is."""
-    try:
+def rollout_of(folder, digest):
+    """What is known of the rollout of an update; nothing if its records are all there is."""
+    with contextlib.suppress(OSError, ValueError, KeyError, TypeError):
         found = json.loads((pathlib.Path(folder) / ROLLOUT).read_text(encoding="utf-8"))
-        return {"digest": str(found["digest"]), "hosts": [str(host) for host in found["hosts"]], "stopped": clean(str(found["stopped"]))}
-    except (OSError, ValueError, KeyError, TypeError):
-        return {"digest": "", "hosts": [], "stopped": ""}
+        if digest and found["digest"] == digest:
+            return {"digest": digest, "hosts": [str(host) for host in found["hosts"]], "stopped": clean(str(found["stopped"]))}
+    return {"digest": digest, "hosts": [], "stopped": ""}
 
 
-def select(records):
-    """The records of the update that was started last, and how many records are of which other URL."""
-    if not records:
-        return [], {}
-    newest = max(records, key=lambda record: record["started"])
-    name = "digest" if newest["digest"] else "url"
-    others = collections.Counter(record["url"] for record in records if record[name] != newest[name])
-    return [record for record in records if record[name] == newest[name]], dict(others.most_common())
+def select(records, digest):
+    """The records of an update, or else of the one that was started last, and how many records are of which other URL."""
+    newest = max(records, key=lambda record: record["started"], default={"digest": ""})
+    name = "digest" if digest or newest["digest"] else "url"
+    value = digest or newest.get(name)
+    others = collections.Counter(record["url"] for record in records if record[name] != value)
+    return [record for record in records if record[name] == value], dict(others.most_common())
 
 
 def summarize(folder, now, book=None, rollout=None):
     """What the report of a folder of records shows. `now` in seconds since the epoch.
 
-    It is about the update that was started last; records of others are counted only. `rollout`: what is known of it, if not
-    what the folder says.
+    It is about the update that was started last; records of others are counted only. `rollout`: what is known of it, even
+    if no device has been reached, if not what the folder says.
     """
     book = book or Book()
     records, unreadable = read_records(folder)
-    records, others = select(records)
-    rollout = rollout or rollout_of(folder)
+    records, others = select(records, rollout["digest"] if rollout else "")
     known = {record["host"] for record in records}
-    is_known = records and rollout["digest"] == records[0]["digest"]
+    rollout = rollout or rollout_of(folder, records[0]["digest"] if records else "")
     waves = waves_of(records, now)
     devices = [device for wave in waves for device in wave["devices"]]
-    waiting = sum(host not in known for host in rollout["hosts"]) if is_known else 0
-    stopped = rollout["stopped"] if is_known else ""
+    waiting, stopped = sum(host not in known for host in rollout["hosts"]), rollout["stopped"]
     running = waiting and not stopped or any(device["ended"] is None for device in devices)
     return {
         "url": max(records, key=lambda record: record["started"])["url"] if records else "",
         "urls": len({record["url"] for record in records}),
-        "digest": records[0]["digest"] if records else "",
+        "digest": rollout["digest"],
         "waiting": waiting,
         "stopped": stopped,
         "generated": now,

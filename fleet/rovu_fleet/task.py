@@ -20,7 +20,7 @@ class FleetAction(ActionBase):
         try:
             return {**result, **self.result(task_vars)}
         except AnsibleActionFail as failed:  # without the traceback that Ansible would print
-            return {**result, "failed": True, "msg": str(failed)}
+            return {**result, "failed": True, "msg": str(failed), "stopped": str(failed)}
 
     def settings(self, task_vars):
         names = [name for name in task_vars if name.startswith("rovu_") and name not in settings.NOTED]
@@ -40,17 +40,18 @@ class DeviceAction(FleetAction):
             return {"skipped": True, "msg": "nothing is started in check mode"}
         again = self._task.args.get("again")  # the result of the first look
         if again and (again.get("counts", True) or again["outcome"] in ("refused", "")):
-            return {name: again.get(name) for name in ("outcome", "why", "counts")}
+            return {name: again[name] for name in ("outcome", "why", "counts") if name in again}
         try:
             own, frozen = self.settings(task_vars), task_vars["rovu_frozen"]
             record = Record(own.records, task_vars["inventory_hostname"], frozen["digest"], own.url, own.retry,
                             keep=bool(again))
-            record.on_change = lambda detail="": self.tell(record, frozen, detail)
+            record.on_change = lambda detail=None: self.tell(record, frozen, detail)
             if not (again or record.is_under_way()) and why_wait(own):
                 raise NotNow(why_wait(own))
             if not record.held:
                 record.note(wave=(task_vars.get("ansible_play_batch") or [""])[0])
             link = Link(self, own.link_limit, min(own.poll, 2), own.command_limit)
+            link.on_wait = lambda: record.on_change("no answer")
             end = self.work(link, Pack(own.pack, frozen["copy"], own.pub), record, own, frozen)
         except NotNow as reason:
             record.forget()
@@ -64,5 +65,5 @@ class DeviceAction(FleetAction):
 
     @staticmethod
     def tell(record, frozen, detail):
-        terminal.tell(record.data["host"], record.data["states"][-1][0] if record.data["states"] else "", detail)
-        refresh(frozen)
+        terminal.tell(record.data["host"], record.data["states"][-1][0] if record.data["states"] else "", detail or "")
+        refresh(frozen, 0 if detail is None else 10)

@@ -5,11 +5,11 @@ not updated again, an update that is under way is followed and not started a sec
 ended badly is left as it is.
 """
 
-import contextlib
+import itertools
 import time
 import uuid
 
-from rovu_fleet.outcome import Outcome, check_health, check_look, is_held, outcome_of, settled
+from rovu_fleet.outcome import Outcome, Work, check_health, check_look, is_held, settled
 from rovu_fleet.gate import NotNow, Turn, why_wait
 from rovu_fleet.link import LinkLost, ScriptFailed
 from rovu_fleet.pack import kind_of
@@ -31,7 +31,7 @@ def has_ended(look):
     return "run_status" in look or "run_dead" in look
 
 
-class Update:
+class Update(Work):
     def __init__(self, link, pack, record, settings, frozen, is_served=None):
         """`settings`: those of the device; `frozen`: the update; `is_served`: whether the server still has its spec."""
         self.link, self.pack, self.record, self.settings, self.frozen = link, pack, record, settings, frozen
@@ -40,43 +40,34 @@ class Update:
         self.spec_seen = False
         self.turn = Turn(settings.records, settings.downloads)
 
-    def run(self):
-        """Returns the Outcome."""
-        return outcome_of(self.judged, self.record)
-
-    def run_again(self):
-        """Verifies once more a device that was well, and starts nothing. Returns the Outcome."""
-        return outcome_of(self.verify_again, self.record)
-
     def verify_again(self):
         name = self.record.last
         look = self.link.run("look")
         check_look(look)
-        if name != "done" and str(self.record.data.get("active_after", look["active"])) != look["active"]:
+        if not self.record.done and str(self.record.data.get("active_after", look["active"])) != look["active"]:
             raise Outcome("fell back", "the device ran the update, and is on its former set again")
-        if name == "done":
+        if self.record.done:
             check_health(self.link, self.settings)
             raise Outcome(name)
         self.finish(look, name)
 
-    def judged(self):
+    def work(self):
         """What has ended on the set that ran before must have left that as it was."""
         try:
-            self.attempts()
+            for number in itertools.count():
+                self.attempt(is_first=number == 0)
         except Outcome as end:
-            found = []
-            if end.name in ("failed", "stopped", "fell back") and "before" in self.record.data:
-                with contextlib.suppress(LinkLost, ScriptFailed):
-                    found = lost(self.record.data["before"], self.link.run("digests", limit=0))
+            if end.name not in ("failed", "stopped", "fell back") or "before" not in self.record.data:
+                raise
+            try:
+                found = lost(self.record.data["before"], self.link.run("digests"))
+            except LinkLost as silent:
+                raise Outcome("gone", f"no answer after {end.name}: {end.why}: {silent}", end.log) from end
+            except ScriptFailed as unread:
+                found = [f"the set that ran before was not read: {unread}"]
             if found:
                 raise Outcome("unsound", "; ".join([*found, f"{end.name}: {end.why}"]), end.log) from end
             raise
-
-    def attempts(self):
-        is_first = True
-        while True:
-            self.attempt(is_first)
-            is_first = False
 
     def attempt(self, is_first):
         # A device that is not known to be amid its update is waited for no longer than plan.yml does.
@@ -108,19 +99,24 @@ class Update:
     def note_before(self, look):
         """Notes both sets before the start: a verdict on what came of it rests on that."""
         if self.record.data.get("before", {}).get("active") != look["active"]:
-            self.record.note(before=noted(look, self.link.run("digests")))
+            digests = self.link.run("digests")
+            unread = [name for name in volumes_of(look["active"]).values() if not digests.get(name)]
+            if unread:
+                raise Outcome("unsound", f"not read of the set that runs: {', '.join(unread)}")
+            self.record.note(before=noted(look, digests))
 
     def check_memory(self, look):
         """Leaves a device alone on which this update has run before, and that does not run it."""
-        if self.record.done:
-            self.record.note(done=True)
-            raise Outcome("current", "the update, which does not restart the device, has run before")
         verdict, why = self.record.last, self.record.data.get("why", "")
         is_told = verdict in HELD and verdict != "gone"
         if not is_told and verdict not in ("failed", "stopped") and is_held(self.link, look, self.images, 1 - int(look["active"])):
             verdict, why = "fell back", "the other set holds the update, and the device runs its former one"
         if verdict in HELD and verdict not in self.settings.retry:
             raise Outcome(verdict, why)
+        if self.record.done:
+            self.record.note(done=True)
+            check_health(self.link, self.settings)
+            raise Outcome("current", "the update, which does not restart the device, has run before")
 
     def has_restarted(self, look):
         """Whether the update had come to its restart, which nobody saw because the control machine was killed."""
@@ -265,6 +261,7 @@ class Update:
             if not self.spec_seen and not self.is_served():
                 raise Outcome("replaced", "the server has another spec by now, and it is not known which one ran", log)
             self.record.note(done=True)
+            check_health(self.link, self.settings)
             raise Outcome("done", "the update does not restart the device", log)
         if status == "0" or not status.isdecimal() or int(status) > 128:
             raise Outcome("stopped", "a signal ended the update", log)

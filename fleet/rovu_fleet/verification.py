@@ -39,8 +39,8 @@ def noted(look, digests):
 
 def lost(before, digests):
     """What has become of the set that ran before, which nothing may change, as sentences. `before`: from noted()."""
-    volumes = [name for name in volumes_of(before["active"]).values() if before["digests"].get(name)]
-    return list(filter(None, (unlike(name, before["digests"][name], digests, "what it held before") for name in volumes)))
+    volumes = volumes_of(before["active"]).values()
+    return list(filter(None, (unlike(name, before["digests"].get(name), digests, "what it held before") for name in volumes)))
 
 
 def unlike(name, expected, digests, what):

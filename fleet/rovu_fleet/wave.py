@@ -14,8 +14,8 @@ from rovu_fleet.link import without_secrets
 from rovu_fleet.report import render, replace
 from rovu_fleet.summary import ROLLOUT, rollout_of, summarize
 
-# Which limit is for which outcomes; rovu_max_fail is for all others.
-LIMITS = {"unreachable": ("unreachable",), "fell_back": ("fell back", "unsound", "gone")}
+# Which limit is for an outcome; rovu_max_fail is for all others.
+LIMITS = {"unreachable": "unreachable", "fell back": "fell_back", "unsound": "fell_back", "gone": "fell_back"}
 
 
 def why_stop(results, settings, is_canary, is_last=False):
@@ -24,9 +24,8 @@ def why_stop(results, settings, is_canary, is_last=False):
         if result.get("stops"):
             return f"{name}: {result['why']}"
     bad = {name: result.get("outcome", "unreachable") for name, result in results.items() if result.get("counts", True)}
-    for limit in (*LIMITS, "fail"):
-        named = sum((LIMITS[each] for each in LIMITS), ()) if limit == "fail" else LIMITS[limit]
-        of_it = [name for name, outcome in bad.items() if (outcome in named) != (limit == "fail")]
+    for limit in ("unreachable", "fell_back", "fail"):
+        of_it = [name for name, outcome in bad.items() if LIMITS.get(outcome, "fail") == limit]
         share, most = 100 * len(of_it) / len(results), getattr(settings, f"max_{limit}")
         if share > most:
             first = of_it[0]
@@ -36,7 +35,7 @@ def why_stop(results, settings, is_canary, is_last=False):
     left_out = [result["why"] for result in results.values() if result.get("outcome") == ""]
     if left_out or (not is_last and why_wait(settings)):
         return left_out[0] if left_out else why_wait(settings)
-    proven = any(result.get("outcome") in GOOD for result in results.values())
+    proven = any(result["outcome"] != "refused" for name, result in results.items() if name not in bad)
     if is_canary and not proven and not settings.canary_may_refuse:
         return "no device of the first wave took the update, so that it proves nothing; rovu_canary_may_refuse lets it go on"
     return ""
@@ -47,17 +46,16 @@ def soak_left(results, settings, now):
     return max(0, settings.soak - now + max((each.get("since", 0) for each in results.values()), default=0))
 
 
-def refresh(frozen):
-    """Writes the page while a wave runs: one of the processes that follow devices does, at most every 10 seconds, or in a
-    large fleet every minute.
+def refresh(frozen, least=0):
+    """Writes the page while a wave runs: the process of a device does, unless the page is younger than `least` seconds, or
+    in a large fleet than a few.
     """
     page = pathlib.Path(frozen["report"])
-    with contextlib.suppress(FileNotFoundError):
-        if time.time() - page.stat().st_mtime < min(60, max(10, len(frozen["hosts"]) / 50)):
-            return
     with contextlib.suppress(OSError), open(f"{frozen['records']}/.page", "a", encoding="ascii") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        write(frozen)
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        written = page.stat().st_mtime if page.exists() else 0
+        if time.time() - written >= max(least, min(60, len(frozen["hosts"]) / 250)):
+            write(frozen)
 
 
 def write(frozen, stopped=""):
@@ -65,8 +63,7 @@ def write(frozen, stopped=""):
     written is told in these and on the page, if that can be.
     """
     folder, page = pathlib.Path(frozen["records"]), pathlib.Path(frozen["report"])
-    before = rollout_of(folder)  # of more devices, if -l names some of them now
-    known = before["hosts"] if before["digest"] == frozen["digest"] else []
+    known = rollout_of(folder, frozen["digest"])["hosts"]  # more devices, if -l names some of them now
     rollout = {"digest": frozen["digest"], "hosts": list(dict.fromkeys([*known, *frozen["hosts"]])), "stopped": stopped}
     faults = put({folder / ROLLOUT: json.dumps(rollout) + "\n"})
     data = summarize(folder, time.time(), rollout={**rollout, "stopped": "; ".join(filter(None, [stopped, *faults]))})
@@ -81,11 +78,11 @@ def write(frozen, stopped=""):
 
 
 def put(files):
-    """Writes the text of each file. Returns what went wrong."""
+    """Writes the text of each file, or removes it: for -l, an empty list is all devices. Returns what went wrong."""
     faults = []
     for path, text in files.items():
         try:
-            replace(path, text)
+            replace(path, text) if text else path.unlink(missing_ok=True)
         except OSError as error:
             faults.append(f"the control machine cannot write {path}: {error.strerror}")
     return faults

@@ -21,12 +21,13 @@ import unittest
 import unittest.mock
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
-from ansible.errors import AnsibleActionFail  # noqa: E402
+from ansible.errors import AnsibleActionFail, AnsibleError  # noqa: E402
 from rovu_fleet import gate, link as link_module, settings, terminal, wave  # noqa: E402
 from rovu_fleet.frozen import freeze, is_served  # noqa: E402
 from rovu_fleet.link import Link, LinkLost, ScriptFailed, without_secrets  # noqa: E402
 from rovu_fleet.plan import batches, drawn  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
+from rovu_fleet.task import DeviceAction, FleetAction  # noqa: E402
 from rovu_fleet.wave import soak_left, why_stop  # noqa: E402
 
 NEEDED = {"rovu_url": "http://updates.example/update.lua", "rovu_spec": __file__}
@@ -82,6 +83,8 @@ class Waves(unittest.TestCase):
             ([refused], {}, True, "proves nothing"),
             ([refused], {"canary_may_refuse": True}, True, ""),
             ([refused], {}, False, ""),
+            ([{"outcome": "returned", "counts": False}], {}, True, ""),
+            ([{"outcome": "returned", "counts": True}, refused], tolerant, True, "proves nothing"),
             ([ok, failed], {"max_fail": 49}, False, "rovu_max_fail"),
             ([ok, failed], {"max_fail": 50}, False, ""),
             ([ok, off], {"max_unreachable": 50}, False, ""),
@@ -134,6 +137,17 @@ class Waves(unittest.TestCase):
     def test_page_and_last_words_come_in_spite_of_what_cannot_be_written(self):
         with tempfile.TemporaryDirectory() as folder:
             frozen = {"records": f"{folder}/r", "report": f"{folder}/a.html", "digest": "d1", "hosts": ["m1", "m2", "m3"]}
+            Record(frozen["records"], "m1", "d0").end("updated", "", [])
+            fetch = unittest.mock.Mock(side_effect=AnsibleActionFail("cannot fetch"))
+            with unittest.mock.patch.multiple(FleetAction, __init__=lambda _: None, __abstractmethods__=(), result=fetch, create=True), \
+                    unittest.mock.patch("ansible.plugins.action.ActionBase.run", lambda *_: {}):
+                self.assertIn("stopped cannot fetch", wave.last_words(frozen, FleetAction().run(), ["a"]))
+            pathlib.Path(f"{folder}/r/attention.txt").touch()
+            said = wave.last_words(frozen, {"stopped": "outside"}, ["a"])
+            self.assertFalse(pathlib.Path(f"{folder}/r/attention.txt").exists())
+            self.assertIn("3 devices: 3 not reached yet", said)
+            for each in ("outside", "0 of 3 devices reached", "<code>d1</code>"):
+                self.assertIn(each, pathlib.Path(frozen["report"]).read_text())
             Record(frozen["records"], "m1", "d1").end("gone", "why", [])
             Record(frozen["records"], "m2", "d1").end("updated", "", [])
             command = ["/usr/bin/ansible-playbook", "-e", "rovu_url=http://me:p@ss@host/u?k=1", "rollout.yml"]
@@ -154,19 +168,23 @@ class Waves(unittest.TestCase):
     def test_page_is_written_while_a_wave_runs(self):
         with tempfile.TemporaryDirectory() as folder:
             page = pathlib.Path(folder) / "a.html"
-            record = Record(f"{folder}/r", "m1", "d1")
-            record.on_change = lambda: wave.refresh({"records": f"{folder}/r", "report": str(page), "digest": "d1", "hosts": ["m1"]})
+            record, hosts = Record(f"{folder}/r", "m1", "d1"), ["m1"]
+            frozen = {"records": f"{folder}/r", "report": str(page), "digest": "d1", "hosts": hosts}
+            record.on_change = lambda detail=None: DeviceAction.tell(record, frozen, detail)
             record.enter("starting")
             self.assertIn('http-equiv="refresh"', page.read_text())
-            for old, rewritten in ((False, False), (True, True)):
+            rows = ((1, record.enter, ["parsing spec"], True), (1, record.on_change, ["45 %"], False), (11, record.on_change, [""], True))
+            rows += ((1, record.end, ["updated", "", []], True), (15, hosts.extend, [["m"] * 5000], False), (15, record.enter, ["x"], False))
+            for age, action, words, rewritten in rows:
                 page.write_text("")
-                if old:
-                    os.utime(page, (0, 0))
-                record.enter(f"state {old}")
-                self.assertEqual(bool(page.read_text()), rewritten)
+                os.utime(page, (time.time() - age, time.time() - age))
+                action(*words)
+                self.assertEqual(bool(page.read_text()), rewritten, (action, words))
 
     def test_plan_names_who_is_in_which(self):
-        self.assertEqual([len(each) for each in batches([f"m{n}" for n in range(20)], [1, "10%", "40%"])], [1, 2, 8, 8, 1])
+        # As Ansible divides them: 29 % of 100 are 28 to it.
+        for hosts, sizes, numbers in ((20, [1, "10%", "40%"], [1, 2, 8, 8, 1]), (100, ["1", "29%", "70%"], [1, 28, 70, 1]), (3, ["1%"], [1, 1, 1])):
+            self.assertEqual([len(each) for each in batches([f"m{n}" for n in range(hosts)], sizes)], numbers)
 
 
 class Terminal(unittest.TestCase):
@@ -212,17 +230,22 @@ class Device:
 
     def _low_level_execute_command(self, command, in_data, executable):
         self.runs, self.commands = self.runs + 1, self.commands + command
+        if self.command == "become":
+            raise AnsibleError("Timeout (12s) waiting for privilege escalation prompt")
         done = subprocess.run([executable, "-c", self.command or command], input=in_data, capture_output=True, check=False)
         return {"rc": done.returncode, "stdout": done.stdout.decode(), "stderr": done.stderr.decode()}
 
 
 class Limits(unittest.TestCase):
     def test_device_that_hangs_or_never_ends_its_answer_is_given_up(self):
-        for command, fault in (("exec sleep 60", LinkLost), ("exec yes =", ScriptFailed), ("exit 255", LinkLost)):
+        for command, fault in (("exec sleep 60", LinkLost), ("exec yes =", ScriptFailed), ("exit 255", LinkLost), ("become", LinkLost)):
             with self.subTest(command), unittest.mock.patch.object(link_module, "LARGEST", 8 * 1024):
                 started, device = time.monotonic(), Device(command)
                 with self.assertRaises(fault):
-                    Link(device, 0.1, 0.1, 1).run("health", tries=2, limit=60, COMMAND="true")
+                    link, waits = Link(device, 0.1, 0.1, 1), []
+                    link.on_wait = lambda: waits.append(1)
+                    link.run("health", tries=2, limit=60, COMMAND="true")
+                self.assertEqual(len(waits), 0 if fault is ScriptFailed else 1)
                 self.assertLess(time.monotonic() - started, 30)
                 self.assertLessEqual(device.runs, 2)
 
@@ -252,12 +275,31 @@ class Limits(unittest.TestCase):
             self.assertEqual((json.loads(file.read_text())["url"], file.stat().st_mode & 0o77), (without_secrets(url), 0))
             self.assertNotIn("secret", file.read_text())
 
-    def test_record_that_cannot_be_written_or_read_is_no_fault_of_the_device(self):
+    FULL = """import contextlib
+from rovu_fleet import record, wave
+made = record.Record("r", "m", "d1")
+made.append("start")
+made.note()
+with contextlib.suppress(OSError), open("r/filler", "wb", 0) as filler:
+    while True: filler.write(bytes(4096))
+for action in (lambda: made.append(5000 * "x"), lambda: made.enter("starting"), record.Record("r", "n", "d1").note):
+    try: print("written", action())
+    except record.AnsibleActionFail as failed: print(failed)
+print(*wave.last_words({"records": "r", "report": "r/a.html", "digest": "d1", "hosts": ["m"]}, {}, ["a"]))
+"""
+
+    def test_full_disk_is_told_as_that_of_the_control_machine(self):
         with tempfile.TemporaryDirectory() as folder:
-            record = Record(folder, "m", "d1")
-            with unittest.mock.patch("os.replace", side_effect=OSError(28, "No space left on device")):
-                self.assertRaisesRegex(AnsibleActionFail, "the control machine cannot write", record.note)
-            self.assertEqual(list(pathlib.Path(folder).iterdir()), [])
+            os.mkdir(f"{folder}/r")
+            command = ["unshare", "-Urm", "sh", "-c", 'mount -t tmpfs -o size=64k none r && exec "$@"', "sh", sys.executable, "-Bc", self.FULL]
+            environment = {**os.environ, "PYTHONPATH": str(link_module.SCRIPTS.parent)}
+            said = subprocess.run(command, cwd=folder, env=environment, capture_output=True, text=True, check=False)
+            *lines, words = said.stdout.splitlines() or [said.stderr]
+            self.assertEqual(lines, 3 * ["the control machine cannot write its records in r: No space left on device"], said)
+            self.assertRegex(words, "cannot write r/a.html: No space left.* stopped")
+
+    def test_record_that_cannot_be_read_is_no_fault_of_the_device(self):
+        with tempfile.TemporaryDirectory() as folder:
             (pathlib.Path(folder) / "m.json").write_text("{")
             self.assertRaisesRegex(AnsibleActionFail, "cannot be read", Record, folder, "m", "d1")
 
@@ -301,23 +343,31 @@ class Frozen(unittest.TestCase):
 
 
 class Playbooks(unittest.TestCase):
+    """Of three devices, of which none answers."""
+
     def test_what_cannot_be_meant_ends_before_anything_starts(self):
+        wrong, late = {"rovu_poll": "5x"}, {"ansible_port": "{{ 9 if rovu_look_result is not defined else none_such }}"}
         rows = (
-            ("rollout", {"rovu_hosts": "mats"}, "", "no device is of the pattern"),
-            ("rollout", {"rovu_waves": []}, "rovu_heatlh: x", "did you mean rovu_health"),
-            ("back", {"rovu_waves": []}, "ansible_connection: local", "no device"),
-            ("plan", {}, "rovu_waves: 1", "must be given with -e"),
-            ("plan", {}, "", "no device answered"),
+            ("rollout", {"rovu_hosts": "mats"}, {}, "no device is of the pattern"),
+            ("rollout", {"rovu_waves": []}, {"rovu_heatlh": "x"}, "did you mean rovu_health"),
+            ("rollout", {}, {"hosts": {"m": {}, "n": wrong}}, "rovu_poll ('5x')"),
+            ("plan", {"rovu_hosts": "n"}, {"hosts": {"m": wrong, "n": {}}}, "no device answered"),
+            ("back", {"rovu_waves": []}, {"ansible_connection": "local"}, "no device"),
+            ("plan", {}, {"rovu_waves": 1}, "must be given with -e"),
+            ("plan", {}, {}, "no device answered"),
+            ("rollout", {"rovu_waves": [2, 1], "rovu_max_unreachable": 50}, {"hosts": {"m": {}, "n": late, "o": {}}}, "2 of 2 devices, more"),
         )
         fleet = link_module.SCRIPTS.parent
         with tempfile.TemporaryDirectory() as name:
             folder = pathlib.Path(name)
             (folder / "pack").write_text(Frozen.PACK)
             (folder / "pack").chmod(0o755)
-            given = {"rovu_pack": f"{name}/pack", "rovu_records": f"{name}/r", "rovu_fetch": False, "rovu_look_limit": 0.1}
+            given = {"rovu_pack": f"{name}/pack", "rovu_records": f"{name}/r", "rovu_report": f"{name}/a.html", "rovu_fetch": False, "rovu_look_limit": 0.1}
             for book, variables, inventory, words in rows:
                 with self.subTest(words):
-                    (folder / "inventory.yml").write_text(f"all: {{hosts: {{m: {{ansible_host: 127.0.0.1, ansible_port: 9}}}}, vars: {{{inventory}}}}}")
+                    hosts = inventory.pop("hosts", {"m": {}})
+                    everywhere = {"ansible_host": "127.0.0.1", "ansible_port": 9, **inventory}
+                    (folder / "inventory.yml").write_text(json.dumps({"all": {"hosts": hosts, "vars": everywhere}}))
                     done = subprocess.run(
                         ["ansible-playbook", "-i", f"{name}/inventory.yml", fleet / f"{book}.yml", "-e", json.dumps({**NEEDED, **given, **variables})],
                         env={**os.environ, "ANSIBLE_CONFIG": f"{fleet}/ansible.cfg"}, capture_output=True, text=True, check=False,
@@ -325,6 +375,7 @@ class Playbooks(unittest.TestCase):
                     self.assertIn(words, done.stdout)
                     self.assertNotEqual(done.returncode, 0)
                     self.assertNotIn("exception occurred", done.stdout)
+                    self.assertEqual("Work and verify" in done.stdout, "2 of 2" in words)
 
 
 if __name__ == "__main__":

@@ -58,10 +58,10 @@ class Folder(unittest.TestCase):
 class Summary(Folder):
     def test_what_is_urgent_and_frequent_comes_first(self):
         self.add(record("mast-10"), record("mast-9", wave="v", started=NOW - 500, states=[]))
-        self.add(record("a-1", "refused", "no"), record("b", None, ended=None), record("c", "gone", "c is off"))
+        self.add(record("a-1", "refused", "no"), record("b", None, ended=None), record("c", "gone", "c is off"), record("r", "returned"))
         self.add(record("x", "failed", "odd"), *(record(f"f-{n}", "failed", FLASH.format(n % 2)) for n in range(3)))
         data = self.summary()
-        self.assertEqual(list(data["counts"].items()), [("gone", 1), ("failed", 4), ("refused", 1), ("running", 1), ("updated", 2)])
+        self.assertEqual(list(data["counts"].items()), [("gone", 1), ("failed", 4), ("refused", 1), ("returned", 1), ("running", 1), ("updated", 2)])
         groups = [(each["outcome"], each["message"], each["devices"]) for each in data["failures"]]
         self.assertEqual(
             groups,
@@ -70,6 +70,7 @@ class Summary(Folder):
                 ("failed", 'Failed to flash UBI volume "…"', ["f-0", "f-1", "f-2"]),
                 ("failed", "odd", ["x"]),
                 ("refused", "no", ["a-1"]),
+                ("returned", "", ["r"]),
             ],
         )
         self.assertEqual([wave["name"] for wave in data["waves"]], ["v", "w"])

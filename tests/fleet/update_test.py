@@ -14,7 +14,7 @@ import unittest.mock
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "fleet"))
 from rovu_fleet.back import Back  # noqa: E402
 from rovu_fleet.gate import NotNow  # noqa: E402
-from rovu_fleet.link import LinkLost  # noqa: E402
+from rovu_fleet.link import LinkLost, ScriptFailed  # noqa: E402
 from rovu_fleet.plan import split  # noqa: E402
 from rovu_fleet.record import Record  # noqa: E402
 from rovu_fleet.update import Update  # noqa: E402
@@ -25,7 +25,7 @@ OLD = {"model": "mast-4", "kernel": "1.0", "rootfs": "1.0", "active": "0", "boot
 NEW = {**OLD, "kernel": "2.0", "rootfs": "2.0", "active": "1", "bootswitcher": "0A0A01"}
 NEW.update({"reference.k1": MD5["kernel"], "reference.k1_root": MD5["rootfs"]})
 OTHERS = {"run_digest": "d1", "run_token": "other"}
-DIGESTS = {"k1": MD5["kernel"], "k1_root": MD5["rootfs"]}
+DIGESTS = {"k0": "c" * 32, "k0_root": "d" * 32, "k1": MD5["kernel"], "k1_root": MD5["rootfs"]}
 
 
 IMAGES = {kind: {"kind": kind, "version": "2.0", "md5": MD5[kind], "mandatory": True} for kind in MD5}
@@ -117,6 +117,16 @@ class Course(unittest.TestCase):
         device = Device(look=[OLD], start=STARTED, follow=[{**OWN, "state": "complete", "run_status": "0"}])
         ends = [self.run_on(device, pack).name] + [self.run_again(device, pack).name for _ in range(2)]
         self.assertEqual(ends, ["done", "current", "current"])
+        device.answers["look"] = [{**OLD, "references": "missing"}]
+        record = Record(self.folder, "mast-1", "d1", keep=True)
+        self.assertEqual(Update(device, pack, record, SETTINGS, FROZEN).run(again=True).name, "current")
+        device.answers["look"] = [OLD]
+        ill = types.SimpleNamespace(**{**vars(SETTINGS), "health": "x"})
+        rows = [(host, "1", (), "unhealthy") for host in ("mast-1", "mast-3")]
+        for host, health, retry, name in [*rows, ("mast-1", "0", (), "unhealthy"), ("mast-1", "0", ["unhealthy"], "current")]:
+            device.answers["health"], ill.retry = [{"health": health}], retry
+            record = Record(self.folder, host, "d1", retry=retry)
+            self.assertEqual(Update(device, pack, record, ill, FROZEN).run().name, name)
         first = device.token
         self.assertEqual(self.run_again(device, pack, frozen={**FROZEN, "digest": "d2"}).name, "done")
         self.assertNotEqual(device.token, first)  # at the same time
@@ -188,9 +198,14 @@ class Course(unittest.TestCase):
         device = Device(look=[there], digests=[DIGESTS])
         self.assertEqual(self.run_on(device).name, "current")
         device.answers.update(look=[there, old], digests=[whole], back=[{"switched": "yes"}])
-        for _ in range(2):
-            self.assertEqual(Back(device, Record(self.folder, "mast-1", "d1"), SETTINGS, FROZEN).run().name, "returned")
-        self.assertEqual(self.run_again(device).name, "returned")
+        for answer, counts in ((there, False), (old, False), (LinkLost("off"), True)):
+            device.answers["look"] = [answer, old]
+            end = Back(device, Record(self.folder, "mast-1", "d1"), SETTINGS, FROZEN).run()
+            self.assertEqual((end.name, end.counts), ("returned", counts), answer)
+        for answer in (old, LinkLost("off")):
+            device.answers["look"] = [answer]
+            end = self.run_again(device)
+            self.assertEqual((end.name, end.counts), ("returned", True), answer)
 
     def test_canary_is_judged_by_what_it_is_after_the_soak(self):
         sick = types.SimpleNamespace(**{**vars(SETTINGS), "health": "x"})
@@ -202,7 +217,7 @@ class Course(unittest.TestCase):
                 states = self.record.data["states"]
                 device.answers["look"] = looks
                 record = Record(self.folder, "mast-1", "d1", keep=True)
-                self.assertEqual(Update(device, Pack(), record, settings, FROZEN).run_again().name, outcome)
+                self.assertEqual(Update(device, Pack(), record, settings, FROZEN).run(again=True).name, outcome)
                 self.assertEqual((record.data["outcome"], record.data["states"]), (outcome, states))
 
     def test_each_way_back_ends_in_its_outcome(self):
@@ -223,13 +238,22 @@ class Course(unittest.TestCase):
             "an update that was killed": ("returned", [{**there, **OTHERS, "run_dead": "yes"}, old], [whole], said),
             "no restart": ("unsound", [there, switched], [whole], said),
             "no return": ("gone", [there, LinkLost()], [whole], said),
+            "no answer": ("unreachable", [LinkLost()], [], []),
+            "fell back by itself": ("returned", [old], [whole], []),
+            "fell back, and starts the update again": ("unsound", [{**old, "bootswitcher": "0A0A01"}], [whole], []),
+            "ill": ("unhealthy", [there, old], [whole], said),
         }
         for name, (outcome, looks, digests, back) in rows.items():
             with self.subTest(name), tempfile.TemporaryDirectory() as folder:
-                device = Device(look=looks, digests=digests, back=back)
-                end = Back(device, Record(folder, "mast-1", "d1"), SETTINGS, FROZEN).run()
+                device = Device(look=looks, digests=digests, back=back, health=[{"health": "1"}])
+                own = types.SimpleNamespace(**{**vars(SETTINGS), "health": "x" if name == "ill" else ""})
+                end = Back(device, Record(folder, "mast-1", "d1"), own, FROZEN).run()
                 self.assertEqual(end.name, outcome, end.why)
                 self.assertEqual(device.left(), {}, "answers that nobody asked for")
+                if outcome == "gone":  # and comes late
+                    device.answers["look"] = [old]
+                    end = Back(device, Record(folder, "mast-1", "d1"), own, FROZEN).run()
+                    self.assertEqual((end.name, end.counts), ("returned", False))
 
     def test_boot_loader_that_counts_must_leave_the_former_set_alone(self):
         rows = [({}, True), ({"good": "0A0A00"}, True), ({"good": "0A0A01"}, False), ({"good": "0A0A00", "bootcount": "3"}, True)]
@@ -262,7 +286,6 @@ class Course(unittest.TestCase):
         failed = {**OWN, "state": "error", "run_status": "1"}
         cut = {**failed, "log": ["CURL download failed after 0 bytes: (22) HTTP response code said error"]}
         portal = [{**OWN, "state": "downloading spec"}, failed]
-        former = {**DIGESTS, "k0": "c" * 32, "k0_root": "d" * 32}
         lost = {**NEW, "references": "missing"}
         switched = {**OLD, "bootswitcher": "0A0A01"}
         their_end = {**OTHERS, "state": "complete", "run_status": "0"}
@@ -281,10 +304,13 @@ class Course(unittest.TestCase):
             "no variable": ("unsound", Device(look=[{**OLD, "bootswitcher": ""}])),
             "old set": ("fell back", Device(look=[OLD], start=STARTED, follow=[complete, {}])),
             "no answer": ("unreachable", Device(look=[LinkLost()])),
+            "a restart in each attempt": ("failed", Device(look=[OLD], start=STARTED, follow=[running, {}, running, {}])),
+            "switched by another, and not restarted": ("unsound", Device(look=[switched])),
             "no answer to the start": ("gone", Device(look=[OLD], start=[LinkLost()])),
             "no answer after the restart": ("gone", Device(look=[OLD, LinkLost()], start=STARTED, follow=[complete, {}])),
             "lost reference files": ("unsound", Device(look=[lost])),
             "a volume that is not read": ("unsound", Device(look=[NEW], digests=[{"k1": MD5["kernel"]}])),
+            "a way back that is not read": ("unsound", Device(look=[OLD], digests=[{"k0": "c" * 32}])),
             "a model that cannot be": ("unsound", Device(look=[{**OLD, "model": "mast-4,kernel=9"}])),
             "an answer without content": ("unsound", Device(look=[{}])),
             "another's, by a cron job": ("busy", Device(look=[switched, switched, NEW])),
@@ -294,12 +320,16 @@ class Course(unittest.TestCase):
                 Device(look=[OLD, OLD, NEW], start=STARTED, follow=[{**failed, "log": ["Hash verification failed"]}, complete, {}]),
             ),
             "a way back that is lost": (
-                "unsound", Device(look=[OLD, NEW], start=STARTED, follow=[complete, {}], digests=[former, {**former, "k0": "e" * 32}]),
+                "unsound", Device(look=[OLD, NEW], start=STARTED, follow=[complete, {}], digests=[DIGESTS, {**DIGESTS, "k0": "e" * 32}]),
             ),
             "a failure that changed the running set": (
-                "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[former, {**former, "k0": "e" * 32}]),
+                "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[DIGESTS, {**DIGESTS, "k0": "e" * 32}]),
             ),
-            "a failure": ("failed", Device(look=[OLD], start=STARTED, follow=[failed], digests=[former])),
+            "a failure, and then silence": ("gone", Device(look=[OLD], start=STARTED, follow=[failed], digests=[DIGESTS, LinkLost()])),
+            "a failure, and then nonsense": (
+                "unsound", Device(look=[OLD], start=STARTED, follow=[failed], digests=[DIGESTS, ScriptFailed("status 2")]),
+            ),
+            "a failure": ("failed", Device(look=[OLD], start=STARTED, follow=[failed])),
             "another's, amid the verification": ("busy", Device(look=[{**NEW, "alive": ["rovu"], "work_directory": "yes"}])),
             "a portal": ("updated", Device(look=[OLD, OLD, NEW], start=STARTED, follow=[*portal, complete, {}])),
             "no safe folder": ("refused", Device(look=[OLD], start=[{"started": "unsafe"}])),
