@@ -1,10 +1,10 @@
 // rovu-sim show, calls and volume: look into a device.
 
+#include "host/digests.h"
 #include "launcher/command_line/commands.h"
 #include "launcher/host_program.h"
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/call_log.h"
-#include "rovu_sim/shell_words.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
 #include "util/descriptor.h"
@@ -25,16 +25,6 @@ constexpr const char* kReferenceFiles[] = {
     "/app0/.ubiRefChk1",     "/app0/.ubiRefChk2",     "/app0/.ubiRefChk1.bak",
     "/app0/.ubiRefChk2.bak", "/app0/.ubiRefChk1.new", "/app0/.ubiRefChk2.new",
 };
-
-std::string md5Of(const std::string& path) {
-    const std::string command = "md5sum < " + quoteForShell(path);
-    FILE* stream = popen(command.c_str(), "r");
-    if (stream == nullptr) return "?";
-    char digest[kDigestChars];
-    const size_t got = fread(digest, 1, sizeof digest, stream);
-    pclose(stream);
-    return got == sizeof digest ? std::string(digest, got) : "?";
-}
 
 // The MD5 that the first reference file has for a volume; empty if it has none.
 std::string referenceFor(const std::string& stateDir, const std::string& volume) {
@@ -72,7 +62,8 @@ void showBootSwitch(const std::string& stateDir) {
 }
 
 void showVolume(const std::string& stateDir, const Volume& volume) {
-    const std::string md5 = md5Of(volumePath(stateDir, volume.id));
+    std::string bytes;
+    const std::string md5 = readVolume(stateDir, volume.name, &bytes) == 0 ? hexMd5(bytes) : "?";
     const std::string reference = referenceFor(stateDir, volume.name);
     std::string remark = versionInVolume(stateDir, volume.name);
     if (!remark.empty()) remark = "  version " + remark;
