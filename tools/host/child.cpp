@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -90,4 +91,14 @@ Fault runChild(const std::vector<std::string>& words, const std::string& input, 
     if (error != 0) return {error, words.front() + ": cannot be started: " + strerror(error)};
     *status = WIFEXITED(wait) ? WEXITSTATUS(wait) : kSignalBase + WTERMSIG(wait);
     return {};
+}
+
+std::string programBesideThis(const std::string& name) {
+    char self[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0) return name;
+    self[length] = '\0';
+    std::string path = self;
+    path.replace(path.rfind('/') + 1, std::string::npos, name);
+    return access(path.c_str(), X_OK) == 0 ? path : name;
 }

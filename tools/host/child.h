@@ -1,4 +1,4 @@
-// Runs a program, waits for it, and never lets it outlive this process.
+// Programs that this one runs: it waits for them, and they never outlive it.
 
 #pragma once
 
@@ -15,3 +15,6 @@
 /// \return EINTR after such a signal; a fault if the program cannot be started.
 Fault runChild(const std::vector<std::string>& words, const std::string& input, const std::string& output,
                int* status);
+
+/// \return the path of a program that was built or installed together with this one, else its name alone.
+std::string programBesideThis(const std::string& name);

@@ -22,16 +22,6 @@
 #include <unistd.h>
 #include <utility>
 
-std::string programBesideThis(const std::string& name) {
-    char self[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0) return name;
-    self[length] = '\0';
-    std::string path = self;
-    path.replace(path.rfind('/') + 1, std::string::npos, name);
-    return access(path.c_str(), X_OK) == 0 ? path : name;
-}
-
 namespace {
 
 // Where the device finds the spec, which need not lie among the files that are served.

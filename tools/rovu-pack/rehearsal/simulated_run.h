@@ -9,9 +9,6 @@
 #include <string>
 #include <vector>
 
-/// \return the path of a program that was built or installed together with this one, else its name alone.
-std::string programBesideThis(const std::string& name);
-
 /// What is the same for all devices of a rehearsal.
 struct RehearsalFiles {
     std::string spec;            // its file

@@ -1,6 +1,7 @@
 // rovu-sim show, calls and volume: look into a device.
 
 #include "host/digests.h"
+#include "host/printable.h"
 #include "launcher/command_line/commands.h"
 #include "launcher/host_program.h"
 #include "rovu_sim/boot_env.h"
@@ -9,7 +10,6 @@
 #include "rovu_sim/volume_store.h"
 #include "util/descriptor.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -44,8 +44,8 @@ void showVersions(const std::string& stateDir, const Device& device) {
     rootfsVersionInUse(stateDir, &rootfs);
     printf("model         %s\n", device.model.c_str());
     printf("active set    %u\n", device.runningSet);
-    printf("kernel        %s\n", kernel.c_str());
-    printf("rootfs        %s\n", rootfs.c_str());
+    printf("kernel        %s\n", printable(kernel).c_str());
+    printf("rootfs        %s\n", printable(rootfs).c_str());
 }
 
 void showBootSwitch(const std::string& stateDir) {
@@ -54,9 +54,9 @@ void showBootSwitch(const std::string& stateDir) {
     if (getBootVariable(stateDir, "bootswitcher", &value) != 0) {
         printf("bootswitcher  missing\n");
     } else if (setToBoot(stateDir, &set) != 0) {
-        printf("bootswitcher  %s (not a hexadecimal number)\n", value.c_str());
+        printf("bootswitcher  %s (not a hexadecimal number)\n", printable(value).c_str());
     } else {
-        printf("bootswitcher  %s (the next boot starts set %u)\n", value.c_str(), set);
+        printf("bootswitcher  %s (the next boot starts set %u)\n", printable(value).c_str(), set);
     }
     if (rebootRequested(stateDir)) printf("reboot        requested\n");
 }
@@ -65,11 +65,11 @@ void showVolume(const std::string& stateDir, const Volume& volume) {
     std::string bytes;
     const std::string md5 = readVolume(stateDir, volume.name, &bytes) == 0 ? hexMd5(bytes) : "?";
     const std::string reference = referenceFor(stateDir, volume.name);
-    std::string remark = versionInVolume(stateDir, volume.name);
+    std::string remark = printable(versionInVolume(stateDir, volume.name));
     if (!remark.empty()) remark = "  version " + remark;
     if (volume.updating) remark += "  UPDATE UNFINISHED";
     if (!reference.empty()) remark += reference == md5 ? "  as in reference" : "  DIFFERS FROM REFERENCE";
-    printf("%3u  %-10s  %-7s  %5u  %9llu  %s%s\n", volume.id, volume.name.c_str(),
+    printf("%3u  %-10s  %-7s  %5u  %9llu  %s%s\n", volume.id, printable(volume.name).c_str(),
            volume.dynamic ? "dynamic" : "static", volume.lebs, static_cast<unsigned long long>(volume.bytes),
            md5.c_str(), remark.c_str());
 }
@@ -84,13 +84,6 @@ int showVolumes(const std::string& stateDir) {
         showVolume(stateDir, volume);
     printf("%u LEBs of %u bytes are free\n", left, kLebBytes);
     return 0;
-}
-
-// What a script may have written must not control the terminal.
-std::string printable(std::string line) {
-    const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7F; };
-    std::replace_if(line.begin(), line.end(), isControl, '?');
-    return line;
 }
 
 void showReferenceFiles(const std::string& stateDir) {
