@@ -45,5 +45,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(rovu_libraries "${ROVU_SYSROOT}/usr/lib")
 set(ENV{PKG_CONFIG_LIBDIR} "${rovu_libraries}/${ROVU_TRIPLET}/pkgconfig:${rovu_libraries}/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${ROVU_SYSROOT}")
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${CMAKE_SYSTEM_PROCESSOR} -L "${rovu_libc_root}"
+# qemu-user names some processors otherwise than compilers do.
+string(REGEX REPLACE "^powerpc" "ppc" rovu_emulator "${CMAKE_SYSTEM_PROCESSOR}")
+string(REGEX REPLACE "^i[4-6]86$" "i386" rovu_emulator "${rovu_emulator}")
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${rovu_emulator} -L "${rovu_libc_root}"
   -E "LD_LIBRARY_PATH=${rovu_libraries}/${ROVU_TRIPLET}:${rovu_libraries}")

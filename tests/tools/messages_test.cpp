@@ -2,11 +2,7 @@
 
 #include "pack_shell.h"
 
-#include <unistd.h>
-
 namespace {
-
-namespace fs = std::filesystem;
 
 // Names of others that would move the cursor, and add a line to the report.
 constexpr char kForged[] =
@@ -274,30 +270,40 @@ TEST_F(Messages, OfRovuPackSayWhatHappenedWhereAndWhatToDo) {
     }
 }
 
-#ifdef ROVU_SIM_PROGRAM
 TEST_F(Messages, OfRovuSimSayWhatHappenedAndWhatToDo) {
-    const std::string sim = "SIM='" ROVU_SIM_PROGRAM "' && ";
-    EXPECT_EQ(shell(sim + "$SIM init dev --key no"), 1);
-    EXPECT_NE(said().find("--key, no: No such file"), std::string::npos) << said();
-    EXPECT_FALSE(exists("dev"));
-    EXPECT_EQ(shell(sim + "$SIM init dev --key keys/rovu_pub.pem"), 0) << said();
-    const std::string folder = "/tmp/rovu-messages-" + std::to_string(getpid());
-    fs::create_directory(folder);
-    fs::copy("/bin/true", folder + "/updater");
-    EXPECT_EQ(shell(sim + "PATH=" + folder + ":$PATH $SIM run dev -- updater"), 127);
-    fs::remove_all(folder);
-    EXPECT_NE(said().find("the workstation has it as " + folder + "/updater: give that path"),
-              std::string::npos)
-        << said();
     // A kernel that forbids user namespaces.
-    const std::string forbidding = "bwrap --unshare-user --disable-userns --dev-bind / / --uid ";
-    EXPECT_EQ(shell(sim + "rm -rf dev; " + forbidding + "1 --gid 1 $SIM init dev"), 1);
-    EXPECT_NE(said().find("user.max_user_namespaces"), std::string::npos) << said();
-    EXPECT_EQ(shell(sim + "$SIM init dev && " + forbidding +
-                    "0 --gid 0 $SIM run dev -- grep CapEff /proc/self/status"),
-              0);
-    EXPECT_NE(said().find("0000000000000000"), std::string::npos) << said();
+    const std::string forbidding = "bwrap --unshare-user --disable-userns --dev-bind / / ";
+    // A program of another processor, the emulator for it, and a registration that names it by a link.
+    const std::string foreign = R"(mkdir -p tree/bin misc && cp /bin/true bin/qemu-mips-static &&
+        printf '\177ELF\1\2\1\0\0\0\0\0\0\0\0\0\0\2\0\10' >tree/bin/sh && chmod 755 tree/bin/sh &&
+        ln -s ../bin/qemu-mips-static misc/link && $SIM init mips --root tree &&
+        printf "enabled\ninterpreter $PWD/misc/link\nflags: OCF\n" >misc/mips && PATH=$PWD/bin:$PATH )";
+    const struct {
+        std::string line;
+        int status;
+        std::string said;
+    } rows[] = {
+        {"$SIM init dev --key no", 1, "--key, no: No such file"},
+        {"$SIM init dev --key=", 2, "--key: the value is empty"},
+        {"$SIM init dev --model ''", 2, "--model: the value is empty"},
+        {"$SIM init -- dev", 0, ""},
+        {"$SIM run dev --watch=true -- true", 2, "--watch takes no value"},
+        {"$SIM run dev ls -l", 2, "\"--\" is required before the command: rovu-sim run STATE -- ls"},
+        {"$SIM run dev --", 2, "a command after \"--\" is required"},
+        {"truncate -s 1G big && ulimit -v 100000 && $SIM volume put dev k0 big", 1, "alloc"},
+        {"mkdir bin && cp /bin/true bin/updater && PATH=$PWD/bin:$PATH $SIM run dev -- updater", 127,
+         "the workstation has it as " + pathOf("bin/updater") + ": give that path"},
+        {foreign + forbidding + "--bind misc /proc/sys/fs/binfmt_misc --uid 0 --gid 0 $SIM run mips -- none",
+         127, "none is not in the device's PATH"},
+        {forbidding + "--uid 1 --gid 1 $SIM init other", 1, "user.max_user_namespaces"},
+        {forbidding + "--uid 0 --gid 0 $SIM run dev -- grep CapEff /proc/self/status", 0, "0000000000000000"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        EXPECT_EQ(shell("SIM='" ROVU_SIM_PROGRAM "' && " + row.line), row.status) << said();
+        EXPECT_NE(said().find(row.said), std::string::npos) << said();
+        EXPECT_EQ(exists("dev"), &row >= rows + 3);
+    }
 }
-#endif
 
 }  // namespace

@@ -18,10 +18,13 @@ struct Tool {
     std::string folder;     // of the manual page
     std::string function;   // the completion for bash
     std::string nextTitle;  // in the manual page, after the commands
+    std::string longest;    // of the completion for zsh: a description with colons and more than one line
 };
 const Tool kTools[] = {
-    {"rovu-pack", ROVU_PACK_PROGRAM, ROVU_PACK_SOURCE, "_rovu_pack", ".SH FINDINGS"},
-    {"rovu-sim", ROVU_SIM_PROGRAM, ROVU_SIM_SOURCE, "_rovu_sim", ".SH FAILURES"},
+    {"rovu-pack", ROVU_PACK_PROGRAM, ROVU_PACK_SOURCE, "_rovu_pack", ".SH FINDINGS",
+     R"([Where the pass phrase of the key or the PIN of the token is\: file\:PATH (its first line), fd\:N or env\:NAME; default\: ask on the terminal])"},
+    {"rovu-sim", ROVU_SIM_PROGRAM, ROVU_SIM_SOURCE, "_rovu_sim", ".SH FAILURES",
+     R"([Root file system\: a folder, a squashfs image or a tar (BusyBox and nothing else)])"},
 };
 
 class OptionTexts : public ::testing::Test {
@@ -86,6 +89,7 @@ TEST_F(OptionTexts, AreInHelpManualAndCompletions) {
         EXPECT_EQ(offered.erase("--help") + offered.erase("--version"), 2U);
         EXPECT_EQ(offered, commands);
         EXPECT_EQ(matches(zsh, "^    '([a-z]+):"), commands);
+        EXPECT_NE(zsh.find(tool.longest), std::string::npos) << zsh;
         EXPECT_EQ(matches(synopsis, "^\\.B " + tool.name + " ([a-z]+)"), commands);
         EXPECT_EQ(matches(commandSections, "^\\.SS ([a-z]+)"), commands);
         for (const std::string& command : commands) {

@@ -121,8 +121,8 @@ const Row kRows[] = {
      "the run ended with status 0 in state \"running scripts\""},
     {"a script that kills the updater", kKernel + "'s', " + kRootfs, "kill -9 $PPID\nsleep 0.5\n", kDevice, 1,
      "the run ended with status 137 in state \"running scripts\""},
-    {"a new set that does not work", kKernel + kRootfs, "", kDevice + "--health 'echo ill; exit 7'", 1,
-     "after the restart, the command on the new root file system ended with status 7: ill"},
+    {"a new set that does not work", kKernel + kRootfs, "", kDevice + "--health 'echo ill; exit 255'", 1,
+     "after the restart, the command on the new root file system ended with status 255: ill"},
     {"a volume that stays blank", kKernel, "", "--device model=RV-20,kernel=1.0,rootfs=1.0,inactive=blank", 1,
      "the device does not come back: set 1 cannot boot: its volume k1_root is empty"},
 };

@@ -101,10 +101,10 @@ std::string zshValue(const CLI::Option& option) {
     return ":" + value.name + (value.isFile ? ":_files" : value.isFolder ? ":_files -/" : "");
 }
 
-// One line for a word of _arguments, in quotes.
+// One line for a word of _arguments, in quotes. The help breaks long ones.
 std::string zshText(const std::string& text) {
     std::string quoted;
-    for (const char c : text.substr(0, text.find('\n'))) {
+    for (const char c : filled(text, "\n", " ")) {
         if (strchr("[]:\\", c) != nullptr) quoted += '\\';
         quoted += c == '\'' ? "'\\''" : std::string(1, c);
     }

@@ -40,8 +40,20 @@ std::string hexOf(const std::string& bytes) {
     return text;
 }
 
-std::string hexSha256(const std::string& bytes) {
-    Digest digest(EVP_sha256());
+namespace {
+
+std::string hexDigest(const EVP_MD* kind, const std::string& bytes) {
+    Digest digest(kind);
     digest.add(bytes.data(), bytes.size());
     return digest.hex();
+}
+
+}  // namespace
+
+std::string hexMd5(const std::string& bytes) {
+    return hexDigest(EVP_md5(), bytes);
+}
+
+std::string hexSha256(const std::string& bytes) {
+    return hexDigest(EVP_sha256(), bytes);
 }

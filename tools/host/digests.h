@@ -34,4 +34,5 @@ private:
 std::string hexOf(const std::string& bytes);
 
 /// \return the hex digest of bytes in memory; empty if libcrypto fails.
+std::string hexMd5(const std::string& bytes);
 std::string hexSha256(const std::string& bytes);

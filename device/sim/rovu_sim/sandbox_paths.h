@@ -29,7 +29,7 @@ enum InitWord {
     eWordCommand,     // the first of the command's words
 };
 
-/// Exit statuses of a run that are not the command's own.
+/// Exit statuses of a run that are not the command's own. The two of a program that does not start are a tool's, too.
 constexpr int kExitLimit = 124;  // a limit ended it
 constexpr int kExitSetupFailed = 125;
 constexpr int kExitCannotRun = 126;

@@ -26,8 +26,6 @@ namespace {
 
 using namespace rovusim;
 
-constexpr int kNotFound = 127;
-
 template <size_t N>
 bool isOneOf(const std::string& name, const char* const (&list)[N]) {
     for (const char* entry : list) {
@@ -118,7 +116,7 @@ int runRecorded(const ToolCallInside& call) {
     if (rc == 0) rc = changeNode(reply);
     if (rc == 0) return proceed(reply, call);
     fprintf(stderr, "%s: the simulator does not answer: %s\n", call.tool.c_str(), strerror(rc));
-    return kNotFound;
+    return kExitNotFound;
 }
 
 }  // namespace

@@ -17,9 +17,6 @@
 namespace rovusim {
 namespace {
 
-constexpr int kNotFound = 127;
-constexpr int kCannotRun = 126;
-
 std::string findReal(const std::string& name) {
     const std::string path = kRealPath;
     for (size_t start = 0; start < path.size();) {
@@ -87,12 +84,12 @@ int becomeReal(const ToolCallInside& call) {
     const std::string program = call.tool == kShellTool ? kRealShellInside : findReal(call.tool);
     if (program.empty()) {
         fprintf(stderr, "sh: %s: not found\n", call.tool.c_str());
-        return kNotFound;
+        return kExitNotFound;
     }
     execv(program.c_str(), call.argv);
     const int error = errno;
     fprintf(stderr, "%s: cannot run %s: %s\n", call.tool.c_str(), program.c_str(), strerror(error));
-    return error == ENOENT ? kNotFound : kCannotRun;
+    return error == ENOENT ? kExitNotFound : kExitCannotRun;
 }
 
 void runReal(const ToolCallInside& call) {

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <set>
-#include <stdexcept>
 #include <thread>
 #include <tuple>
 
@@ -65,7 +64,7 @@ bool BootQueue::bootAll(const std::string& disk) {
     });
     while (!running_.empty())
         finishOldest();
-    if (started_ != chosen_.size()) throw std::runtime_error("the replay did not come to a chosen state");
+    if (started_ != chosen_.size()) puts("FAULT: the replay did not come to a chosen state");
     const size_t survived = survivedOld_ + survivedNew_;
     printf("%zu of %zu devices survived and took the next update: %zu ran the old set, %zu the new one\n",
            survived, chosen_.size(), survivedOld_, survivedNew_);

@@ -44,7 +44,7 @@ public:
               const std::vector<Candidate>& chosen);
 
     /// Replays the log on `disk` and boots the chosen states. Prints a line for each and a summary.
-    /// \return whether all devices survived. Throws std::runtime_error as bootAndUpdate() does.
+    /// \return whether all devices survived.
     bool bootAll(const std::string& disk);
 
 private:

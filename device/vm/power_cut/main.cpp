@@ -3,50 +3,23 @@
 
 #include "boot_queue.h"
 #include "disk.h"
-#include "files.h"
+#include "host/files.h"
 #include "tally.h"
 
+#include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <filesystem>
-#include <map>
-#include <stdexcept>
+#include <system_error>
 
 namespace {
 
-constexpr char kUsage[] =
-    "usage: rovu-vm-power-cut OPTION=VALUE...\n"
-    "  images=FOLDER   the images of the versions 2.0 and 3.0\n"
-    "  disk=FILE       the disk before the update, which runs 2.0 in set 1\n"
-    "  log=FILE        the log of the disk's writes while it was updated to 3.0 in set 0\n"
-    "  key=FILE        what /app0/secrets/rovu/preshared holds\n"
-    "  work=FOLDER     for files of its own\n"
-    "  boots=N|all     how many states to boot; all: those after the volumes began to be switched, and 100 before\n"
-    "  boot=PROGRAM    device/vm/boot\n"
-    "  files=IMAGE     what the booted devices serve to themselves\n"
-    "  command=FILE    what the booted devices run\n"
-    "  owner=TEXT      what the owner's file on them holds\n";
-
 constexpr size_t kSpread = 100;  // boots before the volumes are switched, if all are booted
 
-class Options {
-public:
-    Options(int argc, char** argv) {
-        for (int i = 1; i < argc; ++i) {
-            const char* equals = strchr(argv[i], '=');
-            if (equals == nullptr) throw std::invalid_argument(argv[i]);
-            values_[std::string(argv[i], static_cast<size_t>(equals - argv[i]))] = equals + 1;
-        }
-    }
-
-    const std::string& operator[](const char* name) const {
-        const auto found = values_.find(name);
-        if (found == values_.end()) throw std::invalid_argument(std::string(name) + "= is missing");
-        return found->second;
-    }
-
-private:
-    std::map<std::string, std::string> values_;
+struct Options {
+    std::string images, disk, log, key, work, boots;
+    BootOptions boot;
 };
 
 // State "switching volume" writes the new reference files first, and then the environment. Nothing else writes either.
@@ -67,18 +40,18 @@ struct Recording {
     size_t switching = 0;  // the first entry of it
 };
 
-Recording readRecording(const Options& options, const ExpectedSets& sets) {
-    Recording recording;
-    recording.disk = readFileOrThrow(options["disk"]);
-    recording.logBytes = readFileOrThrow(options["log"]);
-    recording.log = parseWriteLog(recording.logBytes);
-    recording.switching = findSwitching(recording.log, sets.next);
-    printf("%zu writes and flushes; ", recording.log.size());
-    if (recording.switching == recording.log.size())
+Fault readRecording(const Options& options, const ExpectedSets& sets, Recording* recording) {
+    if (Fault fault = readWholeFile(options.disk, &recording->disk)) return fault;
+    if (recording->disk.size() != kDiskSize) return {EINVAL, options.disk + ": the disk has another size"};
+    if (Fault fault = readWholeFile(options.log, &recording->logBytes)) return fault;
+    if (Fault fault = parseWriteLog(recording->logBytes, &recording->log)) return fault;
+    recording->switching = findSwitching(recording->log, sets.next);
+    printf("%zu writes and flushes; ", recording->log.size());
+    if (recording->switching == recording->log.size())
         printf("the volumes are never switched\n\n");
     else
-        printf("the volumes are switched from number %zu on\n\n", recording.switching);
-    return recording;
+        printf("the volumes are switched from number %zu on\n\n", recording->switching);
+    return {};
 }
 
 // Judges all states; false if one of them is wrong.
@@ -96,38 +69,63 @@ bool judgeAll(const Recording& recording, const ExpectedSets& sets, App0Reader* 
     return !tally.hasFaults();
 }
 
-bool run(const Options& options) {
-    const ExpectedSets sets = {readExpectedSet(options["images"], "2.0", 1),
-                               readExpectedSet(options["images"], "3.0", 0)};
-    const std::string& work = options["work"];
-    std::filesystem::create_directories(work + "/app0");
-    const std::string keyFile = readFileOrThrow(options["key"]);
-    const Recording recording = readRecording(options, sets);
-    App0Reader app0(work + "/app0", keyFile);
+// `isSound` tells whether all devices survive.
+Fault run(Options* options, bool* isSound) {
+    ExpectedSets sets;
+    Recording recording;
+    const std::string scratch = options->work + "/app0";
+    if (Fault fault = readExpectedSet(options->images, "2.0", 1, &sets.old)) return fault;
+    if (Fault fault = readExpectedSet(options->images, "3.0", 0, &sets.next)) return fault;
+    if (Fault fault = readWholeFile(options->key, &options->boot.keyFile)) return fault;
+    if (Fault fault = readRecording(*options, sets, &recording)) return fault;
+    std::error_code error;
+    std::filesystem::create_directories(scratch, error);
+    if (error) return fileFault(scratch, error.value());
+    App0Reader app0(scratch, options->boot.keyFile);
     Selection selection;
-    const bool isSound = judgeAll(recording, sets, &app0, &selection);
+    *isSound = judgeAll(recording, sets, &app0, &selection);
 
-    const std::string& boots = options["boots"];
-    const size_t most = boots == "all" ? SIZE_MAX : std::stoul(boots);
-    if (most == 0) return isSound;
+    const size_t most =
+        options->boots == "all" ? SIZE_MAX : std::strtoul(options->boots.c_str(), nullptr, 10);
+    if (most == 0) return {};
     const std::vector<Candidate> chosen = selection.choose(most, kSpread);
     printf("\nBooting %zu of these states, and updating each again\n", chosen.size());
     fflush(stdout);
-    const BootOptions bootOptions = {options["boot"],  options["files"], options["command"], work,
-                                     options["owner"], keyFile};
-    return BootQueue(bootOptions, sets, recording.log, chosen).bootAll(recording.disk) && isSound;
+    options->boot.folder = options->work;
+    *isSound = BootQueue(options->boot, sets, recording.log, chosen).bootAll(recording.disk) && *isSound;
+    return {};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return run(Options(argc, argv)) ? 0 : 1;
-    } catch (const std::invalid_argument& error) {
-        fprintf(stderr, "rovu-vm-power-cut: %s\n%s", error.what(), kUsage);
-        return 2;
-    } catch (const std::exception& error) {
-        fprintf(stderr, "rovu-vm-power-cut: %s\n", error.what());
+    CLI::App app("Judges every power cut in a recorded update, and boots some.", "rovu-vm-power-cut");
+    Options options;
+    const struct {
+        const char* name;
+        std::string* value;
+        const char* description;
+    } rows[] = {
+        {"--images", &options.images, "Folder of the images of the versions 2.0 and 3.0"},
+        {"--disk", &options.disk, "Disk before the update, which runs 2.0 in set 1"},
+        {"--log", &options.log, "Log of the disk's writes while it was updated to 3.0 in set 0"},
+        {"--key", &options.key, "File with what /app0/secrets/rovu/preshared holds"},
+        {"--work", &options.work, "Folder for files of its own"},
+        {"--boots", &options.boots,
+         "How many states to boot; all: those after the volumes began to be switched, and 100 before"},
+        {"--boot", &options.boot.boot, "The program device/vm/boot"},
+        {"--files", &options.boot.files, "Image of what the booted devices serve to themselves"},
+        {"--command", &options.boot.command, "Script that the booted devices run"},
+        {"--owner", &options.boot.owner, "What the owner's file on them holds"},
+    };
+    for (const auto& row : rows)
+        app.add_option(row.name, *row.value, row.description)->required();
+    app.get_option("--boots")->check(CLI::Range(0U, 1U << 20) | CLI::IsMember({"all"}));
+    CLI11_PARSE(app, argc, argv);
+    bool isSound = false;
+    if (Fault fault = run(&options, &isSound)) {
+        fprintf(stderr, "rovu-vm-power-cut: %s\n", fault.message().c_str());
         return 1;
     }
+    return isSound ? 0 : 1;
 }

@@ -1,10 +1,13 @@
 #include "vm_boot.h"
 
-#include "files.h"
+#include "disk.h"
+#include "host/child.h"
+#include "host/files.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <sstream>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -73,12 +76,16 @@ std::string faultOfDevice(const Facts& facts, const ExpectedSet& set, const Verd
 // The next update must have come to its restart, and have switched to the other set.
 std::string faultOfUpdate(const std::string& folder, const ExpectedSets& sets, Boots expected,
                           const BootOptions& options) {
-    if (readFileOrThrow(folder + "/console.log").find("reboot: Restarting system") == std::string::npos)
+    std::string console, disk;
+    if (Fault fault = readWholeFile(folder + "/console.log", &console)) return fault.message();
+    if (Fault fault = readWholeFile(folder + "/disk.img", &disk)) return fault.message();
+    if (console.find("reboot: Restarting system") == std::string::npos)
         return "the next update does not restart the device";
     const std::string scratch = folder + "/app0";
-    std::filesystem::create_directories(scratch);
+    std::error_code error;
+    if (!std::filesystem::create_directory(scratch, error))
+        return fileFault(scratch, error.value()).message();
     App0Reader app0(scratch, options.keyFile);
-    const std::string disk = readFileOrThrow(folder + "/disk.img");
     const Verdict verdict = Judge(sets, &app0, disk).judge(disk);
     if (!verdict.fault.empty()) return "after the next update: " + verdict.fault;
     if (verdict.boots != expected) return "the next update does not switch the sets";
@@ -90,21 +97,38 @@ std::string faultOfUpdate(const std::string& folder, const ExpectedSets& sets, B
 std::string bootAndUpdate(const BootOptions& options, const ExpectedSets& sets, const Verdict& expected,
                           const std::string& disk, const std::string& name) {
     if (expected.boots == Boots::kNeither) return "no set boots";
-    const std::string folder = options.folder + "/" + name;
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directories(folder);
-    writeFileOrThrow(folder + "/disk.img", disk);
-    writeFileOrThrow(folder + "/output", "");
-    const int status = runProgram({"timeout", "--foreground", "-s", "KILL", kTimeLimit, options.boot, folder,
-                                   "--command", options.command, "--files", options.files, "--console",
-                                   folder + "/console.log", "--output", folder + "/output"},
-                                  folder + "/boot.log");
+    const std::string folder = options.folder + "/" + name, output = folder + "/output";
+    std::error_code error;
+    std::filesystem::remove_all(folder, error);
+    if (!std::filesystem::create_directory(folder, error)) return fileFault(folder, error.value()).message();
+    int rc = writeSparse(folder + "/disk.img", disk);
+    if (rc == 0) rc = writeSparse(output, "");
+    if (rc != 0) return fileFault(folder, rc).message();
+    const std::vector<std::string> words = {"timeout",
+                                            "--foreground",
+                                            "-s",
+                                            "KILL",
+                                            kTimeLimit,
+                                            options.boot,
+                                            folder,
+                                            "--command",
+                                            options.command,
+                                            "--files",
+                                            options.files,
+                                            "--console",
+                                            folder + "/console.log",
+                                            "--output",
+                                            output};
+    int status = 0;
+    if (Fault fault = runChild(words, "/dev/null", folder + "/boot.log", &status)) return fault.message();
     if (status != 0) return "the target VM ends with " + std::to_string(status);
 
+    std::string said;
+    if (Fault fault = readWholeFile(output, &said)) return fault.message();
     const bool isOld = expected.boots == Boots::kOld;
-    const Facts facts(readFileOrThrow(folder + "/output"));
+    const Facts facts(said);
     std::string fault = faultOfDevice(facts, isOld ? sets.old : sets.next, expected, options);
     if (fault.empty()) fault = faultOfUpdate(folder, sets, isOld ? Boots::kNew : Boots::kOld, options);
-    if (fault.empty()) std::filesystem::remove_all(folder);
+    if (fault.empty()) std::filesystem::remove_all(folder, error);
     return fault;
 }

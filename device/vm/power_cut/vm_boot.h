@@ -18,7 +18,6 @@ struct BootOptions {
 /// Boots `disk`, whose target VM gets the folder NAME in the options' folder. The folder is removed unless there is a
 /// fault. May run in several threads at a time, with different names.
 /// \param expected the verdict on the disk's contents, which the running device must confirm.
-/// \return what is wrong with the device or its next update; empty if nothing. Throws std::runtime_error if no target
-///         VM can be started.
+/// \return what is wrong with the device or its next update, or why no target VM can be started; empty if nothing.
 std::string bootAndUpdate(const BootOptions& options, const ExpectedSets& sets, const Verdict& expected,
                           const std::string& disk, const std::string& name);

@@ -5,6 +5,7 @@
 #include "cli/command_line.h"
 
 #include "cli/commands.h"
+#include "host/command_line.h"
 #include "host/completion.h"
 #include "spec_view/words.h"
 
@@ -81,11 +82,6 @@ struct Options {
     RehearseOptions rehearse;
 };
 
-// An empty value is most often an unset variable, and must not count as a missing option.
-std::string refuseEmpty(const std::string& value) {
-    return value.empty() ? "the value is empty" : "";
-}
-
 CLI::App* addKeygen(CLI::App* app, std::string* folder) {
     CLI::App* command = app->add_subcommand("keygen", "Make a key pair; overwrites nothing");
     command->add_option("DIR", *folder, "Folder for private.pem and rovu_pub.pem")->required();
@@ -104,7 +100,6 @@ void addKeyPass(CLI::App* command, std::string* source, CLI::Option* key) {
                      "Where the pass phrase of the key or the PIN of the token is: file:PATH (its\n"
                      "first line), fd:N or env:NAME; default: ask on the terminal")
         ->type_name("SOURCE")
-        ->check(refuseEmpty)
         ->needs(key);
 }
 
@@ -125,7 +120,7 @@ CLI::App* addBuild(CLI::App* app, BuildCommandOptions* commandOptions) {
     command->add_option("--out", options->out, "Folder for the output")->required()->type_name("DIR");
     CLI::Option* key = command->add_option(
         "--key", options->key, "Private key that signs the spec: a file, or pkcs11:... on a token");
-    key->type_name("KEY")->check(refuseEmpty);
+    key->type_name("KEY");
     addKeyPass(command, &options->keyPass, key);
     CLI::Option* elsewhere =
         command->add_flag("--unsigned", options->isUnsigned,
@@ -155,7 +150,7 @@ CLI::App* addSign(CLI::App* app, SignOptions* options) {
         ->type_name("FILE");
     CLI::Option* key = command->add_option("--key", options->key,
                                            "Private key that signs: a file, or pkcs11:... on a token");
-    key->type_name("KEY")->check(refuseEmpty);
+    key->type_name("KEY");
     addKeyPass(command, &options->keyPass, key);
     CLI::Option* digest =
         command->add_flag("--digest", options->isDigest,
@@ -175,22 +170,20 @@ CLI::App* addAttach(CLI::App* app, AttachOptions* options) {
         ->type_name("FILE");
     command->add_option("--pub", options->publicKey, "Public key that the devices hold")
         ->required()
-        ->type_name("PEM")
-        ->check(refuseEmpty);
+        ->type_name("PEM");
     return command;
 }
 
 void addFileOptions(CLI::App* command, CheckOptions* options) {
     SignatureUse* use = &options->signatureUse;
     CLI::Option* key = command->add_option("--pub", use->publicKey, "Public key that the device holds");
-    key->type_name("PEM")->check(refuseEmpty);
+    key->type_name("PEM");
     command->add_flag("--unsigned", use->isUnsigned, "The device is told not to verify")->excludes(key);
     CLI::Option* folder =
         command->add_option("--files", options->files.folder, "Folder with the files that are served");
-    folder->type_name("DIR")->check(refuseEmpty);
+    folder->type_name("DIR");
     command->add_option("--secrets", options->files.secrets, "Key file as the device holds it")
         ->type_name("FILE")
-        ->check(refuseEmpty)
         ->needs(folder);
 }
 
@@ -200,8 +193,6 @@ void addDeviceOptions(CLI::App* command, CheckCommandOptions* options) {
     CLI::Option* kernel = command->add_option("--kernel", options->device.kernel, "Its kernel's release");
     CLI::Option* rootfs =
         command->add_option("--rootfs", options->device.rootfs, "Version of its root file system");
-    for (CLI::Option* option : {model, kernel, rootfs})
-        option->check(refuseEmpty);
     model->type_name("NAME")->needs(kernel)->needs(rootfs);
     kernel->type_name("VERSION")->needs(model);
     rootfs->type_name("VERSION")->needs(model);
@@ -245,13 +236,11 @@ CLI::App* addRehearse(CLI::App* app, RehearseOptions* options) {
         ->add_option(
             "--rovu", options->program,
             "The device's program, built for this machine; default: rovu next to\nrovu-pack, or in PATH")
-        ->type_name("FILE")
-        ->check(refuseEmpty);
+        ->type_name("FILE");
     command
         ->add_option("--health", options->health,
                      "Command that an updated device runs after its restart, and that must\nsucceed")
-        ->type_name("COMMAND")
-        ->check(refuseEmpty);
+        ->type_name("COMMAND");
     command->add_option("--script-limit", options->scriptSeconds, "Seconds that a script may run (600)")
         ->type_name("N")
         ->check(CLI::Range(1U, 1U << 20));
@@ -269,7 +258,6 @@ CLI::App* addInspect(CLI::App* app, InspectOptions* options) {
     command
         ->add_option("--pub", options->publicKeys, "Public key that may have signed it; again for each key")
         ->type_name("PEM")
-        ->check(refuseEmpty)
         ->allow_extra_args(false);
     command->add_flag("--json", options->json, "Print everything as JSON");
     return command;
@@ -306,7 +294,7 @@ int runCommandLine(int argc, char** argv) {
     const CLI::App* inspect = addInspect(&app, &options.inspect);
     if (argc == 3 && std::string(argv[1]) == "--completion") return printCompletion(app, argv[2]);
     try {
-        app.parse(argc, argv);
+        parseCommandLine(&app, argc, argv);
     } catch (const CLI::Success& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {

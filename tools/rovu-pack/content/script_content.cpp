@@ -1,6 +1,7 @@
 #include "content/script_content.h"
 
 #include "content/shell_commands.h"
+#include "host/child.h"
 #include "host/scratch.h"
 #include "signing/key_files.h"
 
@@ -12,9 +13,7 @@
 #include <optional>
 #include <regex>
 #include <set>
-#include <spawn.h>
 #include <sstream>
-#include <sys/wait.h>
 
 namespace {
 
@@ -300,8 +299,6 @@ std::vector<std::pair<std::string, size_t>> findUnset(const std::string& script)
     return found;
 }
 
-extern char** environ;
-
 namespace {
 
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
@@ -309,22 +306,9 @@ constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 // \return whether the shell understands the file; nothing if it cannot be started.
 std::optional<bool> understands(const std::vector<std::string>& shell, const std::string& path) {
     constexpr int kNoShell = 127;  // a BusyBox without one
-    posix_spawn_file_actions_t actions;
-    if (posix_spawn_file_actions_init(&actions) != 0) return std::nullopt;
-    posix_spawn_file_actions_addopen(&actions, 0, path.c_str(), 0, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", 1, 0);
-    std::vector<char*> argv;
-    argv.reserve(shell.size() + 1);
-    for (const std::string& word : shell)
-        argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    pid_t child = -1;
     int status = 0;
-    const bool started = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    if (!started || waitpid(child, &status, 0) != child) return std::nullopt;
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kNoShell) return std::nullopt;
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (runChild(shell, path, "/dev/null", &status) || status == kNoShell) return std::nullopt;
+    return status == 0;
 }
 
 // Lets a shell parse the script without running it: that of BusyBox, as on a device, or else this machine's. True

@@ -1,7 +1,7 @@
 #include "rehearsal/new_root.h"
 
+#include "host/child.h"
 #include "host/files.h"
-#include "rehearsal/simulated_run.h"
 
 #include <algorithm>
 #include <fstream>
@@ -27,7 +27,7 @@ int unsquash(const std::string& folder, std::vector<std::string> words, std::str
     const std::string log = folder + "/unsquashfs";
     int status = 0;
     words.insert(words.begin(), "unsquashfs");
-    return runChild(words, log, &status) || readWholeFile(log, said) ? -1 : status;
+    return runChild(words, "/dev/null", log, &status) || readWholeFile(log, said) ? -1 : status;
 }
 
 bool endsWith(const std::string& text, const std::string& end) {

@@ -1,100 +1,26 @@
 #include "rehearsal/simulated_run.h"
 
+#include "host/child.h"
 #include "host/digests.h"
 #include "host/files.h"
-#include "host/leftovers.h"
 #include "rehearsal/new_root.h"
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/call_log.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
-#include "util/descriptor.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdlib>
-#include <fcntl.h>
 #include <map>
 #include <optional>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
-
-namespace {
-
-constexpr mode_t kLogMode = 0600;
-constexpr int kSignalBase = 128;
-constexpr int kNotStarted = 255;
-constexpr unsigned kPollMicroseconds = 20000;
-constexpr unsigned kPatience = 25;  // rounds of polling
-
-[[noreturn]] void become(const std::vector<std::string>& words, int log, pid_t parent) {
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 1);
-    for (const std::string& word : words)
-        argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    // The check closes the gap before the call.
-    if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(kNotStarted);
-    // A script of the update gets neither the operator's terminal nor this program's descriptors.
-    const int nothing = open("/dev/null", O_RDONLY);
-    if (setsid() < 0 || dup2(nothing, STDIN_FILENO) < 0) _exit(kNotStarted);
-    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
-    if (dup2(log, STDOUT_FILENO) < 0 || dup2(log, STDERR_FILENO) < 0) _exit(kNotStarted);
-    execvp(argv[0], argv.data());
-    _exit(kNotStarted);
-}
-
-// A handler that only sets a flag may not interrupt a wait: hence the polling.
-Fault waitFor(pid_t child, int* status) {
-    Fault ended;
-    unsigned rounds = 0;
-    for (;;) {
-        const pid_t done = waitpid(child, status, WNOHANG);
-        if (done == child) return ended;
-        if (done < 0) return {errno, "waiting for a program failed"};
-        // A script of an update may ignore the first signal.
-        if (ended && ++rounds == kPatience) kill(child, SIGKILL);
-        if (!ended) {
-            ended = interruption();
-            if (ended) kill(child, SIGTERM);
-        }
-        usleep(kPollMicroseconds);
-    }
-}
-
-}  // namespace
-
-Fault runChild(const std::vector<std::string>& words, const std::string& log, int* status) {
-    const zem::Descriptor output(
-        open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, kLogMode));
-    if (!output.isOpen()) return fileFault(log, errno);
-    const pid_t parent = getpid();
-    const pid_t child = fork();
-    if (child < 0) return {errno, words.front() + ": cannot be started"};
-    if (child == 0) become(words, output.get(), parent);
-    int wait = 0;
-    if (Fault fault = waitFor(child, &wait)) return fault;
-    *status = WIFEXITED(wait) ? WEXITSTATUS(wait) : kSignalBase + WTERMSIG(wait);
-    return *status == kNotStarted ? Fault(ENOENT, words.front() + ": cannot be started") : Fault();
-}
-
-std::string programBesideThis(const std::string& name) {
-    char self[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0) return name;
-    self[length] = '\0';
-    std::string path = self;
-    path.replace(path.rfind('/') + 1, std::string::npos, name);
-    return access(path.c_str(), X_OK) == 0 ? path : name;
-}
 
 namespace {
 
@@ -246,7 +172,7 @@ private:
         words.insert(words.end(),
                      {state(), "--", "/bin/sh", "-c", files.health.empty() ? ":" : files.health});
         const std::string log = folder_ + "/health";
-        if (Fault fault = runChild(words, log, &run->healthStatus)) return fault;
+        if (Fault fault = runChild(words, "/dev/null", log, &run->healthStatus)) return fault;
         return readWholeFile(log, &run->healthLog);
     }
 
@@ -327,10 +253,8 @@ private:
             std::string bytes;
             if (int rc = rovusim::readVolume(state(), volume.name, &bytes); rc != 0)
                 return simulatorFault("reading a volume", rc);
-            Digest md5(EVP_md5());
-            md5.add(bytes.data(), bytes.size());
             volumes->push_back(
-                {volume.name, volume.id, uint64_t{volume.lebs} * rovusim::kLebBytes, md5.hex()});
+                {volume.name, volume.id, uint64_t{volume.lebs} * rovusim::kLebBytes, hexMd5(bytes)});
         }
         return {};
     }
@@ -370,7 +294,7 @@ private:
         if (files.key.empty()) words.insert(words.end(), {"-k", "NONE"});
         words.emplace_back(kSpecUrl);
         const std::string log = folder_ + "/log";
-        if (Fault fault = runChild(words, log, &run->status)) return fault;
+        if (Fault fault = runChild(words, "/dev/null", log, &run->status)) return fault;
         if (Fault fault = readWholeFile(log, &run->log)) return fault;
         const bool wasKilled = run->status > rovusim::kExitSignalBase;
         if (wasKilled || (run->status < rovusim::kExitSetupFailed && run->status != kMisused)) return {};

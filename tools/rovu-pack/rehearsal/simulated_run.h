@@ -1,5 +1,3 @@
-// Runs a program, waits for it, and never lets it outlive this process.
-//
 // One run of an update on a simulated device, and what it did.
 
 #pragma once
@@ -10,17 +8,6 @@
 
 #include <string>
 #include <vector>
-
-/// Runs a program in a session of its own, without input, its output and errors in the file `log`, which is made or
-/// emptied. A signal that asks this
-/// program to end is passed on, and the child is then waited for.
-/// \param words the command; its first word is a path or is looked up in PATH.
-/// \param status receives its exit status, or 128 and the number of the signal that ended it.
-/// \return EINTR after such a signal; a fault if the program cannot be started.
-Fault runChild(const std::vector<std::string>& words, const std::string& log, int* status);
-
-/// \return the path of a program that was built or installed together with this one, else its name alone.
-std::string programBesideThis(const std::string& name);
 
 /// What is the same for all devices of a rehearsal.
 struct RehearsalFiles {

@@ -1,12 +1,15 @@
 // rovu-sim: simulates a device on a workstation.
 //
-// What the command line accepts. The library that reads it throws, the rest does not; nothing is caught but here.
+// What the command line accepts. The library that reads it throws, and memory can run out: nothing is caught but here.
+
+#include "host/command_line.h"
 
 #include "host/completion.h"
 #include "launcher/command_line/commands.h"
 #include "launcher/host_program.h"
 #include "launcher/run/device_run.h"
 #include "rovu_sim/fault_rules.h"
+#include "rovu_sim/sandbox_paths.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -264,7 +267,12 @@ CLI::App* addVolume(CLI::App* app, VolumeOptions* options) {
     return command;
 }
 
-int refuse(const CLI::App& app, const CLI::ParseError& error) {
+bool isRun(int argc, char** argv) {
+    return argc > 1 && strcmp(argv[1], "run") == 0;
+}
+
+// `needsDashes`: no command was given.
+int refuse(const CLI::App& app, const CLI::ParseError& error, bool needsDashes) {
     const std::vector<CLI::App*> given = app.get_subcommands();
     const std::string command = given.empty() ? "" : " " + given.front()->get_name();
     std::string why = error.what();
@@ -272,9 +280,11 @@ int refuse(const CLI::App& app, const CLI::ParseError& error) {
     if (const std::vector<std::string> unread = app.remaining(true); !unread.empty()) {
         const auto isOption = [](const std::string& word) { return word.size() > 1 && word.front() == '-'; };
         const auto option = std::find_if(unread.begin(), unread.end(), isOption);
-        why = option != unread.end() ? "unknown option " + *option
-              : given.empty()        ? "unknown command \"" + unread.front() + "\""
-                                     : "one argument too many: \"" + unread.front() + "\"";
+        why = command == " run" && needsDashes && option != unread.begin()
+                  ? "\"--\" is required before the command: rovu-sim run STATE -- " + unread.front()
+              : option != unread.end() ? "unknown option " + *option
+              : given.empty()          ? "unknown command \"" + unread.front() + "\""
+                                       : "one argument too many: \"" + unread.front() + "\"";
     }
     complain(why + "\nRun \"rovu-sim" + command + " --help\" for what it takes.");
     return kExitUsage;
@@ -302,18 +312,19 @@ int runCommandLine(int argc, char** argv) {
     const CLI::App* transfer = addVolume(&app, &volume);
     app.footer(kRehearsal);  // after the commands, or each would have it
     if (argc == 3 && strcmp(argv[1], "--completion") == 0) return printCompletion(app, argv[2]);
-    // The command's own options are not the launcher's.
-    char** end = std::find_if(argv, argv + argc, [](const char* word) { return strcmp(word, "--") == 0; });
-    if (end != argv + argc) run.command.assign(end + 1, argv + argc);
+    char** end = argv + argc;
+    if (isRun(argc, argv)) {
+        // The command's own options are not the launcher's.
+        end = std::find_if(argv, end, [](const char* word) { return strcmp(word, "--") == 0; });
+        if (end != argv + argc) run.command.assign(end + 1, argv + argc);
+    }
     try {
-        app.parse(static_cast<int>(end - argv), argv);
-        if (runCommand->parsed() == run.command.empty())
-            throw CLI::RequiredError(run.command.empty() ? "-- COMMAND"
-                                                         : "the command run, for what stands after --,");
+        parseCommandLine(&app, static_cast<int>(end - argv), argv);
+        if (runCommand->parsed() && run.command.empty()) throw CLI::RequiredError("a command after \"--\"");
     } catch (const CLI::Success& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {
-        return refuse(app, error);
+        return refuse(app, error, run.command.empty());
     }
     if (runCommand->parsed()) {
         if (run.watch && run.log.empty()) run.log = run.stateDir + "/output.log";
@@ -334,6 +345,6 @@ int main(int argc, char** argv) {
         return rovusim::runCommandLine(argc, argv);
     } catch (const std::exception& fault) {
         rovusim::complain(fault.what());
-        return rovusim::kExitUsage;
+        return rovusim::isRun(argc, argv) ? rovusim::kExitSetupFailed : EXIT_FAILURE;
     }
 }

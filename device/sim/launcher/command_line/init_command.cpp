@@ -1,9 +1,12 @@
 // rovu-sim init and restart: make a device, and simulate its boot.
 
+#include "host/digests.h"
 #include "launcher/command_line/commands.h"
 #include "launcher/host_program.h"
 #include "launcher/run/device_run.h"
 #include "rovu_sim/text_files.h"
+#include "rovu_sim/volume_store.h"
+#include "ubi_tools/ref_checksums.h"
 
 #include <cerrno>
 #include <climits>
@@ -40,6 +43,22 @@ int putFiles(const std::string& stateDir, const std::vector<DeviceFile>& files) 
     return 0;
 }
 
+// As the factory leaves them: with what it has flashed. An overlay changes, and has no reference.
+int writeReferenceFiles(const std::string& stateDir) {
+    RefChecksumList list;
+    for (const char* volume : {"k0", "k0_root", "k1", "k1_root"}) {
+        std::string bytes;
+        if (int rc = readVolume(stateDir, volume, &bytes); rc != 0)
+            return cannot("read the volume", volume, rc);
+        setRefChecksum(&list, volume, hexMd5(bytes));
+    }
+    for (const char* path : {"/app0/.ubiRefChk1", "/app0/.ubiRefChk2"}) {
+        if (int rc = writeRefFile(list, outsidePath(stateDir, path)); rc != 0)
+            return cannot("write", path, rc);
+    }
+    return 0;
+}
+
 int resolveRoot(std::string* root) {
     char resolved[PATH_MAX];
     if (root->empty() || *root == kHostRoot) return 0;
@@ -70,6 +89,7 @@ int makeDevice(const InitOptions& options) {
     if (rc != 0 && rc != EEXIST && rc != ENOSPC) cannot("make the device", state, rc);
     if (rc != 0) return rc;
     int failed = putFiles(state, files);
+    if (failed == 0) failed = writeReferenceFiles(state);
     if (failed == 0) failed = prepareRoot(state);
     if (failed != 0) removeDevice(state);
     return failed;

@@ -1,15 +1,15 @@
 // rovu-sim show, calls and volume: look into a device.
 
+#include "host/digests.h"
+#include "host/printable.h"
 #include "launcher/command_line/commands.h"
 #include "launcher/host_program.h"
 #include "rovu_sim/boot_env.h"
 #include "rovu_sim/call_log.h"
-#include "rovu_sim/shell_words.h"
 #include "rovu_sim/text_files.h"
 #include "rovu_sim/volume_store.h"
 #include "util/descriptor.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -25,16 +25,6 @@ constexpr const char* kReferenceFiles[] = {
     "/app0/.ubiRefChk1",     "/app0/.ubiRefChk2",     "/app0/.ubiRefChk1.bak",
     "/app0/.ubiRefChk2.bak", "/app0/.ubiRefChk1.new", "/app0/.ubiRefChk2.new",
 };
-
-std::string md5Of(const std::string& path) {
-    const std::string command = "md5sum < " + quoteForShell(path);
-    FILE* stream = popen(command.c_str(), "r");
-    if (stream == nullptr) return "?";
-    char digest[kDigestChars];
-    const size_t got = fread(digest, 1, sizeof digest, stream);
-    pclose(stream);
-    return got == sizeof digest ? std::string(digest, got) : "?";
-}
 
 // The MD5 that the first reference file has for a volume; empty if it has none.
 std::string referenceFor(const std::string& stateDir, const std::string& volume) {
@@ -54,8 +44,8 @@ void showVersions(const std::string& stateDir, const Device& device) {
     rootfsVersionInUse(stateDir, &rootfs);
     printf("model         %s\n", device.model.c_str());
     printf("active set    %u\n", device.runningSet);
-    printf("kernel        %s\n", kernel.c_str());
-    printf("rootfs        %s\n", rootfs.c_str());
+    printf("kernel        %s\n", printable(kernel).c_str());
+    printf("rootfs        %s\n", printable(rootfs).c_str());
 }
 
 void showBootSwitch(const std::string& stateDir) {
@@ -64,21 +54,22 @@ void showBootSwitch(const std::string& stateDir) {
     if (getBootVariable(stateDir, "bootswitcher", &value) != 0) {
         printf("bootswitcher  missing\n");
     } else if (setToBoot(stateDir, &set) != 0) {
-        printf("bootswitcher  %s (not a hexadecimal number)\n", value.c_str());
+        printf("bootswitcher  %s (not a hexadecimal number)\n", printable(value).c_str());
     } else {
-        printf("bootswitcher  %s (the next boot starts set %u)\n", value.c_str(), set);
+        printf("bootswitcher  %s (the next boot starts set %u)\n", printable(value).c_str(), set);
     }
     if (rebootRequested(stateDir)) printf("reboot        requested\n");
 }
 
 void showVolume(const std::string& stateDir, const Volume& volume) {
-    const std::string md5 = md5Of(volumePath(stateDir, volume.id));
+    std::string bytes;
+    const std::string md5 = readVolume(stateDir, volume.name, &bytes) == 0 ? hexMd5(bytes) : "?";
     const std::string reference = referenceFor(stateDir, volume.name);
-    std::string remark = versionInVolume(stateDir, volume.name);
+    std::string remark = printable(versionInVolume(stateDir, volume.name));
     if (!remark.empty()) remark = "  version " + remark;
     if (volume.updating) remark += "  UPDATE UNFINISHED";
     if (!reference.empty()) remark += reference == md5 ? "  as in reference" : "  DIFFERS FROM REFERENCE";
-    printf("%3u  %-10s  %-7s  %5u  %9llu  %s%s\n", volume.id, volume.name.c_str(),
+    printf("%3u  %-10s  %-7s  %5u  %9llu  %s%s\n", volume.id, printable(volume.name).c_str(),
            volume.dynamic ? "dynamic" : "static", volume.lebs, static_cast<unsigned long long>(volume.bytes),
            md5.c_str(), remark.c_str());
 }
@@ -93,13 +84,6 @@ int showVolumes(const std::string& stateDir) {
         showVolume(stateDir, volume);
     printf("%u LEBs of %u bytes are free\n", left, kLebBytes);
     return 0;
-}
-
-// What a script may have written must not control the terminal.
-std::string printable(std::string line) {
-    const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7F; };
-    std::replace_if(line.begin(), line.end(), isControl, '?');
-    return line;
 }
 
 void showReferenceFiles(const std::string& stateDir) {

@@ -1,5 +1,6 @@
 #include "launcher/run/run_plan.h"
 
+#include "host/child.h"
 #include "launcher/host_program.h"
 #include "launcher/sandbox/foreign_processor.h"
 #include "launcher/sandbox/root_tree.h"
@@ -215,16 +216,6 @@ int planFolders(const RunOptions& options, const Device& device, StartPlan* plan
 
 }  // namespace
 
-int findToolProgram(std::string* path) {
-    char self[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length < 0) return cannot("read", "/proc/self/exe", errno);
-    self[length] = '\0';
-    *path = self;
-    *path = path->substr(0, path->rfind('/')) + "/rovu-sim-tool";
-    return access(path->c_str(), X_OK) == 0 ? 0 : cannot("use", *path, errno);
-}
-
 std::string webHomeOf(const std::string& stateDir) {
     return stateDir + "/run/serve";
 }
@@ -238,7 +229,8 @@ int planRun(const RunOptions& options, StartPlan* plan) {
     sandbox.hasHostPrograms = isOfHostPrograms(sandbox.stateDir);
     sandbox.usesHostNetwork = plan->namespaces.usesHostNetwork = options.usesHostNetwork;
     plan->namespaces.served = options.served;
-    if (int rc = findToolProgram(&sandbox.toolProgram); rc != 0) return rc;
+    sandbox.toolProgram = programBesideThis("rovu-sim-tool");
+    if (access(sandbox.toolProgram.c_str(), X_OK) != 0) return cannot("use", sandbox.toolProgram, errno);
     for (const std::string& given : options.binds) {
         std::string path;
         if (int rc = absolutePath(given, &path); rc != 0) return rc;

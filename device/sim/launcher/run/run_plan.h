@@ -8,10 +8,6 @@
 
 namespace rovusim {
 
-/// Where the program of the simulated tools is: beside this one.
-/// \return 0, or a positive errno value after a message.
-[[nodiscard]] int findToolProgram(std::string* path);
-
 /// Plans the run. The root file system must be there.
 /// \param plan has the state directory and the signal mask
 /// \return 0, or a positive errno value after a message.

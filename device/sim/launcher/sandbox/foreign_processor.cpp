@@ -8,7 +8,9 @@
 #include <dirent.h>
 #include <elf.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/mount.h>
+#include <system_error>
 
 namespace rovusim {
 namespace {
@@ -35,6 +37,8 @@ constexpr Emulator kEmulators[] = {
     {EM_ARM, ELFCLASS32, ELFDATA2MSB, "qemu-armeb-static"},
     {EM_AARCH64, ELFCLASS64, ELFDATA2LSB, "qemu-aarch64-static"},
     {EM_PPC, ELFCLASS32, ELFDATA2MSB, "qemu-ppc-static"},
+    {EM_PPC64, ELFCLASS64, ELFDATA2MSB, "qemu-ppc64-static"},
+    {EM_PPC64, ELFCLASS64, ELFDATA2LSB, "qemu-ppc64le-static"},
     {EM_RISCV, ELFCLASS32, ELFDATA2LSB, "qemu-riscv32-static"},
     {EM_RISCV, ELFCLASS64, ELFDATA2LSB, "qemu-riscv64-static"},
     {EM_386, ELFCLASS32, ELFDATA2LSB, "qemu-i386-static"},
@@ -91,12 +95,15 @@ std::string registration(const Header& header, const std::string& emulator) {
     return ":rovu-sim:M::" + escaped(magic) + ":" + escaped(mask) + ":" + emulator + ":F";
 }
 
-// Whether a registration is one of this emulator that needs no path inside.
+// Whether a registration is one of this emulator, which it may name by a link, that needs no path inside.
 bool isEnabled(const std::string& registration, const std::string& emulator) {
+    const std::string key = "interpreter ";
     bool isOn = false, isOfIt = false, isOpen = false;
+    std::error_code none;
     for (const std::string& line : splitLines(registration)) {
         isOn = isOn || line == "enabled";
-        isOfIt = isOfIt || line == "interpreter " + emulator;
+        isOfIt = isOfIt || (line.compare(0, key.size(), key) == 0 &&
+                            std::filesystem::equivalent(line.substr(key.size()), emulator, none));
         isOpen = isOpen || (line.compare(0, 7, "flags: ") == 0 && line.find('F', 7) != std::string::npos);
     }
     return isOn && isOfIt && isOpen;

@@ -21,7 +21,6 @@
 namespace rovusim {
 namespace {
 
-constexpr int kNotFound = 127;
 constexpr int kWaitingCalls = 64;
 constexpr time_t kPatienceSeconds = 5;  // with a peer that has connected and sends no request
 
@@ -82,7 +81,7 @@ ToolReply replyTo(const FaultRule& rule, const ToolCall& call) {
         break;
     }
     fprintf(stderr, "sh: 1: %s: not found\n", call.tool.c_str());
-    return {NextStep::eExit, kNotFound};
+    return {NextStep::eExit, kExitNotFound};
 }
 
 // Records the call, and does its work unless a fault rule says otherwise.
@@ -90,7 +89,7 @@ ToolReply answer(const ToolServer& server, ToolCall* call) {
     CallCount count;
     if (int rc = recordCall(server.stateDir, server.tmp, call->tool, call->args, &count); rc != 0) {
         fprintf(stderr, "%s: cannot record the call: %s\n", call->tool.c_str(), strerror(rc));
-        return {NextStep::eExit, kNotFound};
+        return {NextStep::eExit, kExitNotFound};
     }
     ToolReply& reply = *call->reply;
     const ToolWork tool = workOf(call->tool);

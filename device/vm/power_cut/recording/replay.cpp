@@ -5,9 +5,7 @@
 
 #include "recording/replay.h"
 
-#include "disk.h"
-
-#include <stdexcept>
+#include <cerrno>
 
 namespace {
 
@@ -26,40 +24,43 @@ uint64_t number(std::string_view bytes, size_t at, size_t size) {
     return value;
 }
 
-[[noreturn]] void fail(const std::string& what) {
-    throw std::runtime_error("write log: " + what);
+Fault faulty(const std::string& what) {
+    return {EILSEQ, "write log: " + what};
 }
 
-void require(std::string_view bytes, size_t at, uint64_t size) {
-    if (at > bytes.size() || bytes.size() - at < size) fail("it ends in the middle of an entry");
+bool has(std::string_view bytes, size_t at, uint64_t size) {
+    return at <= bytes.size() && bytes.size() - at >= size;
 }
 
 }  // namespace
 
-std::vector<LogEntry> parseWriteLog(std::string_view bytes) {
-    require(bytes, 0, kSuperblockSize);
-    if (number(bytes, 0, 8) != kMagic || number(bytes, 8, 8) != kVersion) fail("another format");
+Fault parseWriteLog(std::string_view bytes, std::vector<LogEntry>* entries) {
+    const char* const kCutOff = "it ends in the middle of an entry";
+    if (!has(bytes, 0, kSuperblockSize)) return faulty(kCutOff);
+    if (number(bytes, 0, 8) != kMagic || number(bytes, 8, 8) != kVersion) return faulty("another format");
     const uint64_t count = number(bytes, 16, 8);
     const size_t sectorSize = number(bytes, 24, 4);
-    if (sectorSize < kHeaderSize) fail("no sector size");
+    if (sectorSize < kHeaderSize) return faulty("no sector size");
 
-    std::vector<LogEntry> entries;
     size_t at = sectorSize;
-    while (entries.size() < count) {
-        require(bytes, at, sectorSize);
+    while (entries->size() < count) {
+        if (!has(bytes, at, sectorSize)) return faulty(kCutOff);
         const uint64_t flags = number(bytes, at + 16, 8);
-        if ((flags & kDiscard) != 0) fail("a discard");
+        if ((flags & kDiscard) != 0) return faulty("a discard");
         LogEntry entry;
         entry.range = {number(bytes, at, 8) * sectorSize, number(bytes, at + 8, 8) * sectorSize};
         entry.flushes = (flags & kFlush) != 0;
         entry.isDurable = (flags & kForceUnitAccess) != 0;
         at += sectorSize;
-        require(bytes, at, entry.range.size);
+        if (!has(bytes, at, entry.range.size)) return faulty(kCutOff);
+        if (entry.range.size > 0 &&
+            (entry.range.offset > kDiskSize || kDiskSize - entry.range.offset < entry.range.size))
+            return faulty("a write beyond the disk");
         entry.data = bytes.substr(at, entry.range.size);
         at += entry.range.size;
-        entries.push_back(entry);
+        entries->push_back(entry);
     }
-    return entries;
+    return {};
 }
 
 namespace {
@@ -80,9 +81,7 @@ std::string CutState::disk() const {
 }
 
 Replay::Replay(std::string disk, const std::vector<LogEntry>& log)
-    : disk_(std::move(disk)), log_(log), flushedApp0_(disk_, kApp0.offset, kApp0.size) {
-    if (disk_.size() != kDiskSize) throw std::runtime_error("the disk has another size");
-}
+    : disk_(std::move(disk)), log_(log), flushedApp0_(disk_, kApp0.offset, kApp0.size) {}
 
 void Replay::forEachState(const Visitor& visit) {
     for (size_t number = 0; number < log_.size(); ++number) {
@@ -92,8 +91,6 @@ void Replay::forEachState(const Visitor& visit) {
             unflushed_.clear();
         }
         if (entry.range.size == 0) continue;
-        if (entry.range.offset > disk_.size() || disk_.size() - entry.range.offset < entry.range.size)
-            throw std::runtime_error("write log: a write beyond the disk");
         const bool isNew = disk_.compare(entry.range.offset, entry.range.size, entry.data) != 0;
         tear(entry, number, visit);
         disk_.replace(entry.range.offset, entry.range.size, entry.data);

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "disk.h"
+#include "host/fault.h"
 
 #include <functional>
 #include <string>
@@ -21,9 +22,10 @@ struct LogEntry {
     bool isDurable = false;  // the write itself is durable at once
 };
 
-/// Splits the bytes of a log, which must outlive the result. Throws std::runtime_error if they are not a whole log,
-/// or if it has a discard: what that leaves on a disk is undefined.
-std::vector<LogEntry> parseWriteLog(std::string_view bytes);
+/// Splits the bytes of a log, which must outlive the entries.
+/// \return a fault if they are not a whole log, if it has a write beyond the disk, or if it has a discard: what that
+///         leaves on a disk is undefined.
+Fault parseWriteLog(std::string_view bytes, std::vector<LogEntry>* entries);
 
 enum class CutKind {
     kBetween,  // after a write
@@ -69,7 +71,7 @@ public:
     /// \param disk the image before the first entry, of kDiskSize bytes.
     Replay(std::string disk, const std::vector<LogEntry>& log);
 
-    /// Visits all states, in the order of the log. Throws std::runtime_error on a write beyond the disk.
+    /// Visits all states, in the order of the log.
     void forEachState(const Visitor& visit);
 
 private:

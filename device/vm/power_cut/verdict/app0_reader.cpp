@@ -1,7 +1,8 @@
 #include "verdict/app0_reader.h"
 
 #include "disk.h"
-#include "files.h"
+#include "host/child.h"
+#include "host/files.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -18,12 +19,7 @@ const char* const kRefFiles[] = {".ubiRefChk1",     ".ubiRefChk2",     ".ubiRefC
 }  // namespace
 
 App0Reader::App0Reader(std::string folder, std::string keyFile)
-    : folder_(std::move(folder)), keyFile_(std::move(keyFile)) {
-    std::string commands = "dump /secrets/rovu/preshared \"" + folder_ + "/preshared\"\n";
-    for (const char* name : kRefFiles)
-        commands += "dump /" + std::string(name) + " \"" + folder_ + "/" + name + "\"\n";
-    writeFileOrThrow(folder_ + "/commands", commands);
-}
+    : folder_(std::move(folder)), keyFile_(std::move(keyFile)) {}
 
 const App0& App0Reader::read(const std::string& image) {
     const size_t hash = std::hash<std::string>()(image);
@@ -32,21 +28,33 @@ const App0& App0Reader::read(const std::string& image) {
     return known_.emplace(hash, readImage(image)).first->second;
 }
 
-App0 App0Reader::readImage(const std::string& image) const {
-    const std::string copy = folder_ + "/app0.img";
-    writeFileOrThrow(copy, image);
-    App0 app0;
-    const int checked = runProgram({"/sbin/e2fsck", "-f", "-p", copy}, folder_ + "/e2fsck.log");
-    if (checked != 0 && checked != kCorrected) app0.fault = "e2fsck ends with " + std::to_string(checked);
-
-    for (const char* name : kRefFiles)
-        remove((folder_ + "/" + name).c_str());
+// Dumps the files of the image into the folder.
+Fault App0Reader::extract(const std::string& image) const {
+    const std::string copy = folder_ + "/app0.img", list = folder_ + "/commands";
+    std::string commands = "dump /secrets/rovu/preshared \"" + folder_ + "/preshared\"\n";
     remove((folder_ + "/preshared").c_str());
-    if (runProgram({"/sbin/debugfs", "-f", folder_ + "/commands", copy}, folder_ + "/debugfs.log") != 0)
-        app0.fault = "debugfs cannot read it";
+    for (const char* name : kRefFiles) {
+        const std::string dumped = folder_ + "/" + name;
+        commands += "dump /" + std::string(name) + " \"" + dumped + "\"\n";
+        remove(dumped.c_str());
+    }
+    int rc = writeSparse(list, commands);
+    if (rc == 0) rc = writeSparse(copy, image);
+    if (rc != 0) return fileFault(folder_, rc);
+    int status = 0;
+    const std::string log = folder_ + "/log";
+    if (Fault fault = runChild({"/sbin/e2fsck", "-f", "-p", copy}, "/dev/null", log, &status)) return fault;
+    if (status != 0 && status != kCorrected) return {EIO, "e2fsck ends with " + std::to_string(status)};
+    if (Fault fault = runChild({"/sbin/debugfs", "-f", list, copy}, "/dev/null", log, &status)) return fault;
+    return status == 0 ? Fault() : Fault(EIO, "debugfs cannot read it");
+}
+
+App0 App0Reader::readImage(const std::string& image) const {
+    App0 app0;
+    if (Fault fault = extract(image)) app0.fault = fault.message();
     std::string keyFile;
-    if (readBytes(folder_ + "/preshared", {}, &keyFile) != 0 || keyFile != keyFile_)
-        app0.fault = "the key file is damaged";
+    const bool isKept = !readWholeFile(folder_ + "/preshared", &keyFile) && keyFile == keyFile_;
+    if (app0.fault.empty() && !isKept) app0.fault = "the key file is damaged";
     for (int i = 0; i < 2; ++i) {
         const std::string name = kRefFiles[i];
         app0.current[i] = readRef(name);

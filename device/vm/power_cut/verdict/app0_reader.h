@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "host/fault.h"
 #include "ubi_tools/ref_checksums.h"
 
 #include <map>
@@ -14,7 +15,7 @@ struct RefFile {
 };
 
 struct App0 {
-    std::string fault;  // what is wrong with the file system or the key file; empty if nothing
+    std::string fault;  // what is wrong with the file system, its tools or the key file; empty if nothing
     RefFile current[2];
     RefFile next[2];    // with ".new" after their names
     RefFile backup[2];  // with ".bak"
@@ -30,7 +31,6 @@ public:
     /// \param keyFile what /app0/secrets/rovu/preshared must hold.
     App0Reader(std::string folder, std::string keyFile);
 
-    /// Throws std::runtime_error if the tools cannot be run.
     const App0& read(const std::string& image);
 
     /// \return the number of different images so far.
@@ -38,6 +38,7 @@ public:
 
 private:
     App0 readImage(const std::string& image) const;
+    Fault extract(const std::string& image) const;
     RefFile readRef(const std::string& name) const;
 
     std::string folder_;

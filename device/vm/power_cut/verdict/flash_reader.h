@@ -5,6 +5,7 @@
 #pragma once
 
 #include "disk.h"
+#include "host/fault.h"
 #include "ubi_image.h"
 
 #include <optional>
@@ -33,8 +34,9 @@ struct ExpectedSets {
     ExpectedSet next;
 };
 
-/// Reads the images of a version, `kernel.img` and `rootfs.img` in FOLDER/VERSION. Throws std::runtime_error.
-ExpectedSet readExpectedSet(const std::string& folder, const std::string& version, unsigned number);
+/// Reads the images of a version, `kernel.img` and `rootfs.img` in FOLDER/VERSION.
+Fault readExpectedSet(const std::string& folder, const std::string& version, unsigned number,
+                      ExpectedSet* set);
 
 class FlashReader {
 public:
