@@ -37,7 +37,7 @@ Fault simulatorFault(const std::string& what, int rc) {
 }
 
 constexpr uint32_t kMostLebs = 1 << 19;
-// Of a whole device; a real one has less. A program under a sanitizer takes over a gibibyte.
+// Of a whole device; a real one has less.
 constexpr const char* kLimits[] = {"memory=4G", "disk=1G", "processes=500"};
 
 // A web server looks for what "%20" stands for.

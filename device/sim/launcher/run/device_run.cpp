@@ -89,7 +89,7 @@ std::string tmpDuring(const Run& run) {
     std::string outside = run.stateDir + "/tmp";
     const std::vector<LimitedFolder>& limited = run.plan.namespaces.limited;
     for (size_t i = 0; i < limited.size() && i < run.handles.limited.size(); ++i) {
-        if (limited[i].outside == outside) return pathOfDescriptor(run.handles.limited[i].get());
+        if (limited[i].outside == outside) return pathOfLimited(run.handles.limited[i].get());
     }
     return outside;
 }
@@ -192,7 +192,7 @@ void endIfRebooting(Run* run) {
 
 void endBeyondLimits(Run* run) {
     if (!run->beyondLimit.empty()) return;
-    run->beyondLimit = lookAtLimits(run->supervisor.skippedMilliseconds, &run->limits);
+    run->beyondLimit = lookAtLimits(run->device.init, run->supervisor.skippedMilliseconds, &run->limits);
     if (run->beyondLimit.empty()) return;
     complain("ended: " + run->beyondLimit);
     kill(run->device.init, SIGKILL);
@@ -267,7 +267,6 @@ int startRun(const RunOptions& options, Run* run) {
     }
     if (int rc = startServing(run); rc != 0) return rc;
     if (int rc = enterDevice(&run->device, &run->listener); rc != 0) return rc;
-    if (int rc = startLimits(run->device.init, &run->limits); rc != 0) return rc;
     return superviseSyscalls(options, run);
 }
 

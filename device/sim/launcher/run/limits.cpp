@@ -1,15 +1,11 @@
 #include "launcher/run/limits.h"
 
-#include "launcher/host_program.h"
-#include "launcher/sandbox/namespaces.h"
 #include "rovu_sim/text_files.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <dirent.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/statvfs.h>
@@ -26,6 +22,8 @@ constexpr int64_t kLookMilliseconds = 50;  // processes can multiply fast
 struct Usage {
     uint64_t processes = 0;
     uint64_t bytes = 0;
+    uint64_t mostBytes = 0;  // of one process, or of the files in one folder
+    std::string most;        // which
 };
 
 // Resident and not shared with a file. See proc(5), statm.
@@ -38,22 +36,33 @@ uint64_t privateBytes(const std::string& process) {
     return (resident - std::min(resident, shared)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-uint64_t bytesOfFiles(int folder) {
+uint64_t bytesOfFiles(const std::string& folder) {
     struct statvfs info;
-    if (fstatvfs(folder, &info) != 0) return 0;
+    if (statvfs(folder.c_str(), &info) != 0) return 0;
     return (info.f_blocks - info.f_bfree) * info.f_frsize;
 }
 
-Usage usageOf(const LimitWatch& watch) {
+void count(uint64_t bytes, const std::string& what, Usage* usage) {
+    usage->bytes += bytes;
+    if (bytes <= usage->mostBytes) return;
+    usage->mostBytes = bytes;
+    usage->most = what;
+}
+
+Usage usageOf(pid_t init) {
+    const std::string root = "/proc/" + std::to_string(init) + "/root";
     Usage usage;
-    usage.bytes = bytesOfFiles(watch.dev.get()) + bytesOfFiles(watch.run.get());
-    const std::string proc = pathOfDescriptor(watch.proc.get());
-    DIR* processes = opendir(proc.c_str());
+    for (const char* folder : {"/dev", "/run"})
+        count(bytesOfFiles(root + folder), std::string("files in ") + folder, &usage);
+    DIR* processes = opendir((root + "/proc").c_str());
     if (processes == nullptr) return usage;
     for (const dirent* entry = readdir(processes); entry != nullptr; entry = readdir(processes)) {
         if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
         ++usage.processes;
-        usage.bytes += privateBytes(proc + "/" + entry->d_name);
+        const std::string process = root + "/proc/" + entry->d_name;
+        std::string name;
+        if (readTextFile(process + "/comm", &name) != 0) continue;
+        count(privateBytes(process), name.substr(0, name.find('\n')), &usage);
     }
     closedir(processes);
     return usage;
@@ -103,18 +112,7 @@ void timeCaller(int connection, int64_t skippedMilliseconds, LimitWatch* watch) 
     if (timed.handle.isOpen()) watch->timed.push_back(std::move(timed));
 }
 
-int startLimits(pid_t init, LimitWatch* watch) {
-    const std::string root = "/proc/" + std::to_string(init) + "/root";
-    const std::pair<const char*, zem::Descriptor*> folders[] = {
-        {"/dev", &watch->dev}, {"/run", &watch->run}, {"/proc", &watch->proc}};
-    for (const auto& [name, folder] : folders) {
-        folder->reset(open((root + name).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-        if (!folder->isOpen()) return cannot("look at a folder of the device", name, errno);
-    }
-    return 0;
-}
-
-std::string lookAtLimits(int64_t skippedMilliseconds, LimitWatch* watch) {
+std::string lookAtLimits(pid_t init, int64_t skippedMilliseconds, LimitWatch* watch) {
     const int64_t now = nowMilliseconds();
     if (now < watch->nextLook) return "";
     watch->nextLook = now + kLookMilliseconds;
@@ -127,12 +125,15 @@ std::string lookAtLimits(int64_t skippedMilliseconds, LimitWatch* watch) {
     }
     const Limits& limits = watch->limits;
     if (limits.memoryBytes == 0 && limits.processes == 0) return "";
-    const Usage usage = usageOf(*watch);
+    const Usage usage = usageOf(init);
     if (limits.processes != 0 && usage.processes > limits.processes)
         return "more than " + std::to_string(limits.processes) + " processes ran at the same time";
-    if (limits.memoryBytes != 0 && usage.bytes > limits.memoryBytes)
-        return "what ran took more than " + std::to_string(limits.memoryBytes / kMebibyte) + " MiB of memory";
-    return "";
+    // At the next look it still has it, or more; what a process has as it ends is not reliable.
+    const bool isBeyond = limits.memoryBytes != 0 && usage.bytes > limits.memoryBytes;
+    const bool wasBeyond = std::exchange(watch->isBeyondMemory, isBeyond);
+    if (!isBeyond || !wasBeyond) return "";
+    return "what ran took more than " + std::to_string(limits.memoryBytes / kMebibyte) + " MiB of memory, " +
+           usage.most + " " + std::to_string(usage.mostBytes / kMebibyte) + " MiB";
 }
 
 }  // namespace rovusim

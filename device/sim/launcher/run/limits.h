@@ -29,10 +29,9 @@ struct TimedProcess {
 
 struct LimitWatch {
     Limits limits;
-    // The device's, held since its start: as it ends, the same paths lead to the host's own folders for a moment.
-    zem::Descriptor dev, run, proc;
     std::vector<TimedProcess> timed;
-    int64_t nextLook = 0;  // milliseconds of the monotonic clock
+    bool isBeyondMemory = false;  // at the last look
+    int64_t nextLook = 0;         // milliseconds of the monotonic clock
 };
 
 /// \return the monotonic clock in milliseconds.
@@ -45,13 +44,9 @@ struct LimitWatch {
 /// Times the process that has just connected to `connection`.
 void timeCaller(int connection, int64_t skippedMilliseconds, LimitWatch* watch);
 
-/// Prepares to look at the device whose process 1 is `init`, which has made its folders and runs nothing yet.
-/// \return 0, or a positive `errno`.
-[[nodiscard]] int startLimits(pid_t init, LimitWatch* watch);
-
-/// Looks at all limits, unless it did a moment ago.
+/// Looks at all limits of the device whose process 1 is `init`, unless it did a moment ago.
 /// \param skippedMilliseconds the waits that were skipped so far
 /// \return what goes beyond its limit, as a sentence; empty: nothing.
-[[nodiscard]] std::string lookAtLimits(int64_t skippedMilliseconds, LimitWatch* watch);
+[[nodiscard]] std::string lookAtLimits(pid_t init, int64_t skippedMilliseconds, LimitWatch* watch);
 
 }  // namespace rovusim

@@ -94,18 +94,18 @@ int mountLimitedFolder(const LimitedFolder& folder, zem::Descriptor* tmpfs) {
 }  // namespace
 
 int fillLimitedFolder(int tmpfs, const std::string& outside) {
-    const int rc = copyFiles(outside, pathOfDescriptor(tmpfs));
+    const int rc = copyFiles(outside, pathOfLimited(tmpfs));
     return rc == 0 ? 0 : cannot("fill the device's folder from", outside, rc);
 }
 
 int keepLimitedFolder(int tmpfs, const std::string& outside) {
     int rc = emptyDirectory(outside);
-    if (rc == 0) rc = copyFiles(pathOfDescriptor(tmpfs), outside);
+    if (rc == 0) rc = copyFiles(pathOfLimited(tmpfs), outside);
     return rc == 0 ? 0 : cannot("keep the device's files in", outside, rc);
 }
 
-std::string pathOfDescriptor(int folder) {
-    return "/proc/self/fd/" + std::to_string(folder) + "/.";
+std::string pathOfLimited(int tmpfs) {
+    return "/proc/self/fd/" + std::to_string(tmpfs) + "/.";
 }
 
 int tryUserNamespace() {

@@ -29,8 +29,8 @@ struct LimitedFolder {
 /// \return 0, or a positive errno value after a message.
 [[nodiscard]] int keepLimitedFolder(int tmpfs, const std::string& outside);
 
-/// A path of an open folder for this process, as long as the descriptor is open.
-[[nodiscard]] std::string pathOfDescriptor(int folder);
+/// A path of the tmpfs for this process, as long as the descriptor is open.
+[[nodiscard]] std::string pathOfLimited(int tmpfs);
 
 /// What the launcher gets from inside, by descriptors.
 struct SandboxHandles {
