@@ -6,14 +6,14 @@
 
 #include "host/fault.h"
 #include "planner/fleet_plan.h"
+#include "rehearsal/new_root.h"
 #include "spec_view/tars.h"
 
 #include <string>
 #include <vector>
 
 /// Runs a program in a session of its own, without input, its output and errors in the file `log`, which is made or
-/// emptied. A signal that asks this
-/// program to end is passed on, and the child is then waited for.
+/// emptied. A signal that asks this program to end is passed on, and the child is then waited for.
 /// \param words the command; its first word is a path or is looked up in PATH.
 /// \param status receives its exit status, or 128 and the number of the signal that ended it.
 /// \return EINTR after such a signal; a fault if the program cannot be started.
@@ -57,13 +57,13 @@ struct SimulatedRun {
     std::vector<RanCommand> commands;
     std::vector<SimulatedVolume> before;
     std::vector<SimulatedVolume> after;
-    bool restarts = false;                // the device asked for its restart
-    unsigned nextSet = 0;                 // that the boot loader starts
-    std::string bootFault;                // why that set does not start; empty: it does
-    std::string log;                      // what the program said
-    std::vector<std::string> lost;        // files without which no update runs, and that are gone
-    std::vector<std::string> rootFaults;  // of the new root file system, as sentences
-    int healthStatus = 0;                 // of the command after the restart, if there was one
+    bool restarts = false;          // the device asked for its restart
+    unsigned nextSet = 0;           // that the boot loader starts
+    std::string bootFault;          // why that set does not start; empty: it does
+    std::string log;                // what the program said
+    std::vector<std::string> lost;  // files without which no update runs, and that are gone
+    NewRootReport root;             // of the set that the device has restarted into
+    int healthStatus = 0;           // of the command after the restart, if there was one
     std::string healthLog;
 };
 
