@@ -49,6 +49,7 @@ class Release(World):
         self.assertEqual(self.shell("LC_ALL=C ls 2.5.0").split(), files)
         self.assertEqual(self.shell("cd 2.5.0; sha256sum -c SHA256SUMS").count(": OK"), len(files) - 1)
         self.assertEqual(self.shell("cat 2.5.0/rehearsal.txt").count("as planned"), 6)
+        self.assertEqual(self.shell("grep -cE '^0 errors|^Not rehearsed' 2.5.0/check.txt").strip(), "1")
 
     def test_releases_an_encrypted_update(self):
         self.shell("ci/release -m encrypted/manifest.lua -d update/devices -p "

@@ -120,6 +120,16 @@ const Row kRows[] = {
      "is a private key", "move it, or name another folder"},
     {"the key file among the output", "cp secrets oute/k; $BUILD e.lua --out oute --secrets secrets", 2,
      "--out: oute/k", "has a key of secrets", "move it, or name another folder"},
+    {"what was not rehearsed",
+     "cp -r out 't t'; $PACK check 't t/update.lua' --files 't t' --pub keys/rovu_pub.pem >f; "
+     "$BUILD e.lua --out d --secrets secrets >t; cat t; mv t d; "
+     "grep -h '^Not' f d/t | sed 's/^[^:]*: //; s/KIND,root=ROOTFS/" KIND "/' | PATH=${PACK%/*}:$PATH sh -ev",
+     0, "rovu-pack rehearse 't t/update.lua' --files 't t' --pub keys/rovu_pub.pem --device ",
+     "Not rehearsed: rovu-pack rehearse d/update.lua --files d --pub keys/rovu_pub.pem --secrets secrets --device ",
+     "from set 1: as planned"},
+    {"what is not signed", "$PACK build m.lua --out d --unsigned --base-url http://h", 0,
+     "The spec is not signed",
+     "Not rehearsed: rovu-pack rehearse d/update.lua --files d --unsigned --device KIND,root=ROOTFS"},
     {"a key pair again", "$PACK keygen keys", 2, "keys/private.pem", "exists and is unchanged",
      "name another folder"},
 
@@ -183,7 +193,8 @@ const Row kRows[] = {
     {"a word that is missing", DEVICE "model=RV-20,kernel=1", 2, "\"rootfs\"", "is missing",
      "write rootfs=..."},
     {"no room at all", DEVICE KIND ",tmp=0", 2, "tmp=0: ", "tmp is a number of bytes above 0", "64M"},
-    {"a mistyped processor", DEVICE KIND ",arch=amr", 2, "arch=amr", "is none of arm, arm64", "\"arm\"?"},
+    {"a mistyped processor", DEVICE KIND ",arch=amr", 2, "arch=amr", "is none of aarch64, arm, arm64",
+     "\"arm\"?"},
     {"a kernel without numbers", DEVICE "model=RV-20,kernel=3.10.49-yocto,rootfs=1", 1,
      "kernel 3.10.49-yocto",
      "number: 84 (malformed). A version is up to four numbers with dots or hyphens between them, and \"yocto\" is no",
@@ -260,7 +271,7 @@ const Row kRows[] = {
 TEST_F(Messages, OfRovuPackSayWhatHappenedWhereAndWhatToDo) {
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(shell(std::string("rm -rf d f t z && cp -r out o && cp -r oute oe && ") + row.line),
+        EXPECT_EQ(shell(std::string("rm -rf d f t 't t' z && cp -r out o && cp -r oute oe && ") + row.line),
                   row.status)
             << said();
         for (const char* part : {row.where, row.what, row.todo})

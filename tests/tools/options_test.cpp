@@ -108,6 +108,19 @@ TEST_F(OptionTexts, AreInHelpManualAndCompletions) {
     }
 }
 
+TEST_F(OptionTexts, PropertiesOfADeviceAreInHelpAndManual) {
+    const Tool& tool = kTools[0];
+    const std::string known = shell("'" + tool.program + "' check /dev/null --device colour=1 2>&1 || :");
+    const std::string manual = readWholeFile(tool.folder + "/" + tool.name + ".1");
+    const Words names = matches(between(known, "known are ", "\n"), "([a-z-]+)");
+    ASSERT_GT(names.size(), 10U) << known;
+    for (const std::string& name : names) {
+        EXPECT_NE(help(tool, "check").find(name + "="), std::string::npos) << name;
+        EXPECT_NE(std::regex_replace(manual, std::regex("\\\\-"), "-").find(name + "="), std::string::npos)
+            << name;
+    }
+}
+
 TEST_F(OptionTexts, FindingsAreInTheManualAndCounted) {
     const std::string manual = readWholeFile(ROVU_PACK_SOURCE "/rovu-pack.1");
     for (int code = 0; code < eFindingCodeCount; ++code) {

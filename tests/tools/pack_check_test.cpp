@@ -194,6 +194,7 @@ const std::string kLong(213, 'x');
 const std::string kModel(29, 'm');  // with a line feed the longest that a device reads
 
 const std::string kUimage("\x27\x05\x19\x56________\0\0\x07\x90____________\x05\x05\x02", 31);
+const std::string kArm64Uimage("\x27\x05\x19\x56________\0\0\x07\x90____________\x05\x16\x02", 31);
 const std::string kArmUimage("\x27\x05\x19\x56________\0\0\x07\x90____________\x05\x02\x02", 31);
 const std::string kSquashfs("hsqs________________________\4\0__________\xD0\x07\0\0\0\0\0\0", 48);
 const std::string kZstdSquashfs("hsqs________________\6\0______\4\0__________\xD0\x07\0\0\0\0\0\0", 48);
@@ -438,6 +439,12 @@ const FindingRow kFindingRows[] = {
     {eImageProcessor,
      {image("kernel", kUimage), device("arch=arm")},
      {image("kernel", kUimage), device("tmp=9M")}},
+    {eImageProcessor,
+     {image("kernel", kArmUimage), device("arch=aarch64")},
+     {image("kernel", kArm64Uimage), device("arch=aarch64")}},
+    {eImageProcessor,
+     {image("kernel", kUimage), device("arch=arm")},
+     {image("kernel", kUimage), device("arch=arm"), field("hardware", "'RV-21'")}},
     {eImageChecksum, {image("kernel", kUimage)}, {}},
     {eImageHeader, {image("kernel", kUimage + "\1")}, {image("kernel", kUimage + "\4")}},
     {eImageNeedsKernel,

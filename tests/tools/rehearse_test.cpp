@@ -100,6 +100,11 @@ const Row kRows[] = {
      "--device model=RV-20,kernel=1.0,rootfs=1.0,tmp=600K", 1,
      "from set 1: FAILS\n  The device RV-20 with kernel 1.0 and rootfs 1.0 has 614400 bytes in /tmp, and",
      "CURL download failed"},
+    {"room for tars that are a page shorter when they are decrypted",
+     "encr_key_offset = 0, " + kKernel + kRootfs, "",
+     "--device model=RV-20,kernel=1.0,rootfs=1.0,tmp=1126400 --device model=RV-20,kernel=1.0,rootfs=1.0,tmp=1126399",
+     1, "from set 1: as planned: updates and restarts",
+     "has 1126399 bytes in /tmp, and the update needs 1126400 there"},
     {"a script that misses what it need not", kKernel + "'s', " + kRootfs,
      "python3 -c 1 || true\ngrep -P a /etc/passwd || true\n", kDevice, 1,
      "from set 1: FAILS\n  s: python3: not found in BusyBox\n  grep: has no option P in BusyBox\n"},
@@ -123,6 +128,23 @@ const Row kRows[] = {
      "the run ended with status 137 in state \"running scripts\""},
     {"a new set that does not work", kKernel + kRootfs, "", kDevice + "--health 'echo ill; exit 255'", 1,
      "after the restart, the command on the new root file system ended with status 255: ill"},
+    {"a script whose line is too long for a pattern", kKernel + "'s', " + kRootfs,
+     "printf '%0300000d\\n' 0; exit 3\n", kDevice, 1, "from set 0: FAILS\n  s: ended with an error"},
+    {"an option that musl does not know", kKernel + "'s', " + kRootfs,
+     "echo 'grep: unrecognized option: P' >&2\n", kDevice, 1, "grep: has no option P in BusyBox"},
+    {"a script that removes a volume that the update made",
+     "clone_overlay = 1, " + kKernel + kRootfs + "'s',", "ubirmvol /dev/ubi0 -N k1_data\n",
+     "--device model=RV-20,kernel=1.0,rootfs=1.0,inactive-data=missing", 1,
+     "from set 0: FAILS\n  volume k1_data is missing after the run\n"},
+    {"as many blocks as the one old volume has",
+     "{ type = 'rootfs', update = 'mandatory', version = '2.0', image = 's' },\n'exit_success',",
+     "version=2.0\n",
+     "--device model=RV-20,kernel=1.0,rootfs=1.0,inactive-kernel=missing,free-lebs=1,leb-size=64K", 0,
+     "from set 0: as planned: runs, and stays on its set"},
+    {"an error of the check in an update that runs",
+     "{ type = 'kernel', update = 'optional', version = '2.0', image = 'k.img' },\n"
+     "{ type = 'rootfs', update = 'optional', version = '2.0', image = 'r.img' },\n",
+     "", kDevice, 1, "error    no-mandatory-image", "from set 1: as planned: updates and restarts"},
     {"a volume that stays blank", kKernel, "", "--device model=RV-20,kernel=1.0,rootfs=1.0,inactive=blank", 1,
      "the device does not come back: set 1 cannot boot: its volume k1_root is empty"},
 };
@@ -140,45 +162,72 @@ TEST(Rehearse, TellsWhetherRunsWereWhatThePlanSays) {
     }
 }
 
+TEST(Rehearse, ARefusalForAnotherReasonThanTheDeviceIsNoGoodOne) {
+    const Rehearsals world;
+    ASSERT_EQ(world.build(kKernel + kRootfs), 0) << world.err();
+    ASSERT_EQ(world.run("keygen other && cp other/rovu_pub.pem keys"), 0);
+    EXPECT_EQ(world.rehearse("--device refuses:model=RV-19,kernel=1.0,rootfs=1.0"), 1);
+    EXPECT_NE(world.out().find("from set 1: REFUSES: "), std::string::npos) << world.out();
+}
+
 TEST(Rehearse, RunsOnTheDevicesOwnRootFileSystemAndThenOnTheNewOne) {
     const Rehearsals world;
-    // The root file system of a device of BusyBox, made one of a device that has no sed. It is flashed too, with a shell
-    // and without.
+    // The root file system of a device of BusyBox, made one of a device that has no sed, and others made of that. In two
+    // of them /usr is merged: /bin is a link, relative or absolute, and /sbin one to that.
     const std::string line =
         "cd '" + world.scratch.path +
-        "' && rovu-sim init dev && cp -a dev/root tree && "
+        "' && image() { mksquashfs \"$1\" $2.img -noappend -all-root -quiet -no-progress; }\n"
+        "merged() { cp -a tree \"$1\" && cd \"$1\" && mv bin/* usr/bin && mv sbin/* usr/sbin && rmdir bin sbin && "
+        "ln -s $2 bin && ln -s /bin sbin && cd .. && image \"$1\" $3; }\n"
+        "rovu-sim init dev && cp -a dev/root tree && cp keys/rovu_pub.pem tree/etc/ssh && "
         "cd tree && mv .shell bin/sh.old && find . -lname '/run/*' -delete && mv bin/sh.old bin/sh && rm bin/sed && "
         "for f in usr/sbin/rovu usr/local/bin/readplatform.sh; do echo >$f && chmod 755 $f; done && cd .. && "
-        "tar -C tree -czf own.tar.gz . && mksquashfs tree r.img -noappend -all-root -quiet -no-progress && "
-        "cp -a tree none && rm none/bin/sh && mksquashfs none none.img -noappend -all-root -quiet -no-progress && "
-        "mkdir d && cp -a tree d && mksquashfs d below.img -noappend -all-root -quiet -no-progress && "
-        "cp r.img damaged.img && printf 0123456789 | dd of=damaged.img bs=1 seek=200000 conv=notrunc && "
-        "unsquashfs -d bare r.img && rm bare/usr/sbin/rovu && chmod 644 bare/usr/local/bin/* && echo >bare/etc/ssh/rovu_pub.pem && "
-        "mksquashfs bare bare.img -noappend -all-root -quiet -no-progress";
-    ASSERT_EQ(Program({"/bin/sh", "-c", line}, world.path("out"), world.path("err")).wait(), 0)
+        "tar -C tree -czf own.tar.gz . && image tree good && cp good.img r.img && merged host usr/bin relative && "
+        "merged 'a=b c' /usr/bin absolute && cp -a tree none && rm none/bin/sh && image none none && "
+        "mkdir d && cp -a tree d && image d below && "
+        "cp good.img damaged.img && printf 0123456789 | dd of=damaged.img bs=1 seek=200000 conv=notrunc && "
+        "cp good.img packed.img && printf c | dd of=packed.img bs=1 seek=20 conv=notrunc && "
+        "unsquashfs -d bare r.img && rm bare/usr/sbin/rovu bare/etc/ssh/rovu_pub.pem && "
+        "chmod 644 bare/usr/local/bin/* && image bare bare && "
+        "echo >tree/etc/ssh/rovu_pub.pem && image tree otherkey && "
+        "ln -sf /app0/key tree/etc/ssh/rovu_pub.pem && image tree linkedkey";
+    ASSERT_EQ(Program({"/bin/sh", "-ec", line}, world.path("out"), world.path("err")).wait(), 0)
         << world.err();
     writeWholeFile(world.path("s"), "echo a | sed s/a/b/\n");
-    const auto expect = [&world](const std::string& devices, const std::string& said) {
-        EXPECT_EQ(world.rehearse(devices), said == "as planned" ? 0 : 1) << world.err();
-        EXPECT_NE(world.out().find(said), std::string::npos) << world.out();
+    const auto expect = [&world](const std::string& devices, int status, const std::string& said) {
+        EXPECT_EQ(world.rehearse(devices), status) << world.err() << world.out();
+        EXPECT_NE(world.out().find(said), std::string::npos) << said << "\nis not in\n" << world.out();
     };
     const std::string health = "--health '! sed --help && test -e /bin/cat'";
     ASSERT_EQ(world.build("'s', " + kKernel + kRootfs), 0) << world.err();
-    expect("--device model=RV-20,kernel=1.0,rootfs=1.0,root=own.tar.gz", "s: sed: not found in own.tar.gz");
+    for (const std::string root : {"own.tar.gz", "host", "a=b c/"})
+        expect("--device 'model=RV-20,kernel=1.0,rootfs=1.0,root=" + root + "'", 1,
+               "s: sed: not found in " + root);
     EXPECT_EQ(world.rehearse("--device model=RV-20,kernel=1.0,rootfs=1.0,root=none"), 2);
     EXPECT_NE(world.err().find("it has no /bin/sh"), std::string::npos) << world.err();
-    expect(kDevice + health, "as planned");
-    const std::pair<const char*, const char*> kFaulty[] = {
-        {"none.img", "the new root file system has no /bin/sh"},
-        {"below.img", "the new root file system has all its files below /tree"},
-        {"damaged.img", "the new root file system is damaged: "},
-        {"bare.img", "has no program rovu that can be run: no update can follow\n"},
-        {"bare.img", "has no /usr/local/bin/readplatform.sh that can be run"},
-        {"bare.img", "has another /etc/ssh/rovu_pub.pem than the device"}};
-    for (const auto& [image, said] : kFaulty) {
-        fs::copy(world.path(image), world.path("r.img"), fs::copy_options::overwrite_existing);
+    const struct {
+        const char* image;
+        int status;
+        const char* said;
+    } kRoots[] = {
+        {"good", 0, "as planned: updates and restarts\n"},
+        {"relative", 0, "as planned: updates and restarts\n"},
+        {"absolute", 0, "as planned: updates and restarts\n"},
+        {"none", 1, "the new root file system has no /bin/sh"},
+        {"below", 1, "the new root file system has all its files below /tree"},
+        {"damaged", 1, "the new root file system is damaged: "},
+        {"packed", 0,
+         "note: the new root file system was not looked into: Filesystem uses unknown compression"},
+        {"bare", 1, "has no program rovu that can be run: no update can follow\n"},
+        {"bare", 1, "has no /usr/local/bin/readplatform.sh that can be run"},
+        {"bare", 1, "has no /etc/ssh/rovu_pub.pem: no update can follow\n"},
+        {"otherkey", 0, "note: the new root file system has another /etc/ssh/rovu_pub.pem than the device"},
+        {"linkedkey", 0, "note: /etc/ssh/rovu_pub.pem of the new root file system was not read: cat: "}};
+    for (const auto& row : kRoots) {
+        fs::copy(world.path(std::string(row.image) + ".img"), world.path("r.img"),
+                 fs::copy_options::overwrite_existing);
         ASSERT_EQ(world.build(kKernel + kRootfs), 0) << world.err();
-        expect(kDevice, said);
+        expect(kDevice + health, row.status, row.said);
     }
 }
 

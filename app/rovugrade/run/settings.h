@@ -4,6 +4,9 @@
 
 #include <cstdint>
 
+/// The public key file, unless the command line names another.
+constexpr char kPublicKeyPath[] = "/etc/ssh/rovu_pub.pem";
+
 /// In place of a key file's path on the command line: the spec's signature is not verified.
 constexpr char kNoKey[] = "NONE";
 

@@ -1,16 +1,8 @@
 #include "builder/build_result.h"
 
 #include "checker/update_check.h"
+#include "host/text.h"
 #include "reports/findings.h"
-
-namespace {
-
-void replaceAll(const std::string& from, const std::string& to, std::string* text) {
-    for (size_t at = text->find(from); at != std::string::npos; at = text->find(from, at + to.size()))
-        text->replace(at, from.size(), to);
-}
-
-}  // namespace
 
 Fault checkBuilt(const BuiltSpec& spec, const Manifest& manifest, ProgressBar* bar, Findings* findings) {
     CheckOptions options;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <unistd.h>
 
 namespace {
 
@@ -53,6 +54,18 @@ void printMade(const BuildResult& result) {
            result.toSign.c_str());
 }
 
+// The check of what was built. `keygen` puts the devices' key beside the private one.
+CheckOptions checkOf(const BuildOptions& build) {
+    CheckOptions check;
+    check.spec = build.out + "/update.lua";
+    check.files.folder = build.out;
+    check.files.secrets = build.secrets;
+    check.signatureUse.isUnsigned = build.isUnsigned;
+    const std::string key = build.key.substr(0, build.key.rfind('/') + 1) + kPublicKeyName;
+    if (!build.isUnsigned && access(key.c_str(), R_OK) == 0) check.signatureUse.publicKey = key;
+    return check;
+}
+
 }  // namespace
 
 int runBuild(const BuildCommandOptions& options) {
@@ -64,7 +77,7 @@ int runBuild(const BuildCommandOptions& options) {
     } else {
         reportFindings(result);
         if (!result.isRefused) printMade(result);
-        if (!result.isRefused) printNotRehearsed(options.build.out + "/update.lua", options.build.out);
+        if (!result.isRefused) printNotRehearsed(checkOf(options.build));
     }
     return result.isRefused ? kExitFindings : kExitClean;
 }

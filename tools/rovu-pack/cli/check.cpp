@@ -6,8 +6,10 @@
 #include "host/printable.h"
 #include "reports/inspection.h"
 #include "reports/reports.h"
+#include "rovu_sim/shell_words.h"
 
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -23,9 +25,16 @@ void print(const CheckResult& result, bool isVerbose) {
 
 }  // namespace
 
-void printNotRehearsed(const std::string& spec, const std::string& folder) {
-    printf("Not rehearsed: rovu-pack rehearse %s --files %s --device KIND,root=ROOTFS\n",
-           printable(spec).c_str(), printable(folder).c_str());
+void printNotRehearsed(const CheckOptions& check) {
+    std::string options = rovusim::quoteForShell(check.spec);
+    const std::pair<const char*, const std::string&> files[] = {{"--files", check.files.folder},
+                                                                {"--pub", check.signatureUse.publicKey},
+                                                                {"--secrets", check.files.secrets}};
+    for (const auto& [option, path] : files) {
+        if (!path.empty()) options += std::string(" ") + option + " " + rovusim::quoteForShell(path);
+    }
+    if (check.signatureUse.isUnsigned) options += " --unsigned";
+    printf("Not rehearsed: rovu-pack rehearse %s --device KIND,root=ROOTFS\n", printable(options).c_str());
 }
 
 Fault gatherDevices(CheckCommandOptions* options) {
@@ -48,7 +57,7 @@ int runCheck(CheckCommandOptions options) {
     } else {
         print(result, options.verbose);
         if (result.findings.count(eError) == 0 && !options.check.files.folder.empty())
-            printNotRehearsed(options.check.spec, options.check.files.folder);
+            printNotRehearsed(options.check);
     }
     const size_t counted =
         result.findings.count(eError) + (options.strict ? result.findings.count(eWarning) : 0);

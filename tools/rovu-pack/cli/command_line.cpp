@@ -198,11 +198,15 @@ void addDeviceOptions(CLI::App* command, CheckCommandOptions* options) {
     rootfs->type_name("VERSION")->needs(model);
     command
         ->add_option("--device", options->devices,
-                     "model=...,kernel=...,rootfs=...; again for each kind of device.\n"
-                     "Also inactive-kernel=..., inactive-rootfs=..., inactive-data=missing, or\n"
-                     "inactive=blank: what the inactive set holds. Also tmp=64M, data=8M, or\n"
-                     "free-lebs=240,leb-size=124K: the room there. Also arch=mips: its processor;\n"
-                     "and root=FILE: its root file system, for a rehearsal")
+                     "model=NAME,kernel=RELEASE,rootfs=VERSION; again for each kind of device.\n"
+                     "With \"refuses:\" before it, the kind must refuse the update. After it, as far as\n"
+                     "known, with commas between them:\n"
+                     "what the other set holds: inactive-kernel=RELEASE, inactive-rootfs=VERSION,\n"
+                     "inactive-data=, or inactive= for all three; each may be blank or missing;\n"
+                     "the space: tmp=64M free in /tmp; data=8M of the data volume;\n"
+                     "free-lebs=240,leb-size=124K, the erase blocks for a new kernel and rootfs;\n"
+                     "arch=mips, the processor, by its usual or its qemu name;\n"
+                     "root=FILE, for a rehearsal: its root file system, as a folder, squashfs or tar")
         ->type_name("KIND")
         ->allow_extra_args(false);
 }

@@ -17,6 +17,9 @@ constexpr int kExitClean = 0;
 constexpr int kExitFindings = 1;  // the checked or built update has findings that count
 constexpr int kExitTrouble = 2;   // the work could not be done
 
+/// The name of the public half of a key pair, beside the private one.
+constexpr char kPublicKeyName[] = "rovu_pub.pem";
+
 struct BuildCommandOptions {
     BuildOptions build;
     bool json = false;
@@ -96,8 +99,8 @@ int runAttach(const AttachOptions& options);
 int runInspect(const InspectOptions& options);
 
 /// Says how the update is rehearsed, which neither a build nor a check does.
-/// \param folder with the files that are served.
-void printNotRehearsed(const std::string& spec, const std::string& folder);
+/// \param check the same update's: its spec, its files and the key.
+void printNotRehearsed(const CheckOptions& check);
 
 /// Adds the devices of the command line to those of the check.
 Fault gatherDevices(CheckCommandOptions* options);

@@ -25,7 +25,6 @@
 namespace {
 
 constexpr char kPrivateName[] = "/private.pem";
-constexpr char kPublicName[] = "/rovu_pub.pem";
 constexpr mode_t kFolderMode = 0777;  // the mask narrows it
 constexpr mode_t kPrivateMode = 0600;
 constexpr mode_t kPublicMode = 0644;
@@ -38,7 +37,7 @@ bool exists(const std::string& path) {
 Fault makePair(const std::string& folder) {
     if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) return fileFault(folder, errno);
     const std::string privatePath = folder + kPrivateName;
-    const std::string publicPath = folder + kPublicName;
+    const std::string publicPath = folder + "/" + kPublicKeyName;
     for (const std::string& path : {privatePath, publicPath}) {
         if (exists(path))
             return {EEXIST, path + " exists and is unchanged; use it, or name another folder for a new pair"};

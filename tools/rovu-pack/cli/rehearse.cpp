@@ -33,18 +33,22 @@ void printIndented(const std::string& text) {
     }
 }
 
+// By its model or its versions. A spec that every device refuses, as one with a wrong signature, shows nothing of them.
+bool isGoodRefusal(const RehearsalRow& row) {
+    return row.planned->device.mustRefuse && row.planned->selection.refusedIn == eStateCheckingDependencies;
+}
+
 bool isGood(const RehearsalRow& row) {
-    return row.differences.empty() && row.planned->accepts() != row.planned->device.mustRefuse;
+    const bool mustRefuse = row.planned->device.mustRefuse;
+    return row.differences.empty() && (mustRefuse ? isGoodRefusal(row) : row.planned->accepts());
 }
 
 // A run that was as planned.
 void printOutcome(const RehearsalRow& row) {
-    const Selection& selection = row.planned->selection;
-    const bool isGoodRefusal = row.planned->device.mustRefuse;
     if (!row.planned->accepts()) {
-        printf(isGoodRefusal ? "as planned: refuses: %s\n" : "REFUSES: %s\n",
-               printable(withMeaning(selection.refusal)).c_str());
-    } else if (isGoodRefusal) {
+        printf(isGoodRefusal(row) ? "as planned: refuses: %s\n" : "REFUSES: %s\n",
+               printable(withMeaning(row.planned->selection.refusal)).c_str());
+    } else if (row.planned->device.mustRefuse) {
         printf("ACCEPTS, and is named as one that refuses\n");
     } else {
         printf("as planned: %s\n", row.planned->plans[row.activeSet].switches ? "updates and restarts"
@@ -62,6 +66,10 @@ void print(const RehearsalRow& row) {
         printf("FAILS\n");
         for (const std::string& difference : row.differences)
             printf("  %s\n", printable(difference).c_str());
+    }
+    for (const std::string& note : row.notes)
+        printf("  note: %s\n", printable(note).c_str());
+    if (!row.differences.empty()) {
         printf("  the end of the device's log:\n");
         printIndented(printableLines(lastLines(row.log)));
     }
@@ -107,5 +115,5 @@ int runRehearse(RehearseOptions options) {
     const bool isOwn = roots.count(nameOfRoot("", options.hostTools)) == 0;
     printf("Rehearsed on %s%s.\n", printable(on).c_str(),
            isOwn ? "" : "; --device ...,root=FILE names a device's own root file system");
-    return different == 0 ? kExitClean : kExitFindings;
+    return different == 0 && check.findings.count(eError) == 0 ? kExitClean : kExitFindings;
 }

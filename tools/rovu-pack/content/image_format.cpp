@@ -1,5 +1,7 @@
 #include "content/image_format.h"
 
+#include "host/text.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -96,10 +98,6 @@ ImageFormat formatOf(FormatUse use, const char* name, uint64_t size = 0) {
     format.name = name;
     format.size = size;
     return format;
-}
-
-bool startsWith(const std::string& text, const std::string& start) {
-    return text.compare(0, start.size(), start) == 0;
 }
 
 // What lies after the end counts as 0.

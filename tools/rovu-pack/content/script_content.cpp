@@ -3,6 +3,8 @@
 #include "content/shell_commands.h"
 #include "host/child.h"
 #include "host/scratch.h"
+#include "host/text.h"
+#include "run/settings.h"
 #include "signing/key_files.h"
 
 #include <algorithm>
@@ -27,8 +29,8 @@ constexpr char kNeeded[] = "a removal of what the device needs for the next upda
 constexpr char kSystem[] = "a removal of the device's system or data";
 constexpr char kUpdater[] = "an end of rovu, which runs the script";
 
-const char* const kNeededFiles[] = {"/etc/ssh/rovu_pub.pem", "/app0/secrets/rovu/preshared",
-                                    "/app0/.ubiRefChk1", "/app0/.ubiRefChk2"};
+const char* const kNeededFiles[] = {kPublicKeyPath, "/app0/secrets/rovu/preshared", "/app0/.ubiRefChk1",
+                                    "/app0/.ubiRefChk2"};
 const std::set<std::string> kNeededFolders = {"/etc/ssh", "/app0/secrets", "/app0/secrets/rovu"};
 const std::set<std::string> kSystemFolders = {"",     "/app0",    "/bin",  "/boot", "/dev", "/etc",
                                               "/lib", "/overlay", "/sbin", "/usr",  "/var"};
@@ -39,10 +41,6 @@ const std::set<std::string> kFlashTools = {"flash_erase", "flash_eraseall", "fla
 
 std::string baseName(const std::string& word) {
     return word.substr(word.rfind('/') + 1);
-}
-
-bool startsWith(const std::string& text, const std::string& start) {
-    return text.compare(0, start.size(), start) == 0;
 }
 
 bool isRaw(const std::string& path) {

@@ -1,5 +1,6 @@
 #include "planner/device_kind.h"
 
+#include "host/text.h"
 #include "spec_view/words.h"
 #include "util/installed_version.h"
 
@@ -17,18 +18,25 @@ const Words kNames = {
     "model", "kernel", "rootfs", "inactive-kernel", "inactive-rootfs", "inactive", "inactive-data",
     "arch",  "tmp",    "data",   "leb-size",        "free-lebs",       "root"};
 
-// A uImage does not say the order of bytes.
+// A uImage does not say the order of bytes. Among them are qemu's names, which the simulator's messages have.
 const std::map<std::string, Words> kProcessors = {
     {"mips", {"MIPS", "32-bit big-endian MIPS"}},
     {"mipsel", {"MIPS", "32-bit little-endian MIPS"}},
     {"mips64", {"64-bit MIPS", "64-bit big-endian MIPS"}},
     {"mips64el", {"64-bit MIPS", "64-bit little-endian MIPS"}},
     {"arm", {"ARM"}},
+    {"armeb", {"ARM"}},
     {"arm64", {"64-bit ARM"}},
+    {"aarch64", {"64-bit ARM"}},
     {"powerpc", {"PowerPC"}},
+    {"ppc", {"PowerPC"}},
     {"riscv", {"RISC-V"}},
+    {"riscv32", {"RISC-V"}},
+    {"riscv64", {"RISC-V"}},
     {"x86", {"x86"}},
+    {"i386", {"x86"}},
     {"x86-64", {"x86-64", "x86"}},
+    {"x86_64", {"x86-64", "x86"}},
 };
 
 Fault refuse(const std::string& why) {
@@ -85,10 +93,9 @@ Fault settleInactive(const Values& values, InactiveSet* inactive) {
     *inactive = {take(values, "inactive-kernel"), take(values, "inactive-rootfs"),
                  take(values, "inactive-data")};
     PackedVersion version = 0;
-    std::string release = inactive->kernel;
-    if (!isGone(release) && parseKernelRelease(&version, release.data()) != 0)
+    if (!isGone(inactive->kernel) && !readInstalled("kernel", inactive->kernel, &version))
         return refuse("inactive-kernel is a kernel release, as 3.10.49-2, or blank or missing");
-    if (!isGone(inactive->rootfs) && parseVersion(&version, inactive->rootfs.c_str()) != 0)
+    if (!isGone(inactive->rootfs) && !readInstalled("rootfs", inactive->rootfs, &version))
         return refuse("inactive-rootfs is a version, as 2.4.1, or blank or missing");
     if (!isGone(inactive->data)) return refuse("inactive-data is blank or missing");
     const std::string all = take(values, "inactive");
@@ -135,6 +142,11 @@ Fault settleProcessor(const Values& values, std::string* processor) {
 
 }  // namespace
 
+bool readInstalled(const std::string& kind, std::string text, PackedVersion* version) {
+    return (kind == "kernel" ? parseKernelRelease(version, text.data())
+                             : parseVersion(version, text.c_str())) == 0;
+}
+
 std::vector<std::string> processorWords() {
     Words words;
     for (const auto& processor : kProcessors)
@@ -150,8 +162,9 @@ bool runsOn(const std::string& word, const std::string& processor) {
 Fault parseDeviceKind(const std::string& text, DeviceKind* device) {
     constexpr char kRefuses[] = "refuses:";
     Values values;
-    device->mustRefuse = text.compare(0, sizeof kRefuses - 1, kRefuses) == 0;
-    Fault fault = readPieces(device->mustRefuse ? text.substr(sizeof kRefuses - 1) : text, &values);
+    std::string pieces = text;
+    device->mustRefuse = splitStart(text, kRefuses, &pieces);
+    Fault fault = readPieces(pieces, &values);
     if (!fault) fault = settleInactive(values, &device->inactive);
     if (!fault) fault = settleRoom(values, &device->room);
     if (!fault) fault = settleProcessor(values, &device->processor);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "host/fault.h"
+#include "util/version.h"
 
 #include <cstdint>
 #include <optional>
@@ -45,6 +46,11 @@ struct DeviceKind {
     std::string root = {};       // for a rehearsal: a folder, a squashfs image or a tar; empty: not known
     bool mustRefuse = false;     // it is named as one that refuses the update
 };
+
+/// Reads what a device of a kind runs: of a kernel its release, of a rootfs its version.
+/// \param kind "kernel" or "rootfs".
+/// \return whether the device can read it; `*version` is written then.
+bool readInstalled(const std::string& kind, std::string text, PackedVersion* version);
 
 /// The words for processors that a kind may name: "mips", "arm64".
 std::vector<std::string> processorWords();

@@ -3,7 +3,6 @@
 #include "install/install.h"
 #include "run/settings.h"
 #include "spec_view/device_verdict.h"
-#include "util/installed_version.h"
 
 #include <algorithm>
 #include <optional>
@@ -70,10 +69,8 @@ RoomNeed roomOn(const SpecView& spec, const Tars& tars, const FleetRow& row) {
 // The version of what the device runs; empty: not one that a device reads.
 std::optional<PackedVersion> runningVersion(const DeviceKind& device, const std::string& kind) {
     PackedVersion version = 0;
-    std::string running = kind == "kernel" ? device.kernel : device.rootfs;
-    const int rc = kind == "kernel" ? parseKernelRelease(&version, running.data())
-                                    : parseVersion(&version, running.c_str());
-    return rc == 0 ? std::optional<PackedVersion>(version) : std::nullopt;
+    const std::string& running = kind == "kernel" ? device.kernel : device.rootfs;
+    return readInstalled(kind, running, &version) ? std::optional<PackedVersion>(version) : std::nullopt;
 }
 
 std::optional<PackedVersion> newVersion(const BootVolume& volume) {
@@ -205,9 +202,12 @@ Findings reportModels(const SpecView& spec, const std::vector<FleetRow>& fleet) 
 Findings reportProcessors(const SpecView& spec, const Tars& tars, const std::vector<FleetRow>& fleet) {
     Findings findings;
     for (const FleetRow& row : fleet) {
+        const std::string& word = row.device.processor;
+        if (word.empty() || !row.accepts()) continue;
+        const std::vector<std::string> fetched = fetchedTars(row.selection);
         for (const TarFacts& tar : tars) {
-            const std::string& word = row.device.processor;
-            if (word.empty() || tar.processor.empty() || runsOn(word, tar.processor)) continue;
+            if (std::count(fetched.begin(), fetched.end(), tar.localName) == 0) continue;
+            if (tar.processor.empty() || runsOn(word, tar.processor)) continue;
             findings.add(eImageProcessor, spec.at(tar.keyPrefix + "image"),
                          nameOf(row.device) + " has the processor " + word + ", and the " + tar.kind +
                              " of " + tar.path + " is for " + tar.processor + ".");

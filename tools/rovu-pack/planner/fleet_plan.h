@@ -33,7 +33,8 @@ Findings reportVersions(const SpecView& spec, const std::vector<FleetRow>& fleet
 /// A finding for each model of the spec that is none of the devices'.
 Findings reportModels(const SpecView& spec, const std::vector<FleetRow>& fleet);
 
-/// A finding for each kind of device, of which the processor is known, and image that is for another one.
+/// A finding for each kind of device, of which the processor is known, and image that it installs and that is for
+/// another one.
 Findings reportProcessors(const SpecView& spec, const Tars& tars, const std::vector<FleetRow>& fleet);
 
 /// A finding for each kind of room, as far as it is known, of which a device has too little, or perhaps.

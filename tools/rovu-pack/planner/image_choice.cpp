@@ -35,18 +35,12 @@ std::string versionOf(const SpecView& spec, const Part& image) {
     return "";
 }
 
-bool isVersion(const BootVolume& volume, PackedVersion* version) {
-    std::string text = volume.version;
-    return (volume.kind == "kernel" ? parseKernelRelease(version, text.data())
-                                    : parseVersion(version, text.c_str())) == 0;
-}
-
 // Whether the update brings the one, and its dependencies refuse the other.
 bool refuses(const Selection& selection, const BootVolume& own, const BootVolume& other) {
     PackedVersion version = 0;
     const Part* image = imageOf(selection, own.kind);
-    return own.content == BootVolume::eNew && image != nullptr && isVersion(other, &version) &&
-           !acceptsVersion(*image, version);
+    return own.content == BootVolume::eNew && image != nullptr &&
+           readInstalled(other.kind, other.version, &version) && !acceptsVersion(*image, version);
 }
 
 }  // namespace

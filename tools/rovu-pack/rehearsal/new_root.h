@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include "host/fault.h"
+
 #include <string>
 #include <vector>
 
@@ -9,10 +11,17 @@ struct NewRoot {
     std::string image;  // its bytes, a file
     std::string
         oldRoot;  // the device's present one: what that lacks, the new one need not have; empty: not known
-    std::string key;     // public key that the device holds; empty: none
-    std::string folder;  // for what is written here
+    std::string key;                     // public key that the device holds; empty: none
+    std::string folder;                  // for what is written here
+    std::vector<std::string> simulator;  // the command that runs another one in a device, without its device
 };
 
-/// Only a squashfs is looked at, by unsquashfs.
-/// \return a sentence for each thing that is missing or damaged.
-std::vector<std::string> faultsOf(const NewRoot& root);
+struct NewRootReport {
+    bool isRead = true;               // false: it cannot be unpacked on this machine, and `notes` say why
+    std::vector<std::string> faults;  // what is missing or damaged, as sentences
+    std::vector<std::string> notes;
+};
+
+/// Only a squashfs is looked at, by unsquashfs, which runs in a sandbox: the image may be made to harm it.
+/// \return a fault if that cannot be made.
+Fault lookInto(const NewRoot& root, NewRootReport* report);

@@ -13,6 +13,7 @@ Fault rehearseOne(const RehearsalFiles& files, const CheckResult& check, Rehears
     if (Fault fault = runOnSimulator(planned, row->activeSet, files, check.tars, folder.path(), &run))
         return fault;
     row->log = run.log;
+    row->notes = run.root.notes;
     const std::vector<std::string> found =
         differences(planned.selection, planned.plans[row->activeSet], check.tars, run, files.scriptSeconds);
     // What the plan says of the room tells all the rest.
@@ -36,7 +37,7 @@ Fault rehearse(const CheckResult& check, const RehearsalFiles& files,
                const std::function<void(const RehearsalRow&)>& report) {
     for (const FleetRow& planned : check.fleet) {
         for (const uint32_t activeSet : {0U, 1U}) {
-            RehearsalRow row = {&planned, activeSet, {}, ""};
+            RehearsalRow row = {&planned, activeSet, {}, {}, ""};
             if (Fault fault = rehearseOne(files, check, &row)) return fault;
             report(row);
         }

@@ -14,6 +14,7 @@ struct RehearsalRow {
     const FleetRow* planned;  // of the check
     uint32_t activeSet;
     std::vector<std::string> differences;  // none: the run was what the plan predicts
+    std::vector<std::string> notes;        // of the new root file system
     std::string log;                       // what the program said
 };
 

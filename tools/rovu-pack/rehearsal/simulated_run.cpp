@@ -9,6 +9,7 @@
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
+#include "run/settings.h"
 
 #include <algorithm>
 #include <cctype>
@@ -26,7 +27,6 @@ namespace {
 
 // Where the device finds the spec, which need not lie among the files that are served.
 constexpr char kSpecUrl[] = "http://rehearsal.invalid/spec";
-constexpr char kPublicKeyPath[] = "/etc/ssh/rovu_pub.pem";
 constexpr char kSecretsPath[] = "/app0/secrets/rovu/preshared";
 constexpr int kMisused = 2;  // exit status of rovu-sim
 constexpr mode_t kFolderMode = 0755;
@@ -52,7 +52,8 @@ std::string unescaped(const std::string& url) {
     return text;
 }
 
-constexpr uint64_t kDataLebs = 3;  // of the data volumes of a device whose kind does not say
+constexpr unsigned kReadSeconds = 600;  // that a look into the new root file system may take
+constexpr uint64_t kDataLebs = 3;       // of the data volumes of a device whose kind does not say
 
 // What an update needs on the simulator, and the room that leaves as much there as is left on a device of the kind.
 // Only the erase blocks have another size.
@@ -153,11 +154,11 @@ private:
         return {};
     }
 
-    std::vector<std::string> simulator(const RehearsalFiles& files) const {
+    static std::vector<std::string> simulator(unsigned seconds) {
         std::vector<std::string> words = {programBesideThis("rovu-sim"), "run", "--no-wait"};
         for (const char* limit : kLimits)
             words.insert(words.end(), {"--limit", limit});
-        words.insert(words.end(), {"--limit", "time=" + std::to_string(files.scriptSeconds)});
+        words.insert(words.end(), {"--limit", "time=" + std::to_string(seconds)});
         return words;
     }
 
@@ -165,10 +166,14 @@ private:
     Fault tryNewSet(const RehearsalFiles& files, SimulatedRun* run) const {
         rovusim::Volume volume;
         const std::string root = "k" + std::to_string(run->nextSet) + "_root";
-        if (rovusim::findVolume(state(), root, &volume) == 0)
-            run->rootFaults =
-                faultsOf({rovusim::volumePath(state(), volume.id), kind_.root, files.key, folder_});
-        std::vector<std::string> words = simulator(files);
+        if (rovusim::findVolume(state(), root, &volume) == 0) {
+            if (Fault fault = lookInto({rovusim::volumePath(state(), volume.id), kind_.root, files.key,
+                                        folder_, simulator(kReadSeconds)},
+                                       &run->root))
+                return fault;
+        }
+        if (!run->root.isRead) return {};
+        std::vector<std::string> words = simulator(files.scriptSeconds);
         words.insert(words.end(),
                      {state(), "--", "/bin/sh", "-c", files.health.empty() ? ":" : files.health});
         const std::string log = folder_ + "/health";
@@ -197,7 +202,8 @@ private:
         const std::string active = "k" + std::to_string(activeSet_);
         const std::string inactive = "k" + std::to_string(activeSet_ ^ 1);
         const InactiveSet& holds = kind_.inactive;
-        const bool areOld = !free || *free >= 2 || !room_.needsLebs();
+        const uint64_t old = (holds.kernel == kMissing ? 0U : 1U) + (holds.rootfs == kMissing ? 0U : 1U);
+        const bool areOld = !free || *free >= old || !room_.needsLebs();
         int rc = 0;
         if (kind_.room.data) rc = remake(active + "_data", room_.dataBytes(), "data");
         if (rc == 0) rc = fill(inactive + "_data", room_.dataBytes(), holds.data, "");
@@ -282,7 +288,7 @@ private:
     }
 
     Fault runProgram(const RehearsalFiles& files, const Tars& tars, SimulatedRun* run) {
-        std::vector<std::string> words = simulator(files);
+        std::vector<std::string> words = simulator(files.scriptSeconds);
         if (Fault fault = serve(kSpecUrl, files.spec)) return fault;
         for (const TarFacts& tar : tars) {
             if (Fault fault = serve(tar.url, tar.path)) return fault;

@@ -4,6 +4,7 @@
 
 #include "host/fault.h"
 #include "planner/fleet_plan.h"
+#include "rehearsal/new_root.h"
 #include "spec_view/tars.h"
 
 #include <string>
@@ -44,13 +45,13 @@ struct SimulatedRun {
     std::vector<RanCommand> commands;
     std::vector<SimulatedVolume> before;
     std::vector<SimulatedVolume> after;
-    bool restarts = false;                // the device asked for its restart
-    unsigned nextSet = 0;                 // that the boot loader starts
-    std::string bootFault;                // why that set does not start; empty: it does
-    std::string log;                      // what the program said
-    std::vector<std::string> lost;        // files without which no update runs, and that are gone
-    std::vector<std::string> rootFaults;  // of the new root file system, as sentences
-    int healthStatus = 0;                 // of the command after the restart, if there was one
+    bool restarts = false;          // the device asked for its restart
+    unsigned nextSet = 0;           // that the boot loader starts
+    std::string bootFault;          // why that set does not start; empty: it does
+    std::string log;                // what the program said
+    std::vector<std::string> lost;  // files without which no update runs, and that are gone
+    NewRootReport root;             // of the set that the device has restarted into
+    int healthStatus = 0;           // of the command after the restart, if there was one
     std::string healthLog;
 };
 

@@ -2,6 +2,7 @@
 
 #include "host/files.h"
 #include "host/leftovers.h"
+#include "host/text.h"
 #include "util/descriptor.h"
 
 #include <cerrno>
@@ -18,14 +19,6 @@ namespace {
 constexpr char kOption[] = "--key-pass";
 constexpr char kForms[] = "file:PATH, fd:N or env:NAME";
 
-// Whether `source` begins with `kind`; `*rest` receives what follows.
-bool isOfKind(const char* kind, const std::string& source, std::string* rest) {
-    const size_t size = strlen(kind);
-    if (source.compare(0, size, kind) != 0) return false;
-    *rest = source.substr(size);
-    return true;
-}
-
 bool readDescriptorNumber(const std::string& text, int* fd) {
     char* end = nullptr;
     errno = 0;
@@ -37,8 +30,7 @@ bool readDescriptorNumber(const std::string& text, int* fd) {
 
 // Without the words after the option, which may be the pass phrase.
 Fault refusal(const std::string& source, const std::string& option) {
-    if (source.compare(0, 5, "pass:") != 0)
-        return {EINVAL, option + ": the source of a pass phrase is " + kForms};
+    if (!startsWith(source, "pass:")) return {EINVAL, option + ": the source of a pass phrase is " + kForms};
     return {EINVAL, option +
                         ": \"pass:\" would show the pass phrase to everybody who lists the processes; put "
                         "it into a file, and give file:PATH"};
@@ -60,14 +52,14 @@ Fault PassPhrase::read(const std::string& source, const char* option) {
     std::string rest;
     Fault fault;
     int fd = -1;
-    if (isOfKind("file:", source, &rest)) {
+    if (splitStart(source, "file:", &rest)) {
         File file;
         fault = openFileOrPipe(rest, &file);
         fault = fault ? Fault(fault.code(), fault.message().substr(rest.size() + 2))
                       : readLine(fileno(file.get()));
-    } else if (isOfKind("fd:", source, &rest)) {
+    } else if (splitStart(source, "fd:", &rest)) {
         fault = readDescriptorNumber(rest, &fd) ? readLine(fd) : Fault(EINVAL, "not a descriptor's number");
-    } else if (isOfKind("env:", source, &rest)) {
+    } else if (splitStart(source, "env:", &rest)) {
         fault = readVariable(rest);
     } else {
         return refusal(source, option);

@@ -1,6 +1,7 @@
 #include "signing/token_key.h"
 
 #include "host/handles.h"
+#include "host/text.h"
 #include "signing/key_files.h"
 
 #include <algorithm>
@@ -14,13 +15,6 @@ namespace {
 
 constexpr char kScheme[] = "pkcs11:";
 constexpr char kFileScheme[] = "file:";
-
-// `*rest` receives what follows.
-bool startsWith(const std::string& start, const std::string& text, std::string* rest) {
-    if (text.compare(0, start.size(), start) != 0) return false;
-    *rest = text.substr(start.size());
-    return true;
-}
 
 std::string decodePercent(const std::string& text) {
     std::string decoded;
@@ -40,11 +34,11 @@ std::string decodePercent(const std::string& text) {
 
 bool takePin(const std::string& attribute, TokenUri* uri) {
     std::string value;
-    if (startsWith("pin-value=", attribute, &value)) {
+    if (splitStart(attribute, "pin-value=", &value)) {
         uri->pin = decodePercent(value);
-    } else if (startsWith("pin-source=", attribute, &value)) {
+    } else if (splitStart(attribute, "pin-source=", &value)) {
         uri->pinSource = decodePercent(value);
-        startsWith(kFileScheme, uri->pinSource, &uri->pinSource);
+        splitStart(uri->pinSource, kFileScheme, &uri->pinSource);
     } else {
         return false;
     }
@@ -66,7 +60,7 @@ std::string keepOthers(const std::string& attributes, char separator, TokenUri* 
 }  // namespace
 
 bool isTokenUri(const std::string& name) {
-    return name.compare(0, sizeof kScheme - 1, kScheme) == 0;
+    return startsWith(name, kScheme);
 }
 
 TokenUri splitTokenUri(const std::string& uri) {

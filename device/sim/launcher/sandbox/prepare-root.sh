@@ -46,16 +46,28 @@ unpack() {
     esac
 }
 
-# Follows the link that a folder such as /bin may be, within the new root.
-folder_of() { # folder_of NAME
-    place=$1
-    if [ -L "$place" ]; then
+# Follows the links that a folder such as /bin may be, or be behind, within the new root.
+folder_of() { # folder_of PATH
+    place=. rest=$1 links=0
+    while [ -n "$rest" ]; do
+        name=${rest%%/*}
+        rest=${rest#"$name"}
+        rest=${rest#/}
+        case $name in
+        "" | .) continue ;;
+        ..) place=$(dirname "$place") && continue ;;
+        esac
+        place=$place/$name
+        [ -L "$place" ] || continue
+        links=$((links + 1))
+        if [ "$links" -gt 40 ]; then fail "its /$1 is a link that leads nowhere"; fi
         target=$(readlink "$place")
         case $target in
-        /*) place=${target#/} ;;
-        *) place=$(dirname "$place")/$target ;;
+        /*) place=. ;;
+        *) place=${place%/*} ;;
         esac
-    fi
+        rest=$target/$rest
+    done
     echo "$place"
 }
 

@@ -1,4 +1,4 @@
-// Lines of scripts that the shell of BusyBox takes otherwise than bash.
+// What is found in scripts: lines that the shell of BusyBox takes otherwise than bash, and what harms a device.
 
 #include "content/script_content.h"
 
