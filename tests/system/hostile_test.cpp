@@ -130,7 +130,8 @@ zem::Descriptor listenAs(const char* name) {
 bool runs(const std::string& word) {
     for (const auto& process : std::filesystem::directory_iterator("/proc")) {
         std::ifstream file(process.path() / "cmdline");
-        const std::string line{std::istreambuf_iterator<char>(file), {}};
+        std::string line;
+        std::getline(file, line);  // of a process that has just ended: nothing
         if (line.find(word) != std::string::npos) return true;
     }
     return false;
