@@ -218,9 +218,10 @@ TEST(Rehearse, RunsOnTheDevicesOwnRootFileSystemAndThenOnTheNewOne) {
         {"damaged", 1, "the new root file system is damaged: "},
         {"packed", 0,
          "note: the new root file system was not looked into: Filesystem uses unknown compression"},
-        {"bare", 1, "has no program rovu that can be run: no update can follow\n"},
-        {"bare", 1, "has no /usr/local/bin/readplatform.sh that can be run"},
-        {"bare", 1, "has no /etc/ssh/rovu_pub.pem: no update can follow\n"},
+        {"bare", 1,
+         "  the new root file system has no program rovu that can be run: no update can follow\n"
+         "  the new root file system has no /usr/local/bin/readplatform.sh that can be run: no update can follow\n"
+         "  the new root file system has no /etc/ssh/rovu_pub.pem: no update can follow\n"},
         {"otherkey", 0, "note: the new root file system has another /etc/ssh/rovu_pub.pem than the device"},
         {"linkedkey", 0, "note: /etc/ssh/rovu_pub.pem of the new root file system was not read: cat: "}};
     for (const auto& row : kRoots) {

@@ -61,7 +61,7 @@ Fit fitsLebs(const RoomNeed& need, const DeviceRoom& room) {
 RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::string>& localNames) {
     RoomNeed room;
     const size_t end = endOf(spec);
-    // A whole block: a tar ends at one. Without it the file is cut, which may spare a page.
+    // A whole block: a tar ends at one. The file is cut when it is decrypted, which may spare a page.
     const uint64_t padding = spec.keyOffset() < 0 ? 0 : kCipherBlock;
     bool flashesImages = false;
     room.download = spec.file.bytes.size();
@@ -73,7 +73,6 @@ RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::
         if (!tar->found) room.isExact = false;
         if (tar->lebSize != 0) room.imageLebSize = tar->lebSize;
         room.download += tar->expectedSize();
-        room.fetching = std::max(room.fetching, room.tars + wholePages(tar->expectedSize()));
         room.tars += wholePages(tar->expectedSize() - std::min(tar->expectedSize(), padding));
         room.extracted = std::max(room.extracted, largestMember(*tar, end, &room));
         if (!tar->kind.empty() && entryOf(tar->keyPrefix) < end) flashesImages = true;

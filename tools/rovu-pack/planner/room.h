@@ -22,10 +22,8 @@ struct VolumeNeed {
 };
 
 struct RoomNeed {
-    uint64_t download = 0;  // bytes of the spec and the tars
-    uint64_t tars = 0;      // bytes that the spec and all tars take, which stay to the end
-    uint64_t fetching =
-        0;  // bytes that they take at most while a tar comes in, which is decrypted afterwards
+    uint64_t download = 0;   // bytes of the spec and the tars
+    uint64_t tars = 0;       // bytes that the spec and all tars take, which stay to the end
     uint64_t extracted = 0;  // bytes that the largest member takes that is extracted
     bool isExact = true;     // false: sizes or limits of the spec stand in for what is not at hand
     bool isKnown = true;     // false: a tar has no limit and is not at hand
@@ -35,9 +33,7 @@ struct RoomNeed {
     std::vector<VolumeNeed> volumes;  // in the order in which they are made; only of a device
 
     /// With the progress file and, while nothing is extracted, its successor.
-    uint64_t peak() const {
-        return kPage + std::max(fetching + kPage, tars + std::max({extracted, wholePages(overlay), kPage}));
-    }
+    uint64_t peak() const { return kPage + tars + std::max({extracted, wholePages(overlay), kPage}); }
     /// Logical erase blocks of all `volumes`.
     uint64_t lebs(uint64_t lebSize) const;
 };
