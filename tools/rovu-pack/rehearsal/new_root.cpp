@@ -82,9 +82,11 @@ public:
                 place.erase(std::min(place.rfind('/'), place.size()));
                 continue;
             }
-            const auto link = links_.find(place + "/" + name);
+            std::string next = place;
+            next.append("/").append(name);
+            const auto link = links_.find(next);
             if (link == links_.end() || rest.empty()) {
-                place += "/" + name;
+                place = next;
             } else if (++links <= kMostLinks) {
                 if (startsWith(link->second, "/")) place.clear();
                 rest.insert(0, link->second);
