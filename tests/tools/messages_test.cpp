@@ -53,7 +53,7 @@ const Row kRows[] = {
     // manifests
     {"too large a number",
      "sed \"s/'r.img'/'r.img', imsize = 3000000000/\" m.lua >t.lua; $BUILD t.lua --out t", 2,
-     "t.lua:3: entry 2: \"imsize\"", "is beyond 2147483647", "the largest number that a device reads"},
+     "t.lua:3: entry 2: \"imsize\"", "numbers end at 2147483647", "Give the size in bytes"},
     {"a number in quotes", "sed \"s/'r.img'/'r.img', imsize = '30'/\" m.lua >t.lua; $BUILD t.lua --out t", 2,
      "t.lua:3: entry 2: \"imsize\"", "a whole number", "without quotes is required"},
     {"too long a URL",
@@ -263,8 +263,8 @@ const Row kRows[] = {
      FORGE "sed -i \"s/'m.*8'/'m'/\" t.lua; mkdir d; printf x >d/s; "
            "$PACK rehearse t.lua --unsigned --files d --device model=m,kernel=1,rootfs=1",
      1, "", R"(Failed to extract "a\x1b[2J")"},
-    {"an error", FORGE "$BUILD t.lua --out t", 2, "t.lua:2: entry 1", R"(the name "a\x1b[2J")",
-     "holds a control character"},
+    {"an error", FORGE "$BUILD t.lua --out t", 2, "t.lua:2: entry 1",
+     R"("a\x1b[2J" has a line feed or other control character)", "Use letters, digits"},
     {"JSON", FORGE "$PACK inspect t.lua --json", 0, "", R"(m\n good\u001b[2A\u007f\u009b\u00e9\ufffd)"},
 };
 

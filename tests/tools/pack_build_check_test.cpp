@@ -47,6 +47,9 @@ struct ErrorRow {
 
 const ErrorRow kErrorRows[] = {
     {"no parts", "", "error    no-mandatory-image      parts/m.lua\n", kKernel},
+    {"no mandatory image, in a file that is not there",
+     "{ type = 'kernel', update = 'optional', version = '2.0', image = 'none.img' },",
+     "error    no-mandatory-image      parts/m.lua\n", kKernel},
     {"a list that nothing satisfies",
      kKernel + rootfsWith("{ 'kernel', '2.0', '2.1' }, { '!kernel', '2.0', '2.1' }"),
      "error    dep-unsatisfiable       parts/m.lua:4 2.dep\n",

@@ -144,29 +144,42 @@ TEST_F(PackBuild, KeysAreNeverOverwritten) {
               fs::perms::owner_read | fs::perms::owner_write);
 }
 
+#define DIGEST "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef"
+
 TEST_F(PackBuild, FaultsAreNamedAndNothingIsMade) {
     const struct {
         const char* more;     // in the manifest
         const char* options;  // of the command line
         const char* said;
     } kRows[] = {
-        {"script_hash = 'abc',", "", "m.lua:2: \"script_hash\": \"abc\" is given, but it is \""},
+        {"script_hash = '" DIGEST "',", "",
+         "m.lua:2: \"script_hash\": \"" DIGEST "\" is given, but it is \""},
         {"script_dlsize = 7,", "", "m.lua:2: \"script_dlsize\": 7 is given, but there are 10240 bytes"},
         {"script_url = 'http://h/v/s.tar',", "", "m.lua:2: \"script_url\": "},
         {"clone_overley = 1,", "",
-         "\"clone_overley\": nothing reads this key; did you mean \"clone_overlay\"?"},
+         "m.lua:2: \"clone_overley\": Nothing reads the key \"clone_overley\". Did you mean \"clone_overlay\"?"},
         {"'nothere.sh',", "", "m.lua:2: entry 2: parts/nothere.sh: "},
-        {"finish, 'before.sh',", "", "m.lua:2: entry 2: its value is nil"},
-        {"'../keys/private.pem',", "", "m.lua:2: entry 2: "},
+        {"finish, 'before.sh',", "", "m.lua:2: entry 2: Entry 2 is nil"},
+        {"script_hash = finish,", "", "m.lua:2: \"script_hash\": \"script_hash\" is nil"},
+        {"{ type = 'kernal', update = 'mandatory', version = '2', image = 'k.img' },", " --force",
+         "m.lua:2: entry 2: \"type\": Every device refuses the spec: LUA parsing failed: Bad enum value for type: kernal"},
+        {"{ type = 'rootfs', update = 'mandatory', version = '2', image = 'k.img',\n"
+         "  dep = { { 'kernel', 3.10, '4' } } },",
+         " --force", "m.lua:3: entry 2: \"dep.1.2\": A number loses its last zeros"},
+        {"{ type = 'kernel', update = 'optional', version = '2', image = 'k.img' },", " --force",
+         "m.lua:2: entry 3: \"type\": The device refuses a second kernel image"},
+        {"files = { ['pre.sh'] = 'before.sh', ['k.sh'] = 'pre.sh' },", "",
+         "m.lua:2: \"files\": nothing uses \"k.sh\""},
+        {"'../keys/private.pem',", " --force", "m.lua:2: entry 2: \"../keys/private.pem\" leads out"},
         {"encr_key_offset = 0,", "", "m.lua:2: \"encr_key_offset\": asks for encryption"},
         {"encr_key_offset = 0,", " --secrets parts/pre.sh", "parts/pre.sh: no 48 bytes at offset 0"},
         {"{ type = 'kernel', update = 'mandatory', version = 3.10, image = 'k.img' },", "",
          "\"version\": a string"},
-        {"hardware = 'RV-21',", "", "m.lua:2: \"hardware\": is given twice"},
+        {"hardware = 'RV-21',", "", "m.lua:2: \"hardware\": \"hardware\" is there twice"},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.more);
-        EXPECT_EQ(build(manifest(row.more), std::string("--out out") + row.options), 2);
+        EXPECT_EQ(build(manifest(std::string(row.more) + kImage), std::string("--out out") + row.options), 2);
         EXPECT_NE(said().find(row.said), std::string::npos) << said();
         EXPECT_FALSE(exists("out"));
     }

@@ -12,17 +12,15 @@ Fault checkBuilt(const BuiltSpec& spec, const Manifest& manifest, ProgressBar* b
     options.files.built = &spec.tars;
     options.files.secrets = spec.secrets;
     CheckResult checked;
-    checked.spec = specFileOf(manifest.file, spec.bytes);
+    checked.spec = specFileOf(manifest.source.path, spec.bytes);
     if (Fault fault = checkLoadedSpec(options, &checked)) return fault;
 
     // The entries of the manifest are those of the spec, but not on the same lines.
-    SpecFile source;
-    source.path = manifest.file;
-    source.lines = manifest.lines;
+    findings->all.clear();
     for (Finding& finding : checked.findings.all) {
         if (finding.severity == eNote) continue;
-        finding.place = source.at(finding.place.key);
-        replaceAll(spec.folder, spec.out, &finding.why);
+        finding.place = manifest.source.at(finding.place.key);
+        if (!spec.folder.empty()) replaceAll(spec.folder, spec.out, &finding.why);
         findings->all.push_back(finding);
     }
     findings->sort();

@@ -12,8 +12,8 @@
 #include <string>
 
 struct BuiltSpec {
-    std::string bytes;    // accepted by the device's code
-    std::string folder;   // where its tars are
+    std::string bytes;
+    std::string folder;   // where its tars are; empty: not packed yet, and not looked at
     std::string out;      // where they will be: the folder's name in messages
     std::string secrets;  // key file; empty: none
     const TarContents& tars;

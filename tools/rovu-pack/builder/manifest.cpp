@@ -1,17 +1,25 @@
-// The device puts a name between single quotes, and extracts it into its work directory beside its own files.
-
 #include "builder/manifest.h"
 
-#include "lua_util/field_readers.h"
-#include "spec_view/spec_view.h"
-#include "util/version.h"
+#include "checker/rules.h"
+#include "host/files.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
+#include <cmath>
+#include <cstdlib>
 #include <set>
 
 namespace {
+
+// The table that the key is in: an image's, or the whole one. Cuts the key to its name there.
+template <class Table>
+Table& tableOf(Table& whole, std::string* key) {
+    const size_t dot = key->find('.');
+    if (dot == std::string::npos) return whole;
+    const size_t entry = strtoul(key->c_str(), nullptr, 10);
+    key->erase(0, dot + 1);
+    return whole.items[entry - 1];
+}
 
 std::string inFolder(const std::string& folder, const std::string& name) {
     if (name.compare(0, 1, "/") == 0 || folder == ".") return name;
@@ -20,145 +28,158 @@ std::string inFolder(const std::string& folder, const std::string& name) {
 
 }  // namespace
 
-Fault Manifest::located(size_t entry, const Complaint& complaint) const {
-    if (!complaint) return {};
-    const std::string& key = complaint.key;
-    const std::string whole = entry == kWholeManifest ? "" : std::to_string(entry);
-    auto line = lines.find(whole.empty() ? key : key.empty() ? whole : whole + "." + key);
-    if (line == lines.end()) line = lines.find(whole);
-    std::string message = file + ":";
-    if (line != lines.end()) message += std::to_string(line->second) + ":";
-    if (!whole.empty()) message += " entry " + whole + ":";
-    if (!key.empty()) message += " \"" + key + "\":";
-    return {EINVAL, message + " " + complaint.text};
+const LuaValue* Manifest::find(const std::string& key) const {
+    std::string name = key;
+    const LuaValue& table = tableOf(source.table, &name);
+    return findField(table, name);
 }
 
-std::string Manifest::localFileOf(const ManifestImage* image, const std::string& member) const {
-    if (image != nullptr) {
-        const auto own = image->files.find(member);
-        if (own != image->files.end()) return inFolder(folder, own->second);
+const LuaValue& Manifest::settle(const std::string& key, const LuaValue& computed) {
+    if (const LuaValue* given = find(key)) return *given;
+    std::string name = key;
+    std::vector<LuaField>& fields = tableOf(source.table, &name).fields;
+    const auto isBehind = [&name](const LuaField& field) { return field.name > name; };
+    return fields.insert(std::find_if(fields.begin(), fields.end(), isBehind), {name, computed})->value;
+}
+
+Fault Manifest::located(const std::string& key, const std::string& text) const {
+    const FindingPlace place = source.at(key);
+    std::string message = place.file + ":";
+    if (place.line != 0) message += std::to_string(place.line) + ":";
+    const bool isEntry = strtoul(key.c_str(), nullptr, 10) != 0;
+    const size_t dot = isEntry ? key.find('.') : 0;
+    if (isEntry) message += " entry " + key.substr(0, dot) + ":";
+    const std::string name = !isEntry ? key : dot == std::string::npos ? "" : key.substr(dot + 1);
+    if (!name.empty()) message += " \"" + name + "\":";
+    return {EINVAL, message + " " + text};
+}
+
+std::string Manifest::localFileOf(const std::string& prefix, const std::string& member) const {
+    for (const std::string& key : {prefix + "files", std::string("files")}) {
+        const LuaValue* files = find(key);
+        const LuaValue* file = files == nullptr ? nullptr : findField(*files, member);
+        if (file != nullptr) return inFolder(folder, file->text);
     }
-    const auto common = files.find(member);
-    return inFolder(folder, common == files.end() ? member : common->second);
+    return inFolder(folder, member);
+}
+
+LuaValue textValue(const std::string& text) {
+    LuaValue value;
+    value.kind = LuaValue::eString;
+    value.text = text;
+    return value;
+}
+
+LuaValue numberValue(double number) {
+    LuaValue value;
+    value.kind = LuaValue::eNumber;
+    value.number = number;
+    return value;
 }
 
 namespace {
 
-constexpr const char* kImageTars[] = {"img0", "img1"};
+constexpr const char* kNumbers[] = {"clone_overlay", "encr_key_offset", "script_dlsize", "dlsize", "imsize"};
 
-bool isDeviceFile(const std::string& name) {
-    const auto isName = [&name](const char* own) { return name == own; };
-    return std::any_of(std::begin(kDeviceFiles), std::end(kDeviceFiles), isName) ||
-           std::any_of(std::begin(kImageTars), std::end(kImageTars), isName);
+// In the order in which they are told: the cause of others first.
+constexpr FindingCode kNeverForced[] = {
+    eNilValue,       eRepeatedKey,  eUnreadKey,  eBehindGap,       eDepNotTable,  eVersionNumber,
+    eNumberTooLarge, eNegativeSize, eNameEmpty,  eNameQuote,       eNameNewline,  eNameHyphen,
+    eNameCollides,   eMemberClimbs, eTwoOfAKind, eEvaluationLimit, eDeviceRefuses};
+
+std::string kindFault(const std::string& key, const LuaValue& value) {
+    const bool isNumber = key == "version" || std::find(std::begin(kNumbers), std::end(kNumbers),
+                                                        key.substr(key.find('.') + 1)) != std::end(kNumbers);
+    const bool isText = value.kind == LuaValue::eString;
+    if (!isNumber) return isText ? "" : "a string in quotes is required";
+    if (isText) return "a whole number without quotes is required";
+    const bool isWhole = value.kind == LuaValue::eNumber && std::isfinite(value.number) &&
+                         !(std::floor(value.number) < value.number);
+    return isWhole ? "" : "a whole number is required";
 }
 
-bool hasBadStep(const std::string& name) {
-    const std::string path = "/" + name + "/";
-    for (const char* step : {"//", "/./", "/../"}) {
-        if (path.find(step) != std::string::npos) return true;
+Fault refuseKinds(const Manifest& manifest, const std::string& prefix,
+                  const std::vector<std::string>& known) {
+    for (const std::string& name : known) {
+        const LuaValue* value = manifest.find(prefix + name);
+        const std::string text = value == nullptr || name == "dep" ? "" : kindFault(prefix + name, *value);
+        if (!text.empty()) return manifest.located(prefix + name, text);
     }
-    return false;
+    const LuaValue* files = manifest.find(prefix + "files");
+    if (files == nullptr) return {};
+    bool good = files->kind == LuaValue::eTable && files->items.empty();
+    for (const LuaField& file : files->fields)
+        good = good && file.value.kind == LuaValue::eString && !file.value.text.empty();
+    if (good) return {};
+    return manifest.located(prefix + "files",
+                            "pairs such as ['before.sh'] = '../common/before.sh' are required");
+}
+
+Fault refuseUnused(const Manifest& manifest, const std::string& key, const std::set<std::string>& members) {
+    const LuaValue* files = manifest.find(key);
+    if (files == nullptr) return {};
+    for (const LuaField& file : files->fields) {
+        if (members.count(file.name) == 0) return manifest.located(key, "nothing uses \"" + file.name + "\"");
+    }
+    return {};
+}
+
+std::string folderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
 }  // namespace
 
-std::string memberNameFault(const std::string& name) {
-    if (name.empty()) return "is empty";
-    if (name[0] == '-') return "begins with a hyphen, which tar interprets as an option";
-    if (hasBadStep(name)) return "is not a plain path below the manifest's folder";
-    for (const char c : name) {
-        if (c == '\'') return "holds a single quote, which ends the quoting of a command";
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "holds a control character";
-    }
-    return isDeviceFile(name) ? "is the name of a file of the device's own work directory" : "";
-}
-
-namespace {
-
-bool isWord(const std::string& word, const char* list) {
-    return findEnumToken(word.data(), word.size(), list, ',') >= 0;
-}
-
-bool isVersion(const std::string& text, PackedVersion* version) {
-    return parseVersion(version, text.c_str()) == 0;
-}
-
-Complaint checkMember(const char* key, const std::string& member) {
-    const std::string fault = memberNameFault(member);
-    if (fault.empty()) return {};
-    return {key, "the name \"" + member + "\" " + fault};
-}
-
-Complaint checkDep(const ManifestDep& dep) {
-    const std::string kind = dep.kind.substr(dep.kind.compare(0, 1, "!") == 0 ? 1 : 0);
-    if (!isWord(kind, "kernel,rootfs")) {
-        return {"dep", "\"" + dep.kind + "\" is neither kernel nor rootfs, with or without a !"};
-    }
-    PackedVersion low = 0;
-    PackedVersion high = 0;
-    if (isVersion(dep.low, &low) && isVersion(dep.high, &high) && low <= high) return {};
-    return {"dep", "\"" + dep.low + "\" to \"" + dep.high + "\" is not a range of versions"};
-}
-
-Complaint checkWords(const ManifestImage& image) {
-    PackedVersion version = 0;
-    if (!isWord(image.type, "kernel,rootfs")) return {"type", "kernel or rootfs is required"};
-    if (!isWord(image.update, "optional,mandatory")) return {"update", "mandatory or optional is required"};
-    if (!isVersion(image.version, &version)) return {"version", "up to four numbers with dots are required"};
-    for (const ManifestDep& dep : image.deps) {
-        if (Complaint complaint = checkDep(dep)) return complaint;
+Fault readManifest(const std::string& path, const std::vector<std::string>& variables, Manifest* manifest) {
+    std::string text;
+    if (Fault fault = readWholeFile(path, &text)) return fault;
+    SpecFile* source = &manifest->source;
+    LuaVariables given;
+    if (Fault fault = parseVariables(variables, &given)) return fault;
+    if (Fault fault = evaluateLua(path, text, &source->table, &given)) return fault;
+    if (Fault fault = refuseUnread(path, given)) return fault;
+    source->path = path;
+    source->lines = findTableLines(text, &source->repeatedKey);
+    manifest->folder = folderOf(path);
+    if (source->table.kind != LuaValue::eTable) return {EINVAL, path + ": not a Lua table"};
+    Findings findings = checkText(*source, {});
+    findings.append(checkKeys(manifest->view()));
+    if (Fault fault = refuseFound(*manifest, findings)) return fault;
+    if (Fault fault = refuseKinds(*manifest, "", kSpecKeys)) return fault;
+    for (size_t entry = 1; entry <= source->table.items.size(); ++entry) {
+        const LuaValue::Kind kind = source->table.items[entry - 1].kind;
+        const std::string key = std::to_string(entry);
+        if (kind != LuaValue::eString && kind != LuaValue::eTable)
+            return manifest->located(key, "neither a script's name nor an image's table");
+        if (kind == LuaValue::eString) continue;
+        if (Fault fault = refuseKinds(*manifest, key + ".", kImageKeys)) return fault;
     }
     return {};
 }
 
-Complaint checkMembers(const ManifestImage& image) {
-    if (Complaint complaint = checkMember("image", image.image)) return complaint;
-    const std::pair<const char*, const std::string&> scripts[] = {{"preinst", image.preinst},
-                                                                  {"postinst", image.postinst}};
-    for (const auto& script : scripts) {
-        if (script.second.empty()) continue;
-        if (Complaint complaint = checkMember(script.first, script.second)) return complaint;
-        if (script.second == image.image) return {script.first, "the image is no script"};
-    }
-    for (const auto& file : image.files) {
-        if (file.first == image.image || file.first == image.preinst || file.first == image.postinst)
-            continue;
-        return {"files", "nothing uses \"" + file.first + "\""};
+Fault refuseFound(const Manifest& manifest, const Findings& findings) {
+    for (const FindingCode code : kNeverForced) {
+        for (const Finding& finding : findings.all) {
+            const std::string& key = finding.place.key;
+            const bool isFiles = code == eUnreadKey && key.substr(key.rfind('.') + 1) == "files";
+            if (finding.code == code && !isFiles)
+                return manifest.located(key, finding.why + " " + finding.advice);
+        }
     }
     return {};
 }
 
-// The members of all tars, to which a file of the whole manifest can belong.
-std::set<std::string> allMembers(const Manifest& manifest) {
-    std::set<std::string> members;
-    for (const ManifestStep& step : manifest.steps) {
-        members.insert(step.script);
-        if (step.image) members.insert({step.image->image, step.image->preinst, step.image->postinst});
+Fault refuseUnusedFiles(const Manifest& manifest) {
+    const SpecView view = manifest.view();
+    std::set<std::string> all;
+    for (const ScriptView& script : view.scripts)
+        all.insert(script.name);
+    for (const ImageView& image : view.images) {
+        const std::set<std::string> own = {image.text("image"), image.text("preinst"),
+                                           image.text("postinst")};
+        if (Fault fault = refuseUnused(manifest, image.key("files"), own)) return fault;
+        all.insert(own.begin(), own.end());
     }
-    return members;
-}
-
-Complaint checkImage(const ManifestImage& image, std::set<std::string>* types) {
-    if (Complaint complaint = checkWords(image)) return complaint;
-    if (Complaint complaint = checkMembers(image)) return complaint;
-    if (types->insert(image.type).second) return {};
-    return {"type", "a second image of this kind, which the device refuses"};
-}
-
-}  // namespace
-
-Fault checkManifest(const Manifest& manifest) {
-    std::set<std::string> types;
-    for (size_t entry = 1; entry <= manifest.steps.size(); ++entry) {
-        const ManifestStep& step = manifest.steps[entry - 1];
-        const Complaint complaint =
-            step.image ? checkImage(*step.image, &types) : checkMember("", step.script);
-        if (complaint) return manifest.located(entry, complaint);
-    }
-    const std::set<std::string> members = allMembers(manifest);
-    for (const auto& file : manifest.files) {
-        if (members.count(file.first) != 0) continue;
-        return manifest.located(kWholeManifest, {"files", "nothing uses \"" + file.first + "\""});
-    }
-    return {};
+    return refuseUnused(manifest, "files", all);
 }

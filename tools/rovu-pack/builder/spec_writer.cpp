@@ -1,51 +1,70 @@
 #include "builder/spec_writer.h"
 
-#include "builder/manifest.h"
-#include "builder/spec_writer.h"
+#include "host/digests.h"
+#include "ubi_tools/ubi_volume.h"
+#include "update_spec/spec.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
-Complaint settleUrl(const char* key, const std::string& baseUrl, size_t limit, std::string* fileName,
-                    std::optional<std::string>* url) {
-    if (*url) {
-        *fileName = fileNameBelow(baseUrl, **url);
-        if (!memberNameFault(*fileName).empty() || (*fileName)[0] == '.')
-            return {key, "is not a file name after " + baseUrl + "/, for which the update is built"};
-    }
-    *url = baseUrl + "/" + *fileName;
-    if ((*url)->size() > limit) {
-        return {key, "\"" + **url + "\" has " + std::to_string((*url)->size()) +
-                         " bytes, and a device takes " + std::to_string(limit) + ": shorten --base-url"};
+namespace {
+
+constexpr size_t kMostOfUrl = sizeof UpdateSpecVer1::script_url - 1;
+static_assert(kMostOfUrl == sizeof UpdateSpecVer1::Image::url - 1, "one limit for all URLs");
+
+// The plain file name that follows the base URL and a slash; empty if none does.
+std::string fileNameBelow(const std::string& baseUrl, const std::string& url) {
+    if (url.compare(0, baseUrl.size() + 1, baseUrl + "/") != 0) return "";
+    const std::string name = url.substr(baseUrl.size() + 1);
+    return name[0] != '.' && strpbrk(name.c_str(), "/?#%") == nullptr ? name : "";
+}
+
+}  // namespace
+
+Fault settleUrl(const std::string& baseUrl, TarJob* job, Manifest* manifest) {
+    const std::string key = job->keyPrefix + "url";
+    const std::string url = manifest->settle(key, textValue(baseUrl + "/" + job->name)).text;
+    job->name = fileNameBelow(baseUrl, url);
+    if (url.size() <= kMostOfUrl) return {};
+    return manifest->located(key, "\"" + url + "\" has " + std::to_string(url.size()) +
+                                      " bytes, and a device takes " + std::to_string(kMostOfUrl) +
+                                      ": shorten --base-url");
+}
+
+Fault settleText(const std::string& key, const std::string& computed, Manifest* manifest) {
+    const std::string given = manifest->settle(key, textValue(computed)).text;
+    if (given == computed) return {};
+    return manifest->located(key, "\"" + given + "\" is given, but it is \"" + computed + "\"");
+}
+
+Fault settleSize(const std::string& key, uint64_t computed, Manifest* manifest) {
+    const LuaValue given = manifest->settle(key, numberValue(static_cast<double>(computed)));
+    if (computed > kMaxFileSize) return manifest->located(key, "the file is larger than a spec can say");
+    if (given.number >= static_cast<double>(computed)) return {};
+    return manifest->located(key, textOfValue(given) + " is given, but there are " +
+                                      std::to_string(computed) + " bytes");
+}
+
+Fault settleNoScriptTar(Manifest* manifest) {
+    for (const char* key : {"script_url", "script_hash", "script_dlsize"}) {
+        const LuaValue none = strcmp(key, "script_dlsize") == 0 ? numberValue(0) : textValue("");
+        if (textOfValue(manifest->settle(key, none)) != textOfValue(none))
+            return manifest->located(key, "is given, but no script needs a tar");
     }
     return {};
 }
 
-Complaint settleText(const char* key, const std::string& computed, std::optional<std::string>* value) {
-    if (*value && **value != computed)
-        return {key, "\"" + **value + "\" is given, but it is \"" + computed + "\""};
-    *value = computed;
-    return {};
-}
-
-Complaint settleSize(const char* key, uint64_t computed, std::optional<uint32_t>* value) {
-    if (computed > kMaxFileSize) return {key, "the file is larger than a spec can say"};
-    if (*value && **value < computed) {
-        return {key,
-                std::to_string(**value) + " is given, but there are " + std::to_string(computed) + " bytes"};
+Manifest withoutFiles(Manifest manifest, const std::vector<TarJob>& jobs) {
+    for (const TarJob& job : jobs) {
+        const std::string digest = hexSha256(manifest.find(job.keyPrefix + "url")->text);
+        manifest.settle(job.keyPrefix + "hash", textValue(digest));
+        manifest.settle(job.keyPrefix + "dlsize", numberValue(1));
+        if (job.isOfScripts()) continue;
+        manifest.settle(job.keyPrefix + "image_md5", textValue(digest.substr(0, kMd5Length)));
+        manifest.settle(job.keyPrefix + "imsize", numberValue(1));
     }
-    if (!*value) *value = static_cast<uint32_t>(computed);
-    return {};
-}
-
-Complaint refuseScriptTar(const Manifest& manifest) {
-    const char* given = nullptr;
-    if (!manifest.scriptUrl.value_or("").empty()) given = "script_url";
-    if (!manifest.scriptHash.value_or("").empty()) given = "script_hash";
-    if (manifest.scriptDlsize.value_or(0) != 0) given = "script_dlsize";
-    if (given == nullptr) return {};
-    return {given, "is given, but no script needs a tar"};
+    return manifest;
 }
 
 Fault normaliseBaseUrl(std::string* url) {
@@ -59,67 +78,10 @@ Fault normaliseBaseUrl(std::string* url) {
     return {EINVAL, "--base-url: \"" + *url + "\" is not a URL such as http://updates.example/2.5"};
 }
 
-std::string fileNameBelow(const std::string& baseUrl, const std::string& url) {
-    if (url.compare(0, baseUrl.size() + 1, baseUrl + "/") != 0) return "";
-    const std::string name = url.substr(baseUrl.size() + 1);
-    const bool plain = name != "." && name != ".." && strpbrk(name.c_str(), "/?#%") == nullptr;
-    return plain ? name : "";
-}
-
 namespace {
 
-class Lines {
-public:
-    explicit Lines(std::string* out, const char* lead) : text_(out), indent_(lead) {}
-
-    void line(const std::string& content) { *text_ += indent_ + content + "\n"; }
-    void field(const char* key, const std::string& value) { line(key + (" = " + luaQuoted(value) + ",")); }
-    void field(const char* key, uint32_t value) { line(key + (" = " + std::to_string(value) + ",")); }
-    void optional(const char* key, const std::string& value) {
-        if (!value.empty()) field(key, value);
-    }
-
-private:
-    std::string* text_;
-    std::string indent_;
-};
-
-std::string depText(const ManifestDep& dep) {
-    return "{ " + luaQuoted(dep.kind) + ", " + luaQuoted(dep.low) + ", " + luaQuoted(dep.high) + " },";
-}
-
-void writeImage(const ManifestImage& image, std::string* text) {
-    Lines(text, "  ").line("{");
-    Lines lines(text, "    ");
-    lines.line("type = " + luaQuoted(image.type) + ", update = " + luaQuoted(image.update) +
-               ", version = " + luaQuoted(image.version) + ",");
-    lines.field("url", image.url.value_or(""));
-    lines.field("hash", image.hash.value_or(""));
-    lines.field("dlsize", image.dlsize.value_or(0));
-    lines.field("image", image.image);
-    lines.field("image_md5", image.imageMd5.value_or(""));
-    lines.field("imsize", image.imsize.value_or(0));
-    lines.optional("preinst", image.preinst);
-    lines.optional("postinst", image.postinst);
-    if (!image.deps.empty()) {
-        lines.line("dep = {");
-        for (const ManifestDep& dep : image.deps)
-            Lines(text, "      ").line(depText(dep));
-        lines.line("},");
-    }
-    Lines(text, "  ").line("},");
-}
-
-bool hasScripts(const Manifest& manifest) {
-    for (const ManifestStep& step : manifest.steps) {
-        if (!step.image) return true;
-    }
-    return false;
-}
-
-}  // namespace
-
-std::string luaQuoted(const std::string& text) {
+// On one line.
+std::string quoted(const std::string& text) {
     std::string quoted = "'";
     for (const char c : text) {
         if (c == '\'' || c == '\\') {
@@ -138,24 +100,49 @@ std::string luaQuoted(const std::string& text) {
     return quoted + "'";
 }
 
-std::string composeSpec(const Manifest& manifest) {
+// What is no value of a spec stays none.
+std::string luaText(const LuaValue& value) {
+    if (value.kind == LuaValue::eString) return quoted(value.text);
+    if (value.kind == LuaValue::eNumber) return textOfValue(value);
+    if (value.kind != LuaValue::eTable) return "false";
+    std::string text;
+    for (const LuaValue& item : value.items)
+        text += (text.empty() ? "" : ", ") + luaText(item);
+    return "{ " + text + " }";
+}
+
+std::string depText(const LuaValue& list) {
+    if (list.kind != LuaValue::eTable) return luaText(list);
     std::string text = "{\n";
-    Lines lines(&text, "  ");
-    lines.line("version = 1,");
-    lines.field("hardware", manifest.hardware);
-    if (manifest.cloneOverlay) lines.line("clone_overlay = 1,");
-    if (manifest.keyOffset >= 0) lines.field("encr_key_offset", static_cast<uint32_t>(manifest.keyOffset));
-    if (hasScripts(manifest)) {
-        lines.field("script_url", manifest.scriptUrl.value_or(""));
-        lines.field("script_hash", manifest.scriptHash.value_or(""));
-        lines.field("script_dlsize", manifest.scriptDlsize.value_or(0));
+    for (const LuaValue& dep : list.items)
+        text += "      " + luaText(dep) + ",\n";
+    return text + "    }";
+}
+
+std::string imageText(const LuaValue& image) {
+    std::string text = "  {";
+    std::string lead = "\n    ";
+    for (const std::string key : {"type", "update", "version", "url", "hash", "dlsize", "image", "image_md5",
+                                  "imsize", "preinst", "postinst", "dep"}) {
+        const LuaValue* value = findField(image, key);
+        if (value == nullptr) continue;
+        text += lead + key + " = " + (key == "dep" ? depText(*value) : luaText(*value)) + ",";
+        lead = key == "type" || key == "update" ? " " : "\n    ";
     }
-    for (const ManifestStep& step : manifest.steps) {
-        if (step.image) {
-            writeImage(*step.image, &text);
-        } else {
-            lines.line(luaQuoted(step.script) + ",");
-        }
+    return text + "\n  },\n";
+}
+
+}  // namespace
+
+std::string composeSpec(const Manifest& manifest) {
+    const SpecView view = manifest.view();
+    std::string text = "{\n";
+    for (const std::string& key : kSpecKeys) {
+        const LuaValue* value = manifest.find(key);
+        const bool isUnused = view.scripts.empty() && key.compare(0, 7, "script_") == 0;
+        if (value != nullptr && !isUnused) text += "  " + key + " = " + luaText(*value) + ",\n";
     }
+    for (const LuaValue& item : manifest.source.table.items)
+        text += item.kind == LuaValue::eTable ? imageText(item) : "  " + luaText(item) + ",\n";
     return text + "}\n";
 }

@@ -7,40 +7,33 @@
 #pragma once
 
 #include "builder/manifest.h"
+#include "builder/tar_plan.h"
 #include "host/fault.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
+#include <vector>
 
-/// The most bytes of a file that a spec can describe.
-constexpr uint64_t kMaxFileSize = INT32_MAX;
-
-/// Settles the URL of a file. One that is given must lie directly below `baseUrl`, and sets the file's name.
-/// One that is computed must not have more than `limit` bytes.
-/// \param key of the manifest, for the complaint; so for all of these.
-Complaint settleUrl(const char* key, const std::string& baseUrl, size_t limit, std::string* fileName,
-                    std::optional<std::string>* url);
+/// Settles the URL of the tar, which sets its file's name: empty if a URL that is given is none directly below `baseUrl`.
+/// \return a fault if the URL has more bytes than a device takes.
+Fault settleUrl(const std::string& baseUrl, TarJob* job, Manifest* manifest);
 
 /// Settles a digest. One that is given must be equal.
-Complaint settleText(const char* key, const std::string& computed, std::optional<std::string>* value);
+Fault settleText(const std::string& key, const std::string& computed, Manifest* manifest);
 
 /// Settles a size or a limit in bytes. One that is given may be larger, and must not be "none".
-Complaint settleSize(const char* key, uint64_t computed, std::optional<uint32_t>* value);
+Fault settleSize(const std::string& key, uint64_t computed, Manifest* manifest);
 
-/// Makes sure that nothing was given for a script tar, of an update that has none.
-Complaint refuseScriptTar(const Manifest& manifest);
+/// Settles the keys of a script tar, of an update that has none: none of them may be given.
+Fault settleNoScriptTar(Manifest* manifest);
+
+/// \return the manifest with values in place of those that only packed files have, so that its spec can be judged.
+Manifest withoutFiles(Manifest manifest, const std::vector<TarJob>& jobs);
 
 /// Cuts slashes off the end of `*url`.
 /// \return EINVAL for what is no URL.
 Fault normaliseBaseUrl(std::string* url);
 
-/// \return the plain file name that follows `baseUrl` and a slash in `url`; empty if none does.
-std::string fileNameBelow(const std::string& baseUrl, const std::string& url);
-
-/// Composes the spec's text, up to and including its last line feed. All that can be computed must be there,
-/// except what belongs to a script tar if no step is a script. The same manifest gives the same text.
+/// Composes the spec's text, up to and including its last line feed. All that can be computed must be there. The same
+/// manifest gives the same text.
 std::string composeSpec(const Manifest& manifest);
-
-/// \return `text` as a Lua string, in quotes, on one line.
-std::string luaQuoted(const std::string& text);

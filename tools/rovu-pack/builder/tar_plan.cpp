@@ -1,9 +1,6 @@
 #include "builder/tar_plan.h"
 
-#include "builder/spec_writer.h"
 #include "host/files.h"
-#include "install/install.h"
-#include "spec_view/spec_view.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -14,38 +11,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void addInput(const Manifest& manifest, const ManifestImage* image, const std::string& member, bool isScript,
-              std::vector<TarInput>* inputs) {
-    for (const TarInput& input : *inputs) {
+void addInput(const Manifest& manifest, const std::string& prefix, const std::string& key,
+              const std::string& member, TarJob* job) {
+    for (const TarInput& input : job->inputs) {
         if (input.member == member) return;
     }
-    inputs->push_back({member, manifest.localFileOf(image, member), isScript});
+    const bool isScript = job->isOfScripts() || member != job->image;
+    job->inputs.push_back({member, manifest.localFileOf(prefix, member), isScript});
+    job->keys.push_back(key);
 }
 
-TarJob imageJob(const Manifest& manifest, size_t entry) {
-    const ManifestImage& image = *manifest.steps[entry - 1].image;
-    TarJob job = {entry, {}, image.type + ".tar"};
-    if (!image.preinst.empty()) addInput(manifest, &image, image.preinst, true, &job.inputs);
-    addInput(manifest, &image, image.image, false, &job.inputs);
-    if (!image.postinst.empty()) addInput(manifest, &image, image.postinst, true, &job.inputs);
-    return job;
-}
-
-// The key that names the member in its image's table; none in the script tar.
-const char* keyOf(const Manifest& manifest, const TarJob& job, const std::string& member) {
-    if (job.entry == kWholeManifest) return "";
-    const ManifestImage& image = *manifest.steps[job.entry - 1].image;
-    if (member == image.image) return "image";
-    return member == image.preinst ? "preinst" : "postinst";
-}
-
-// The entry that names the member.
-size_t entryOf(const Manifest& manifest, const TarJob& job, const std::string& member) {
-    if (job.entry != kWholeManifest) return job.entry;
-    for (size_t entry = 1; entry <= manifest.steps.size(); ++entry) {
-        if (manifest.steps[entry - 1].script == member) return entry;
+TarJob imageJob(const Manifest& manifest, const ImageView& image) {
+    TarJob job = {image.key(""), image.text("image"), image.text("type") + ".tar", {}, {}};
+    for (const char* key : {"preinst", "image", "postinst"}) {
+        if (!image.text(key).empty())
+            addInput(manifest, image.key(""), image.key(key), image.text(key), &job);
     }
-    return kWholeManifest;
+    return job;
 }
 
 Fault tooLarge(const TarInput& input, uint64_t size) {
@@ -75,17 +57,15 @@ Fault refuseLinkOut(const std::string& folder, const std::string& source) {
 }  // namespace
 
 std::vector<TarJob> planTars(const Manifest& manifest) {
-    TarJob scripts = {kWholeManifest, {}, "scripts.tar"};
-    std::vector<TarJob> jobs;
-    for (size_t entry = 1; entry <= manifest.steps.size(); ++entry) {
-        const ManifestStep& step = manifest.steps[entry - 1];
-        if (step.image) {
-            jobs.push_back(imageJob(manifest, entry));
-        } else if (step.script != kExitSuccess) {
-            addInput(manifest, nullptr, step.script, true, &scripts.inputs);
-        }
+    const SpecView view = manifest.view();
+    TarJob scripts = {"script_", "", "scripts.tar", {}, {}};
+    for (const ScriptView& script : view.scripts) {
+        if (!script.endsRun()) addInput(manifest, "", script.key(), script.name, &scripts);
     }
-    if (!scripts.inputs.empty()) jobs.insert(jobs.begin(), scripts);
+    std::vector<TarJob> jobs;
+    if (!scripts.inputs.empty()) jobs.push_back(scripts);
+    for (const ImageView& image : view.images)
+        jobs.push_back(imageJob(manifest, image));
     return jobs;
 }
 
@@ -94,16 +74,14 @@ Fault measureInputs(const Manifest& manifest, const std::vector<TarJob>& jobs, b
     *bytes = 0;
     for (const TarJob& job : jobs) {
         uint64_t ofTar = 0;
-        for (const TarInput& input : job.inputs) {
+        for (size_t i = 0; i < job.inputs.size(); ++i) {
+            const TarInput& input = job.inputs[i];
             uint64_t size = 0;
             Fault fault = requireRegularFile(input.source, &size);
             if (!fault && !followsLinks) fault = refuseLinkOut(manifest.folder, input.source);
             ofTar += size;
             if (!fault && ofTar > kMaxFileSize) fault = tooLarge(input, size);
-            if (fault) {
-                const Complaint complaint = {keyOf(manifest, job, input.member), fault.message()};
-                return manifest.located(entryOf(manifest, job, input.member), complaint);
-            }
+            if (fault) return manifest.located(job.keys[i], fault.message());
         }
         *bytes += ofTar;
     }

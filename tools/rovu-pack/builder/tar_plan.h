@@ -10,11 +10,18 @@
 #include <string>
 #include <vector>
 
+/// The most bytes of a file that a spec can describe.
+constexpr uint64_t kMaxFileSize = INT32_MAX;
+
 /// A tar to be made, and where in the manifest its values belong.
 struct TarJob {
-    size_t entry;  // of the image; kWholeManifest: the script tar
+    std::string keyPrefix;  // of url, hash and dlsize: "script_", or "2."
+    std::string image;      // the member; empty: the script tar
+    std::string name;       // of the file, in the folder that is served
     std::vector<TarInput> inputs;
-    std::string name;  // of the file, in the folder that is served
+    std::vector<std::string> keys;  // that name the inputs
+
+    bool isOfScripts() const { return keyPrefix == "script_"; }
 };
 
 /// The script tar first, if there is one, then the images' in the manifest's order.

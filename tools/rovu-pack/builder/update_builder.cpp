@@ -3,7 +3,7 @@
 #include "archive/output_file.h"
 #include "archive/tar_archive.h"
 #include "builder/build_result.h"
-#include "builder/manifest_reader.h"
+#include "builder/manifest.h"
 #include "builder/spec_writer.h"
 #include "builder/staging.h"
 #include "builder/tar_plan.h"
@@ -13,13 +13,11 @@
 #include "signing/served_keys.h"
 #include "signing/signing.h"
 #include "spec_view/device_verdict.h"
-#include "update_spec/spec.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
 #include <set>
 #include <unistd.h>
 
@@ -58,15 +56,16 @@ Fault readTime(time_t* time) {
 
 Fault readFileKey(const std::string& secrets, Build* build) {
     const Manifest& manifest = build->manifest;
-    const bool isEncrypted = manifest.keyOffset >= 0;
+    const double offset = manifest.view().keyOffset();
+    const bool isEncrypted = offset >= 0;
     if (!isEncrypted && secrets.empty()) return {};
     if (isEncrypted && !secrets.empty()) {
-        Fault fault = readSecret(secrets, manifest.keyOffset, &build->fileKey);
+        Fault fault = readSecret(secrets, static_cast<int64_t>(offset), &build->fileKey);
         return fault ? fault.of("--secrets") : fault;
     }
     const char* text = isEncrypted ? "asks for encryption, for which --secrets must name the key file"
                                    : "is missing, but --secrets was given: nothing would be encrypted";
-    return manifest.located(kWholeManifest, {"encr_key_offset", text});
+    return manifest.located("encr_key_offset", text);
 }
 
 Fault readKey(const BuildOptions& options, SigningKey* key) {
@@ -89,8 +88,8 @@ void note(const std::string& member, const char* bytes, size_t size, TarContent*
     script.append(bytes, std::min(size, kMostOfScript - script.size()));
 }
 
-// In one pass over the files. `image` is the member whose digest the spec needs; null: none.
-Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedTar* packed) {
+// In one pass over the files.
+Fault packTar(const TarJob& job, Build* build, PackedTar* packed) {
     WorkProgress* progress = build->bar->progress();
     build->bar->begin(job.name);
     OutputFile file;
@@ -103,7 +102,7 @@ Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedT
     const InputSink read = [&](const TarInput& input, const char* bytes, size_t size) {
         reportWork(progress, size);
         note(input.member, bytes, size, built);
-        if (image == nullptr || input.member != *image) return;
+        if (input.executable) return;
         md5.add(bytes, size);
         built->image.add(packed->imageSize, bytes, size);
         packed->imageSize += size;
@@ -116,28 +115,18 @@ Fault packTar(const TarJob& job, const std::string* image, Build* build, PackedT
     return {};
 }
 
-Fault makeScriptTar(const TarJob& job, Build* build) {
-    Manifest& manifest = build->manifest;
-    const auto located = [&](const Complaint& complaint) { return manifest.located(job.entry, complaint); };
+Fault makeTar(const TarJob& job, Build* build) {
+    Manifest* manifest = &build->manifest;
+    const std::string& prefix = job.keyPrefix;
     PackedTar tar;
-    if (Fault fault = packTar(job, nullptr, build, &tar)) return fault;
-    if (Fault fault = located(settleText("script_hash", tar.sha256, &manifest.scriptHash))) return fault;
-    return located(settleSize("script_dlsize", tar.size, &manifest.scriptDlsize));
-}
-
-Fault makeImageTar(const TarJob& job, Build* build) {
-    const Manifest& manifest = build->manifest;
-    ManifestImage& image = *build->manifest.steps[job.entry - 1].image;
-    const auto located = [&](const Complaint& complaint) { return manifest.located(job.entry, complaint); };
-    PackedTar tar;
-    if (Fault fault = packTar(job, &image.image, build, &tar)) return fault;
-    if (tar.imageSize == 0)
-        return located({"image", manifest.localFileOf(&image, image.image) + " is empty"});
-    if (Fault fault = located(settleText("image_md5", tar.imageMd5, &image.imageMd5))) return fault;
-    if (Fault fault = located(settleSize("imsize", tar.imageSize, &image.imsize))) return fault;
-    build->result->files.push_back({image.image, tar.imageSize, "md5", tar.imageMd5, true});
-    if (Fault fault = located(settleText("hash", tar.sha256, &image.hash))) return fault;
-    return located(settleSize("dlsize", tar.size, &image.dlsize));
+    if (Fault fault = packTar(job, build, &tar)) return fault;
+    if (!job.isOfScripts()) {
+        if (Fault fault = settleText(prefix + "image_md5", tar.imageMd5, manifest)) return fault;
+        if (Fault fault = settleSize(prefix + "imsize", tar.imageSize, manifest)) return fault;
+        build->result->files.push_back({job.image, tar.imageSize, "md5", tar.imageMd5, true});
+    }
+    if (Fault fault = settleText(prefix + "hash", tar.sha256, manifest)) return fault;
+    return settleSize(prefix + "dlsize", tar.size, manifest);
 }
 
 // The output must not take the place of its input.
@@ -154,12 +143,15 @@ Fault refuseOverwriting(const std::string& name, const std::vector<TarJob>& jobs
     return {};
 }
 
-Fault refuseCollisions(const std::vector<TarJob>& jobs, const Build& build) {
+Fault refuseNames(const std::vector<TarJob>& jobs, const Build& build) {
     std::set<std::string> names = {kSpecName};
     for (const TarJob& job : jobs) {
-        if (names.insert(job.name).second) continue;
-        const std::string text = "two files of the update are called \"" + job.name + "\"";
-        return build.manifest.located(job.entry, {"", text});
+        const std::string key = job.keyPrefix + "url";
+        if (job.name.empty())
+            return build.manifest.located(key, "is not a file name after " + build.baseUrl +
+                                                   "/, for which the update is built");
+        if (!names.insert(job.name).second)
+            return build.manifest.located(key, "two files of the update are called \"" + job.name + "\"");
     }
     for (const std::string& name : names) {
         if (Fault fault = refuseOverwriting(name, jobs, build)) return fault;
@@ -178,29 +170,27 @@ Fault refuseSecrets(const std::string& out, const std::string& secrets) {
 }
 
 // The names of the tars' files, and their URLs.
-Fault settleNames(std::vector<TarJob>* jobs, Build* build) {
-    const UpdateSpecVer1 spec = {};
-    const UpdateSpecVer1::Image record = {};
-    Manifest& manifest = build->manifest;
+Fault settleUrls(std::vector<TarJob>* jobs, Build* build) {
     for (TarJob& job : *jobs) {
-        const bool isScriptTar = job.entry == kWholeManifest;
-        const size_t limit = (isScriptTar ? sizeof spec.script_url : sizeof record.url) - 1;
-        std::optional<std::string>* url =
-            isScriptTar ? &manifest.scriptUrl : &manifest.steps[job.entry - 1].image->url;
-        const Complaint complaint =
-            settleUrl(isScriptTar ? "script_url" : "url", build->baseUrl, limit, &job.name, url);
-        if (Fault fault = manifest.located(job.entry, complaint)) return fault;
+        if (Fault fault = settleUrl(build->baseUrl, &job, &build->manifest)) return fault;
     }
-    return refuseCollisions(*jobs, *build);
+    const bool hasScriptTar = !jobs->empty() && jobs->front().isOfScripts();
+    return hasScriptTar ? Fault() : settleNoScriptTar(&build->manifest);
 }
 
-Fault makeTars(const std::vector<TarJob>& jobs, Build* build) {
-    for (const TarJob& job : jobs) {
-        const bool isScriptTar = job.entry == kWholeManifest;
-        if (Fault fault = isScriptTar ? makeScriptTar(job, build) : makeImageTar(job, build)) return fault;
-    }
-    if (!jobs.empty() && jobs.front().entry == kWholeManifest) return {};
-    return build->manifest.located(kWholeManifest, refuseScriptTar(build->manifest));
+Fault check(const BuiltSpec& spec, const BuildOptions& options, Build* build) {
+    BuildResult* result = build->result;
+    if (Fault fault = checkBuilt(spec, build->manifest, build->bar, &result->findings)) return fault;
+    result->isRefused = result->findings.count(eError) != 0 && !options.force;
+    return {};
+}
+
+// Before anything is packed: what can be said of the spec without its files.
+Fault checkPlanned(const std::vector<TarJob>& jobs, const BuildOptions& options, Build* build) {
+    const std::string text = composeSpec(withoutFiles(build->manifest, jobs));
+    if (Fault fault = check({text, "", "", "", build->tars}, options, build)) return fault;
+    if (Fault fault = refuseFound(build->manifest, build->result->findings)) return fault;
+    return refuseUnusedFiles(build->manifest);
 }
 
 // Nothing that a device refuses is signed, here or elsewhere.
@@ -210,22 +200,20 @@ Fault signSpec(const BuildOptions& options, Build* build, std::string* spec) {
         *spec = specOf(text, "");
         build->result->toSign = hexSha256(text);
         const Fault fault = tryTextOnDevice(text);
-        return fault ? fault.of(build->manifest.file) : fault;
+        return fault ? fault.of(options.manifest) : fault;
     }
     if (Fault fault = signText(text, build->signingKey, spec)) return fault;
     const Fault fault = tryOnDevice(*spec, publicPemOf(build->signingKey));
-    return fault ? fault.of(build->manifest.file) : fault;
+    return fault ? fault.of(options.manifest) : fault;
 }
 
 Fault makeSpec(const BuildOptions& options, Build* build) {
     std::string spec;
     if (Fault fault = signSpec(options, build, &spec)) return fault;
-    BuildResult* result = build->result;
     const BuiltSpec built = {spec, build->staging.folder(), options.out, options.secrets, build->tars};
-    if (Fault fault = checkBuilt(built, build->manifest, build->bar, &result->findings)) return fault;
-    result->isRefused = result->findings.count(eError) != 0 && !options.force;
-    if (result->isRefused) return {};
-    result->files.push_back({kSpecName, spec.size(), "sha256", hexSha256(spec), false});
+    if (Fault fault = check(built, options, build)) return fault;
+    if (build->result->isRefused) return {};
+    build->result->files.push_back({kSpecName, spec.size(), "sha256", hexSha256(spec), false});
     return createFile(build->staging.pathOf(kSpecName), spec, kFileMode);
 }
 
@@ -246,16 +234,21 @@ Fault makeUpdate(const BuildOptions& options, Build* build) {
     if (Fault fault = normaliseBaseUrl(&build->baseUrl)) return fault;
     if (Fault fault = readTime(&build->time)) return fault;
     if (Fault fault = readManifest(options.manifest, options.variables, &build->manifest)) return fault;
+    std::vector<TarJob> jobs = planTars(build->manifest);
+    if (Fault fault = settleUrls(&jobs, build)) return fault;
+    if (Fault fault = checkPlanned(jobs, options, build)) return fault;
+    if (build->result->isRefused) return {};
     if (Fault fault = readFileKey(options.secrets, build)) return fault;
     if (Fault fault = readKey(options, &build->signingKey)) return fault;
-    std::vector<TarJob> jobs = planTars(build->manifest);
     uint64_t bytes = 0;
     if (Fault fault = measureInputs(build->manifest, jobs, options.followLinks, &bytes)) return fault;
     build->bar->expect(bytes);
     if (Fault fault = refuseSecrets(options.out, options.secrets)) return fault.of("--out");
     if (Fault fault = build->staging.prepare(options.out)) return fault.of("--out");
-    if (Fault fault = settleNames(&jobs, build)) return fault;
-    if (Fault fault = makeTars(jobs, build)) return fault;
+    if (Fault fault = refuseNames(jobs, *build)) return fault;
+    for (const TarJob& job : jobs) {
+        if (Fault fault = makeTar(job, build)) return fault;
+    }
     if (Fault fault = makeSpec(options, build)) return fault;
     return build->result->isRefused ? Fault() : build->staging.publish();
 }

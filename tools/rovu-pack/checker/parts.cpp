@@ -27,12 +27,13 @@ struct NamedMember {
 constexpr char kLongestVolumeId[] = "127";  // UBI has 128 volumes
 
 bool hasControl(const std::string& name) {
-    return std::any_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+    return std::any_of(name.begin(), name.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
 std::string firstStep(std::string name) {
-    while (name.compare(0, 2, "./") == 0)
-        name.erase(0, 2);
+    while (name.compare(0, 2, "./") == 0 || name.compare(0, 1, "/") == 0)
+        name.erase(0, name.find('/') + 1);
     return name.substr(0, name.find('/'));
 }
 
@@ -47,7 +48,7 @@ struct NameRule {
     Findings* findings;
 
     void add(FindingCode code, const NamedMember& member, const std::string& why) const {
-        findings->add(code, spec.at(member.key), why);
+        findings->add(code, spec.at(member.key), "\"" + member.name + "\" " + why);
     }
 
     bool isOwnFile(const std::string& name) const {
@@ -60,25 +61,28 @@ struct NameRule {
 
     void check(const NamedMember& member) const {
         const std::string& name = member.name;
-        if (name.empty()) return add(eNameEmpty, member, "tar finds no member without a name.");
+        if (name.empty()) return add(eNameEmpty, member, "names no member of a tar.");
         if (name.find('\'') != std::string::npos)
-            add(eNameQuote, member, "A single quote ends the quoting, and the rest runs as a command.");
+            add(eNameQuote, member,
+                "has a single quote, which ends the quoting: the rest runs as a command.");
         if (hasControl(name))
-            add(eNameNewline, member, "A line feed or other control character breaks the command line.");
+            add(eNameNewline, member,
+                "has a line feed or other control character, which breaks the command line.");
         if (name.find('\\') != std::string::npos)
-            add(eNameBackslash, member, "tar takes a backslash and what follows it for another character.");
+            add(eNameBackslash, member,
+                "has a backslash, which tar takes, with what follows it, for another character.");
         if (name[0] == '-')
-            add(eNameHyphen, member, "tar interprets a name that begins with a hyphen as an option.");
-        if (climbs(name)) add(eMemberClimbs, member, "The name leads out of the device's work directory.");
+            add(eNameHyphen, member, "begins with a hyphen, and tar interprets it as an option.");
+        if (climbs(name)) add(eMemberClimbs, member, "leads out of the device's work directory.");
         const std::string step = firstStep(name);
         if (isOwnFile(step)) {
             add(eNameCollides, member,
-                "What is extracted as \"" + name + "\" lands on the device's own " + workPath(step) + ".");
+                "lands on the device's own " + workPath(step) + " when it is extracted.");
         }
         const size_t length = longestLine(member);
         if (length > kLongestLine) {
             add(eCommandTooLong, member,
-                "It makes a command line of " + std::to_string(length) + " characters, and the device runs " +
+                "makes a command line of " + std::to_string(length) + " characters, and the device runs " +
                     std::to_string(kLongestLine) + " at most.");
         }
     }

@@ -154,6 +154,25 @@ std::string adviceOnSignature(const SpecFile& spec, const std::string& key) {
            evaluate;
 }
 
+std::string adviceOnTable(const std::string& message) {
+    constexpr struct {
+        const char* said;
+        const char* advice;
+    } kAdvice[] = {
+        {"String too long",
+         "Shorten it: the models have at most 31 bytes, a script's name 31, an image's 63, a URL 159."},
+        {"script name", "Shorten the name: a script's has at most 31 bytes."},
+        {"Bad version string", "Write up to four numbers with dots, in quotes."},
+        {" dependency",
+         "Write { 'kernel', '3.10', '3.11' }: kernel or rootfs, the lowest and the highest version."},
+        {"\"tdep", "Write a list of dependencies, as in { { 'kernel', '3.10', '3.11' } }."},
+    };
+    for (const auto& row : kAdvice) {
+        if (message.find(row.said) != std::string::npos) return row.advice;
+    }
+    return "Fix what the message names.";
+}
+
 // Lua and the device's reader each have their own words for it.
 bool saysOutOfMemory(const std::string& message) {
     return message.find("not enough memory") != std::string::npos ||
@@ -194,7 +213,7 @@ void judgeTable(const SpecFile& spec, DeviceVerdict* verdict) {
     const std::string message = log.takeText();
     const bool isSmall = spec.bytes.size() <= kMaxSpecSize;  // a larger one would take too long
     const std::string key = isSmall ? refusedKey(evaluate(spec)) : "";
-    refuse(eStateParsingSpec, spec.at(key), message, verdict);
+    refuse(eStateParsingSpec, spec.at(key), message, verdict).advice = adviceOnTable(message);
 }
 
 // As on the device, but within limits, which the reader of the table can break too.
