@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr uint64_t kCipherBlock = 16;  // bytes
+
 // The entry of the list that a key like "3.image" is of.
 size_t entryOf(const std::string& key) {
     return strtoul(key.c_str(), nullptr, 10);
@@ -59,6 +61,8 @@ Fit fitsLebs(const RoomNeed& need, const DeviceRoom& room) {
 RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::string>& localNames) {
     RoomNeed room;
     const size_t end = endOf(spec);
+    // A whole block: a tar ends at one. The file is cut when it is decrypted, which may spare a page.
+    const uint64_t padding = spec.keyOffset() < 0 ? 0 : kCipherBlock;
     bool flashesImages = false;
     room.download = spec.file.bytes.size();
     room.tars = wholePages(room.download);
@@ -69,7 +73,7 @@ RoomNeed roomFor(const SpecView& spec, const Tars& tars, const std::vector<std::
         if (!tar->found) room.isExact = false;
         if (tar->lebSize != 0) room.imageLebSize = tar->lebSize;
         room.download += tar->expectedSize();
-        room.tars += wholePages(tar->expectedSize());
+        room.tars += wholePages(tar->expectedSize() - std::min(tar->expectedSize(), padding));
         room.extracted = std::max(room.extracted, largestMember(*tar, end, &room));
         if (!tar->kind.empty() && entryOf(tar->keyPrefix) < end) flashesImages = true;
     }
