@@ -17,11 +17,21 @@ fail() {
     exit 1
 }
 
+# The commands in docs/factory.md, of the sections from one heading to another.
+factory_commands() { # factory_commands FIRST [LAST]
+    awk -v first="## $1" -v last="## ${2:-$1}" '
+        /^## / { on = $0 == first || (on && !ended); ended = ended || $0 == last }
+        on && sub(/^    /, "") { print; found = 1 }
+        END { exit !(found && ended) }' "$project/docs/factory.md" ||
+        fail "docs/factory.md has no commands from \"$1\" to \"${2:-$1}\""
+}
+
 # Missing images are made, and those that another root file system was made from.
 require_images() {
     if [ -e "$images/www.img" ] && [ -x "$host_build/rovu-vm-image" ] && [ -x "$vm_boot_loader" ] &&
         [ -e "$host_build/rovu-vm-cut-write.so" ] &&
-        [ -z "$(find "$here/root" -newer "$images/www.img")" ]; then return; fi
+        [ -z "$(find "$here/root" "$project/docs/factory.md" "$project/examples/device/preinit" \
+            -newer "$images/www.img")" ]; then return; fi
     "$here/make-images" >&2
 }
 
@@ -82,6 +92,12 @@ how_it_ended() { # how_it_ended FOLDER
     else
         echo nothing
     fi
+}
+
+# The target VM's state, printed by `device-state` into FOLDER/state, must have this fact.
+require_fact() { # require_fact FOLDER FACT VALUE
+    actual=$(sed -n "s/^$2 //p" "$1/state")
+    [ "$actual" = "$3" ] || fail "the target VM's $2 is \"$actual\" and should be \"$3\""
 }
 
 # What the command printed.
