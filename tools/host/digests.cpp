@@ -1,19 +1,5 @@
 #include "host/digests.h"
 
-#include "host/files.h"
-#include "host/leftovers.h"
-
-#include <cerrno>
-#include <cstdio>
-#include <memory>
-#include <vector>
-
-namespace {
-
-constexpr size_t kChunk = 262144;
-
-}  // namespace
-
 Digest::Digest(const EVP_MD* kind) : context_(EVP_MD_CTX_new()) {
     good_ = context_ != nullptr && EVP_DigestInit_ex(context_.get(), kind, nullptr) == 1;
 }
