@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <system_error>
 
@@ -96,9 +97,7 @@ Fault run(Options* options, bool* isSound) {
     return {};
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runCommandLine(int argc, char** argv) {
     CLI::App app("Judges every power cut in a recorded update, and boots some.", "rovu-vm-power-cut");
     Options options;
     const struct {
@@ -128,4 +127,15 @@ int main(int argc, char** argv) {
         return 1;
     }
     return isSound ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return runCommandLine(argc, argv);
+    } catch (const std::exception& fault) {
+        fprintf(stderr, "rovu-vm-power-cut: %s\n", fault.what());
+        return 1;
+    }
 }
