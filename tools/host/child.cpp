@@ -22,13 +22,8 @@ constexpr unsigned kFirstPollMicroseconds = 500;
 constexpr unsigned kPollMicroseconds = 20000;
 constexpr unsigned kPatience = 25;  // rounds of polling
 
-// \return why it failed, an errno value.
-int become(const std::vector<std::string>& words, int input, int output, pid_t parent) {
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 1);
-    for (const std::string& word : words)
-        argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
+// Allocates nothing, since other threads may run. \return why it failed, an errno value.
+int become(char* const* argv, int input, int output, pid_t parent) {
     if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) return errno;
     if (getppid() != parent) return ESRCH;  // it has ended before the call
     // The program gets neither the operator's terminal nor this program's descriptors.
@@ -36,7 +31,7 @@ int become(const std::vector<std::string>& words, int input, int output, pid_t p
         dup2(output, STDERR_FILENO) < 0)
         return errno;
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
-    execvp(argv[0], argv.data());
+    execvp(argv[0], argv);
     return errno;
 }
 
@@ -75,11 +70,16 @@ Fault runChild(const std::vector<std::string>& words, const std::string& input, 
     if (pipe2(ends, O_CLOEXEC) != 0) return {errno, "no pipe can be made"};
     const zem::Descriptor reason(ends[0]);
     zem::Descriptor theirs(ends[1]);
+    std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
+    for (const std::string& word : words)
+        argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
     const pid_t parent = getpid();
     const pid_t child = fork();
     int error = child < 0 ? errno : 0;
     if (child == 0) {
-        error = become(words, in.get(), out.get(), parent);
+        error = become(argv.data(), in.get(), out.get(), parent);
         _exit(write(theirs.get(), &error, sizeof error) == ssize_t{sizeof error} ? 0 : 1);
     }
     theirs.reset();

@@ -188,9 +188,10 @@ Fault lookInto(const NewRoot& root, NewRootReport* report) {
     if (Fault fault = unsquasher.make()) return fault;
     if (Fault fault = read(unsquasher, root.image, report, &made)) return fault;
     if (!report->isRead || !report->faults.empty()) return {};
-    const bool knowsOld = isSquashfs(root.oldRoot);
+    bool knowsOld = isSquashfs(root.oldRoot);
     if (knowsOld) {
         if (Fault fault = read(unsquasher, root.oldRoot, &ofOld, &old)) return fault;
+        knowsOld = ofOld.isRead && ofOld.faults.empty();
     }
     const auto lacks = [report](const std::string& what) {
         report->faults.push_back("the new root file system " + what);

@@ -128,7 +128,7 @@ std::string lookAtLimits(pid_t init, int64_t skippedMilliseconds, LimitWatch* wa
     const Usage usage = usageOf(init);
     if (limits.processes != 0 && usage.processes > limits.processes)
         return "more than " + std::to_string(limits.processes) + " processes ran at the same time";
-    // At the next look it still has it, or more; what a process has as it ends is not reliable.
+    // At two looks in a row: one alone has been far too high as a run ended, for a reason that is not known.
     const bool isBeyond = limits.memoryBytes != 0 && usage.bytes > limits.memoryBytes;
     const bool wasBeyond = std::exchange(watch->isBeyondMemory, isBeyond);
     if (!isBeyond || !wasBeyond) return "";

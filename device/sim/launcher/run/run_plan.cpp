@@ -230,7 +230,9 @@ int planRun(const RunOptions& options, StartPlan* plan) {
     sandbox.usesHostNetwork = plan->namespaces.usesHostNetwork = options.usesHostNetwork;
     plan->namespaces.served = options.served;
     sandbox.toolProgram = programBesideThis("rovu-sim-tool");
-    if (access(sandbox.toolProgram.c_str(), X_OK) != 0) return cannot("use", sandbox.toolProgram, errno);
+    // Not one of the current folder.
+    if (sandbox.toolProgram.find('/') == std::string::npos)
+        return cannot("find", sandbox.toolProgram + " beside rovu-sim", ENOENT);
     for (const std::string& given : options.binds) {
         std::string path;
         if (int rc = absolutePath(given, &path); rc != 0) return rc;
