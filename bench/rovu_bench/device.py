@@ -38,12 +38,12 @@ class Device:
         for program in (build / "rovu", HERE / "measured.py", HERE.parent / "by_hand/update"):
             shutil.copy(program, self.state / "app0")
 
-    def update(self, command, memory=False):
+    def update(self, command, watch=False):
         """Runs a program of /app0 that updates the device, and boots the new set.
 
         Long waits take no time, whoever waits. Returns what measured.py writes.
         """
-        measured = ["/usr/bin/python3", "/app0/measured.py"] + (["--memory"] if memory else []) + ["/app0/result"]
+        measured = ["/usr/bin/python3", "/app0/measured.py"] + (["--watch"] if watch else []) + ["/app0/result"]
         run([self.sim, "run", self.state, "--no-wait", "--network", "--", *measured, *command])
         run([self.sim, "restart", self.state])
         return json.loads((self.state / "app0/result").read_text())

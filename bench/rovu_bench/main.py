@@ -15,6 +15,7 @@ MEASUREMENTS = {
     "pieces": pieces.measure,
     "update": update.measure,
     "packing": packing.measure,
+    "growth": update.measure_growth,
     "memory": update.measure_memory,
     "sizes": pieces.measure_sizes,
 }

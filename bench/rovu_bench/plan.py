@@ -14,6 +14,7 @@ class Plan(NamedTuple):
     download: int  # MiB
     decryption: int  # MiB
     images: dict  # bytes by kind, of the complete update and of the building
+    growth_pairs: int
     growth_sizes: list  # MiB of one image
     growth_scripts: list  # parts of the spec
 
@@ -23,7 +24,8 @@ FULL = Plan(
     download=256,
     decryption=64,
     images={"kernel": 16 * MIB, "rootfs": 64 * MIB},
-    growth_sizes=[8, 16, 32, 64, 128, 256],
+    growth_pairs=5,
+    growth_sizes=[4, 8, 16, 32, 64, 128, 256],
     growth_scripts=[1, 4, 16, 64],
 )
 QUICK = Plan(
@@ -31,7 +33,8 @@ QUICK = Plan(
     download=32,
     decryption=8,
     images={"kernel": 2 * MIB, "rootfs": 8 * MIB},
-    growth_sizes=[8, 16],
+    growth_pairs=2,
+    growth_sizes=[4, 16],
     growth_scripts=[1, 4],
 )
 

@@ -1,5 +1,6 @@
 """A complete update on a simulated device: against by_hand/update, on two equal devices on which fixed waits take no
-time; and the memory of the program, as the image and the number of parts grow."""
+time; and how its time, the memory of the program and the shares of its tools grow with the image and the number of
+parts."""
 
 import shutil
 
@@ -29,42 +30,63 @@ class Side:
             raise SystemExit(f"bench/run: {self.command[0]} did not install the images")
 
 
-def measure(build, work, plan):
+def compare_updates(build, work, images, scripts, pairs):
+    """One update, on two equal devices. `images` gives the sizes in bytes by kind."""
+    work.mkdir()
     keys = Keys(build / "rovu-pack", work / "keys")
-    source = Source(work / "source", plan.images)
-    room = sum(plan.images.values())
+    source = Source(work / "source", images, scripts)
+    room = sum(images.values())
     with WebServer(work / "web", work / "www") as server:
         run(source.build_command(build / "rovu-pack", keys, work / "www", server.url))
         url = f"{server.url}/update.lua"
         ours = Side(Device(build, work / "ours", keys, room), ["/app0/rovu", url], source)
         other = Side(Device(build, work / "other", keys, room), ["/bin/sh", "/app0/update", url], source)
-        result = compare(ours.cost, other.cost, plan.pairs)
+        result = compare(ours.cost, other.cost, pairs)
         ours.check()
         other.check()
-    return {"images_mib": [size // MIB for size in plan.images.values()], "comparison": result}
+    shutil.rmtree(work)
+    return result
 
 
-def sizes_of_update(build, work, keys, mebibytes, scripts, encrypted):
-    """KiB: the largest resident size of the program, `total` and `private`, in an update of one image."""
+def measure(build, work, plan):
+    mebibytes = [size // MIB for size in plan.images.values()]
+    return {"images_mib": mebibytes, "comparison": compare_updates(build, work / "update", plan.images, 1, plan.pairs)}
+
+
+def measure_growth(build, work, plan):
+    def of(mebibytes, scripts):
+        images = {"kernel": MIB, "rootfs": mebibytes * MIB}
+        comparison = compare_updates(build, work / "update", images, scripts, plan.growth_pairs)
+        return {"mib": mebibytes, "scripts": scripts, "comparison": comparison}
+
+    return {
+        "sizes": [of(mebibytes, 1) for mebibytes in plan.growth_sizes],
+        "parts": [of(PARTS_IMAGE, scripts) for scripts in plan.growth_scripts],
+    }
+
+
+def watched_update(build, work, keys, mebibytes, scripts, encrypted):
+    """An update of one image: KiB, the largest resident size of the program, `total` and `private`; and `programs`, how
+    often each of its programs was seen at work."""
     here = work / "update"
     here.mkdir()
     source = Source(here / "source", {"rootfs": mebibytes * MIB}, scripts, encrypted)
     with WebServer(here / "web", here / "www") as server:
         run(source.build_command(build / "rovu-pack", keys, here / "www", server.url))
         device = Device(build, here / "device", keys, mebibytes * MIB)
-        result = device.update(["/app0/rovu", f"{server.url}/update.lua"], memory=True)
+        result = device.update(["/app0/rovu", f"{server.url}/update.lua"], watch=True)
     shutil.rmtree(here)
-    return {"mib": mebibytes, "scripts": scripts, "total": result["total"], "private": result["private"]}
+    return {"mib": mebibytes, "scripts": scripts, **{name: result[name] for name in ("total", "private", "programs")}}
 
 
 def measure_memory(build, work, plan):
     keys = Keys(build / "rovu-pack", work / "keys")
 
     def by_size(encrypted):
-        return [sizes_of_update(build, work, keys, mebibytes, 1, encrypted) for mebibytes in plan.growth_sizes]
+        return [watched_update(build, work, keys, mebibytes, 1, encrypted) for mebibytes in plan.growth_sizes]
 
     return {
         "plain": by_size(False),
         "encrypted": by_size(True),
-        "parts": [sizes_of_update(build, work, keys, PARTS_IMAGE, scripts, False) for scripts in plan.growth_scripts],
+        "parts": [watched_update(build, work, keys, PARTS_IMAGE, scripts, False) for scripts in plan.growth_scripts],
     }
