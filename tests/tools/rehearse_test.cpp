@@ -150,9 +150,9 @@ const Row kRows[] = {
 };
 
 TEST(Rehearse, TellsWhetherRunsWereWhatThePlanSays) {
+    const Rehearsals world;
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.name);
-        const Rehearsals world;
         writeWholeFile(world.path("s"), row.script);
         writeWholeFile(world.path("_s"), row.script);
         ASSERT_EQ(world.build(row.table, row.url), 0) << world.err();
