@@ -33,9 +33,9 @@ QUICK = Plan(
     download=32,
     decryption=8,
     images={"kernel": 2 * MIB, "rootfs": 8 * MIB},
-    growth_pairs=2,
+    growth_pairs=1,
     growth_sizes=[4, 16],
-    growth_scripts=[1, 4],
+    growth_scripts=[4],
 )
 
 
