@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -45,20 +46,32 @@ namespace {
 // The programs of the build are found by their names: a command line need not quote a path.
 const int kPathIsSet = setenv("PATH", (ROVU_BUILD_DIRECTORY ":" + std::string(getenv("PATH"))).c_str(), 1);
 
-}  // namespace
-
-Program::Program(Strings command, const std::string& outFile, const std::string& errFile) : pid_(fork()) {
-    if (pid_ != 0) return;
-    prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that dies leaves no program running
+std::vector<char*> wordsOf(Strings* command) {
     std::vector<char*> words;
-    for (std::string& word : command)
+    for (std::string& word : *command)
         words.push_back(word.data());
     words.push_back(nullptr);
-    const bool redirected =
-        freopen(outFile.c_str(), "a", stdout) != nullptr && freopen(errFile.c_str(), "a", stderr) != nullptr;
-    if (redirected) execvp(words[0], words.data());
+    return words;
+}
+
+int append(const char* file) {
+    return open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+}
+
+// fork() would copy the page tables: with the sanitizer's memory, that takes longer than most of the programs.
+pid_t start(char** words, const char* outFile, const char* errFile) {
+    const pid_t pid = vfork();
+    if (pid != 0) return pid;
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that dies leaves no program running
+    if (dup2(append(outFile), STDOUT_FILENO) >= 0 && dup2(append(errFile), STDERR_FILENO) >= 0)
+        execvp(words[0], words);
     _exit(127);
 }
+
+}  // namespace
+
+Program::Program(Strings command, const std::string& outFile, const std::string& errFile)
+    : pid_(start(wordsOf(&command).data(), outFile.c_str(), errFile.c_str())) {}
 
 Program::~Program() {
     if (ended_) return;

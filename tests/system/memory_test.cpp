@@ -26,7 +26,7 @@ TEST_F(Memory, RunningOutOfItLeavesADeviceThatBootsAsBefore) {
     std::filesystem::copy(ROVU_FAILING_ALLOCATOR,
                           pristine() + "/app0/allocator.so");  // a path without spaces
     std::set<int> ends;
-    for (unsigned long most = 0; ends.count(0) == 0 && most < 100000; most += most / 8 + 1) {
+    for (unsigned long most = 0; ends.count(0) == 0 && most < 100000; most += most / 16 + 1) {
         SCOPED_TRACE(most);
         const Strings limited = {"env", "LD_PRELOAD=/app0/allocator.so",
                                  "ROVU_ALLOCATIONS=" + std::to_string(most)};

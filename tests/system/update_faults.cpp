@@ -14,6 +14,14 @@ constexpr const char* kTimeLimit = "120";  // seconds
 constexpr auto kCopy =
     std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks;
 
+// Copies a device, but for its root file system: no run can write there, and it has hundreds of links.
+void copyState(const std::string& from, const std::string& to) {
+    for (const auto& entry : std::filesystem::directory_iterator(from)) {
+        if (entry.path().filename() != "root")
+            std::filesystem::copy(entry.path(), to / entry.path().filename(), kCopy);
+    }
+}
+
 rovusim::DeviceOptions optionsWith(const std::string& root) {
     rovusim::DeviceOptions options;
     options.root = root;
@@ -39,7 +47,8 @@ UpdateFaults::UpdateFaults(const std::string& root) : world_(World::allSteps(), 
     args_ = world_.args({});
     // Its root file system is made by the first run.
     EXPECT_EQ(Program({ROVU_SIM_PROGRAM, "run", device_.directory, "--", "true"}).wait(), 0);
-    std::filesystem::copy(device_.directory, pristine(), kCopy);
+    std::filesystem::create_directory(pristine());
+    copyState(device_.directory, pristine());
     active_ = activeSet();
     oldFirst_ = device_.get("/app0/.ubiRefChk1");
     oldSecond_ = device_.get("/app0/.ubiRefChk2");
@@ -49,8 +58,10 @@ UpdateFaults::UpdateFaults(const std::string& root) : world_(World::allSteps(), 
 }
 
 int UpdateFaults::run(const Strings& simOptions, const Strings& wrapper, const Strings& args) {
-    std::filesystem::remove_all(device_.directory);
-    std::filesystem::copy(pristine(), device_.directory, kCopy);
+    for (const auto& entry : std::filesystem::directory_iterator(device_.directory)) {
+        if (entry.path().filename() != "root") std::filesystem::remove_all(entry);
+    }
+    copyState(pristine(), device_.directory);
     Strings command = {"timeout", "--signal=KILL",   kTimeLimit,  ROVU_SIM_PROGRAM,
                        "run",     device_.directory, "--no-wait", "--network"};
     if (!wrapper.empty()) command.insert(command.end(), {"--bind", ROVU_BUILD_DIRECTORY});
