@@ -14,6 +14,8 @@ ROWS = [
      'killed by signal 9 in state "running preparation scripts": ' + URL),
     ("terminated", URL, "", "kill $(pidof rovu); sleep 1", 1,
      'stopped in state "running preparation scripts": ' + URL),
+    ("told to stop", URL, "", "kill $(awk '/^PPid/ { print $2 }' /proc/$(pidof rovu)/status); sleep 2", 1,
+     'stopped in state "running preparation scripts": ' + URL),
     ("an update runs", URL, "mkdir dev/tmp/rovu", "", 1, ""),
     ("this one runs", URL, "mkdir dev/tmp/update-once", "", 1, ""),
     ("no program", URL, "rm rovu", "", 1, "failed: cannot run {home}/rovu: " + URL),
@@ -32,7 +34,7 @@ until grep -q preparation /tmp/rovu.progress 2>/dev/null; do kill -0 $first && s
 grep -qx 'running 0 http://updates.example/2.0/update.lua' /app0/update/outcome || exit 91
 echo http://updates.example/second >/app0/update/request
 if "$@"; then exit 92; fi
-kill -HUP $first && kill $first && touch /tmp/go
+kill -HUP $first && touch /tmp/go
 wait $first
 """
 
