@@ -14,6 +14,8 @@ ROWS = [
      'killed by signal 9 in state "running preparation scripts": ' + URL),
     ("terminated", URL, "", "kill $(pidof rovu); sleep 1", 1,
      'stopped in state "running preparation scripts": ' + URL),
+    ("told to stop", URL, "", "kill $(awk '/^PPid/ { print $2 }' /proc/$(pidof rovu)/status); sleep 2", 1,
+     'stopped in state "running preparation scripts": ' + URL),
     ("an update runs", URL, "mkdir dev/tmp/rovu", "", 1, ""),
     ("this one runs", URL, "mkdir dev/tmp/update-once", "", 1, ""),
     ("no program", URL, "rm rovu", "", 1, "failed: cannot run {home}/rovu: " + URL),
@@ -24,6 +26,19 @@ ROWS = [
     ("what a shell would run", "http://$(reboot)`reboot`;reboot", "", "", 1, "failed: http://$(reboot)`reboot`;reboot"),
 ]
 
+# What the server answers, the outcome of an earlier update, the exit status, and what is requested.
+ANSWERS = [
+    ("the first update", URL, "", 0, URL),
+    ("a completed one", URL, "complete: " + URL, 0, ""),
+    ("a completed one, in other lines", f" {URL}\r\n\n", f"complete: {URL}\r", 0, ""),
+    ("one from which the device fell back", URL, "interrupted: no end was seen of " + URL, 0, ""),
+    ("one that runs", URL, "running 0 " + URL, 0, ""),
+    ("one that failed", URL, "failed: " + URL, 0, URL),
+    ("nothing", "", "", 0, ""),
+    ("a page", "<html>", "complete: " + URL, 1, ""),
+    ("no answer", None, "", 1, ""),
+]
+
 # Runs on the device, given a shell and the script: an update, and another start while it runs.
 TWICE = """
 umask 077
@@ -32,7 +47,7 @@ until grep -q preparation /tmp/rovu.progress 2>/dev/null; do kill -0 $first && s
 grep -qx 'running 0 http://updates.example/2.0/update.lua' /app0/update/outcome || exit 91
 echo http://updates.example/second >/app0/update/request
 if "$@"; then exit 92; fi
-kill -HUP $first && kill $first && touch /tmp/go
+kill -HUP $first && touch /tmp/go
 wait $first
 """
 
@@ -91,3 +106,23 @@ class UpdateOnce(World):
             (self.home / "dev/app0/update/outcome").write_text(f"running {active} {URL}\n")
             self.shell(self.command())
             self.assertEqual(self.kept("outcome"), f"{outcome} {URL}\n")
+
+
+class UpdateAsk(World):
+    example = "device"
+
+    def test_requests_what_is_not_complete(self):
+        self.shell("rovu-sim init dev; mkdir www dev/app0/update")
+        for name, answer, outcome, status, requested in ANSWERS:
+            with self.subTest(name):
+                self.shell("rm -f www/current dev/app0/update/*")
+                if answer is not None:
+                    (self.home / "www/current").write_bytes(answer.encode())
+                if outcome:
+                    (self.home / "dev/app0/update/outcome").write_bytes(outcome.encode() + b"\n")
+                said = self.shell(f"rovu-sim run dev --no-wait --bind '{self.home}' --bind /sys "
+                                  f"--serve http://updates.example=www -- sh '{self.home}/update-ask' "
+                                  "http://updates.example/current 1 echo started", status)
+                request = self.home / "dev/app0/update/request"
+                self.assertEqual(request.read_text().strip() if request.exists() else "", requested, said)
+                self.assertEqual("started" in said, bool(requested), said)
