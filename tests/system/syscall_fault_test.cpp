@@ -232,18 +232,4 @@ TEST_F(SyscallFaults, LeaveNoTraceIfASignalComesAtAnyInstruction) {
     runSample(kRandomShares, "--kill-at", signals);
 }
 
-TEST_F(SyscallFaults, AreRefusedIfTheirRuleIsWrong) {
-    for (const auto& [option, rules] :
-         {std::pair<std::string, Strings>{
-              "--fail-syscall",
-              {"frobnicate:1=EIO", "read:1=EFOO", "read:0=EIO", "read=EIO", "read:1", "exit_group:1=EIO"}},
-          {"--kill-at", {"read:1=EIO", "read:1/0=TERM", "read:1/x=TERM", "read:x=TERM"}}}) {
-        for (const std::string& rule : rules) {
-            SCOPED_TRACE(rule);
-            EXPECT_EQ(run(option, rule), 2);
-            EXPECT_NE(errors().find(option + " " + rule + ": "), std::string::npos);
-        }
-    }
-}
-
 }  // namespace

@@ -300,6 +300,12 @@ TEST_F(Messages, OfRovuSimSayWhatHappenedAndWhatToDo) {
         {"$SIM init -- dev", 0, ""},
         {"$SIM run dev --watch=true -- true", 2, "--watch takes no value"},
         {"$SIM run dev ls -l", 2, "\"--\" is required before the command: rovu-sim run STATE -- ls"},
+        {"for rule in frobnicate:1=EIO read:1=EFOO read:0=EIO read=EIO read:1 exit_group:1=EIO; do "
+         "$SIM run dev --fail-syscall $rule -- true; [ $? -eq 2 ] || exit 3; done; exit 2",
+         2, "--fail-syscall exit_group:1=EIO: "},
+        {"for rule in read:1=EIO read:1/0=TERM read:1/x=TERM read:x=TERM; do "
+         "$SIM run dev --kill-at $rule -- true; [ $? -eq 2 ] || exit 3; done; exit 2",
+         2, "--kill-at read:x=TERM: "},
         {"$SIM run dev --", 2, "a command after \"--\" is required"},
 #ifndef __SANITIZE_ADDRESS__  // which takes more itself
         {"truncate -s 1G big && ulimit -v 100000 && $SIM volume put dev k0 big", 1, "alloc"},
