@@ -4,8 +4,12 @@ find_package(CURL REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(PkgConfig REQUIRED)
 
-# Distributions include the version in the module's name; Lua's own makefile installs "lua".
-pkg_search_module(LUA51 REQUIRED IMPORTED_TARGET GLOBAL lua5.1 lua-5.1 lua51 lua>=5.1<5.2)
+# Distributions include the version in the module's name; Lua itself, and Buildroot, name it "lua". A module with two
+# limits is two entries.
+pkg_search_module(LUA51 IMPORTED_TARGET GLOBAL lua5.1 lua-5.1 lua51)
+if(NOT LUA51_FOUND)
+  pkg_check_modules(LUA51 REQUIRED IMPORTED_TARGET GLOBAL lua>=5.1 lua<5.2)
+endif()
 
 # The program uses libcrypto's 1.0 interface. The 3.0 headers still declare it, and mark it as deprecated
 # unless the caller states the interface that it uses.
