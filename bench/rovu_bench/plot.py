@@ -87,9 +87,9 @@ def draw_work(axes, results):
         programs, left = entry["programs"], 0
         total = sum(programs.values())
         for program, (work, color) in WORK.items():
-            seen = programs.get(program, 0) if program else total - sum(programs.get(each, 0) for each in WORK)
-            axes.barh(place, 100 * seen / total, left=left, height=0.6, color=color, label="" if place else work)
-            left += 100 * seen / total
+            known = programs.get(program, 0) if program else total - sum(programs.get(each, 0) for each in WORK if each)
+            axes.barh(place, 100 * known / total, left=left, height=0.6, color=color, label="" if place else work)
+            left += 100 * known / total
     axes.set_yticks(range(len(rows)), [f"{entry['mib']} MiB,\n{name}" for name, entry in rows])
     axes.set_xlabel("share of the time, %")
     axes.set_ylim(-0.5, 6)  # with room for the legend

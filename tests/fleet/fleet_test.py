@@ -258,7 +258,6 @@ class Rollout(unittest.TestCase):
                 self.assertEqual(world.switches(host), 2 if host == "mast-6" else 1 if well or host == "mast-5" else 0)
                 self.assertEqual(world.active(host), "1" if well else "0")
         self.assertIn("Signature", world.record("cellar-2")["why"])
-        self.assertTrue((world.home / "records.html").stat().st_size > 1000)
 
     @staticmethod
     def make_other_key(world):

@@ -12,9 +12,7 @@ std::string big(uint32_t number) {
 }
 
 std::string sumOf(const std::string& bytes) {
-    Crc32 crc;
-    crc.add(bytes.data(), bytes.size());
-    return big(crc.value());
+    return big(addToSum(0, bytes.data(), bytes.size()));
 }
 
 // Its checksums filled in, for the payload that its header announces.
@@ -62,9 +60,7 @@ std::string ubifsOf(char lebs, char compression) {
     node[37] = 2;
     node[40] = lebs;
     node[84] = compression;
-    Crc32 crc;
-    crc.add(node.data() + 8, node.size() - 8);
-    const std::string sum = big(~crc.value());
+    const std::string sum = big(~addToSum(0, node.data() + 8, node.size() - 8));
     return node.replace(4, 4, std::string(sum.rbegin(), sum.rend()));
 }
 

@@ -162,7 +162,7 @@ std::string fillingText(const ImageContent& content, const ImageFormat& format) 
 void ImageContent::add(uint64_t offset, const char* bytes, size_t size) {
     if (offset == 0) *this = ImageContent();
     if (head_.size() < kFormatHead) head_.append(bytes, std::min(size, kFormatHead - head_.size()));
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size && !seen_.all(); ++i)
         seen_.set(static_cast<unsigned char>(bytes[i]));
     sumPayload(offset, bytes, size);
     size_ = offset + size;
@@ -189,7 +189,7 @@ void ImageContent::sumPayload(uint64_t offset, const char* bytes, size_t size) {
     constexpr uint64_t kHeader = 64;
     const uint64_t end = std::min(offset + size, kHeader + bigEndianAt(head_, 12, 4));
     const uint64_t start = std::max(offset, kHeader);
-    if (start < end) sum_.add(bytes + (start - offset), end - start);
+    if (start < end) sum_ = addToSum(sum_, bytes + (start - offset), end - start);
 }
 
 Findings checkImageContent(const ImageContent& content, const ImageClaim& claim) {

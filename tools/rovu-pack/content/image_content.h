@@ -21,14 +21,14 @@ public:
     /// What follows the words "Linux version " of a kernel that is not compressed; empty: nothing.
     const std::string& release() const { return release_; }
     size_t kindsOfBytes() const { return seen_.count(); }  // how many different ones it has
-    uint32_t payloadSum() const { return sum_.value(); }   // checksum of what a uImage's header announces
+    uint32_t payloadSum() const { return sum_; }           // checksum of what a uImage's header announces
 
 private:
     void findRelease(const char* bytes, size_t size);
     void sumPayload(uint64_t offset, const char* bytes, size_t size);
 
     std::bitset<256> seen_;
-    Crc32 sum_;
+    uint32_t sum_ = 0;
     std::string tail_;  // the last bytes before those that come next
     std::string release_;
     std::string head_;

@@ -3,31 +3,8 @@
 #include "host/text.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
-
-namespace {
-
-constexpr uint32_t kPolynomial = 0xEDB88320;
-
-constexpr std::array<uint32_t, 256> makeTable() {
-    std::array<uint32_t, 256> table = {};
-    for (uint32_t i = 0; i < table.size(); ++i) {
-        table[i] = i;
-        for (int bit = 0; bit < 8; ++bit)
-            table[i] = (table[i] & 1) != 0 ? table[i] >> 1 ^ kPolynomial : table[i] >> 1;
-    }
-    return table;
-}
-
-constexpr std::array<uint32_t, 256> kTable = makeTable();
-
-}  // namespace
-
-void Crc32::add(const char* bytes, size_t size) {
-    for (size_t i = 0; i < size; ++i)
-        state_ = kTable[(state_ ^ static_cast<unsigned char>(bytes[i])) & 0xFF] ^ (state_ >> 8);
-}
+#include <zlib.h>
 
 namespace {
 
@@ -151,9 +128,7 @@ bool isHeaderWhole(const std::string& head) {
     if (head.size() < kUimageHeader) return false;
     std::string bytes = head.substr(0, kUimageHeader);
     bytes.replace(4, 4, 4, '\0');
-    Crc32 crc;
-    crc.add(bytes.data(), bytes.size());
-    return crc.value() == big(head, 4, 4);
+    return addToSum(0, bytes.data(), bytes.size()) == big(head, 4, 4);
 }
 
 ImageFormat uimage(const std::string& head) {
@@ -272,9 +247,8 @@ ImageFormat ubifs(const std::string& head, ImageFormat format) {
     if (little(head, 84, 2) == kZstd) format.since = "5.3";
     const uint64_t length = little(head, 16, 4);
     if (length <= kSummed || length > head.size()) return format;
-    Crc32 crc;
-    crc.add(head.data() + kSummed, length - kSummed);
-    if (~crc.value() != little(head, 4, 4)) format.damage = "superblock";
+    if (~addToSum(0, head.data() + kSummed, length - kSummed) != little(head, 4, 4))
+        format.damage = "superblock";
     return format;
 }
 
@@ -314,6 +288,10 @@ bool isText(const std::string& head) {
 
 uint64_t bigEndianAt(const std::string& bytes, size_t place, size_t size) {
     return numberAt(bytes, place, size, true);
+}
+
+uint32_t addToSum(uint32_t sum, const char* bytes, size_t size) {
+    return static_cast<uint32_t>(crc32_z(sum, reinterpret_cast<const Bytef*>(bytes), size));
 }
 
 ImageFormat findFormat(const std::string& head) {

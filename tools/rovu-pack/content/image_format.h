@@ -1,5 +1,3 @@
-// The checksum of uImage and UBIFS.
-//
 // The format of an image, by the bytes at its beginning.
 
 #pragma once
@@ -7,16 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-/// The CRC-32 of IEEE 802.3 over bytes that come in pieces.
-class Crc32 {
-public:
-    void add(const char* bytes, size_t size);
-    uint32_t value() const { return ~state_; }
-
-private:
-    uint32_t state_ = UINT32_MAX;
-};
 
 /// Most bytes of an image that findFormat() looks at.
 constexpr size_t kFormatHead = 65536;
@@ -52,6 +40,9 @@ struct ImageFormat {
 
 /// The number at `place`; what lies after the end counts as 0.
 uint64_t bigEndianAt(const std::string& bytes, size_t place, size_t size);
+
+/// Continues `sum`, 0 at the start, over more bytes: the CRC-32 that a uImage has, and, inverted, a UBIFS.
+uint32_t addToSum(uint32_t sum, const char* bytes, size_t size);
 
 /// \param head the image's first kFormatHead bytes, or all of them.
 ImageFormat findFormat(const std::string& head);
