@@ -269,6 +269,12 @@ public:
     unsigned below(unsigned limit) { return static_cast<unsigned>(numbers_() % limit); }
     bool once(unsigned in) { return below(in) == 0; }
 
+    // Of an image; often it fills its pages, or all but one byte, or one byte more.
+    unsigned size() {
+        const unsigned any = 20000 + below(400000);
+        return once(2) ? any : any / 4096 * 4096 + below(3) - 1;
+    }
+
     std::string version() { return std::to_string(1 + below(3)) + "." + std::to_string(below(4)); }
 
     std::string dependency(const std::string& kind) {
@@ -373,7 +379,7 @@ TEST(Rehearse, PlanAndRunAgreeOnRandomUpdates) {
         Fault fault;
         if (draw.once(4)) fault = {kScripts[draw.below(6)], draw.once(2) ? "exit 3\n" : "reboot -f\n", ""};
         for (const std::string kind : {"kernel", "rootfs"})
-            writeWholeFile(world.path(kind + ".img"), std::string(20000 + draw.below(400000), 'i'));
+            writeWholeFile(world.path(kind + ".img"), std::string(draw.size(), 'i'));
         for (const char* script : kScripts)
             writeWholeFile(world.path(script), "fw_printenv\n" + (script == fault.script ? fault.line : ""));
         const std::string table = draw.table();
