@@ -16,6 +16,7 @@ class Messages : public PackShell {
 protected:
     Messages() {
         put("m.lua", kTwoImages);
+        put("s.lua", kSmallSpec);
         put("forged.lua", kForged);
         put("loop.lua", kLoop + std::string(kTwoImages + 1));
         put("k.img", "kernel");
@@ -84,6 +85,19 @@ const Row kRows[] = {
     {"a manifest with variables for inspect",
      "sed \"s/'k.img'/vars.image/\" m.lua >t.lua; $PACK inspect t.lua", 1,
      "t.lua: ", "not a spec, but a manifest", "which reads what \"build --set\" gives"},
+    {"files that are no pairs",
+     "sed \"s/'k.img'/'k.img', files = { 'x' }/\" m.lua >t.lua; $BUILD t.lua --out t", 2,
+     "t.lua:2: entry 1: \"files\"", "pairs such as ['before.sh'] = '../common/before.sh' are required"},
+    {"a tar without a script", "sed \"s/clone/script_url = 'u', clone/\" m.lua >t.lua; $BUILD t.lua --out t",
+     2, "t.lua:1: \"script_url\"", "no script needs a tar", "take it out"},
+    {"one URL for two", "sed \"s,'mandatory',&\\, url = 'http://h/k',\" m.lua >t.lua; $BUILD t.lua --out t",
+     2, "t.lua:3: entry 2: \"url\"", "two files of the update are called \"k\"", "rename one"},
+    {"a URL elsewhere", "sed \"s,'mandatory',&\\, url = 'http://g/k',\" m.lua >t.lua; $BUILD t.lua --out t",
+     2, "t.lua:2: entry 1: \"url\"", "is not a file name after http://h/", "give one, or another --base-url"},
+    {"a variable without a name", "$BUILD m.lua --out t --set 1x=2", 2,
+     "--set 1x=2: ", "does not begin with a digit"},
+    {"a spec that is too long", "printf '{ x = 1,%8192s}' '' >f; $PACK sign f --key keys/private.pem", 2,
+     "sign: f: ", "and a device takes 8192", "take comments out"},
 
     // files
     {"a folder as image", "mkdir d; sed 's/r.img/d/' m.lua >t.lua; $BUILD t.lua --out t", 2,
@@ -130,6 +144,13 @@ const Row kRows[] = {
     {"what is not signed", "$PACK build m.lua --out d --unsigned --base-url http://h", 0,
      "The spec is not signed",
      "Not rehearsed: rovu-pack rehearse d/update.lua --files d --unsigned --device KIND,root=ROOTFS"},
+    {"the output in place of the input",
+     "mkdir d; cp k.img d/rootfs.tar; cp r.img d; sed s/k.img/rootfs.tar/ m.lua >d/m.lua; $BUILD d/m.lua --out d",
+     2, "d/rootfs.tar", "the result would replace it", "name another folder with --out"},
+    {"another kind of key", "$BUILD e.lua --out t --secrets keys/private.pem", 1, "e.lua:1 encr_key_offset",
+     "keys/private.pem is not a key file: it is a private key.", "Give the devices' key file"},
+    {"too large a key file", "truncate -s 3G f; $PACK secret f", 2, "secret: f", "offsets end at 2147483647",
+     "name a new one"},
     {"a key pair again", "$PACK keygen keys", 2, "keys/private.pem", "exists and is unchanged",
      "name another folder"},
 
@@ -169,6 +190,19 @@ const Row kRows[] = {
      "out/kernel.tar is no tar, but a page of HTML", "Copy the file that was built and tested again"},
     {"a page as encrypted tar", PAGE "oute/kernel.tar; $CHECK oute/update.lua --files oute --secrets secrets",
      1, "1.url", "oute/kernel.tar is neither a tar nor encrypted, but a page", "Copy the file"},
+    {"noise as tar", "printf '\\1\\2' >out/kernel.tar; $CHECK out/update.lua --files out", 1, "1.url",
+     "out/kernel.tar is no tar.", "Copy the file"},
+    {"a FIFO in a tar",
+     "mkdir d; mkfifo d/r.img; tar -cf out/rootfs.tar -C d r.img; $CHECK out/update.lua --files out", 1,
+     "2.image", "\"r.img\" of out/rootfs.tar is not a file", "make the tar again with the image"},
+    {"a folder that only its owner enters",
+     "chmod 700 out; chmod 600 out/update.lua; $CHECK out/update.lua --files out", 0,
+     "out/update.lua can be read only by its owner", "out can be entered only by", "chmod a+x"},
+    {"no tar at all", "sed \"s/{ v/{ 's', encr_key_offset = 0, v/; s/'exit_success'//\" s.lua >f; $CHECK f",
+     1, "f:1 script_url", "There are scripts, but no tar that holds them.",
+     "Take encr_key_offset out; a device without a key file fails"},
+    {"a volume of nothing", "sed -i 's/imsize = 5000000/imsize = 0/' out/update.lua; $CHECK out/update.lua",
+     1, "2.imsize", "A volume of 0 bytes holds no image.", "Give at least the size"},
     {"another folder of files", "mkdir d; $CHECK out/update.lua --files d", 1, "error    tar-missing",
      "None of the 2 tars of the spec is in d.\n         Give the folder that is served with --files.\n",
      "\n1 error, 0 warnings"},
@@ -213,6 +247,13 @@ const Row kRows[] = {
      "rovu-pack build: ", "unknown option --keys", "did you mean --key?"},
     {"a mistyped command", "$PACK chekc m.lua", 2, "rovu-pack: ", "unknown command \"chekc\"",
      "did you mean \"check\"?"},
+    {"no command", "$PACK", 2, "rovu-pack: ", "a command is required: keygen, "},
+    {"no device to rehearse", "$PACK rehearse out/update.lua --files out", 2, "rehearse: ", "name the kinds",
+     "with --device"},
+    {"a base without a scheme", "$PACK build m.lua --out t --key keys/private.pem --base-url u", 2,
+     "--base-url: \"u\"", "is not a URL", "such as http"},
+    {"a time that is none", "SOURCE_DATE_EPOCH=now $BUILD m.lua --out t", 2, "SOURCE_DATE_EPOCH: \"now\"",
+     "is not a number of seconds", "or unset it"},
     {"one file too many", "$PACK check a b", 2, "rovu-pack check: ", "one argument too many: \"b\""},
     {"a missing option", "$PACK build m.lua --out t --base-url http://h", 2, "rovu-pack build: ", "one of",
      "--key and --unsigned is required"},

@@ -50,7 +50,7 @@ Fault settleNoScriptTar(Manifest* manifest) {
     for (const char* key : {"script_url", "script_hash", "script_dlsize"}) {
         const LuaValue none = strcmp(key, "script_dlsize") == 0 ? numberValue(0) : textValue("");
         if (textOfValue(manifest->settle(key, none)) != textOfValue(none))
-            return manifest->located(key, "is given, but no script needs a tar");
+            return manifest->located(key, "is given, but no script needs a tar; take it out");
     }
     return {};
 }

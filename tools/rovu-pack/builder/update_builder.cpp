@@ -48,7 +48,8 @@ Fault readTime(time_t* time) {
     const long long seconds = strtoll(text, &end, 10);
     if (errno != 0 || *end != '\0' || seconds < 0 || seconds > kMaxTarTime) {
         return {EINVAL, "SOURCE_DATE_EPOCH: \"" + std::string(text) +
-                            "\" is not a number of seconds that a tar can hold"};
+                            "\" is not a number of seconds that a tar can hold; give what "
+                            "\"git log -1 --format=%ct\" prints, or unset it"};
     }
     *time = static_cast<time_t>(seconds);
     return {};
@@ -148,10 +149,12 @@ Fault refuseNames(const std::vector<TarJob>& jobs, const Build& build) {
     for (const TarJob& job : jobs) {
         const std::string key = job.keyPrefix + "url";
         if (job.name.empty())
-            return build.manifest.located(key, "is not a file name after " + build.baseUrl +
-                                                   "/, for which the update is built");
+            return build.manifest.located(
+                key, "is not a file name after " + build.baseUrl +
+                         "/, for which the update is built; give one, or another --base-url");
         if (!names.insert(job.name).second)
-            return build.manifest.located(key, "two files of the update are called \"" + job.name + "\"");
+            return build.manifest.located(key, "two files of the update are called \"" + job.name +
+                                                   "\"; rename one");
     }
     for (const std::string& name : names) {
         if (Fault fault = refuseOverwriting(name, jobs, build)) return fault;

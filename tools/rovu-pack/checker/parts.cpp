@@ -194,7 +194,8 @@ void checkScriptSource(const SpecView& spec, Findings* findings) {
 // Only tars are encrypted; without any, the key is not needed, but must still exist.
 void checkKeyUse(const SpecView& spec, Findings* findings) {
     if (spec.keyOffset() < 0 || spec.fetchesScriptTar() || !spec.images.empty()) return;
-    findings->add(eKeyWithoutEncryption, spec.at("encr_key_offset"), "The spec has no tar to decrypt.");
+    findings->add(eKeyWithoutEncryption, spec.at("encr_key_offset"), "The spec has no tar to decrypt.")
+        .advice = "Take encr_key_offset out; a device without a key file fails on it.";
 }
 
 // What is hidden after a gap, or has an unknown word for its update, has a finding of its own.

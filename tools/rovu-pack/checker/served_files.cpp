@@ -110,7 +110,7 @@ struct FileRule {
     }
 
     // A key that anybody can guess, or a file for another purpose.
-    void checkSecret() const {
+    void checkSecret() {
         std::string bytes;
         if (readWholeFile(options.secrets, &bytes)) return;
         const std::string kind = keyKindInWords(bytes);
@@ -119,7 +119,9 @@ struct FileRule {
         const bool isDump = std::all_of(key.key, key.key + sizeof key.key,
                                         [](unsigned char c) { return isxdigit(c) != 0 || isspace(c) != 0; });
         if (!kind.empty()) {
-            add(eSecretsOdd, "encr_key_offset", options.secrets + " is not a key file: it is " + kind + ".");
+            add(eSecretsOdd, "encr_key_offset", options.secrets + " is not a key file: it is " + kind + ".")
+                .severity = eError;
+            key.present = false;  // what it makes of the tars would only follow
         } else if (isUniform || isDump) {
             add(eSecretsOdd, "encr_key_offset",
                 "The key that " + options.secrets + " has there is " +

@@ -77,10 +77,9 @@ Fault appendSecret(const std::string& path, int64_t* offset) {
     struct stat status;
     if (fstat(file.get(), &status) != 0) return fileFault(path, errno);
     unsigned char secret[kSecretSize];
-    if (!S_ISREG(status.st_mode) || status.st_size > INT32_MAX ||
-        RAND_bytes(secret, static_cast<int>(sizeof secret)) != 1) {
-        return {EINVAL, path + ": not a regular file, too large for an offset, or no random bytes available"};
-    }
+    if (status.st_size > INT32_MAX)
+        return {EFBIG, path + ": offsets end at 2147483647, and the file is larger; name a new one"};
+    if (RAND_bytes(secret, static_cast<int>(sizeof secret)) != 1) return fileFault(path, EIO);
     if (int rc = writeFd(file.get(), secret, sizeof secret, false, true); rc != 0) {
         Fault fault = fileFault(path, rc);
         if (ftruncate(file.get(), status.st_size) == 0) return fault;

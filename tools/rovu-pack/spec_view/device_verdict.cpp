@@ -269,7 +269,8 @@ bool isTextAccepted(const std::string& text) {
 Fault refuseSize(size_t size) {
     if (size <= kMaxSpecSize) return {};
     return {EINVAL, "the spec has " + std::to_string(size) +
-                        " bytes with its signature, and a device takes " + std::to_string(kMaxSpecSize)};
+                        " bytes with its signature, and a device takes " + std::to_string(kMaxSpecSize) +
+                        "; take comments out, and shorten names and URLs"};
 }
 
 bool isAccepted(const std::string& spec, const std::string& publicPem) {
