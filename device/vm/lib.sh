@@ -1,7 +1,7 @@
 # What the scripts next to this file share; they source it with their own folder in `here`.
 # shellcheck shell=sh disable=SC2154,SC2034
 project=$(cd "$here/../.." && pwd)
-vm_host="" vm_cache="" vm_sysroot="" vm_bin="" vm_kernel="" vm_applets="" vm_libc="" vm_boot_loader=""
+vm_host="" vm_cache="" vm_sysroot="" vm_bin="" vm_kernel="" vm_applets="" vm_libc="" vm_boot_loader="" vm_mkimage=""
 eval "$("$here/build" --print-paths)"
 # The workstation's programs are those of this preset.
 host_preset=${ROVU_VM_HOST_PRESET:-demo}
@@ -10,6 +10,7 @@ target_build=$project/build/mips
 vm=$project/build/vm
 images=$vm/images
 url=http://127.0.0.1:8643
+board_arguments="console=ttyS0 block2mtd.block2mtd=/dev/vda1,131072 quiet" # for every kernel
 power_on_limit=600 # seconds, many times what the longest takes on an idle workstation
 
 fail() {
@@ -26,9 +27,21 @@ factory_commands() { # factory_commands FIRST [LAST]
         fail "docs/factory.md has no commands from \"$1\" to \"${2:-$1}\""
 }
 
+# The command line in docs/factory.md for this set, with the number that its root file system has on this disk.
+kernel_arguments() { # kernel_arguments DISK SET
+    root_id=$("$host_build/rovu-vm-image" volume "$1" | sed -n "s/^\([0-9]*\) k$2_root .*/\1/p")
+    [ -n "$root_id" ] || fail "no volume k$2_root on the flash"
+    factory_commands "The kernel command line" | sed "s/k0_\([a-z]\)/k$2_\1/g; s/ubiblock0_[0-9]*/ubiblock0_$root_id/"
+}
+
+# The kernel in an image: what the emulator starts has no header.
+without_header() { # without_header IMAGE
+    tail -c +65 "$1"
+}
+
 # Missing images are made, and those that another root file system was made from.
 require_images() {
-    if [ -e "$images/www.img" ] && [ -x "$host_build/rovu-vm-image" ] && [ -x "$vm_boot_loader" ] &&
+    if [ -e "$images/www.img" ] && [ -x "$host_build/rovu-vm-image" ] && [ -x "$vm_mkimage" ] &&
         [ -e "$host_build/rovu-vm-cut-write.so" ] &&
         [ -z "$(find "$here/root" "$project/docs/factory.md" "$project/examples/device/preinit" \
             -newer "$images/www.img")" ]; then return; fi

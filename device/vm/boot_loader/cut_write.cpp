@@ -1,8 +1,8 @@
-// Preloaded into U-Boot: a power cut in the middle of a chosen write to its flash.
+// Preloaded into U-Boot: a power cut in the middle of a chosen write to the disk.
 //
 //     ROVU_CUT_WRITE=N     the N-th write to a file stores the first half of its bytes, and the program ends with 99
 //
-// The flash is the only file that U-Boot writes, besides its standard output.
+// Besides its standard output, U-Boot writes no other file before it has loaded a kernel.
 
 #include <cstddef>
 #include <cstdlib>
