@@ -317,7 +317,7 @@ private:
 }  // namespace
 
 std::string nameOfRoot(const std::string& root, bool hostTools) {
-    if (root.empty()) return hostTools ? "this machine's programs" : "BusyBox";
+    if (root.empty()) return hostTools ? "this machine's programs" : "this machine's BusyBox";
     return root.substr(root.find_last_not_of('/') == std::string::npos
                            ? 0
                            : root.rfind('/', root.find_last_not_of('/')) + 1);
