@@ -75,10 +75,11 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"both images, cloned and encrypted, with scripts",
+    {"both images, cloned and encrypted, with scripts, of which one writes to the overlay",
      "clone_overlay = 1, encr_key_offset = 0, '_s', " + kKernel + "'s', " + kRootfs,
-     "fw_printenv bootswitcher; ubinfo -a\n", kDevice, 0, "from set 0: as planned: updates and restarts",
-     "from set 1: as planned: updates and restarts"},
+     "set -e\nfw_printenv bootswitcher; ubinfo -a\necho x >/etc/x\n",
+     "--device model=RV-20,kernel=1.0,rootfs=1.0", 0,
+     "from set 0: as planned: updates and restarts", "from set 1: as planned: updates and restarts"},
     {"a device that refuses", kKernel + "'exit_success',", "", "--device model=RV-19,kernel=1.0,rootfs=1.0 ",
      1, "add its model only if the images are made for it", "from set 1: REFUSES: HW model \"RV-19\" is not"},
     {"a device that accepts and should not", kKernel + kRootfs, "",
