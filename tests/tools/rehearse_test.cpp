@@ -75,10 +75,10 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"both images, cloned and encrypted, with scripts, of which one writes to the overlay",
+    {"both images, cloned and encrypted, with scripts, of which one compares the sets and writes to the overlay",
      "clone_overlay = 1, encr_key_offset = 0, '_s', " + kKernel + "'s', " + kRootfs,
-     "set -e\nfw_printenv bootswitcher; ubinfo -a\necho x >/etc/x\n",
-     "--device model=RV-20,kernel=1.0,rootfs=1.0", 0,
+     "set -e\nfw_printenv bootswitcher; ubinfo -a\ncmp /dev/ubi0_1 /dev/ubi0_4\necho x >/etc/x\n",
+     "--device model=RV-20,kernel=1.0,rootfs=1.0,inactive-rootfs=1.0", 0,
      "from set 0: as planned: updates and restarts", "from set 1: as planned: updates and restarts"},
     {"a device that refuses", kKernel + "'exit_success',", "", "--device model=RV-19,kernel=1.0,rootfs=1.0 ",
      1, "add its model only if the images are made for it", "from set 1: REFUSES: HW model \"RV-19\" is not"},
