@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <iterator>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -23,7 +24,7 @@ std::string volumeName(unsigned set, const char* suffix) {
     return "k" + std::to_string(set) + suffix;
 }
 
-// Bytes of an image: different for each volume, and the same on every host.
+// Bytes of an image: different for each seed, and the same on every host.
 std::string plausibleBytes(const std::string& head, uint32_t seed, size_t size) {
     std::string bytes = head;
     uint32_t value = seed;
@@ -57,7 +58,9 @@ int fillNewVolumes(const std::string& stateDir, const DeviceOptions& options) {
             std::string head;
             if (name == volumeName(set, "")) head = "version=" + options.kernelRelease + "\n";
             if (name == volumeName(set, "_root")) head = "version=" + options.rootfsVersion + "\n";
-            if (int rc = writeVolume(stateDir, name, plausibleBytes(head, made.id + 1, shape.bytes)); rc != 0)
+            // The same images in both sets, as from the factory, and data of their own.
+            const uint32_t seed = (shape.dynamic ? made.id : made.id % std::size(kNewVolumes)) + 1;
+            if (int rc = writeVolume(stateDir, name, plausibleBytes(head, seed, shape.bytes)); rc != 0)
                 return rc;
         }
     }

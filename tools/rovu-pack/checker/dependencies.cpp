@@ -120,10 +120,17 @@ struct DependencyRule {
             } else if (readTriple(list->items[i], &kind, &range)) {
                 ranges.push_back(range);
                 checkKind(image, kind, key);
-                checkEnd(range, textOfValue(list->items[i].items[2]), key);
+                if (meetsInstalled(image)) checkEnd(range, textOfValue(list->items[i].items[2]), key);
             }
         }
         return ranges;
+    }
+
+    // The list of an image that comes with a mandatory one is only ever tested against that one's version.
+    bool meetsInstalled(const ImageView& image) const {
+        return std::none_of(spec.images.begin(), spec.images.end(), [&image](const ImageView& other) {
+            return other.isMandatory() && other.text("type") != image.text("type");
+        });
     }
 
     void checkKind(const ImageView& image, const std::string& kind, const std::string& key) const {

@@ -26,6 +26,8 @@
 namespace rovusim {
 namespace {
 
+constexpr uint64_t kLayerBytes = 256 << 20;  // of memory at most, for what a run without a limit writes
+
 std::string baseName(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
@@ -202,6 +204,17 @@ int limitFolder(const std::string& stateDir, const char* path, uint64_t bytes, S
     return 0;
 }
 
+int planRoot(const RunOptions& options, StartPlan* plan) {
+    const std::string& stateDir = plan->sandbox.stateDir;
+    LimitedFolder& top = plan->namespaces.root.top;
+    plan->namespaces.root.tree = rootTreeOf(stateDir);
+    top.mountedOn = stateDir + "/run/layer";
+    top.bytes = options.diskBytes != 0 ? options.diskBytes : kLayerBytes;
+    plan->sandbox.root = top.mountedOn + "/root";
+    const int rc = makeDirectories(top.mountedOn);
+    return rc == 0 ? 0 : cannot("make", top.mountedOn, rc);
+}
+
 int planFolders(const RunOptions& options, const Device& device, StartPlan* plan) {
     const std::string& stateDir = plan->sandbox.stateDir;
     const uint64_t tmp = device.tmpBytes != 0 ? device.tmpBytes : options.diskBytes;
@@ -249,6 +262,7 @@ int planRun(const RunOptions& options, StartPlan* plan) {
     char resolved[PATH_MAX];
     if (shell.isOpen() && isOfOtherProcessor(opened) && realpath(opened.c_str(), resolved) != nullptr)
         plan->namespaces.foreignProgram = resolved;
+    if (int rc = planRoot(options, plan); rc != 0) return rc;
     if (int rc = planFolders(options, device, plan); rc != 0) return rc;
     return planFilter(options, plan);
 }

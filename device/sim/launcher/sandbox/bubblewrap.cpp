@@ -1,7 +1,6 @@
 #include "launcher/sandbox/bubblewrap.h"
 
 #include "launcher/host_program.h"
-#include "launcher/sandbox/root_tree.h"
 #include "rovu_sim/device_state.h"
 #include "rovu_sim/sandbox_paths.h"
 #include "rovu_sim/volume_store.h"
@@ -118,7 +117,7 @@ std::vector<std::string> bubblewrapCommand(const SandboxPlan& plan, bool hasUser
         if (hasUserNamespace) words.add({"--cap-add", capability});
     }
     addEnvironment(plan, &words);
-    words.add({"--bind", rootTreeOf(plan.stateDir), "/"});
+    words.add({"--bind", plan.root, "/"});
     for (const char* path : kKeptDirectories) {
         std::string outside = outsidePath(plan.stateDir, path);
         for (const auto& [limited, tmpfs] : plan.limited) {
@@ -136,8 +135,7 @@ std::vector<std::string> bubblewrapCommand(const SandboxPlan& plan, bool hasUser
         words.show(path, path);
     for (const auto& [source, inside] : plan.files)
         words.show(source, inside);
-    // Until now the mount points were made.
-    words.add({"--remount-ro", "/", "--"});
+    words.add({"--"});
     std::vector<std::string>& all = words.all();
     all.insert(all.end(), command.begin(), command.end());
     return all;

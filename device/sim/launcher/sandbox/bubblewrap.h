@@ -9,6 +9,7 @@ namespace rovusim {
 
 struct SandboxPlan {
     std::string stateDir;            // absolute
+    std::string root;                // what becomes the root directory
     std::string toolProgram;         // the multi-call binary, absolute
     std::vector<std::string> binds;  // absolute paths to show read-only at the same place
     std::vector<std::pair<std::string, std::string>> files;  // paths of the host, and of files inside

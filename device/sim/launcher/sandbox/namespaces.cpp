@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -91,6 +92,32 @@ int mountLimitedFolder(const LimitedFolder& folder, zem::Descriptor* tmpfs) {
     return 0;
 }
 
+// By descriptors: a path might have characters that the options of an overlay give a meaning.
+int mountRootLayer(const RootLayer& root) {
+    zem::Descriptor top;
+    if (int rc = mountLimitedFolder(root.top, &top); rc != 0) return rc;
+    for (const char* folder : {"upper", "work", "root"}) {
+        if (mkdirat(top.get(), folder, 0755) != 0)
+            return cannot("make a folder in", root.top.mountedOn, errno);
+    }
+    const zem::Descriptor tree(open(root.tree.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const zem::Descriptor settings(fsopen("overlay", FSOPEN_CLOEXEC));
+    const auto set = [&settings](const char* option, const std::string& path) {
+        return fsconfig(settings.get(), FSCONFIG_SET_STRING, option, path.c_str(), 0) == 0;
+    };
+    if (!tree.isOpen() || !settings.isOpen() || !set("lowerdir", pathOfLimited(tree.get())) ||
+        !set("upperdir", pathOfLimited(top.get()) + "/upper") ||
+        !set("workdir", pathOfLimited(top.get()) + "/work") ||
+        fsconfig(settings.get(), FSCONFIG_SET_FLAG, "userxattr", nullptr, 0) != 0 ||
+        fsconfig(settings.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0)
+        return cannot("make an overlay of", root.tree, errno);
+    const zem::Descriptor overlay(
+        fsmount(settings.get(), FSMOUNT_CLOEXEC, MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV));
+    if (!overlay.isOpen() || move_mount(overlay.get(), "", top.get(), "root", MOVE_MOUNT_F_EMPTY_PATH) != 0)
+        return cannot("mount an overlay of", root.tree, errno);
+    return 0;
+}
+
 }  // namespace
 
 int fillLimitedFolder(int tmpfs, const std::string& outside) {
@@ -131,6 +158,7 @@ int enterNamespaces(const NamespacePlan& plan, bool* hasUserNamespace, SandboxHa
         handles->limited.emplace_back();
         if (int rc = mountLimitedFolder(folder, &handles->limited.back()); rc != 0) return rc;
     }
+    if (int rc = mountRootLayer(plan.root); rc != 0) return rc;
     return plan.usesHostNetwork ? 0 : openPorts(plan.served, &handles->listeners);
 }
 

@@ -38,10 +38,17 @@ struct SandboxHandles {
     std::vector<zem::Descriptor> listeners;  // of the web server
 };
 
+// A layer that takes what the run writes to the root file system, as the overlay of a device does.
+struct RootLayer {
+    std::string tree;   // what is below, and stays as it is
+    LimitedFolder top;  // of which the device's root is the folder "root"
+};
+
 struct NamespacePlan {
     bool usesHostNetwork = false;
     std::vector<ServedUrl> served;
     std::vector<LimitedFolder> limited;
+    RootLayer root;
     std::string foreignProgram;  // a program of another processor that is to run inside; empty: none
     std::string scratch;         // an empty folder to mount on
 };
