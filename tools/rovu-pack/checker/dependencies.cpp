@@ -144,16 +144,21 @@ struct DependencyRule {
 
     // A version with fewer fields than four ends in zeros: 3.10.49.2 comes after 3.10.49.
     void checkEnd(const Range& range, const std::string& high, const std::string& key) const {
-        if (std::count(high.begin(), high.end(), '.') >= 3) return;
+        constexpr int kDots = 3;  // between four fields
+        const auto dots = std::count(high.begin(), high.end(), '.');
+        if (dots >= kDots) return;
         const bool isOne = range.low == range.high;
+        if (!isOne && !range.negated) return;
         const std::string next =
             high + " means " + high + ".0 and no version after it, such as " + high + ".2";
-        if (range.negated) {
-            Finding& finding = findings->add(eDepNarrowHole, spec.at(key), next + ", which is not excluded.");
-            if (isOne) finding.severity = eWarning;
-        } else if (isOne) {
-            findings->add(eDepOneVersion, spec.at(key), next + ", which is refused.");
-        }
+        Finding& finding =
+            findings->add(range.negated ? eDepNarrowHole : eDepOneVersion, spec.at(key),
+                          next + (range.negated ? ", which is not excluded." : ", which is refused."));
+        if (isOne) finding.severity = eWarning;
+        finding.advice = "Give the end of the range all four fields: '" + high;
+        for (auto i = dots; i < kDots; ++i)
+            finding.advice += ".65535";
+        finding.advice += "'.";
     }
 
     // An optional image is only installed if the mandatory one needs it, and each accepts the other.

@@ -246,6 +246,8 @@ void printBoots(const std::vector<FleetRow>& fleet, FILE* out) {
     table.print(out);
     if (std::any_of(fleet.begin(), fleet.end(), bootsEarlier))
         fputs("earlier: left on the inactive set by an earlier update, not written by this one\n", out);
+    if (std::any_of(fleet.begin(), fleet.end(), [](const FleetRow& row) { return row.bootsBlank(); }))
+        fputs("BLANK: the set that it switches to has an empty volume\n", out);
 }
 
 // The last columns are there if something is known for them.
