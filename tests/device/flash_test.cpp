@@ -9,6 +9,8 @@
 
 #include <csignal>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -189,6 +191,16 @@ TEST_F(Volumes, DigestMustHave32CharactersAndIsComparedCaseAndAll) {
     otherEnd.back() = md5.back() == '0' ? '1' : '0';
     EXPECT_EQ(make("k1", kImage, otherEnd), EBADF);
 }
+
+#ifdef SYS_stat
+TEST_F(Volumes, AreNodesToTheStatCallsOfMusl) {
+    for (const long call : {SYS_stat, SYS_lstat}) {
+        struct stat node, file;
+        EXPECT_EQ(syscall(call, kOverlay, &node) | syscall(call, kImage, &file), 0);
+        EXPECT_TRUE(S_ISCHR(node.st_mode) && S_ISREG(file.st_mode));
+    }
+}
+#endif
 
 TEST_F(Volumes, SourceAndDigestMayBeLeftOut) {
     EXPECT_EQ(makeUbiVolume("k1", kSize, true, nullptr, nullptr, kWorkDir, false), 0);

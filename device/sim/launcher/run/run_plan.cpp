@@ -183,6 +183,7 @@ int planFilter(const RunOptions& options, StartPlan* plan) {
     filter.exemptSocket = kSocketNumber;
     filter.all = !options.countFile.empty();
     filter.calls = kOwnerCalls;
+    filter.calls.insert(filter.calls.end(), kPathStatCalls.begin(), kPathStatCalls.end());
     filter.calls.push_back(SYS_uname);
     filter.statCalls = {std::begin(kStatCalls), std::end(kStatCalls)};
     if (options.noWait) filter.calls.insert(filter.calls.end(), {SYS_nanosleep, SYS_clock_nanosleep});

@@ -123,30 +123,34 @@ bool isOneOf(const seccomp_notif& call, const Numbers& numbers) {
 constexpr mode_t kNode = S_IFCHR | 0600;
 
 // The first bytes of the caller's path: more than a node's name has.
-std::string pathOf(const seccomp_notif& call) {
+std::string readPath(const seccomp_notif& call, uint64_t address) {
     char path[32] = {};
     // Byte by byte up to a page's end: the next page may not be there.
-    const size_t left = 4096 - (call.data.args[1] & 4095);
+    const size_t left = 4096 - (address & 4095);
     const iovec local = {path, sizeof path - 1};
-    const iovec remote[] = {{pointerTo(call.data.args[1]), std::min(left, sizeof path - 1)}};
+    const iovec remote[] = {{pointerTo(address), std::min(left, sizeof path - 1)}};
     if (process_vm_readv(static_cast<pid_t>(call.pid), &local, 1, remote, 1, 0) < 0) return "";
     return path;
 }
 
-// Answers a call of kStatCalls for the node of a volume that is there; false: the kernel must carry the call out.
+// Answers a call that tells of the node of a volume that is there; false: the kernel must carry the call out.
 bool answerVolumeStat(const std::string& stateDir, const seccomp_notif& call, seccomp_notif_resp* answer) {
+    const bool pathIsFirst = isOneOf(call, kPathStatCalls);
+    if (!pathIsFirst && !isOneOf(call, kStatCalls)) return false;
+    const unsigned path = pathIsFirst ? 0 : 1;
     uint32_t id = 0;
     Volume volume;
-    if (!parseVolumeNode(pathOf(call), &id) || findVolumeById(stateDir, id, &volume) != 0) return false;
+    if (!parseVolumeNode(readPath(call, call.data.args[path]), &id)) return false;
+    if (findVolumeById(stateDir, id, &volume) != 0) return false;
     struct stat info;
     if (stat(volumePath(stateDir, id).c_str(), &info) != 0) return false;
     const dev_t number = makedev(kUbiMajor, id + 1);
     bool isWritten = false;
-    if (call.data.nr == SYS_newfstatat) {
+    if (call.data.nr != SYS_statx) {
         info.st_mode = kNode;
         info.st_rdev = number;
         info.st_size = 0;
-        isWritten = write(call, call.data.args[2], info);
+        isWritten = write(call, call.data.args[path + 1], info);
     } else {
         struct statx extended = {};
         extended.stx_mask = STATX_BASIC_STATS;
@@ -167,8 +171,7 @@ void answerAsDevice(Supervisor* supervisor, const seccomp_notif& call, seccomp_n
     const bool waits = call.data.nr == SYS_nanosleep || call.data.nr == SYS_clock_nanosleep;
     if (call.data.nr == SYS_uname) {
         answerUname(*supervisor, call, answer);
-    } else if (isOneOf(call, kOwnerCalls) ||
-               (isOneOf(call, kStatCalls) && answerVolumeStat(supervisor->stateDir, call, answer))) {
+    } else if (isOneOf(call, kOwnerCalls) || answerVolumeStat(supervisor->stateDir, call, answer)) {
         return;  // with success
     } else if (waits && supervisor->skipWaits) {
         answerWait(supervisor, call, answer);
@@ -224,6 +227,13 @@ const std::vector<int> kOwnerCalls = {
 };
 
 const int kStatCalls[2] = {SYS_newfstatat, SYS_statx};
+
+const std::vector<int> kPathStatCalls = {
+#ifdef SYS_stat
+    SYS_stat,
+    SYS_lstat,
+#endif
+};
 
 int startSupervisor(int listener, const std::string& stateDir, const std::string& kernelRelease,
                     Supervisor* supervisor) {

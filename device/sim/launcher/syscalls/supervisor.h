@@ -45,4 +45,7 @@ void answerSyscall(Supervisor* supervisor);
 /// file; on a device it is a character device, and the program copies from it for that reason.
 extern const int kStatCalls[2];
 
+/// Those whose path is the first argument. glibc no longer makes them; musl does.
+extern const std::vector<int> kPathStatCalls;
+
 }  // namespace rovusim
