@@ -95,8 +95,8 @@ const Row kRows[] = {
     {"type into the terminal", "python3 -c 'import fcntl; fcntl.ioctl(0, 0x5412, b\"x\")'",
      "Operation not permitted", kPython},
     {"fill the disk",
-     "for f in /tmp /app0 /etc/ssh /var; do cat /dev/zero >$f/x || n=${n}x; done; echo $n",
-     "xxxx",
+     "for f in /tmp /app0 /etc/ssh /var; do cat /dev/zero >$f/x || n=${n}x; done; echo $n $(wc -c </var/x)",
+     "xxxx 4194304",
      {"--limit", "disk=4M"}},
     {"fill the memory", "tail /dev/zero", "more than 100 MiB of memory, tail ", {"--limit", "memory=100M"}},
     {"fill the device's folder",
@@ -167,6 +167,7 @@ TEST(Hostile, NoScriptReachesTheHost) {
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(kSeconds))
             << "it did not end";
         EXPECT_NE(readWholeFile(out).find(row.said), std::string::npos) << readWholeFile(out);
+        EXPECT_FALSE(std::filesystem::exists(device.directory + "/root/var/x"));
         // What looks at the device afterwards meets what the script left.
         for (const char* look : {"show", "calls", "restart"}) {
             const Strings words = {"timeout", "-k1", "30", ROVU_SIM_PROGRAM, look, device.directory};

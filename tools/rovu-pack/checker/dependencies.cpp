@@ -155,10 +155,10 @@ struct DependencyRule {
             findings->add(range.negated ? eDepNarrowHole : eDepOneVersion, spec.at(key),
                           next + (range.negated ? ", which is not excluded." : ", which is refused."));
         if (isOne) finding.severity = eWarning;
-        finding.advice = "Give the end of the range all four fields: '" + high;
+        finding.advice = "End with all four fields of the last version that was tested, or with '" + high;
         for (auto i = dots; i < kDots; ++i)
             finding.advice += ".65535";
-        finding.advice += "'.";
+        finding.advice += "' if all after it are meant.";
     }
 
     // An optional image is only installed if the mandatory one needs it, and each accepts the other.

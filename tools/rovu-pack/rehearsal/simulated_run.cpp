@@ -54,7 +54,6 @@ std::string unescaped(const std::string& url) {
 
 constexpr unsigned kReadSeconds = 600;  // that a look into the new root file system may take
 constexpr uint64_t kDataLebs = 3;       // of the data volumes of a device whose kind does not say
-constexpr uint64_t kImageLebs = 12;     // of kernel and rootfs of a new device
 
 // What an update needs on the simulator, and the room that leaves as much there as is left on a device of the kind.
 // Only the erase blocks have another size.
@@ -70,11 +69,6 @@ public:
     }
 
     bool needsLebs() const { return !need_.volumes.empty(); }
-    // Whether the old kernel and rootfs can be so large and the new ones fit beside them.
-    bool hasRoomBeside(uint64_t lebs) const {
-        const std::optional<uint64_t> free = freeLebs();
-        return !free || *free >= lebs + here_.lebs(rovusim::kLebBytes);
-    }
     uint64_t dataBytes() const { return data_ * rovusim::kLebBytes; }
 
     // Bytes of /tmp; 0: no limit.
@@ -201,8 +195,8 @@ private:
         return simulatorFault("starting set 1", rc);
     }
 
-    // The old volumes of the inactive set hold the active one's images where the versions are the same. They are as small
-    // as can be where room is short: the kind does not say which part of the blocks for the new ones they have.
+    // The old volumes of the inactive set hold the active one's images where the versions are the same. If the kind says
+    // how much room there is, they are as small as can be: which part of it they have, it does not say.
     int makeVolumes() const {
         const std::optional<uint64_t> free = room_.freeLebs();
         const std::string active = "k" + std::to_string(activeSet_);
@@ -210,9 +204,10 @@ private:
         const InactiveSet& holds = kind_.inactive;
         const uint64_t old = (holds.kernel == kMissing ? 0U : 1U) + (holds.rootfs == kMissing ? 0U : 1U);
         const bool areOld = !free || *free >= old || !room_.needsLebs();
-        const uint64_t bytes = room_.hasRoomBeside(kImageLebs) ? 0 : 1;
-        int rc = 0;
-        if (kind_.room.data) rc = remake(active + "_data", room_.dataBytes(), "data");
+        const uint64_t bytes = free ? 1 : 0;
+        int rc = fill(active, bytes, "", kind_.kernel);
+        if (rc == 0) rc = fill(active + "_root", bytes, "", kind_.rootfs);
+        if (rc == 0 && kind_.room.data) rc = remake(active + "_data", room_.dataBytes(), "data");
         if (rc == 0) rc = fill(inactive + "_data", room_.dataBytes(), holds.data, "");
         if (rc == 0) rc = fill(inactive, bytes, areOld ? holds.kernel : kMissing, kind_.kernel);
         if (rc == 0) rc = fill(inactive + "_root", bytes, areOld ? holds.rootfs : kMissing, kind_.rootfs);

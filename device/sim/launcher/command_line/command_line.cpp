@@ -227,7 +227,7 @@ CLI::App* addRun(CLI::App* app, RunOptions* options) {
     addTaker(command, "--limit", "WHAT=N",
              "End the run, with status 124, when it goes beyond: time=SECONDS of a script\n"
              "or tool, memory=SIZE, processes=N; or limit disk=SIZE, each for /tmp (unless\n"
-             "the device has a size there), /app0 and /etc/ssh. Repeatable",
+             "the device has a size there), /app0, /etc/ssh and all else. Repeatable",
              with(takeLimit));
     addTaker(command, "--setenv", "NAME=VALUE",
              "An environment variable of the command; repeatable. It gets none of the\nhost's but TERM",

@@ -100,10 +100,7 @@ bool isInside(const StartPlan& plan, const std::string& path) {
     if (!kept.empty()) return access(kept.c_str(), F_OK) == 0;
     const bool isShown = plan.sandbox.hasHostPrograms && path.compare(0, 5, "/usr/") == 0;
     if (isShown && access(path.c_str(), F_OK) == 0) return true;
-    struct stat info;
-    const zem::Descriptor file = openInRoot(stateDir, path, O_PATH | O_NOFOLLOW);
-    // An empty file is where an earlier run has shown something.
-    return file.isOpen() && fstat(file.get(), &info) == 0 && (!S_ISREG(info.st_mode) || info.st_size > 0);
+    return openInRoot(stateDir, path, O_PATH | O_NOFOLLOW).isOpen();
 }
 
 // Bubblewrap makes mount points, and follows links on its way to them. Those of an update's root must not lead it out.

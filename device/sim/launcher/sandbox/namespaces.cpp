@@ -80,8 +80,10 @@ int enterUserNamespace(bool* hasUserNamespace) {
 int mountLimitedFolder(const LimitedFolder& folder, zem::Descriptor* tmpfs) {
     const zem::Descriptor settings(fsopen("tmpfs", FSOPEN_CLOEXEC));
     const std::string size = std::to_string(folder.bytes);
+    const std::string inodes = std::to_string(folder.bytes / 4096 + 1024);  // empty files have no bytes
     if (!settings.isOpen() || fsconfig(settings.get(), FSCONFIG_SET_STRING, "source", "tmpfs", 0) != 0 ||
         fsconfig(settings.get(), FSCONFIG_SET_STRING, "size", size.c_str(), 0) != 0 ||
+        fsconfig(settings.get(), FSCONFIG_SET_STRING, "nr_inodes", inodes.c_str(), 0) != 0 ||
         fsconfig(settings.get(), FSCONFIG_SET_STRING, "mode", "1777", 0) != 0 ||
         fsconfig(settings.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0)
         return cannot("make a tmpfs of", size + " bytes", errno);

@@ -40,7 +40,7 @@ struct SandboxHandles {
 
 // A layer that takes what the run writes to the root file system, as the overlay of a device does.
 struct RootLayer {
-    std::string tree;   // what is below, and stays as it is
+    std::string tree;   // what is below, and remains unchanged
     LimitedFolder top;  // of which the device's root is the folder "root"
 };
 
