@@ -31,6 +31,10 @@ if(EXISTS "${ROVU_SYSROOT}/usr/include/stdio.h")
 else()
   execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libc.so.6
     OUTPUT_VARIABLE rovu_libc OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT IS_ABSOLUTE "${rovu_libc}")  # musl's has another name
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libc.so
+      OUTPUT_VARIABLE rovu_libc OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  endif()
   cmake_path(SET rovu_libc NORMALIZE "${rovu_libc}")
   cmake_path(GET rovu_libc PARENT_PATH rovu_libc_root)
   cmake_path(GET rovu_libc_root PARENT_PATH rovu_libc_root)
