@@ -129,6 +129,11 @@ ToolReply answer(const ToolServer& server, ToolCall* call) {
     ToolReply changed;
     call.reply = &changed;
     const ToolReply reply = answer(server, &call);
+    // A file that is removed after the reply must be gone at once, as on a device: its room in /tmp may be needed next.
+    for (zem::Descriptor* file : {&request.input, &request.output, &request.errors, &request.image})
+        file->reset();
+    for (const int stream : {0, 1, 2})
+        close(stream);
     _exit(sendReply(connection, reply) == 0 ? 0 : 1);
 }
 
