@@ -155,10 +155,10 @@ struct DependencyRule {
             findings->add(range.negated ? eDepNarrowHole : eDepOneVersion, spec.at(key),
                           next + (range.negated ? ", which is not excluded." : ", which is refused."));
         if (isOne) finding.severity = eWarning;
-        finding.advice = "End with all four fields of the last version that was tested, or with '" + high;
+        finding.advice += ", or with '" + high;
         for (auto i = dots; i < kDots; ++i)
             finding.advice += ".65535";
-        finding.advice += "' if all after it are meant.";
+        finding.advice += "' if all after it are.";
     }
 
     // An optional image is only installed if the mandatory one needs it, and each accepts the other.

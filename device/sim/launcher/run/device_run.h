@@ -32,8 +32,9 @@ struct RunOptions {
     std::string countFile;                  // for the number of the program's system calls; empty: none
     bool freshLog = false;                  // empties the call log first
     Limits limits;
-    uint64_t diskBytes =
-        0;  // of /tmp, if the device names no room there, and each of /app0 and /etc/ssh; 0: no limit
+    // Of /tmp, if the device names no room there, of /app0, of /etc/ssh, and of all else that is written; 0: no limit,
+    // but for the last.
+    uint64_t diskBytes = 0;
 };
 
 /// Makes the device's root file system, if it is not there.
